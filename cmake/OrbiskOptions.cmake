@@ -1,0 +1,33 @@
+# Compiler settings that hold for every target of the tree.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/archive")
+
+set(ORBISK_SANITIZE "" CACHE STRING "Sanitizers to build with, for example address,undefined")
+option(ORBISK_FUZZ "Build the libFuzzer targets instead of the tests" OFF)
+option(ORBISK_WERROR "Treat compiler warnings as errors" ON)
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE_PROGRAM}")
+endif()
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+if(ORBISK_WERROR)
+  add_compile_options(-Werror)
+endif()
+
+if(ORBISK_SANITIZE)
+  add_compile_options(-fsanitize=${ORBISK_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${ORBISK_SANITIZE})
+endif()
+if(ORBISK_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
