@@ -6,12 +6,18 @@
 #include <utility>
 
 #include "common/check.h"
+#include "fileindex/event_line.h"
 #include "orbisk/fileindex/optree.h"
 #include "orbisk/json.h"
 
 namespace orbisk::fileindex {
 
 Event::Event(const std::string& event_raw) {
+  if (ReadPlainEvent(event_raw, *this)) {
+    return;
+  }
+  event = 0;
+  is_dir = false;
   Json::Value record;
   ORBISK_CHECK_TEXT(!fromString(record, event_raw), "!data.fromString(event_raw)", 906,
                     "Malformed event_raw: " + event_raw);

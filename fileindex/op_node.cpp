@@ -38,12 +38,13 @@ OPNode* OPNode::FindChild(std::string_view child_name) {
                                  [&](const std::shared_ptr<OPNode>& child) { return child->name == child_name; });
     return it == children.end() ? nullptr : it->get();
   }
-  ChildTable& table = Table();
-  for (; table.indexed < children.size(); ++table.indexed) {
-    table.by_name.insert(children[table.indexed].get());
+  NameIndex& by_name = Table().by_name;
+  while (by_name.size() < children.size()) {
+    by_name.Append(children[by_name.size()]->name);
   }
-  const auto it = table.by_name.find(child_name);
-  return it == table.by_name.end() ? nullptr : *it;
+  const std::uint32_t position =
+      by_name.Find(child_name, [&](std::uint32_t index) { return std::string_view(children[index]->name); });
+  return position == NameIndex::kNone ? nullptr : children[position].get();
 }
 
 OPNode* OPNode::AddChild(std::string_view child_name, std::uint32_t created) {
@@ -97,8 +98,7 @@ bool OPNode::HasWork() const {
 void OPNode::ForgetChildren() {
   children.clear();
   if (table_ != nullptr) {
-    table_->by_name.clear();
-    table_->indexed = 0;
+    table_->by_name.Clear();
   }
 }
 

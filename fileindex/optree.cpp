@@ -68,16 +68,6 @@ void React(Reaction reaction, OP& pending, OP& incoming) {
   incoming.op = OP_NONE;
 }
 
-// Lets every live operation of `node` react to `incoming`, also after one of them has cancelled it. An operation that
-// an earlier bit of the same event filed here meets itself.
-void LetPendingReact(OPNode& node, OP& incoming, const Reactions& reactions) {
-  for (const std::shared_ptr<OP>& pending : node.ops) {
-    if (pending->op != OP_NONE) {
-      React(reactions[static_cast<size_t>(pending->op)], *pending, incoming);
-    }
-  }
-}
-
 }  // namespace
 
 OPTree::OPTree(const std::string& queue_path, Unread)
@@ -207,6 +197,28 @@ std::shared_ptr<OPNode> OPTree::GetNodeByPath(const std::string& path) {
   OPNode* const node = WalkPath(path, plain);
   ORBISK_CHECK(!plain, 9999, "GetNodeByPath failed, path=" + path);
   return node->shared_from_this();
+}
+
+// The operations at the front that are cancelled or renames will never react to anything again. A file that is saved by
+// renaming a new one over it gathers thousands of them. The operation of the current event may still change.
+size_t OPTree::FirstUnsettled(OPNode& node, const OP& incoming) {
+  const auto is_settled = [&](const OP& op) { return &op != &incoming && (op.op == OP_NONE || op.op == OP_RENAME); };
+  while (node.settled_ < node.ops.size() && is_settled(*node.ops[node.settled_])) {
+    ++node.settled_;
+  }
+  return node.settled_;
+}
+
+// Lets every live operation of `node` react to `incoming`, also after one of them has cancelled it. An operation that
+// an earlier bit of the same event filed here meets itself.
+template <typename Reactions>
+void OPTree::LetPendingReact(OPNode& node, OP& incoming, const Reactions& reactions) {
+  for (size_t i = FirstUnsettled(node, incoming); i < node.ops.size(); ++i) {
+    OP& pending = *node.ops[i];
+    if (pending.op != OP_NONE) {
+      React(reactions[static_cast<size_t>(pending.op)], pending, incoming);
+    }
+  }
 }
 
 void OPTree::File(OPNode& node, const std::shared_ptr<OP>& op) {

@@ -115,19 +115,31 @@ void OPTree::CancelBelow(OPNode& node) {
   }
 }
 
-void OPTree::MoveOperation(OPNode& from, const std::shared_ptr<OPNode>& to, const std::shared_ptr<OP>& op) {
-  op->node = to;
-  to->ops.push_back(op);
-  from.ops.erase(std::find(from.ops.begin(), from.ops.end(), op));
-  MarkBusy(*to);
+template <typename Select>
+void OPTree::MoveOperations(OPNode& from, const std::shared_ptr<OPNode>& to, Select select) {
+  std::vector<std::shared_ptr<OP>> staying;
+  std::vector<std::shared_ptr<OP>> moving;
+  for (std::shared_ptr<OP>& op : from.ops) {
+    (select(*op) ? moving : staying).push_back(std::move(op));
+  }
+  from.ops = std::move(staying);
+  from.settled_ = 0;
+  for (std::shared_ptr<OP>& op : moving) {
+    op->node = to;
+    to->ops.push_back(std::move(op));
+  }
+  if (!moving.empty()) {
+    MarkBusy(*to);
+  }
 }
 
 void OPTree::HandleRename(const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op) {
   const std::shared_ptr<OPNode> old_node = GetNodeByPath(op->path);
   op->op = OP_RENAME;
-  for (const std::shared_ptr<OP>& pending : node->ops) {
-    if (pending->op == OP_DELETE || pending->op == OP_UPDATE || pending->op == OP_ATTR) {
-      pending->op = OP_NONE;
+  for (size_t i = FirstUnsettled(*node, *op); i < node->ops.size(); ++i) {
+    OP& pending = *node->ops[i];
+    if (pending.op == OP_DELETE || pending.op == OP_UPDATE || pending.op == OP_ATTR) {
+      pending.op = OP_NONE;
     }
   }
   const FileIndexOP follow_up = CarryOwnOperations(*old_node, node);
@@ -146,28 +158,20 @@ void OPTree::HandleRename(const std::shared_ptr<OPNode>& node, const std::shared
 // Returns the kind of what still has to be done at the new place after the rename.
 FileIndexOP OPTree::CarryOwnOperations(OPNode& old_node, const std::shared_ptr<OPNode>& node) {
   FileIndexOP follow_up = OP_NONE;
-  const std::vector<std::shared_ptr<OP>> existing = old_node.ops;
-  for (const std::shared_ptr<OP>& op : existing) {
-    if (op->op == OP_NONE) {
-      continue;
+  MoveOperations(old_node, node, [&](OP& op) {
+    const bool is_live = op.op != OP_NONE;
+    if (op.op == OP_UPDATE || op.op == OP_ATTR || op.op == OP_REINDEX) {
+      follow_up = op.op;
+      op.op = OP_NONE;
     }
-    if (op->op == OP_UPDATE || op->op == OP_ATTR || op->op == OP_REINDEX) {
-      follow_up = op->op;
-      op->op = OP_NONE;
-    }
-    MoveOperation(old_node, node, op);
-  }
+    return is_live;
+  });
   return follow_up;
 }
 
 // A pending delete stays where it is: what it deleted was never at the new place.
 void OPTree::CarryOperations(OPNode& from, const std::shared_ptr<OPNode>& to) {
-  const std::vector<std::shared_ptr<OP>> existing = from.ops;
-  for (const std::shared_ptr<OP>& op : existing) {
-    if (op->op >= OP_UPDATE) {
-      MoveOperation(from, to, op);
-    }
-  }
+  MoveOperations(from, to, [](const OP& op) { return op.op >= OP_UPDATE; });
 }
 
 void OPTree::CarryBusyBelow(OPNode& old_node, OPNode& node) {

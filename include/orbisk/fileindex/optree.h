@@ -55,6 +55,7 @@ class ORBISK_EXPORT OPNode : public std::enable_shared_from_this<OPNode> {
 
   std::unique_ptr<ChildTable> table_;  // made when a node first needs it; most nodes are files
   std::uint32_t created_ = 0;          // the tree's clock when the node was made
+  std::uint32_t settled_ = 0;          // as many operations at the front that never react again
   std::uint32_t busy_position_;        // in the parent's list of busy children
 };
 
@@ -140,7 +141,11 @@ class ORBISK_EXPORT OPTree {
   static std::vector<BusyNode> BusyDescendants(OPNode& top);
   static void CancelBelow(OPNode& node);
 
-  static void MoveOperation(OPNode& from, const std::shared_ptr<OPNode>& to, const std::shared_ptr<OP>& op);
+  static size_t FirstUnsettled(OPNode& node, const OP& incoming);
+  template <typename Reactions>
+  static void LetPendingReact(OPNode& node, OP& incoming, const Reactions& reactions);
+  template <typename Select>
+  static void MoveOperations(OPNode& from, const std::shared_ptr<OPNode>& to, Select select);
   static FileIndexOP CarryOwnOperations(OPNode& old_node, const std::shared_ptr<OPNode>& node);
   static void CarryOperations(OPNode& from, const std::shared_ptr<OPNode>& to);
   void CarryBusyBelow(OPNode& old_node, OPNode& node);
