@@ -1,0 +1,54 @@
+// The lock between processes.
+#include "orbisk/lock_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+#include "common/check.h"
+
+namespace orbisk {
+namespace {
+
+constexpr int kMaxAttempts = 64;
+constexpr int kPauses = 10;
+constexpr useconds_t kPauseStepMicroseconds = 100000;
+
+// Processes that met at the lock once should not meet again: the pause is random, and may be none at all.
+void Pause() {
+  usleep(static_cast<useconds_t>(rand() % kPauses) * kPauseStepMicroseconds);
+}
+
+}  // namespace
+
+LockFile::LockFile(const std::string& path, bool exclusive) : fd_(-1), path_(path) {
+  const int operation = (exclusive ? LOCK_EX : LOCK_SH) | LOCK_NB;
+  int attempts_left = kMaxAttempts;
+  while (true) {
+    // Afresh each time: the file at the path may be another one by now.
+    ORBISK_CHECK(0 > (fd_ = open(path_.c_str(), O_RDONLY | O_CREAT, 0644)), 506,
+                 "open failed, path=" + path_ + ", reason=" + GetErrnoStr());
+    if (0 == flock(fd_, operation)) {
+      return;
+    }
+    // The descriptor stays open here.
+    ORBISK_CHECK(EINTR != errno && EWOULDBLOCK != errno, 506, GetErrnoStr());
+    close(fd_);
+    fd_ = -1;
+    Pause();
+    ORBISK_CHECK(0 == --attempts_left, 506, "Exceed max retry, path=" + path_);
+  }
+}
+
+LockFile::~LockFile() {
+  if (0 > fd_) {
+    return;
+  }
+  flock(fd_, LOCK_UN);
+  close(fd_);
+}
+
+}  // namespace orbisk

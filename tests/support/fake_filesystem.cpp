@@ -1,0 +1,117 @@
+// The fake platform's view of files.
+#include "tests/support/fake_filesystem.h"
+
+#include <sys/stat.h>
+
+#include <filesystem>
+
+namespace orbisk::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+int Copy(const char* from, const char* to, const NIMO_COPY_OPTIONS* options, NIMO_COPY_PROGRESS) {
+  if (from == nullptr || to == nullptr || options == nullptr) {
+    return FailPlatform(EINVAL);
+  }
+  std::error_code error;
+  if (options->nRemoveSource != 0) {
+    fs::rename(from, to, error);
+    return error ? FailPlatform(error.value()) : 0;
+  }
+  // A tree that cannot be copied whole is not left in part.
+  const bool existed = fs::exists(fs::symlink_status(to, error));
+  fs::copy(from, to,
+           fs::copy_options::recursive | fs::copy_options::copy_symlinks | fs::copy_options::overwrite_existing, error);
+  if (error && !existed) {
+    std::error_code ignored;
+    fs::remove_all(to, ignored);
+  }
+  return error ? FailPlatform(error.value()) : 0;
+}
+
+}  // namespace
+
+std::string ArgumentText<const NIMO_COPY_OPTIONS*>::Of(const NIMO_COPY_OPTIONS* options) {
+  if (options == nullptr) {
+    return "null";
+  }
+  std::string text = std::to_string(options->nKeepAttributes) + " " + std::to_string(options->nRemoveSource);
+  for (const int reserved : options->nReserved) {
+    text += " " + std::to_string(reserved);
+  }
+  return text;
+}
+
+FakeFileSystemService::FakeFileSystemService()
+    : get_permissions("NIMOACLPermGet",
+                      [this](const char* path, int* permissions) { return GetPermissions(path, permissions); }),
+      is_mount_point("NIMOFSDirIsMntPoint", [this](const char* path) { return IsMountPoint(path); }),
+      copy("NIMOFileCopy", Copy) {}
+
+void FakeFileSystemService::SetPermissions(const std::string& path, int permissions) {
+  const std::lock_guard lock(mutex_);
+  permissions_[path] = permissions;
+}
+
+void FakeFileSystemService::AddMountPoint(const std::string& path) {
+  const std::lock_guard lock(mutex_);
+  mount_points_.insert(path);
+}
+
+void FakeFileSystemService::Reset() {
+  const std::lock_guard lock(mutex_);
+  permissions_.clear();
+  mount_points_.clear();
+}
+
+int FakeFileSystemService::GetPermissions(const char* path, int* permissions) {
+  if (path == nullptr || permissions == nullptr) {
+    return FailPlatform(EINVAL);
+  }
+  const std::lock_guard lock(mutex_);
+  *permissions = 0;
+  if (const auto found = permissions_.find(path); found != permissions_.end()) {
+    *permissions = found->second;
+    return 0;
+  }
+  struct stat status;
+  if (stat(path, &status) != 0) {
+    return FailPlatform(errno);
+  }
+  *permissions = ((status.st_mode & S_IRUSR) != 0 ? NIMO_ACL_READ : 0) |
+                 ((status.st_mode & S_IWUSR) != 0 ? NIMO_ACL_WRITE : 0) |
+                 ((status.st_mode & S_IXUSR) != 0 ? NIMO_ACL_EXECUTE : 0);
+  return 0;
+}
+
+int FakeFileSystemService::IsMountPoint(const char* path) {
+  if (path == nullptr) {
+    return FailPlatform(EINVAL);
+  }
+  const std::lock_guard lock(mutex_);
+  struct stat status;
+  if (mount_points_.count(path) != 0) {
+    return 1;
+  }
+  return lstat(path, &status) == 0 ? 0 : FailPlatform(errno);
+}
+
+FakeFileSystemService& FakeFileSystem() {
+  static auto* const file_system = new FakeFileSystemService;
+  return *file_system;
+}
+
+}  // namespace orbisk::test
+
+int NIMOACLPermGet(const char* path, int* permissions) {
+  return orbisk::test::FakeFileSystem().get_permissions(path, permissions);
+}
+
+int NIMOFSDirIsMntPoint(const char* path) {
+  return orbisk::test::FakeFileSystem().is_mount_point(path);
+}
+
+int NIMOFileCopy(const char* from, const char* to, const NIMO_COPY_OPTIONS* options, NIMO_COPY_PROGRESS progress) {
+  return orbisk::test::FakeFileSystem().copy(from, to, options, progress);
+}
