@@ -1,7 +1,9 @@
 // Turns inotify events into reports of changes at paths.
 #include "services/monitor/inotify_watcher.h"
 
+#include <fcntl.h>
 #include <sys/inotify.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
@@ -128,6 +130,7 @@ DrainReport InotifyWatcher::Drain(Clock::time_point now) {
     ++first_number_;
   }
   if (events_.empty()) {
+    renames_.clear();
     for (InotifyFolder* folder : tree_.RetryMissed()) {
       recorder_->Report(tree_.ViewsOf(*folder), {}, true, kCreate);
     }
@@ -269,6 +272,29 @@ void InotifyWatcher::OnRename(InotifyFolder* from, const Event& out, InotifyFold
     // It was not watched where it came from, so changes in it may have gone unseen.
     recorder_->Report(tree_.ViewsOf(*to), in.name, true, kCreate);
   }
+  // Two objects that change places come as a rename and its reverse, just as one that is moved forth and back.
+  const std::string source = KeyOf(*from, out.name);
+  const std::string target = KeyOf(*to, in.name);
+  if (renames_.count(target + "\n" + source) != 0) {
+    LookAgain(*from, out.name);
+    LookAgain(*to, in.name);
+  }
+  renames_.insert(source + "\n" + target);
+}
+
+// Reports what is on disk under a name as new.
+void InotifyWatcher::LookAgain(InotifyFolder& folder, const std::string& name) {
+  struct stat info {};
+  const UniqueFd fd = OpenFolder(tree_.PathOf(folder));
+  if (fstatat(fd.get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+    return;
+  }
+  if (S_ISDIR(info.st_mode)) {
+    tree_.Add(folder, name);
+  } else {
+    tree_.Remove(folder, name);
+  }
+  recorder_->Report(tree_.ViewsOf(folder), name, S_ISDIR(info.st_mode), kCreate);
 }
 
 // ---- loss

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "services/monitor/inotify_tree.h"
 #include "services/monitor/open_writers.h"
@@ -52,6 +53,7 @@ class InotifyWatcher : public Watcher {
   void OnContent(InotifyFolder& folder, const Event& event, Clock::time_point now);
   bool OnMovedFrom(InotifyFolder* folder, const Event& event, Clock::time_point now, DrainReport& report);
   void OnRename(InotifyFolder* from, const Event& out, InotifyFolder* to, const Event& in);
+  void LookAgain(InotifyFolder& folder, const std::string& name);
   void Appeared(InotifyFolder& folder, const Event& event);
   void Vanished(InotifyFolder& folder, const Event& event);
   void OnLoss(Clock::time_point now, DrainReport& report);
@@ -68,6 +70,7 @@ class InotifyWatcher : public Watcher {
   std::deque<Event> events_;
   uint64_t first_number_ = 0;                        // of events_.front()
   std::unordered_map<uint32_t, uint64_t> moved_to_;  // cookie -> number of the event
+  std::unordered_set<std::string> renames_;          // since the kernel's queue was empty last
   std::optional<Clock::time_point> waiting_since_;   // for the other half of the rename at the front
   std::optional<Clock::time_point> next_poll_;
   std::optional<Clock::time_point> next_rebuild_;

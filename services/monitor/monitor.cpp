@@ -109,10 +109,14 @@ Monitor::Source* Monitor::InotifySource() {
 void Monitor::PumpUntilEmpty() {
   for (const auto& source : sources_) {
     const auto patience = Clock::now() + kStopPatience;
-    for (DrainReport report{.unfinished = true}; report.unfinished && Clock::now() < patience;) {
-      report = source->watcher->Drain(Clock::now());
+    for (bool more = true; more && Clock::now() < patience;) {
+      const DrainReport report = source->watcher->Drain(Clock::now());
       Handle(report);
       Flush(Clock::now());
+      if (report.again) {
+        std::this_thread::sleep_until(*report.again);
+      }
+      more = report.unfinished || report.again;
     }
   }
 }
