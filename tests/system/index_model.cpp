@@ -205,6 +205,9 @@ void IndexModel::Read(const std::string& path) {
   const std::optional<Document> document = ReadDocument(path);
   if (!document || document->kind != 'd') {
     Remove(path);  // nothing can be below it
+  } else if (documents_.count(path) == 0 || !KnownAgain(documents_[path], document)) {
+    ReadTree(path);  // a folder by now, and not one known
+    return;
   }
   if (document) {
     documents_[path] = *document;
