@@ -448,7 +448,7 @@ TEST(FoldCrash, TheBitCountsBesideOthers) {
 }
 
 TEST(FoldCrash, EachDeliveryLeavesOneRecord) {
-  const QueueFile queue({Crash()});
+  const QueueFile queue(Join({Crash()}));
   OPTree tree(queue.path());
   const RecordCapture capture;
   errno = ENOENT;
