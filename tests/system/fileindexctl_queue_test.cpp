@@ -21,7 +21,6 @@ namespace {
 using orbisk::test::ProcessResult;
 using orbisk::test::ReadFile;
 using orbisk::test::RunProcess;
-using orbisk::test::Subprocess;
 using orbisk::test::TempDir;
 using orbisk::test::WriteFile;
 using testing::ElementsAre;

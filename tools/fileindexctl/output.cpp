@@ -9,7 +9,7 @@
 namespace fileindexctl {
 namespace {
 
-constexpr size_t kPieceBytes = 256 * 1024;
+constexpr size_t kPieceBytes = size_t{256} * 1024;
 
 }  // namespace
 
