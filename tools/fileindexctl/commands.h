@@ -10,4 +10,7 @@ namespace fileindexctl {
 /// "queue": what is in a queue file.
 void AddQueueCommands(CLI::App& app);
 
+/// "monitor": which folders the change monitor watches for which queue file.
+void AddMonitorCommands(CLI::App& app);
+
 }  // namespace fileindexctl

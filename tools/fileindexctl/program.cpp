@@ -29,6 +29,7 @@ int Run(int argc, const char* const* argv) {
   app.set_version_flag("--version", "fileindexctl " FILEINDEXCTL_VERSION);
   app.require_subcommand(1);
   app.footer("'fileindexctl GROUP COMMAND --help' explains a command.");
+  AddMonitorCommands(app);
   AddQueueCommands(app);
   try {
     app.parse(argc, argv);
