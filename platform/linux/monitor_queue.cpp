@@ -1,0 +1,316 @@
+// Registration with nimotifyd: one JSON file per queue, written whole, and a poke to the monitor's socket.
+#include "nimo/monitor_queue.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <utility>
+
+namespace NIMO::NIMOTIFYD {
+namespace {
+
+constexpr char kRegistrationsFolder[] = "/var/lib/nimotifyd/queues.d";
+constexpr char kSocketPath[] = "/var/run/nimotifyd.sock";
+constexpr char kSuffix[] = ".json";
+// NAME_MAX is 255; this leaves room for ".json", a collision counter and the temporary file's marks.
+constexpr size_t kLongestReadableName = 160;
+constexpr std::chrono::milliseconds kAnswerTime{5000};
+
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  ~Descriptor() { Close(); }
+  int get() const { return fd_; }
+  bool valid() const { return fd_ >= 0; }
+  void Close() {
+    if (fd_ >= 0) {
+      close(std::exchange(fd_, -1));
+    }
+  }
+
+ private:
+  int fd_;
+};
+
+bool IsAbsolutePath(const Json::Value& value) {
+  if (!value.isString()) {
+    return false;
+  }
+  const std::string path = value.asString();
+  return !path.empty() && path[0] == '/' && path.find('\0') == std::string::npos;
+}
+
+bool IsName(const Json::Value& value) {
+  if (!value.isString()) {
+    return false;
+  }
+  const std::string name = value.asString();
+  return !name.empty() && name.find('/') == std::string::npos && name.find('\0') == std::string::npos;
+}
+
+bool IsEntry(const Json::Value& entry) {
+  if (!entry.isObject() || !IsAbsolutePath(entry["path"]) || !entry["mask"].isUInt()) {
+    return false;
+  }
+  const Json::Value& ignore = entry["ignore"];
+  if (!ignore.isNull() && !ignore.isArray()) {
+    return false;
+  }
+  for (const Json::Value& name : ignore) {
+    if (!IsName(name)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool IsDescription(const Json::Value& description) {
+  if (!description.isObject() || !IsAbsolutePath(description["queue"])) {
+    return false;
+  }
+  const Json::Value& config = description["config"];
+  if (!config.isNull() && !config.isArray()) {
+    return false;
+  }
+  for (const Json::Value& entry : config) {
+    if (!IsEntry(entry)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool IsAppName(const std::string& app) {
+  return !app.empty() && app.find('\0') == std::string::npos;
+}
+
+// Keeps letters, digits, "-", "." and "_"; every other byte becomes %XX, so different texts stay different.
+std::string Escape(const std::string& text) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  std::string result;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    const bool plain = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '-' ||
+                       c == '_' || (c == '.' && !result.empty());
+    if (plain) {
+      result += c;
+    } else {
+      result += {'%', kHex[byte >> 4], kHex[byte & 15]};
+    }
+  }
+  return result;
+}
+
+uint64_t Fnv1a(const std::string& text) {
+  uint64_t hash = 14695981039346656037U;
+  for (const char c : text) {
+    hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211U;
+  }
+  return hash;
+}
+
+struct Identity {
+  std::string queue;
+  std::string app;
+  MONITOR_QUEUE_TYPE type;
+};
+
+std::string BaseName(const Identity& identity) {
+  std::string name =
+      std::to_string(static_cast<int>(identity.type)) + "@" + Escape(identity.app) + "@" + Escape(identity.queue);
+  if (name.size() <= kLongestReadableName) {
+    return name;
+  }
+  char hash[20];
+  snprintf(hash, sizeof(hash), "~%016llx", static_cast<unsigned long long>(Fnv1a(name)));
+  return name.substr(0, kLongestReadableName - strlen(hash)) + hash;
+}
+
+std::optional<Json::Value> ReadJson(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) {
+    return std::nullopt;
+  }
+  std::stringstream text;
+  text << file.rdbuf();
+  const std::string bytes = text.str();
+  Json::Value value;
+  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+  try {
+    if (!reader->parse(bytes.data(), bytes.data() + bytes.size(), &value, nullptr) || !value.isObject()) {
+      return std::nullopt;
+    }
+  } catch (const Json::Exception&) {
+    return std::nullopt;
+  }
+  return value;
+}
+
+bool BelongsTo(const Json::Value& registration, const Identity& identity) {
+  const Json::Value& queue = registration["queue"];
+  const Json::Value& app = registration["app"];
+  const Json::Value& type = registration["type"];
+  return queue.isString() && queue.asString() == identity.queue && app.isString() && app.asString() == identity.app &&
+         type.isInt() && type.asInt() == static_cast<int>(identity.type);
+}
+
+// The registration's file. Two long paths may share a hash: a file that belongs to another queue is stepped over.
+std::string FileOf(const Identity& identity) {
+  const std::string base = std::string(kRegistrationsFolder) + "/" + BaseName(identity);
+  for (int number = 0;; ++number) {
+    std::string path = base + (number == 0 ? "" : "~" + std::to_string(number)) + kSuffix;
+    const std::optional<Json::Value> present = ReadJson(path);
+    if (!present || BelongsTo(*present, identity)) {
+      return path;
+    }
+  }
+}
+
+bool MakeFolders(const std::string& folder) {
+  for (size_t slash = folder.find('/', 1); slash != std::string::npos; slash = folder.find('/', slash + 1)) {
+    if (mkdir(folder.substr(0, slash).c_str(), 0755) != 0 && errno != EEXIST) {
+      return false;
+    }
+  }
+  return mkdir(folder.c_str(), 0755) == 0 || errno == EEXIST;
+}
+
+bool SyncFolder(const std::string& folder) {
+  const Descriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return descriptor.valid() && fsync(descriptor.get()) == 0;
+}
+
+bool WriteAll(int fd, const std::string& text) {
+  size_t done = 0;
+  while (done < text.size()) {
+    const ssize_t written = write(fd, text.data() + done, text.size() - done);
+    if (written < 0) {
+      if (errno == EINTR) {
+        continue;
+      }
+      return false;
+    }
+    done += static_cast<size_t>(written);
+  }
+  return true;
+}
+
+// The name of the temporary file does not end in ".json", so the monitor never reads a torn registration.
+bool WriteWhole(const std::string& path, const std::string& text) {
+  std::string temporary = path + ".XXXXXX";
+  Descriptor file(mkostemp(temporary.data(), O_CLOEXEC));
+  if (!file.valid()) {
+    return false;
+  }
+  const bool written = WriteAll(file.get(), text) && fchmod(file.get(), 0644) == 0 && fsync(file.get()) == 0;
+  file.Close();
+  if (!written || rename(temporary.c_str(), path.c_str()) != 0) {
+    const int reason = errno;
+    unlink(temporary.c_str());
+    errno = reason;
+    return false;
+  }
+  return SyncFolder(kRegistrationsFolder);
+}
+
+std::string Text(const Json::Value& value) {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  builder["emitUTF8"] = true;  // names are bytes: without this, bytes that are not UTF-8 are replaced
+  return Json::writeString(builder, value) + "\n";
+}
+
+bool AwaitAnswer(int fd) {
+  const auto deadline = std::chrono::steady_clock::now() + kAnswerTime;
+  std::string answer;
+  while (answer.find('\n') == std::string::npos) {
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    pollfd waiting{fd, POLLIN, 0};
+    const int ready = left.count() > 0 ? poll(&waiting, 1, static_cast<int>(left.count())) : 0;
+    if (ready < 0 && errno == EINTR) {
+      continue;
+    }
+    char buffer[64];
+    const ssize_t received = ready > 0 ? recv(fd, buffer, sizeof(buffer), MSG_DONTWAIT) : 0;
+    if (received <= 0) {
+      return false;
+    }
+    answer.append(buffer, static_cast<size_t>(received));
+  }
+  return answer.compare(0, 3, "ok\n") == 0;
+}
+
+// Asks a running monitor to look at the registrations and waits until its watches stand. That no monitor runs is
+// nothing to report: it reads the registrations when it starts.
+void PokeMonitor() {
+  const Descriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  static_assert(sizeof(kSocketPath) <= sizeof(address.sun_path));
+  memcpy(address.sun_path, kSocketPath, sizeof(kSocketPath));
+  if (!connection.valid() ||
+      connect(connection.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+    return;
+  }
+  static constexpr char kRequest[] = "reload\n";
+  if (send(connection.get(), kRequest, sizeof(kRequest) - 1, MSG_NOSIGNAL) != sizeof(kRequest) - 1 ||
+      !AwaitAnswer(connection.get())) {
+    syslog(LOG_WARNING, "event=monitor_silent socket=%s", kSocketPath);
+  }
+}
+
+}  // namespace
+
+MonitorQueue::MonitorQueue(const Json::Value& description) : description_(description) {}
+
+bool MonitorQueue::Upsert(const MonitorQueue& queue, const std::string& app, MONITOR_QUEUE_TYPE type) {
+  if (!IsAppName(app) || !IsDescription(queue.description_)) {
+    return false;
+  }
+  const Identity identity{queue.description_["queue"].asString(), app, type};
+  Json::Value registration(Json::objectValue);
+  registration["queue"] = identity.queue;
+  registration["app"] = identity.app;
+  registration["type"] = static_cast<int>(type);
+  registration["config"] =
+      queue.description_["config"].isNull() ? Json::Value(Json::arrayValue) : queue.description_["config"];
+  if (!MakeFolders(kRegistrationsFolder) || !WriteWhole(FileOf(identity), Text(registration))) {
+    syslog(LOG_ERR, "event=registration_failed queue=%s reason=%s", identity.queue.c_str(), strerror(errno));
+    return false;
+  }
+  PokeMonitor();
+  return true;
+}
+
+bool MonitorQueue::Delete(const std::string& queue_path, const std::string& app, MONITOR_QUEUE_TYPE type) {
+  if (!IsAppName(app) || !IsAbsolutePath(Json::Value(queue_path))) {
+    return false;
+  }
+  const std::string path = FileOf({queue_path, app, type});
+  if (unlink(path.c_str()) != 0) {
+    return errno == ENOENT;
+  }
+  SyncFolder(kRegistrationsFolder);
+  PokeMonitor();
+  return true;
+}
+
+}  // namespace NIMO::NIMOTIFYD

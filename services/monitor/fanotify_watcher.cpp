@@ -1,0 +1,472 @@
+// Turns fanotify events into reports of changes at paths.
+#include "services/monitor/fanotify_watcher.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <utility>
+
+#include "services/monitor/log.h"
+
+namespace nimotifyd {
+namespace {
+
+constexpr uint64_t kFileSystemMask =
+    FAN_CREATE | FAN_DELETE | FAN_RENAME | FAN_CLOSE_WRITE | FAN_MODIFY | FAN_ATTRIB | FAN_ONDIR;
+constexpr uint64_t kGuardMask = FAN_CREATE | FAN_DELETE | FAN_RENAME | FAN_ONDIR;
+
+// Lines are written to the queues after so many events at the latest.
+constexpr int kEventsAtOnce = 16'384;
+// Names compared with the disk even if the kernel's queue never runs empty.
+constexpr size_t kLedgerLimit = 32'768;
+constexpr size_t kViewSlots = 256;
+constexpr size_t kMostWriters = 65'536;
+
+}  // namespace
+
+std::unique_ptr<FanotifyWatcher> FanotifyWatcher::Create(const Options& options, const Recorder& recorder) {
+  const unsigned unlimited = options.bounded_kernel_queue ? 0 : FAN_UNLIMITED_QUEUE;
+  UniqueFd fd(fanotify_init(
+      FAN_CLASS_NOTIF | FAN_REPORT_DFID_NAME_TARGET | FAN_UNLIMITED_MARKS | FAN_NONBLOCK | FAN_CLOEXEC | unlimited,
+      O_RDONLY | O_CLOEXEC));
+  if (!fd.valid()) {
+    return nullptr;
+  }
+  return std::unique_ptr<FanotifyWatcher>(new FanotifyWatcher(options, recorder, std::move(fd)));
+}
+
+FanotifyWatcher::FanotifyWatcher(const Options& options, const Recorder& recorder, UniqueFd fd)
+    : recorder_(&recorder),
+      fd_(std::move(fd)),
+      own_pid_(getpid()),
+      stream_(fd_.get(), options.read_ahead_bytes),
+      cache_(options.folder_cache_limit),
+      locator_(cache_, stream_),
+      writers_(options.content_report),
+      slots_(kViewSlots),
+      outside_(std::make_shared<FolderViews>()) {}
+
+void FanotifyWatcher::SetRecorder(const Recorder& recorder) {
+  recorder_ = &recorder;
+  slots_.assign(kViewSlots, {});
+}
+
+// ---- watch points
+
+bool FanotifyWatcher::MarkFileSystem(const std::string& path, uint64_t file_system) {
+  if (marks_.count(file_system) != 0) {
+    return true;
+  }
+  return fanotify_mark(fd_.get(), FAN_MARK_ADD | FAN_MARK_FILESYSTEM, kFileSystemMask, AT_FDCWD, path.c_str()) == 0;
+}
+
+WatchOutcome FanotifyWatcher::Watch(const WatchPoint& point) {
+  const std::optional<uint64_t> file_system = FileSystemId(point.path);
+  if (!file_system) {
+    return errno == ENOENT || errno == ENOTDIR ? WatchOutcome::kMissing : WatchOutcome::kUnsupported;
+  }
+  if (!MarkFileSystem(point.path, *file_system)) {
+    const int error = errno;
+    Record(LOG_INFO, "mark_refused").Add("path", point.path).AddErrno("reason", error);
+    return error == ENOENT || error == ENOTDIR ? WatchOutcome::kMissing : WatchOutcome::kUnsupported;
+  }
+  const std::optional<Handle> handle = HandleAt(*file_system, AT_FDCWD, point.path.c_str(), AT_SYMLINK_FOLLOW);
+  locator_.Offer(*file_system, point.path);
+  if (!handle || !locator_.Open(*handle).valid()) {
+    if (marks_.count(*file_system) == 0) {
+      locator_.Forget(*file_system);
+      UnmarkFileSystem(point.path, *file_system);
+    }
+    return handle || errno != ENOENT ? WatchOutcome::kUnsupported : WatchOutcome::kMissing;
+  }
+  if (++marks_[*file_system] == 1) {
+    cache_.Clear();  // what was learnt while nothing was watched may be old
+  }
+  points_.push_back({point.path, point.mount, *handle});
+  points_by_handle_[*handle].push_back(points_.size() - 1);
+  slots_.assign(kViewSlots, {});
+  locator_.CloseMounts();
+  return WatchOutcome::kWatched;
+}
+
+// A mark is removed through any path in its file system; the watched folder itself may be gone by now.
+void FanotifyWatcher::UnmarkFileSystem(const std::string& path, uint64_t file_system) {
+  std::string at = path;
+  while (!at.empty() && FileSystemId(at) != file_system) {
+    at.erase(at.rfind('/'));
+  }
+  if (!at.empty()) {
+    fanotify_mark(fd_.get(), FAN_MARK_REMOVE | FAN_MARK_FILESYSTEM, kFileSystemMask, AT_FDCWD, at.c_str());
+  }
+}
+
+void FanotifyWatcher::Unwatch(const std::string& path) {
+  const auto point = std::find_if(points_.begin(), points_.end(), [&](const Point& p) { return p.path == path; });
+  if (point == points_.end()) {
+    return;
+  }
+  const uint64_t file_system = point->handle.file_system;
+  points_.erase(point);
+  points_by_handle_.clear();
+  for (size_t i = 0; i < points_.size(); ++i) {
+    points_by_handle_[points_[i].handle].push_back(i);
+    if (points_[i].handle.file_system == file_system) {
+      locator_.Offer(file_system, points_[i].path);
+    }
+  }
+  if (--marks_[file_system] == 0) {
+    marks_.erase(file_system);
+    locator_.Forget(file_system);
+    UnmarkFileSystem(path, file_system);
+  }
+  slots_.assign(kViewSlots, {});
+}
+
+// Every folder on the way to a registered one is guarded for the next component, in file systems without a mark by a
+// mark of its own.
+void FanotifyWatcher::GuardPath(const std::string& path) {
+  for (size_t slash = 0; slash != std::string::npos; slash = path.find('/', slash + 1)) {
+    const std::string folder = slash == 0 ? "/" : path.substr(0, slash);
+    const std::optional<uint64_t> file_system = FileSystemId(folder);
+    if (!file_system) {
+      return;
+    }
+    const std::optional<Handle> handle = HandleAt(*file_system, AT_FDCWD, folder.c_str(), AT_SYMLINK_FOLLOW);
+    if (!handle) {
+      continue;
+    }
+    guarded_[*handle].insert(path.substr(slash + 1, path.find('/', slash + 1) - slash - 1));
+    if (marks_.count(*file_system) == 0) {
+      fanotify_mark(fd_.get(), FAN_MARK_ADD | FAN_MARK_ONLYDIR, kGuardMask, AT_FDCWD, folder.c_str());
+    }
+  }
+}
+
+void FanotifyWatcher::Guard(const std::vector<std::string>& folders) {
+  fanotify_mark(fd_.get(), FAN_MARK_FLUSH, 0, AT_FDCWD, nullptr);  // the marks on folders; those on file systems stay
+  guarded_.clear();
+  for (const std::string& folder : folders) {
+    GuardPath(folder);
+    std::array<char, PATH_MAX> real;
+    if (realpath(folder.c_str(), real.data()) != nullptr && folder != real.data()) {
+      GuardPath(real.data());
+    }
+  }
+}
+
+bool FanotifyWatcher::TouchesRoot(const KernelEvent& event, const Handle& folder) const {
+  const auto guards = [this](const Handle& where, std::string_view name) {
+    const auto at = guarded_.find(where);
+    return at != guarded_.end() && at->second.count(std::string(name)) != 0;
+  };
+  if (guards(folder, event.name)) {
+    return true;
+  }
+  const std::optional<Handle> old_folder =
+      event.old_folder != nullptr ? HandleOf(*event.old_folder) : std::optional<Handle>();
+  return old_folder && guards(*old_folder, event.old_name);
+}
+
+// ---- paths
+
+FanotifyWatcher::Views FanotifyWatcher::ViewsOf(const FolderCache::Folder* folder) {
+  if (folder == nullptr) {
+    return outside_;
+  }
+  ViewSlot& slot = slots_[(reinterpret_cast<uintptr_t>(folder) / sizeof(FolderCache::Folder)) % kViewSlots];
+  if (slot.folder != folder || slot.generation != cache_.generation() || slot.views == nullptr) {
+    slot = {folder, cache_.generation(), ComputeViews(folder)};
+  }
+  return slot.views;
+}
+
+FanotifyWatcher::Views FanotifyWatcher::ComputeViews(const FolderCache::Folder* folder) const {
+  FolderViews views;
+  std::vector<const FolderCache::Folder*> below;
+  for (const FolderCache::Folder* at = folder; at != nullptr; at = at->parent) {
+    const auto points = points_by_handle_.find(at->handle);
+    if (points != points_by_handle_.end()) {
+      std::string rest;
+      for (auto name = below.rbegin(); name != below.rend(); ++name) {
+        rest += '/';
+        rest += (*name)->name;
+      }
+      for (const size_t index : points->second) {
+        const Point& point = points_[index];
+        std::string path = point.path == "/" && !rest.empty() ? rest : point.path + rest;
+        const bool known = std::any_of(views.begin(), views.end(), [&](const View& v) { return v.path == path; });
+        if (!known) {
+          views.push_back(recorder_->MakeView(point.mount, std::move(path)));
+        }
+      }
+    }
+    below.push_back(at);
+  }
+  std::erase_if(views, [](const View& view) { return view.entries.empty(); });
+  return views.empty() ? outside_ : std::make_shared<const FolderViews>(std::move(views));
+}
+
+// ---- events
+
+DrainReport FanotifyWatcher::Drain(Clock::time_point now) {
+  DrainReport report;
+  for (int count = 0; count < kEventsAtOnce; ++count) {
+    const std::optional<KernelEvent> event = stream_.Next();
+    if (!event) {
+      report.unfinished = CompareWithDisk();
+      locator_.CloseMounts();
+      return report;
+    }
+    OnEvent(*event, now, report);
+  }
+  if (ledger_.size() > kLedgerLimit) {
+    CompareWithDisk();
+  }
+  report.unfinished = true;
+  return report;
+}
+
+void FanotifyWatcher::OnEvent(const KernelEvent& event, Clock::time_point now, DrainReport& report) {
+  report.activity |= event.pid != own_pid_;
+  if ((event.mask & FAN_Q_OVERFLOW) != 0) {
+    OnLoss(report);
+    return;
+  }
+  if (event.folder == nullptr) {
+    return;  // the object alone: its number of links changed, which other events tell
+  }
+  const std::optional<Handle> folder = HandleOf(*event.folder);
+  if (!folder) {
+    return;
+  }
+  if (event.is_dir() && (event.mask & kGuardMask & ~uint64_t{FAN_ONDIR}) != 0) {
+    report.roots_touched |= TouchesRoot(event, *folder);
+  }
+  if (marks_.count(folder->file_system) == 0) {
+    return;
+  }
+  if ((event.mask & FAN_RENAME) != 0) {
+    OnRename(event, *folder);
+  } else {
+    OnChange(event, *folder, now);
+  }
+}
+
+void FanotifyWatcher::OnLoss(DrainReport& report) {
+  report.lost = true;
+  cache_.Clear();  // lost events may have moved folders
+  ledger_.Clear();
+  writers_.Clear();
+}
+
+void FanotifyWatcher::OnChange(const KernelEvent& event, const Handle& folder, Clock::time_point now) {
+  FolderCache::Folder* place = locator_.Locate(folder);
+  if (place == nullptr) {
+    return;  // gone with everything in it; the folder's own delete tells
+  }
+  const Views views = ViewsOf(place);
+  if (event.name == ".") {
+    if ((event.mask & FAN_ATTRIB) != 0) {
+      recorder_->Report(*views, {}, true, kAttrib);
+    }
+    return;
+  }
+  const std::optional<Handle> target = event.target != nullptr ? HandleOf(*event.target) : std::optional<Handle>();
+  if (event.is_dir() && target && (event.mask & FAN_CREATE) != 0 && !views->empty() &&
+      cache_.Find(*target) == nullptr) {
+    cache_.Insert(*target, place, event.name);
+  }
+  if (!views->empty()) {
+    ReportChange(event, folder, *views, now);
+  }
+  if (event.is_dir() && target && (event.mask & FAN_DELETE) != 0) {
+    if (FolderCache::Folder* known = cache_.Find(*target)) {
+      cache_.Erase(known);
+    }
+  }
+}
+
+// The bits of one event in an order that leaves the right state. Create and delete together may have come either way:
+// the delete is written last, and the disk asked later.
+void FanotifyWatcher::ReportChange(const KernelEvent& event, const Handle& folder, const FolderViews& views,
+                                   Clock::time_point now) {
+  const bool is_dir = event.is_dir();
+  const bool deleted = (event.mask & FAN_DELETE) != 0;
+  const std::optional<Handle> target = event.target != nullptr ? HandleOf(*event.target) : std::optional<Handle>();
+  if ((event.mask & FAN_CREATE) != 0) {
+    recorder_->Report(views, event.name, is_dir, kCreate);
+    ledger_.Update(folder, event.name, {target, is_dir});
+  }
+  if (deleted) {
+    recorder_->Report(views, event.name, is_dir, kDelete);
+    if ((event.mask & FAN_CREATE) != 0) {
+      ledger_.Enter(folder, event.name, {std::nullopt, is_dir});
+    } else {
+      ledger_.Update(folder, event.name, {std::nullopt, is_dir});
+    }
+    if (target) {
+      writers_.Erase(*target);
+    }
+    return;
+  }
+  if ((event.mask & FAN_ATTRIB) != 0) {
+    recorder_->Report(views, event.name, is_dir, kAttrib);
+  }
+  if ((event.mask & (FAN_MODIFY | FAN_CLOSE_WRITE)) != 0) {
+    OnContent(event, folder, views, now);
+  }
+}
+
+// A close without a write is reported too, because writing through a mapping shows as nothing but the close; only of
+// a file just made is it known that there was nothing to write.
+void FanotifyWatcher::OnContent(const KernelEvent& event, const Handle& folder, const FolderViews& views,
+                                Clock::time_point now) {
+  const std::optional<Handle> target = event.target != nullptr ? HandleOf(*event.target) : std::optional<Handle>();
+  if ((event.mask & FAN_CLOSE_WRITE) != 0) {
+    if ((event.mask & (FAN_CREATE | FAN_MODIFY)) != FAN_CREATE) {
+      recorder_->Report(views, event.name, event.is_dir(), kModify);
+    }
+    if (target) {
+      writers_.Erase(*target);
+    }
+  } else if (target && writers_.size() < kMostWriters) {
+    writers_.Written(*target, folder, event.name, now);
+  } else {
+    recorder_->Report(views, event.name, event.is_dir(), kModify);
+  }
+}
+
+// ---- renames
+
+void FanotifyWatcher::OnRename(const KernelEvent& event, const Handle& new_folder) {
+  const std::optional<Handle> old_folder =
+      event.old_folder != nullptr ? HandleOf(*event.old_folder) : std::optional<Handle>();
+  if (!old_folder) {
+    return;
+  }
+  locator_.Locate(*old_folder);
+  FolderCache::Folder* to = locator_.Locate(new_folder);
+  FolderCache::Folder* from = locator_.Locate(*old_folder);  // again: making room for the other may have dropped it
+  const Views old_views = ViewsOf(from);
+  const Views new_views = ViewsOf(to);
+  const bool watched = ReportRename(event, *old_folder, *old_views, new_folder, *new_views);
+  const std::optional<Handle> target = event.target != nullptr ? HandleOf(*event.target) : std::optional<Handle>();
+  if (!target) {
+    return;
+  }
+  if (event.is_dir()) {
+    if (MoveFolder(event, from, to, watched)) {
+      recorder_->Report(*new_views, event.name, true, kCreate);
+    }
+  } else {
+    writers_.Renamed(*target, new_folder, event.name);
+  }
+}
+
+// Two objects that change places come as two renames; the second moves what the first one overwrote according to the
+// lines. It is written as a create of its target then.
+bool FanotifyWatcher::ReportRename(const KernelEvent& event, const Handle& old_folder, const FolderViews& from,
+                                   const Handle& new_folder, const FolderViews& to) {
+  if (from.empty() && to.empty()) {
+    return false;
+  }
+  const std::optional<Handle> target = event.target != nullptr ? HandleOf(*event.target) : std::optional<Handle>();
+  const Ledger::State* source = ledger_.Find(old_folder, event.old_name);
+  const bool taken = source != nullptr && source->object && source->object != target;
+  bool watched = false;
+  if (taken) {
+    watched = recorder_->Report(to, event.name, event.is_dir(), kCreate);
+  } else {
+    watched = recorder_->ReportRename(from, event.old_name, to, event.name, event.is_dir());
+    ledger_.Enter(old_folder, event.old_name, {std::nullopt, event.is_dir()});
+  }
+  ledger_.Enter(new_folder, event.name, {target, event.is_dir()});
+  return watched;
+}
+
+// Returns whether the folder was not thought to be where it came from: lines about its content may have gone out under
+// another path, so it must be looked through again.
+bool FanotifyWatcher::MoveFolder(const KernelEvent& event, FolderCache::Folder* from, FolderCache::Folder* to,
+                                 bool watched) {
+  const std::optional<Handle> target = HandleOf(*event.target);
+  FolderCache::Folder* known = target ? cache_.Find(*target) : nullptr;
+  if (known == nullptr) {
+    if (target && to != nullptr && watched) {
+      cache_.Insert(*target, to, event.name);
+    }
+    return false;
+  }
+  const bool expected = known->parent == from && known->name == event.old_name;
+  if (to == nullptr) {
+    cache_.Erase(known);
+  } else if (!cache_.Move(known, to, event.name)) {
+    cache_.Clear();
+  }
+  return !expected && watched;
+}
+
+// ---- comparison with the disk
+
+std::optional<Handle> FanotifyWatcher::ObjectNow(const Ledger::Name& name, const FolderViews& views) {
+  const std::string path = views.front().path + "/" + name.name;
+  if (path.size() < PATH_MAX) {
+    return HandleAt(name.folder.file_system, AT_FDCWD, path.c_str(), 0);
+  }
+  return HandleAt(name.folder.file_system, locator_.Open(name.folder).get(), name.name.c_str(), 0);
+}
+
+bool FanotifyWatcher::MatchesDisk(const Ledger::Name& name, const Ledger::State& state) {
+  const Views views = ViewsOf(locator_.Locate(name.folder));
+  return views->empty() || ObjectNow(name, *views) == state.object;
+}
+
+void FanotifyWatcher::Correct(const Ledger::Name& name, const Ledger::State& state) {
+  const Views views = ViewsOf(locator_.Locate(name.folder));
+  if (views->empty()) {
+    return;
+  }
+  struct stat info {};
+  const UniqueFd folder = locator_.Open(name.folder);
+  const bool present = fstatat(folder.get(), name.name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0;
+  const bool is_dir = present && S_ISDIR(info.st_mode);
+  if (state.object && (!present || is_dir != state.is_dir)) {
+    recorder_->Report(*views, name.name, state.is_dir, kDelete);
+  }
+  if (present) {
+    recorder_->Report(*views, name.name, is_dir, kCreate);
+  }
+  if (is_dir || state.is_dir) {
+    cache_.Clear();  // a folder is not where its renames left it
+  }
+}
+
+// Returns whether events came meanwhile: then a difference may be their doing, and is left for the next time.
+bool FanotifyWatcher::CompareWithDisk() {
+  if (ledger_.size() == 0) {
+    return false;
+  }
+  ledger_.DropIf([this](const Ledger::Name& name, const Ledger::State& state) { return MatchesDisk(name, state); });
+  stream_.ReadAhead();
+  if (!stream_.drained() && ledger_.size() < kLedgerLimit) {
+    return true;
+  }
+  for (const auto& [name, state] : ledger_.TakeAll()) {
+    Correct(name, state);
+  }
+  return !stream_.drained();
+}
+
+DrainReport FanotifyWatcher::OnDeadline(Clock::time_point now) {
+  for (const auto& file : writers_.TakeDue(now)) {
+    const Views views = ViewsOf(locator_.Locate(file.folder));
+    recorder_->Report(*views, file.name, false, kModify);
+  }
+  locator_.CloseMounts();
+  return {};
+}
+
+}  // namespace nimotifyd

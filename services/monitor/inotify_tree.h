@@ -1,0 +1,112 @@
+// The folders watched with inotify: one watch each.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "services/monitor/recorder.h"
+#include "services/monitor/unique_fd.h"
+#include "services/monitor/watcher.h"
+
+namespace nimotifyd {
+
+/// One folder.
+struct InotifyFolder {
+  uint64_t id = 0;  ///< never given twice
+  InotifyFolder* parent = nullptr;
+  std::string name;  ///< of a watch point: its path
+  uint64_t mount = 0;
+  int watch = -1;
+  bool polled = false;  ///< got no watch: looked through now and then, with everything below it
+  uint64_t digest = 0;  ///< of what is below a polled folder
+  std::map<std::string, std::unique_ptr<InotifyFolder>, std::less<>> children;
+  uint64_t views_epoch = 0;
+  FolderViews views;
+};
+
+/// The tree of watched folders. A watch is set before its folder is listed, so a subfolder is either listed or
+/// reported. Folders beyond the limit of watches get none and are polled.
+///
+/// Threads: one.
+class InotifyTree {
+ public:
+  /// `fd`: the inotify descriptor, not owned. `limit`: watches to use at most.
+  InotifyTree(int fd, size_t limit, const Recorder& recorder);
+
+  void SetRecorder(const Recorder& recorder);
+
+  /// Watches a watch point and everything below it in the same file system. Null if it cannot be opened or watched at
+  /// all, with errno.
+  InotifyFolder* AddRoot(const WatchPoint& point);
+  void RemoveRoot(const std::string& path);
+  std::vector<WatchPoint> roots() const;
+
+  /// Watches the folder `name` below `parent`, with everything below it. What was known there is forgotten first.
+  /// Null if nobody wants its changes, or it is gone.
+  InotifyFolder* Add(InotifyFolder& parent, std::string_view name);
+  void Remove(InotifyFolder& parent, std::string_view name);
+  /// Moves a known folder; false if it is not known, or if what is skipped below it differs at its new place.
+  bool Move(InotifyFolder& from, std::string_view old_name, InotifyFolder& to, std::string_view name);
+
+  /// Forgets the watch: the kernel has removed it.
+  void Dropped(int watch);
+  InotifyFolder* Find(int watch) const;
+  InotifyFolder* FindById(uint64_t id) const;
+
+  /// Guards: `names` in the folder at `path` matter although the folder is not watched.
+  void ClearGuards();
+  void AddGuard(const std::string& path, const std::string& name);
+  bool Guards(int watch, std::string_view name) const;
+
+  const FolderViews& ViewsOf(InotifyFolder& folder);
+  std::string PathOf(const InotifyFolder& folder) const;
+
+  /// Looks through the polled folders; those that changed are returned. A folder for which there is a watch now is
+  /// returned as well and no longer polled.
+  std::vector<InotifyFolder*> Poll();
+  bool has_polled() const { return !polled_.empty(); }
+  /// Folders that lost their watch to another path of the same folder, seen since the last call: look through again.
+  std::vector<uint64_t> TakeContested() { return std::exchange(contested_, {}); }
+  /// Tries again to watch the folders that were not where their events said; they have been moved since. Those that are
+  /// watched now are returned, the others forgotten.
+  std::vector<InotifyFolder*> RetryMissed();
+  size_t watches() const { return by_watch_.size() + guards_.size(); }
+
+ private:
+  void WatchTree(InotifyFolder& top);
+  bool WatchOne(InotifyFolder& folder, std::vector<InotifyFolder*>& found);
+  bool SetWatch(InotifyFolder& folder, int fd);
+  void ListInto(InotifyFolder& folder, int fd, std::vector<InotifyFolder*>& found);
+  void StartPolling(InotifyFolder& folder);
+  void Forget(InotifyFolder& folder);
+  bool Wanted(const InotifyFolder& folder, std::string_view name);
+  InotifyFolder& NewFolder(InotifyFolder& parent, std::string_view name);
+
+  int fd_;
+  size_t limit_;
+  const Recorder* recorder_;
+  uint64_t last_id_ = 0;
+  uint64_t epoch_ = 1;
+  std::map<std::string, std::unique_ptr<InotifyFolder>> roots_;
+  std::unordered_map<int, InotifyFolder*> by_watch_;
+  std::unordered_map<uint64_t, InotifyFolder*> by_id_;
+  std::unordered_set<InotifyFolder*> polled_;
+  std::unordered_map<int, std::unordered_set<std::string>> guards_;
+  std::vector<uint64_t> contested_;
+  std::vector<uint64_t> missed_;
+};
+
+/// Opens (O_PATH, not following a link at the end) the folder at `path`, however long the path is. Invalid, with errno,
+/// on failure.
+UniqueFd OpenFolder(const std::string& path);
+
+/// A number that changes when a file or folder below `fd` is made, changed, moved or removed.
+uint64_t DigestOf(int fd);
+
+}  // namespace nimotifyd

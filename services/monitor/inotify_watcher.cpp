@@ -1,0 +1,379 @@
+// Turns inotify events into reports of changes at paths.
+#include "services/monitor/inotify_watcher.h"
+
+#include <fcntl.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <utility>
+
+#include "services/monitor/log.h"
+
+namespace nimotifyd {
+namespace {
+
+// The halves of a rename are queued one after the other, so the second is late by a preemption at most.
+constexpr std::chrono::milliseconds kOtherHalfWait{30};
+constexpr std::chrono::milliseconds kFirstRebuildPause{1000};
+constexpr std::chrono::milliseconds kLongestRebuildPause{60'000};
+constexpr size_t kEventsHeld = 65'536;
+constexpr size_t kMostWriters = 65'536;
+
+size_t WatchLimit(const Options& options) {
+  if (options.watch_limit != 0) {
+    return options.watch_limit;
+  }
+  size_t allowed = 8192;
+  std::ifstream("/proc/sys/fs/inotify/max_user_watches") >> allowed;
+  return allowed - allowed * options.watch_reserve_percent / 100;
+}
+
+}  // namespace
+
+std::unique_ptr<InotifyWatcher> InotifyWatcher::Create(const Options& options, const Recorder& recorder) {
+  UniqueFd fd(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+  if (!fd.valid()) {
+    return nullptr;
+  }
+  return std::unique_ptr<InotifyWatcher>(new InotifyWatcher(options, recorder, std::move(fd), WatchLimit(options)));
+}
+
+InotifyWatcher::InotifyWatcher(const Options& options, const Recorder& recorder, UniqueFd fd, size_t limit)
+    : recorder_(&recorder),
+      fd_(std::move(fd)),
+      tree_(fd_.get(), limit, recorder),
+      writers_(options.content_report),
+      poll_period_(options.poll_period) {}
+
+void InotifyWatcher::SetRecorder(const Recorder& recorder) {
+  recorder_ = &recorder;
+  tree_.SetRecorder(recorder);
+  // What is skipped may be something else now.
+  for (const WatchPoint& point : tree_.roots()) {
+    tree_.RemoveRoot(point.path);
+    tree_.AddRoot(point);
+  }
+}
+
+WatchOutcome InotifyWatcher::Watch(const WatchPoint& point) {
+  const InotifyFolder* root = tree_.AddRoot(point);
+  if (root == nullptr) {
+    return errno == ENOENT || errno == ENOTDIR ? WatchOutcome::kMissing : WatchOutcome::kUnsupported;
+  }
+  return WatchOutcome::kWatched;
+}
+
+void InotifyWatcher::Unwatch(const std::string& path) {
+  tree_.RemoveRoot(path);
+}
+
+void InotifyWatcher::Guard(const std::vector<std::string>& folders) {
+  tree_.ClearGuards();
+  const auto guard = [this](const std::string& path) {
+    for (size_t slash = 0; slash != std::string::npos; slash = path.find('/', slash + 1)) {
+      const size_t next = path.find('/', slash + 1);
+      tree_.AddGuard(slash == 0 ? "/" : path.substr(0, slash), path.substr(slash + 1, next - slash - 1));
+    }
+  };
+  for (const std::string& folder : folders) {
+    guard(folder);
+    std::array<char, PATH_MAX> real;
+    if (realpath(folder.c_str(), real.data()) != nullptr && folder != real.data()) {
+      guard(real.data());
+    }
+  }
+}
+
+// ---- reading
+
+void InotifyWatcher::ReadAll() {
+  alignas(inotify_event) std::array<char, 65'536> buffer;
+  while (events_.size() < kEventsHeld) {
+    const ssize_t count = read(fd_.get(), buffer.data(), buffer.size());
+    if (count < 0 && errno == EINTR) {
+      continue;
+    }
+    if (count <= 0) {
+      return;
+    }
+    for (size_t at = 0; at < static_cast<size_t>(count);) {
+      inotify_event raw;
+      memcpy(&raw, buffer.data() + at, sizeof(raw));
+      const char* name = buffer.data() + at + sizeof(raw);
+      if ((raw.mask & IN_MOVED_TO) != 0) {
+        moved_to_[raw.cookie] = first_number_ + events_.size();
+      }
+      events_.push_back({raw.wd, raw.mask, raw.cookie, std::string(name, strnlen(name, raw.len)), false});
+      at += sizeof(raw) + raw.len;
+    }
+  }
+}
+
+DrainReport InotifyWatcher::Drain(Clock::time_point now) {
+  DrainReport report;
+  ReadAll();
+  report.unfinished = events_.size() >= kEventsHeld;
+  while (!events_.empty()) {
+    Event& event = events_.front();
+    if (!event.done && !OnEvent(event, now, report)) {
+      report.unfinished = false;
+      break;  // waits for the other half
+    }
+    events_.pop_front();
+    ++first_number_;
+  }
+  if (events_.empty()) {
+    renames_.clear();
+    for (InotifyFolder* folder : tree_.RetryMissed()) {
+      recorder_->Report(tree_.ViewsOf(*folder), {}, true, kCreate);
+    }
+    ReportContested();
+  }
+  return report;
+}
+
+// ---- events
+
+bool InotifyWatcher::OnEvent(Event& event, Clock::time_point now, DrainReport& report) {
+  InotifyFolder* folder = tree_.Find(event.watch);
+  if ((event.mask & IN_Q_OVERFLOW) != 0) {
+    OnLoss(now, report);
+    return true;
+  }
+  if ((event.mask & IN_IGNORED) != 0) {
+    tree_.Dropped(event.watch);
+    return true;
+  }
+  report.activity = true;
+  const bool root_itself = (event.mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT)) != 0 && folder != nullptr &&
+                           folder->parent == nullptr;
+  report.roots_touched |= root_itself || ((event.mask & IN_ISDIR) != 0 && tree_.Guards(event.watch, event.name));
+  if ((event.mask & IN_MOVED_TO) != 0) {
+    moved_to_.erase(event.cookie);  // came without its first half: from outside
+  }
+  if ((event.mask & IN_MOVED_FROM) != 0) {
+    return OnMovedFrom(folder, event, now, report);
+  }
+  if (folder != nullptr) {
+    OnNamed(*folder, event, now);
+  }
+  return true;
+}
+
+void InotifyWatcher::OnNamed(InotifyFolder& folder, const Event& event, Clock::time_point now) {
+  const bool is_dir = (event.mask & IN_ISDIR) != 0;
+  if ((event.mask & (IN_CREATE | IN_MOVED_TO)) != 0) {
+    Appeared(folder, event);
+  } else if ((event.mask & IN_DELETE) != 0) {
+    Vanished(folder, event);
+  } else if ((event.mask & IN_ATTRIB) != 0) {
+    // A folder's change comes through its own watch and its parent's; the own one is taken where there is one.
+    const auto child = is_dir ? folder.children.find(event.name) : folder.children.end();
+    if (event.name.empty() || child == folder.children.end() || child->second->watch < 0) {
+      recorder_->Report(tree_.ViewsOf(folder), event.name, is_dir, kAttrib);
+    }
+  } else if ((event.mask & (IN_MODIFY | IN_CLOSE_WRITE)) != 0) {
+    OnContent(folder, event, now);
+  }
+}
+
+std::string InotifyWatcher::KeyOf(const InotifyFolder& folder, const std::string& name) {
+  return std::to_string(folder.id) + "/" + name;
+}
+
+void InotifyWatcher::OnContent(InotifyFolder& folder, const Event& event, Clock::time_point now) {
+  const bool closed = (event.mask & IN_CLOSE_WRITE) != 0;
+  if (!closed && writers_.size() < kMostWriters) {
+    writers_.Written(KeyOf(folder, event.name), folder.id, event.name, now);
+    return;
+  }
+  recorder_->Report(tree_.ViewsOf(folder), event.name, false, kModify);
+  writers_.Erase(KeyOf(folder, event.name));
+}
+
+void InotifyWatcher::Appeared(InotifyFolder& folder, const Event& event) {
+  const bool is_dir = (event.mask & IN_ISDIR) != 0;
+  if (is_dir) {
+    tree_.Add(folder, event.name);
+  } else {
+    tree_.Remove(folder, event.name);
+  }
+  recorder_->Report(tree_.ViewsOf(folder), event.name, is_dir, kCreate);
+}
+
+void InotifyWatcher::Vanished(InotifyFolder& folder, const Event& event) {
+  const bool is_dir = (event.mask & IN_ISDIR) != 0;
+  if (is_dir) {
+    tree_.Remove(folder, event.name);
+  } else {
+    writers_.Erase(KeyOf(folder, event.name));
+  }
+  recorder_->Report(tree_.ViewsOf(folder), event.name, is_dir, kDelete);
+}
+
+// ---- renames
+
+bool InotifyWatcher::OnMovedFrom(InotifyFolder* folder, const Event& event, Clock::time_point now,
+                                 DrainReport& report) {
+  const auto other = moved_to_.find(event.cookie);
+  if (other == moved_to_.end() || other->second < first_number_) {
+    if (!waiting_since_) {
+      waiting_since_ = now;
+    }
+    if (now - *waiting_since_ < kOtherHalfWait) {
+      report.again = *waiting_since_ + kOtherHalfWait;
+      return false;
+    }
+    waiting_since_.reset();
+    if (folder != nullptr) {
+      Vanished(*folder, event);
+    }
+    return true;
+  }
+  waiting_since_.reset();
+  Event& in = events_[other->second - first_number_];
+  in.done = true;
+  moved_to_.erase(other);
+  report.roots_touched |= (in.mask & IN_ISDIR) != 0 && tree_.Guards(in.watch, in.name);
+  OnRename(folder, event, tree_.Find(in.watch), in);
+  return true;
+}
+
+void InotifyWatcher::OnRename(InotifyFolder* from, const Event& out, InotifyFolder* to, const Event& in) {
+  if (from == nullptr || to == nullptr) {
+    if (from != nullptr) {
+      Vanished(*from, out);
+    } else if (to != nullptr) {
+      Appeared(*to, in);
+    }
+    return;
+  }
+  const bool is_dir = (in.mask & IN_ISDIR) != 0;
+  bool found_again = false;
+  if (is_dir) {
+    if (!tree_.Move(*from, out.name, *to, in.name)) {
+      found_again = from->children.find(out.name) == from->children.end();
+      tree_.Remove(*from, out.name);
+      tree_.Add(*to, in.name);
+    }
+  } else {
+    tree_.Remove(*to, in.name);
+    writers_.Renamed(KeyOf(*from, out.name), to->id, in.name);
+  }
+  recorder_->ReportRename(tree_.ViewsOf(*from), out.name, tree_.ViewsOf(*to), in.name, is_dir);
+  if (found_again) {
+    // It was not watched where it came from, so changes in it may have gone unseen.
+    recorder_->Report(tree_.ViewsOf(*to), in.name, true, kCreate);
+  }
+  // Two objects that change places come as a rename and its reverse, just as one that is moved forth and back.
+  const std::string source = KeyOf(*from, out.name);
+  const std::string target = KeyOf(*to, in.name);
+  if (renames_.count(target + "\n" + source) != 0) {
+    LookAgain(*from, out.name);
+    LookAgain(*to, in.name);
+  }
+  renames_.insert(source + "\n" + target);
+}
+
+// Reports what is on disk under a name as new.
+void InotifyWatcher::LookAgain(InotifyFolder& folder, const std::string& name) {
+  struct stat info {};
+  const UniqueFd fd = OpenFolder(tree_.PathOf(folder));
+  if (fstatat(fd.get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+    return;
+  }
+  if (S_ISDIR(info.st_mode)) {
+    tree_.Add(folder, name);
+  } else {
+    tree_.Remove(folder, name);
+  }
+  recorder_->Report(tree_.ViewsOf(folder), name, S_ISDIR(info.st_mode), kCreate);
+}
+
+// ---- loss
+
+void InotifyWatcher::OnLoss(Clock::time_point now, DrainReport& report) {
+  if (now - last_rebuild_ > kLongestRebuildPause) {
+    rebuild_pause_ = std::chrono::milliseconds(0);
+  }
+  if (now - last_rebuild_ >= rebuild_pause_) {
+    Rebuild(now, report);
+  } else {
+    next_rebuild_ = last_rebuild_ + rebuild_pause_;
+  }
+}
+
+// Folders may have come and gone unseen: every watch is set anew before the loss is reported, so that whatever the
+// reader's rescan does not see is seen here.
+void InotifyWatcher::Rebuild(Clock::time_point now, DrainReport& report) {
+  Record(LOG_WARNING, "watches_rebuilt").Add("reason", "kernel_overflow");
+  for (const WatchPoint& point : tree_.roots()) {
+    tree_.RemoveRoot(point.path);
+    tree_.AddRoot(point);
+  }
+  writers_.Clear();
+  next_rebuild_.reset();
+  last_rebuild_ = now;
+  rebuild_pause_ = std::clamp(rebuild_pause_ * 2, kFirstRebuildPause, kLongestRebuildPause);
+  report.lost = true;
+}
+
+// A folder and its successor of the same name were mixed up; both places are looked through again.
+void InotifyWatcher::ReportContested() {
+  for (const uint64_t id : tree_.TakeContested()) {
+    InotifyFolder* folder = tree_.FindById(id);
+    if (folder == nullptr || folder->parent == nullptr) {
+      continue;
+    }
+    InotifyFolder* parent = folder->parent;
+    const std::string name = folder->name;
+    if (tree_.Add(*parent, name) != nullptr) {
+      recorder_->Report(tree_.ViewsOf(*parent), name, true, kCreate);
+    }
+  }
+}
+
+// ---- time
+
+std::optional<Clock::time_point> InotifyWatcher::deadline() {
+  if (!tree_.has_polled()) {
+    next_poll_.reset();
+  } else if (!next_poll_) {
+    next_poll_ = Clock::now() + poll_period_;
+  }
+  std::optional<Clock::time_point> earliest = writers_.next_due();
+  for (const auto& time : {next_poll_, next_rebuild_}) {
+    if (time && (!earliest || *time < *earliest)) {
+      earliest = time;
+    }
+  }
+  return earliest;
+}
+
+DrainReport InotifyWatcher::OnDeadline(Clock::time_point now) {
+  DrainReport report;
+  for (const auto& file : writers_.TakeDue(now)) {
+    if (InotifyFolder* folder = tree_.FindById(file.folder)) {
+      recorder_->Report(tree_.ViewsOf(*folder), file.name, false, kModify);
+    }
+  }
+  if (next_poll_ && *next_poll_ <= now) {
+    next_poll_.reset();
+    for (InotifyFolder* folder : tree_.Poll()) {
+      recorder_->Report(tree_.ViewsOf(*folder), {}, true, kCreate);
+    }
+  }
+  if (next_rebuild_ && *next_rebuild_ <= now) {
+    Rebuild(now, report);
+  }
+  return report;
+}
+
+}  // namespace nimotifyd

@@ -1,0 +1,395 @@
+// Ties the kernel interfaces, the registrations and the queue files together.
+#include "services/monitor/monitor.h"
+
+#include <boost/asio/post.hpp>
+
+#include <algorithm>
+#include <cerrno>
+#include <thread>
+#include <utility>
+
+#include "services/monitor/fanotify_watcher.h"
+#include "services/monitor/inotify_watcher.h"
+#include "services/monitor/log.h"
+
+namespace nimotifyd {
+namespace {
+
+namespace asio = boost::asio;
+
+constexpr std::chrono::milliseconds kStopPatience{2000};
+constexpr std::chrono::milliseconds kStopRetry{5};
+
+void AppendJson(std::string& text, const char* key, const std::string& value) {
+  text += std::string(text.size() > 1 ? "," : "") + "\"" + key + "\":" + value;
+}
+
+std::string Quoted(const std::string& value) {
+  std::string text = "\"";
+  AppendEscaped(text, value);
+  return text + "\"";
+}
+
+}  // namespace
+
+Monitor::Monitor(asio::io_context& context, const Options& options)
+    : context_(context), options_(options), mounts_changed_(context), tick_(context) {}
+
+Monitor::~Monitor() {
+  for (const auto& source : sources_) {
+    if (source->descriptor.is_open()) {
+      source->descriptor.release();  // the watcher owns it
+    }
+  }
+  if (mounts_changed_.is_open()) {
+    mounts_changed_.release();
+  }
+}
+
+// ---- start and stop
+
+bool Monitor::Start() {
+  LoadScopes();
+  if (!CreateSources()) {
+    return false;
+  }
+  RefreshPoints(false);
+  CrashAll("start");
+  mounts_changed_.assign(mounts_.descriptor());
+  AwaitMounts();
+  Flush(Clock::now());
+  for (const auto& source : sources_) {
+    AwaitEvents(*source);
+  }
+  Record record(LOG_NOTICE, "started");
+  record.Add("queues", static_cast<long long>(sinks_.size())).Add("folders", static_cast<long long>(points_.size()));
+  for (const auto& source : sources_) {
+    record.Add("backend", source->name);
+  }
+  return true;
+}
+
+bool Monitor::CreateSources() {
+  if (options_.backend != BackendChoice::kInotify) {
+    if (auto watcher = FanotifyWatcher::Create(options_, *recorder_)) {
+      AddSource(std::move(watcher), "fanotify");
+      return true;
+    }
+    Record(LOG_WARNING, "fanotify_refused").AddErrno("reason", errno);
+    if (options_.backend == BackendChoice::kFanotify) {
+      return false;
+    }
+  }
+  return InotifySource() != nullptr;
+}
+
+Monitor::Source* Monitor::AddSource(std::unique_ptr<Watcher> watcher, const char* name) {
+  sources_.push_back(std::make_unique<Source>(context_, std::move(watcher), name));
+  return sources_.back().get();
+}
+
+Monitor::Source* Monitor::InotifySource() {
+  for (const auto& source : sources_) {
+    if (source->name == "inotify") {
+      return source.get();
+    }
+  }
+  auto watcher = InotifyWatcher::Create(options_, *recorder_);
+  if (watcher == nullptr) {
+    Record(LOG_ERR, "inotify_refused").AddErrno("reason", errno);
+    return nullptr;
+  }
+  Source* source = AddSource(std::move(watcher), "inotify");
+  if (mounts_changed_.is_open()) {  // the loop runs already
+    AwaitEvents(*source);
+  }
+  return source;
+}
+
+void Monitor::PumpUntilEmpty() {
+  for (const auto& source : sources_) {
+    const auto patience = Clock::now() + kStopPatience;
+    for (bool more = true; more && Clock::now() < patience;) {
+      const DrainReport report = source->watcher->Drain(Clock::now());
+      Handle(report);
+      Flush(Clock::now());
+      if (report.again) {
+        std::this_thread::sleep_until(*report.again);
+      }
+      more = report.unfinished || report.again;
+    }
+  }
+}
+
+void Monitor::Stop() {
+  stopped_ = true;
+  PumpUntilEmpty();
+  for (const auto& source : sources_) {
+    source->watcher->OnDeadline(Clock::time_point::max());
+    source->gather.cancel();
+    if (source->descriptor.is_open()) {
+      source->descriptor.release();
+    }
+  }
+  tick_.cancel();
+  mounts_changed_.release();
+  const auto patience = Clock::now() + kStopPatience;
+  for (auto& [path, sink] : sinks_) {
+    for (sink->FlushNow(Clock::now()); sink->pending() && Clock::now() < patience; sink->FlushNow(Clock::now())) {
+      std::this_thread::sleep_for(kStopRetry);
+    }
+    if (sink->pending()) {
+      Record(LOG_ERR, "lines_unwritten").Add("queue", path).Add("bytes", static_cast<long long>(sink->pending_bytes()));
+    }
+  }
+  Record(LOG_NOTICE, "stopped");
+}
+
+// ---- registrations
+
+void Monitor::LoadScopes() {
+  registrations_ = LoadRegistrations(options_.registrations);
+  std::unordered_map<std::string, std::unique_ptr<QueueSink>> sinks;
+  for (const Registration& registration : registrations_) {
+    auto& sink = sinks[registration.queue];
+    if (sink == nullptr) {
+      const auto known = sinks_.find(registration.queue);
+      sink = known != sinks_.end() ? std::move(known->second)
+                                   : std::make_unique<QueueSink>(registration.queue, options_.memory_limit_bytes);
+    }
+    if (!registration.entries.empty()) {
+      const bool wants_crashed = std::any_of(registration.entries.begin(), registration.entries.end(),
+                                             [](const WatchEntry& entry) { return (entry.mask & kQueueCrashed) != 0; });
+      sink->SetFirstFolder(registration.entries.front().path, wants_crashed);
+    }
+  }
+  auto scopes = std::make_unique<Scopes>(registrations_, sinks);
+  auto recorder = std::make_unique<Recorder>(*scopes);
+  for (const auto& source : sources_) {
+    source->watcher->SetRecorder(*recorder);
+  }
+  recorder_ = std::move(recorder);
+  scopes_ = std::move(scopes);
+  sinks_ = std::move(sinks);
+}
+
+void Monitor::Reload() {
+  PumpUntilEmpty();
+  if (LoadRegistrations(options_.registrations) != registrations_) {
+    LoadScopes();
+    RefreshPoints(false);
+    Flush(Clock::now());
+  }
+  Record(LOG_INFO, "reloaded").Add("queues", static_cast<long long>(sinks_.size()));
+}
+
+// ---- watch points
+
+void Monitor::CrashSinksAt(const std::string& path, const char* reason) {
+  for (const ScopeEntry* entry : scopes_->EntriesAt(path)) {
+    entry->sink->Crash(reason);
+  }
+}
+
+void Monitor::CrashAll(const char* reason) {
+  for (auto& [path, sink] : sinks_) {
+    sink->Crash(reason);
+  }
+}
+
+// A folder whose content is not what it was: to be looked through, as after its creation.
+void Monitor::ReportFolder(const std::string& path) {
+  recorder_->Report({recorder_->MakeView(0, path)}, {}, true, kCreate);
+}
+
+void Monitor::Withdraw(const std::string& path, const ActivePoint& point) {
+  point.source->watcher->Unwatch(path);
+  if (!point.planned.registered) {
+    ReportFolder(path);
+  } else if (scopes_->IsRegistered(path)) {
+    Record(LOG_WARNING, "folder_lost").Add("folder", path);
+    CrashSinksAt(path, "folder_lost");
+  }
+}
+
+bool Monitor::Establish(const std::string& path, const PlannedPoint& point) {
+  const WatchPoint wanted{path, point.identity.mount};
+  Source* source = sources_.front().get();
+  WatchOutcome outcome = source->watcher->Watch(wanted);
+  if (outcome == WatchOutcome::kUnsupported && options_.backend == BackendChoice::kAuto && source->name != "inotify") {
+    source = InotifySource();
+    outcome = source != nullptr ? source->watcher->Watch(wanted) : WatchOutcome::kUnsupported;
+  }
+  if (outcome != WatchOutcome::kWatched) {
+    Record(LOG_ERR, "folder_not_watched").Add("folder", path);
+    return false;
+  }
+  Record(LOG_INFO, "folder_watched").Add("folder", path).Add("backend", source->name);
+  points_.insert_or_assign(path, ActivePoint{point, source});
+  return true;
+}
+
+// `announce`: folders that are new here get a create line, because nobody else tells what is in them.
+void Monitor::RefreshPoints(bool announce) {
+  const std::vector<std::string> folders = scopes_->folders();
+  for (const auto& source : sources_) {
+    source->watcher->Guard(folders);  // first, so that a change of what is looked at next is seen
+  }
+  const std::map<std::string, PlannedPoint> plan = PlanPoints(*scopes_, mounts_.Read());
+  for (auto at = points_.begin(); at != points_.end();) {
+    const auto planned = plan.find(at->first);
+    if (planned != plan.end() && planned->second.identity == at->second.planned.identity) {
+      at->second.planned = planned->second;
+      ++at;
+      continue;
+    }
+    Withdraw(at->first, at->second);
+    at = points_.erase(at);
+  }
+  for (const auto& [path, point] : plan) {
+    if (points_.count(path) == 0 && Establish(path, point) && announce) {
+      ReportFolder(path);
+    }
+  }
+  UpdatePresence();
+}
+
+void Monitor::UpdatePresence() {
+  for (const Registration& registration : registrations_) {
+    const bool present = registration.entries.empty() ||
+                         std::any_of(registration.entries.begin(), registration.entries.end(),
+                                     [this](const WatchEntry& entry) { return points_.count(entry.path) != 0; });
+    sinks_.at(registration.queue)->SetPresent(present);
+  }
+}
+
+// ---- the loop
+
+void Monitor::AwaitEvents(Source& source) {
+  source.descriptor.assign(source.watcher->descriptor());
+  source.descriptor.async_wait(asio::posix::stream_descriptor::wait_read,
+                               [this, &source](const boost::system::error_code& error) {
+                                 if (!error && !stopped_) {
+                                   source.descriptor.release();
+                                   Pump(source);
+                                 }
+                               });
+}
+
+void Monitor::AwaitMounts() {
+  mounts_changed_.async_wait(asio::posix::stream_descriptor::wait_error,
+                             [this](const boost::system::error_code& error) {
+                               if (error || stopped_) {
+                                 return;
+                               }
+                               RefreshPoints(true);
+                               Flush(Clock::now());
+                               ArmTick();
+                               AwaitMounts();
+                             });
+}
+
+void Monitor::Handle(const DrainReport& report) {
+  if (report.lost) {
+    ++overflows_;
+    CrashAll("kernel_overflow");
+  }
+  if (report.roots_touched) {
+    RefreshPoints(true);
+  }
+}
+
+void Monitor::Pump(Source& source) {
+  const DrainReport report = source.watcher->Drain(Clock::now());
+  Handle(report);
+  Flush(Clock::now());
+  ArmTick();
+  if (report.unfinished) {
+    asio::post(context_, [this, &source] {
+      if (!stopped_) {
+        Pump(source);
+      }
+    });
+  } else if (report.again) {
+    Gather(source, std::min<Clock::duration>(*report.again - Clock::now(), options_.gather));
+  } else if (report.activity) {
+    Gather(source, options_.gather);
+  } else {
+    AwaitEvents(source);
+  }
+}
+
+void Monitor::Gather(Source& source, Clock::duration pause) {
+  source.gather.expires_after(pause);
+  source.gather.async_wait([this, &source](const boost::system::error_code& error) {
+    if (!error && !stopped_) {
+      Pump(source);
+    }
+  });
+}
+
+void Monitor::Flush(Clock::time_point now) {
+  for (auto& [path, sink] : sinks_) {
+    if (sink->pending()) {
+      sink->Flush(now);
+    }
+  }
+}
+
+void Monitor::ArmTick() {
+  Clock::time_point earliest = Clock::time_point::max();
+  for (const auto& source : sources_) {
+    earliest = std::min(earliest, source->watcher->deadline().value_or(earliest));
+  }
+  for (const auto& [path, sink] : sinks_) {
+    earliest = std::min(earliest, sink->retry_time().value_or(earliest));
+  }
+  if (earliest == Clock::time_point::max()) {
+    tick_.cancel();
+    return;
+  }
+  tick_.expires_at(earliest);
+  tick_.async_wait([this](const boost::system::error_code& error) {
+    if (!error && !stopped_) {
+      OnTick();
+    }
+  });
+}
+
+void Monitor::OnTick() {
+  const auto now = Clock::now();
+  for (const auto& source : sources_) {
+    const std::optional<Clock::time_point> due = source->watcher->deadline();
+    if (due && *due <= now) {
+      Handle(source->watcher->OnDeadline(now));
+    }
+  }
+  Flush(now);
+  ArmTick();
+}
+
+// ---- status
+
+std::string Monitor::Status() const {
+  std::string queues = "[";
+  for (const auto& [path, sink] : sinks_) {
+    std::string queue = "{";
+    AppendJson(queue, "pending_bytes", std::to_string(sink->pending_bytes()));
+    AppendJson(queue, "queue", Quoted(path));
+    queues += (queues.size() > 1 ? "," : "") + queue + "}";
+  }
+  std::string folders = "[";
+  for (const auto& [path, point] : points_) {
+    std::string folder = "{";
+    AppendJson(folder, "backend", Quoted(point.source->name));
+    AppendJson(folder, "path", Quoted(path));
+    folders += (folders.size() > 1 ? "," : "") + folder + "}";
+  }
+  std::string text = "{";
+  AppendJson(text, "folders", folders + "]");
+  AppendJson(text, "overflows", std::to_string(overflows_));
+  AppendJson(text, "queues", queues + "]");
+  return text + "}";
+}
+
+}  // namespace nimotifyd

@@ -1,0 +1,220 @@
+// Random file operations by several processes; afterwards the index that follows from the queue equals the disk.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <iostream>
+#include <random>
+#include <thread>
+
+#include "tests/system/index_model.h"
+#include "tests/system/monitor_support.h"
+
+namespace orbisk::test {
+namespace {
+
+// Makes random changes below a folder, and moves things in and out of it. Few names, so that changes meet.
+class Troublemaker {
+ public:
+  Troublemaker(std::string share, std::string outside, unsigned seed, int names, int depth)
+      : share_(std::move(share)),
+        outside_(std::move(outside)),
+        random_(seed),
+        names_(names),
+        depth_(depth),
+        seed_(seed) {}
+
+  void Act() {
+    const std::string path = AnyPath();
+    switch (Below(24)) {
+      case 0:
+      case 1:
+      case 2:
+      case 3:
+      case 4:
+        Write(path, O_CREAT | O_TRUNC);
+        break;
+      case 5:
+      case 6:
+        Write(path, O_APPEND);
+        break;
+      case 7:
+        chmod(path.c_str(), Below(2) == 0 ? 0644 : 0755);
+        break;
+      case 8:
+      case 9:
+        unlink(path.c_str());
+        break;
+      case 10:
+      case 11:
+      case 12:
+      case 13:
+        rename(path.c_str(), AnyPath().c_str());
+        break;
+      case 14:
+      case 15:
+      case 16:
+        mkdir(path.c_str(), 0755);
+        break;
+      case 17:
+        rmdir(path.c_str());
+        break;
+      case 18:
+        rename(path.c_str(), Outside().c_str());
+        break;
+      case 19:
+        rename(Outside().c_str(), path.c_str());
+        break;
+      case 20:
+        link(path.c_str(), AnyPath().c_str());
+        break;
+      case 21:
+        renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, AnyPath().c_str(), RENAME_EXCHANGE);
+        break;
+      case 22:
+        SaveByRename(path);
+        break;
+      default:
+        RenameBackAndForth(path);
+    }
+  }
+
+ private:
+  int Below(int bound) { return std::uniform_int_distribution<int>(0, bound - 1)(random_); }
+  std::string Name() { return std::string(1, static_cast<char>('a' + Below(names_))); }
+  std::string AnyPath() {
+    std::string path = share_;
+    for (int depth = 1 + Below(depth_); depth > 0; --depth) {
+      path += "/" + (Below(40) == 0 ? std::string("@eaDir") : Name());
+    }
+    return path;
+  }
+  std::string Outside() { return outside_ + "/" + Name(); }
+  void Write(const std::string& path, int flags) {
+    const int fd = open(path.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | flags, 0644);
+    if (fd >= 0) {
+      const std::string text = std::to_string(seed_) + "." + std::to_string(++count_) + " ";
+      [[maybe_unused]] const ssize_t written = write(fd, text.data(), text.size());
+      close(fd);
+    }
+  }
+  void SaveByRename(const std::string& path) {
+    const std::string temporary = path + "~";
+    Write(temporary, O_CREAT | O_TRUNC);
+    rename(temporary.c_str(), path.c_str());
+  }
+  void RenameBackAndForth(const std::string& path) {
+    const std::string other = AnyPath();
+    for (int i = Below(5); i >= 0; --i) {
+      rename(path.c_str(), other.c_str());
+      rename(other.c_str(), path.c_str());
+    }
+    if (Below(2) == 0) {
+      rename(path.c_str(), other.c_str());
+    }
+  }
+
+  std::string share_;
+  std::string outside_;
+  std::mt19937 random_;
+  int names_;
+  int depth_;
+  unsigned seed_;
+  int count_ = 0;
+};
+
+struct Storm {
+  const char* name;
+  bool on_disk;
+  const char* backend;
+  int processes;
+  int actions;  // of each process
+  int names;
+  int depth;
+  bool consume_meanwhile;
+  int rounds;
+  const char* extra = nullptr;
+};
+
+int Scaled(int count) {
+  const char* text = getenv("ORBISK_STORM_SCALE");
+  const double scale = text != nullptr ? atof(text) : 1.0;
+  return std::max(1, static_cast<int>(count * scale));
+}
+
+std::vector<pid_t> StartTroublemakers(const MonitorBox& box, unsigned seed, const Storm& storm) {
+  std::vector<pid_t> children;
+  for (int i = 0; i < storm.processes; ++i) {
+    const pid_t child = fork();
+    if (child == 0) {
+      Troublemaker maker(box.share(), box.outside(), seed * 100 + static_cast<unsigned>(i), storm.names, storm.depth);
+      for (int left = Scaled(storm.actions); left > 0; --left) {
+        maker.Act();
+      }
+      _exit(0);
+    }
+    children.push_back(child);
+  }
+  return children;
+}
+
+class MonitorStormTest : public testing::TestWithParam<Storm> {};
+
+void RunRound(const Storm& storm, unsigned seed) {
+  MonitorBox box(storm.on_disk);
+  box.Register();
+  std::vector<std::string> arguments = {"--backend", storm.backend};
+  if (storm.extra != nullptr) {
+    arguments.insert(arguments.end(), {"--folder-cache", storm.extra});
+  }
+  box.Start(arguments);
+  IndexModel index(box.share(), {"@eaDir"});
+  index.Consume(box.queue());  // the crashed line of the start
+
+  std::vector<pid_t> children = StartTroublemakers(box, seed, storm);
+  while (!children.empty()) {
+    std::erase_if(children, [](pid_t child) { return waitpid(child, nullptr, WNOHANG) == child; });
+    if (storm.consume_meanwhile) {
+      index.Consume(box.queue());
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  const ProcessResult stopped = box.Stop();
+  ASSERT_EQ(stopped.exit_status, 0) << stopped.errors;
+  index.Consume(box.queue());
+
+  const Documents disk = ReadDocuments(box.share(), {"@eaDir"});
+  const std::vector<std::string> differences = Differences(index.documents(), disk);
+  EXPECT_EQ(index.crashes(), 1) << "events were lost";
+  EXPECT_TRUE(differences.empty()) << "seed " << seed << ", of " << disk.size() << " documents:\n"
+                                   << testing::PrintToString(differences) << "\n"
+                                   << index.HistoryOf(differences[0].substr(0, differences[0].find(": ")));
+}
+
+TEST_P(MonitorStormTest, IndexEqualsDiskAfterRandomOperations) {
+  const Storm& storm = GetParam();
+  const char* seed = getenv("ORBISK_STORM_SEED");
+  const unsigned first = seed != nullptr ? static_cast<unsigned>(atoi(seed)) : 1;
+  for (unsigned round = 0; round < static_cast<unsigned>(Scaled(storm.rounds)) && !HasFailure(); ++round) {
+    RunRound(storm, first + round);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, MonitorStormTest,
+    testing::Values(Storm{"FanotifyOneProcess", false, "fanotify", 1, 400, 3, 4, false, 60},
+                    Storm{"FanotifyOneProcessConsumed", false, "fanotify", 1, 400, 3, 4, true, 30},
+                    Storm{"FanotifyManyProcesses", false, "fanotify", 4, 25'000, 40, 3, true, 1},
+                    Storm{"FanotifyManyProcessesMeeting", false, "fanotify", 4, 1'000, 6, 3, true, 10},
+                    Storm{"FanotifyManyProcessesAtOnce", false, "fanotify", 4, 500, 6, 2, false, 10},
+                    Storm{"FanotifyOnDisk", true, "fanotify", 4, 1'000, 6, 3, true, 2},
+                    Storm{"FanotifyTinyCache", false, "fanotify", 4, 1'000, 6, 3, true, 5, "16"},
+                    Storm{"InotifyOneProcess", false, "inotify", 1, 400, 3, 4, false, 30},
+                    Storm{"InotifyManyProcesses", false, "inotify", 4, 1'000, 6, 3, true, 5}),
+    [](const auto& test_info) { return std::string(test_info.param.name); });
+
+}  // namespace
+}  // namespace orbisk::test
