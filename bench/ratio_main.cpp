@@ -9,6 +9,8 @@ namespace {
 
 class BestTimes : public benchmark::ConsoleReporter {
  public:
+  BestTimes() : ConsoleReporter(OO_None) {}
+
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs) {
       if (run.run_type == Run::RT_Iteration) {

@@ -10,6 +10,10 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/archive")
 
+# Installed programs and libraries find ours from where they lie, whatever the prefix.
+file(RELATIVE_PATH bin_to_lib "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
+set(CMAKE_INSTALL_RPATH "$ORIGIN/${bin_to_lib};$ORIGIN")
+
 set(ORBISK_SANITIZE "" CACHE STRING "Sanitizers to build with, for example address,undefined")
 option(ORBISK_FUZZ "Build the libFuzzer targets instead of the tests" OFF)
 option(ORBISK_WERROR "Treat compiler warnings as errors" ON)

@@ -95,7 +95,7 @@ void OPTree::BuildTree() {
   std::ifstream input_stream(queue_path_);
   ORBISK_CHECK(!input_stream, 502, "Failed to open queue, reason=" + GetErrnoStr());
   std::string line;
-  while (!crashed_ && std::getline(input_stream, line)) {
+  while (std::getline(input_stream, line)) {
     if (log_level == 7) {
       ORBISK_NOTE("Got event: %s", line.c_str());
     }
@@ -104,6 +104,9 @@ void OPTree::BuildTree() {
     } catch (const Error& error) {
       ORBISK_RECORD(ORBISK_SOURCE, "InsertEvent failed, event_raw=%s, code=%d, reason=%s", line.c_str(), error.code(),
                     error.what());
+    }
+    if (crashed_) {
+      break;  // all of the queue will be done again
     }
   }
 }

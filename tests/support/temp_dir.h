@@ -6,7 +6,8 @@
 
 namespace orbisk::test {
 
-/// Makes an empty directory and removes it with all that is in it at destruction.
+/// Makes an empty directory and removes it with all that is in it at destruction; unmounts first what was mounted in
+/// it.
 class TempDir {
  public:
   /// Below `parent`, which must exist; "" is the usual place ($TMPDIR or /tmp). Throws std::system_error.

@@ -1,0 +1,68 @@
+// Memory of pending operations and of queue scans, as peak resident memory of a process that does nothing else.
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <string>
+
+#include "bench/event_mix.h"
+#include "orbisk/fileindex/optree.h"
+#include "orbisk/fileindex/queue_mgr.h"
+
+namespace orbisk::bench {
+namespace {
+
+constexpr size_t kFiles = 1'000'000;
+
+// Peak resident memory, in bytes, of a child process that runs `work`.
+size_t PeakOf(const std::function<void()>& work) {
+  fflush(stdout);
+  const pid_t child = fork();
+  if (child == 0) {
+    work();
+    _exit(0);
+  }
+  int status = 0;
+  rusage usage{};
+  if (child < 0 || wait4(child, &status, 0, &usage) != child || status != 0) {
+    perror("memory_bench: child");
+    exit(2);
+  }
+  return static_cast<size_t>(usage.ru_maxrss) * 1024;
+}
+
+bool Report(const char* what, double value, double bound) {
+  printf("%-64s %9.0f bytes (at most %.0f) %s\n", what, value, bound, value <= bound ? "ok" : "OVER");
+  return value <= bound;
+}
+
+int Run() {
+  char name[] = "/tmp/memory_bench_XXXXXX";
+  close(mkstemp(name));
+  const std::string path = name;
+  const size_t nothing = PeakOf([] {});
+
+  WriteFlatFolder(path, kFiles);
+  const size_t tree = PeakOf([&] { fileindex::OPTree pending(path); });
+  const auto scan = [&] { fileindex::QueueMgr(path).IsFullPathProcessing("/volume1/elsewhere"); };
+  const size_t long_scan = PeakOf(scan);
+  WriteFlatFolder(path, 1'000);
+  const size_t short_scan = PeakOf(scan);
+  unlink(path.c_str());
+
+  const bool tree_within = Report("peak memory per pending file, one folder of 1,000,000",
+                                  static_cast<double>(tree - nothing) / kFiles, 700);
+  const bool scan_within = Report("peak memory of asking a queue of 1,000,000 lines, over one of 1,000",
+                                  static_cast<double>(long_scan) - static_cast<double>(short_scan), 256 * 1024);
+  return tree_within && scan_within ? 0 : 1;
+}
+
+}  // namespace
+}  // namespace orbisk::bench
+
+int main() {
+  return orbisk::bench::Run();
+}

@@ -1,0 +1,48 @@
+// Arguments, exit statuses and the last line on standard error.
+#include "tools/fileindexctl/program.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include "orbisk/error.h"
+#include "tools/fileindexctl/commands.h"
+#include "tools/fileindexctl/event_text.h"
+#include "tools/fileindexctl/output.h"
+
+namespace fileindexctl {
+namespace {
+
+constexpr int kFailure = 1;
+constexpr int kWrongUsage = 2;
+
+int Fail(const std::string& reason) {
+  fprintf(stderr, "fileindexctl: %s\n", OneLine(reason).c_str());
+  return kFailure;
+}
+
+}  // namespace
+
+int Run(int argc, const char* const* argv) {
+  CLI::App app("Looks after the full-text file index of this machine.", "fileindexctl");
+  app.set_version_flag("--version", "fileindexctl " FILEINDEXCTL_VERSION);
+  app.require_subcommand(1);
+  app.footer("'fileindexctl GROUP COMMAND --help' explains a command.");
+  AddMonitorCommands(app);
+  AddQueueCommands(app);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : kWrongUsage;
+  } catch (const ReaderGone&) {
+    return 0;
+  } catch (const orbisk::Error& error) {
+    return Fail(error.reason().empty() ? orbisk::ErrorString(error.code(), "") : error.reason());
+  } catch (const std::exception& error) {
+    return Fail(error.what());
+  }
+  return 0;
+}
+
+}  // namespace fileindexctl
