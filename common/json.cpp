@@ -10,6 +10,7 @@
 #include <memory>
 #include <sstream>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include "common/check.h"
@@ -19,26 +20,30 @@
 namespace orbisk {
 namespace {
 
+std::unique_ptr<Json::CharReader> MakeReader() {
+  Json::CharReaderBuilder builder;
+  builder["collectComments"] = false;
+  builder["failIfExtra"] = true;
+  builder["allowTrailingCommas"] = false;
+  return std::unique_ptr<Json::CharReader>(builder.newCharReader());
+}
+
 // Building a reader costs more than parsing a queue line with it, so each thread keeps one.
 Json::CharReader& Reader() {
-  thread_local const std::unique_ptr<Json::CharReader> reader = [] {
-    Json::CharReaderBuilder builder;
-    builder["collectComments"] = false;
-    builder["failIfExtra"] = true;
-    builder["allowTrailingCommas"] = false;
-    return std::unique_ptr<Json::CharReader>(builder.newCharReader());
-  }();
+  static thread_local const std::unique_ptr<Json::CharReader> reader = MakeReader();
   return *reader;
 }
 
+std::unique_ptr<Json::StreamWriter> MakeWriter() {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  builder["commentStyle"] = "None";
+  builder["emitUTF8"] = true;  // the default replaces what is not UTF-8
+  return std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter());
+}
+
 Json::StreamWriter& Writer() {
-  thread_local const std::unique_ptr<Json::StreamWriter> writer = [] {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    builder["commentStyle"] = "None";
-    builder["emitUTF8"] = true;  // the default replaces what is not UTF-8
-    return std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter());
-  }();
+  static thread_local const std::unique_ptr<Json::StreamWriter> writer = MakeWriter();
   return *writer;
 }
 
@@ -188,30 +193,25 @@ double asJsonType<double>(const Json::Value& value) {
   return value.asDouble();
 }
 
+// One template for all types: g++ would put the arguments of a specialisation into the function's name in the record.
 template <typename T>
 void GetJsonValue(T& out, const Json::Value& json, const std::string& key, bool required) {
   ORBISK_CHECK(!json.isObject(), 120, "Not an object" + AppendData(json));
   const Json::Value* member = json.find(key.data(), key.data() + key.size());
-  if (!required) {
-    if (member != nullptr && isJsonType<T>(*member)) {
-      out = asJsonType<T>(*member);
-    }
-    return;
-  }
-  ORBISK_CHECK_TEXT(member == nullptr, "!json.isMember(key)", 120, "Missing property: " + key + AppendData(json));
-  // Said for every T: callers and log readers match the words.
-  ORBISK_CHECK_TEXT(!isJsonType<T>(*member), "!isJsonType<T>(json[key])", 120, "Not a string" + AppendData(json));
-  out = asJsonType<T>(*member);
-}
-
-template <>
-void GetJsonValue<Json::Value>(Json::Value& out, const Json::Value& json, const std::string& key, bool required) {
-  ORBISK_CHECK(!json.isObject(), 120, "Not an object" + AppendData(json));
-  const Json::Value* member = json.find(key.data(), key.data() + key.size());
   ORBISK_CHECK_TEXT(required && member == nullptr, "!json.isMember(key)", 120,
                     "Missing property: " + key + AppendData(json));
-  if (member != nullptr) {
+  if (member == nullptr) {
+    return;
+  }
+  if constexpr (std::is_same_v<T, Json::Value>) {
     out = Json::Value(*member);  // a copy first: `out` may be `json` or a part of it
+  } else {
+    const bool is_readable = isJsonType<T>(*member);
+    // Said for every T: callers and log readers match the words.
+    ORBISK_CHECK_TEXT(required && !is_readable, "!isJsonType<T>(json[key])", 120, "Not a string" + AppendData(json));
+    if (is_readable) {
+      out = asJsonType<T>(*member);
+    }
   }
 }
 
@@ -221,6 +221,7 @@ template void GetJsonValue<int>(int&, const Json::Value&, const std::string&, bo
 template void GetJsonValue<unsigned int>(unsigned int&, const Json::Value&, const std::string&, bool);
 template void GetJsonValue<long>(long&, const Json::Value&, const std::string&, bool);
 template void GetJsonValue<double>(double&, const Json::Value&, const std::string&, bool);
+template void GetJsonValue<Json::Value>(Json::Value&, const Json::Value&, const std::string&, bool);
 
 void JsonApplyChanges(Json::Value& target, const Json::Value& changes) {
   if (!changes.isObject()) {

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -22,6 +23,15 @@ void Pause() {
   usleep(static_cast<useconds_t>(rand() % kPauses) * kPauseStepMicroseconds);
 }
 
+// Whether `path` still leads to the file behind `fd`. A queue file can be moved aside between opening and locking it;
+// the lock would then exclude nobody.
+bool IsFileAt(const std::string& path, int fd) {
+  struct stat opened;
+  struct stat current;
+  return 0 == fstat(fd, &opened) && 0 == stat(path.c_str(), &current) && opened.st_dev == current.st_dev &&
+         opened.st_ino == current.st_ino;
+}
+
 }  // namespace
 
 LockFile::LockFile(const std::string& path, bool exclusive) : fd_(-1), path_(path) {
@@ -31,14 +41,18 @@ LockFile::LockFile(const std::string& path, bool exclusive) : fd_(-1), path_(pat
     // Afresh each time: the file at the path may be another one by now.
     ORBISK_CHECK(0 > (fd_ = open(path_.c_str(), O_RDONLY | O_CREAT, 0644)), 506,
                  "open failed, path=" + path_ + ", reason=" + GetErrnoStr());
-    if (0 == flock(fd_, operation)) {
+    const bool refused = 0 != flock(fd_, operation);
+    if (refused) {
+      // The descriptor stays open here.
+      ORBISK_CHECK(EINTR != errno && EWOULDBLOCK != errno, 506, GetErrnoStr());
+    } else if (IsFileAt(path_, fd_)) {
       return;
     }
-    // The descriptor stays open here.
-    ORBISK_CHECK(EINTR != errno && EWOULDBLOCK != errno, 506, GetErrnoStr());
     close(fd_);
     fd_ = -1;
-    Pause();
+    if (refused) {
+      Pause();
+    }
     ORBISK_CHECK(0 == --attempts_left, 506, "Exceed max retry, path=" + path_);
   }
 }

@@ -62,7 +62,10 @@ void WalkPostOrder(std::shared_ptr<OPNode> top, Enter enter, Visit visit) {
 void OPTree::TraverseNodeDescendant(std::shared_ptr<OPNode> node, std::function<void(std::shared_ptr<OPNode>)> fn,
                                     bool exclude_self) {
   MakeRenamedNodes();
-  const auto enter_all = [](const OPNode&) { return true; };
+  const auto enter_all = [this](const OPNode&) {
+    MakeRenamedNodes();  // of what `fn` inserted meanwhile
+    return true;
+  };
   WalkPostOrder(std::move(node), enter_all, [&](const std::vector<WalkLevel>& levels) {
     if (levels.size() > 1 || !exclude_self) {
       fn(levels.back().node);

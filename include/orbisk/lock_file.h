@@ -22,6 +22,8 @@ class ORBISK_EXPORT LockFile {
   /// Tries 64 times, each time opening the path afresh because a queue file is replaced under its path, with a random
   /// pause of 0 to 900 ms (steps of 100 ms, rand(3)) after each failed try, so it can take most of a minute.
   ///
+  /// A file that was replaced between opening and locking it counts as a failed try, without a pause.
+  ///
   /// `exclusive` asks for the exclusive lock, else for a shared one.
   ///
   /// Throws Error 506 with "open failed, path=<path>, reason=<text>" at once when the file cannot be opened, with

@@ -15,6 +15,8 @@
 namespace orbisk::test {
 namespace {
 
+namespace fs = std::filesystem;
+
 std::string UsualParent() {
   const char* parent = getenv("TMPDIR");
   return parent != nullptr && *parent != '\0' ? parent : "/tmp";
@@ -35,6 +37,17 @@ void UnmountBelow(const std::string& path) {
   std::for_each(below.rbegin(), below.rend(), [](const std::string& mount) { umount2(mount.c_str(), MNT_DETACH); });
 }
 
+// Folders that a test closed would keep their content from an ordinary user. The iterator enters a folder only after
+// the loop's body saw it.
+void OpenFolders(const std::string& path) {
+  std::error_code ignored;
+  for (fs::recursive_directory_iterator entry(path, ignored), end; entry != end; entry.increment(ignored)) {
+    if (fs::is_directory(entry->symlink_status(ignored))) {
+      fs::permissions(*entry, fs::perms::owner_all, fs::perm_options::add, ignored);
+    }
+  }
+}
+
 }  // namespace
 
 TempDir::TempDir(const std::string& parent) : path_((parent.empty() ? UsualParent() : parent) + "/orbisk-test-XXXXXX") {
@@ -45,8 +58,9 @@ TempDir::TempDir(const std::string& parent) : path_((parent.empty() ? UsualParen
 
 TempDir::~TempDir() {
   UnmountBelow(path_);
+  OpenFolders(path_);
   std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
+  fs::remove_all(path_, ignored);
 }
 
 void WriteFile(const std::string& path, std::string_view content) {

@@ -88,6 +88,7 @@ TEST_F(LockContention, ProcessesThatCountUnderTheLockLoseNoCount) {
   const std::string file = dir_ / "number";
   WriteFile(file, "0");
   std::vector<std::unique_ptr<Subprocess>> workers;
+  workers.reserve(kProcesses);
   for (int i = 0; i < kProcesses; ++i) {
     workers.push_back(std::make_unique<Subprocess>(
         std::vector<std::string>{ProgramBeside("lock_worker"), "count", path_, file, std::to_string(kTimes)}));

@@ -1,4 +1,5 @@
 // The lock between processes when flock fails for other reasons. This program replaces flock(2) and close(2).
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/syscall.h>
@@ -6,6 +7,8 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <functional>
+#include <utility>
 #include <vector>
 
 #include "orbisk/error.h"
@@ -25,6 +28,7 @@ std::vector<int>* flock_errors;  // one for each call, 0 succeeds; null: as the 
 size_t flock_next;
 std::vector<Call>* flock_calls;
 std::vector<int>* closed;
+std::function<void()> before_next_flock;
 
 }  // namespace
 
@@ -33,6 +37,9 @@ extern "C" {
 int flock(int fd, int operation) noexcept {
   if (flock_calls != nullptr) {
     flock_calls->push_back({fd, operation});
+  }
+  if (before_next_flock) {
+    std::exchange(before_next_flock, nullptr)();
   }
   int error = 0;
   if (flock_errors != nullptr && flock_next < flock_errors->size()) {
@@ -153,6 +160,21 @@ TEST_F(LockFileFailure, AnyOtherErrorAfterARefusalIsNotRetriedEither) {
   EXPECT_EQ(2U, time_.waits().size());
   EXPECT_EQ(2U, closed_.size());
   close(flock_calls_[2].fd);
+}
+
+TEST_F(LockFileFailure, AFileMovedAsideBeforeItIsLockedIsOpenedAgainWithoutAPause) {
+  const std::string aside = dir_ / "aside";
+  before_next_flock = [&] { std::filesystem::rename(path_, aside); };
+
+  const LockFile lock(path_, true);
+
+  EXPECT_EQ(2U, flock_calls_.size());
+  EXPECT_EQ(1U, closed_.size());
+  EXPECT_TRUE(std::filesystem::exists(path_));
+  const int other = open(aside.c_str(), O_RDONLY);
+  EXPECT_EQ(0, flock(other, LOCK_EX | LOCK_NB)) << "nothing is left locked aside";
+  close(other);
+  EXPECT_TRUE(capture_.records().empty());
 }
 
 TEST_F(LockFileFailure, DestructionWithoutADescriptorDoesNothing) {

@@ -10,6 +10,8 @@
 #include <cerrno>
 #include <filesystem>
 #include <memory>
+#include <numeric>
+#include <vector>
 
 #include "orbisk/error.h"
 #include "tests/support/fake_time.h"
@@ -130,10 +132,8 @@ TEST_F(LockFileTest, FailsAtOnceWhereTheFolderIsMissing) {
 TEST_F(LockFileTest, GivesUpAfter64TriesWithAPauseAfterEachOneTheLastIncluded) {
   Other other(path_);
   ASSERT_TRUE(other.Try(LOCK_EX));
-  std::vector<int> chance;
-  for (int i = 0; i < 64; ++i) {
-    chance.push_back(i);
-  }
+  std::vector<int> chance(64);
+  std::iota(chance.begin(), chance.end(), 0);
   time_.ScriptRand(chance);
   EXPECT_EQ("Exceed max retry, path=" + path_, ReasonOf(path_));
   const std::vector<Wait> waits = time_.waits();

@@ -75,6 +75,7 @@ TEST(LockMutex, SerialisesThreads) {
   Mutex mutex(0);
   int counter = 0;
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&] {
       for (int k = 0; k < 2000; ++k) {
@@ -92,6 +93,7 @@ TEST(LockMutex, SerialisesThreads) {
 TEST(SDKMutex, IsOneMutexForAllThreads) {
   std::vector<Mutex*> seen(4);
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (Mutex*& place : seen) {
     threads.emplace_back([&place] { place = &sdk::SDKMutex(); });
   }

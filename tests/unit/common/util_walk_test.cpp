@@ -177,7 +177,7 @@ void NaiveWalk(const std::string& path, Paths& seen) {
     if (name == "." || name == "..") {
       continue;
     }
-    seen.push_back(path + "/" + name);
+    seen.emplace_back(path).append("/").append(name);
     if (fs::is_directory(fs::symlink_status(seen.back()))) {
       NaiveWalk(std::string(seen.back()), seen);
     }
