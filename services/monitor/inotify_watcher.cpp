@@ -93,7 +93,7 @@ void InotifyWatcher::Guard(const std::vector<std::string>& folders) {
 
 // ---- reading
 
-void InotifyWatcher::ReadAll() {
+void InotifyWatcher::ReadAll(Clock::time_point now) {
   alignas(inotify_event) std::array<char, 65'536> buffer;
   while (events_.size() < kEventsHeld) {
     const ssize_t count = read(fd_.get(), buffer.data(), buffer.size());
@@ -110,7 +110,7 @@ void InotifyWatcher::ReadAll() {
       if ((raw.mask & IN_MOVED_TO) != 0) {
         moved_to_[raw.cookie] = first_number_ + events_.size();
       }
-      events_.push_back({raw.wd, raw.mask, raw.cookie, std::string(name, strnlen(name, raw.len)), false});
+      events_.push_back({raw.wd, raw.mask, raw.cookie, std::string(name, strnlen(name, raw.len)), now, false});
       at += sizeof(raw) + raw.len;
     }
   }
@@ -118,7 +118,7 @@ void InotifyWatcher::ReadAll() {
 
 DrainReport InotifyWatcher::Drain(Clock::time_point now) {
   DrainReport report;
-  ReadAll();
+  ReadAll(now);
   report.unfinished = events_.size() >= kEventsHeld;
   while (!events_.empty()) {
     Event& event = events_.front();
@@ -224,20 +224,16 @@ bool InotifyWatcher::OnMovedFrom(InotifyFolder* folder, const Event& event, Cloc
                                  DrainReport& report) {
   const auto other = moved_to_.find(event.cookie);
   if (other == moved_to_.end() || other->second < first_number_) {
-    if (!waiting_since_) {
-      waiting_since_ = now;
-    }
-    if (now - *waiting_since_ < kOtherHalfWait) {
-      report.again = *waiting_since_ + kOtherHalfWait;
+    if (now - event.read_at < kOtherHalfWait) {
+      report.again = event.read_at + kOtherHalfWait;
       return false;
     }
-    waiting_since_.reset();
     if (folder != nullptr) {
       Vanished(*folder, event);
+      LookAgain(*folder, event.name);  // it may have changed places with something outside
     }
     return true;
   }
-  waiting_since_.reset();
   Event& in = events_[other->second - first_number_];
   in.done = true;
   moved_to_.erase(other);
@@ -250,6 +246,7 @@ void InotifyWatcher::OnRename(InotifyFolder* from, const Event& out, InotifyFold
   if (from == nullptr || to == nullptr) {
     if (from != nullptr) {
       Vanished(*from, out);
+      LookAgain(*from, out.name);
     } else if (to != nullptr) {
       Appeared(*to, in);
     }

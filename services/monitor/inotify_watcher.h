@@ -41,13 +41,14 @@ class InotifyWatcher : public Watcher {
     uint32_t mask;
     uint32_t cookie;
     std::string name;
+    Clock::time_point read_at;
     bool done = false;
   };
   using Writers = OpenWriters<std::string, uint64_t, std::hash<std::string>>;
 
   InotifyWatcher(const Options& options, const Recorder& recorder, UniqueFd fd, size_t limit);
 
-  void ReadAll();
+  void ReadAll(Clock::time_point now);
   bool OnEvent(Event& event, Clock::time_point now, DrainReport& report);
   void OnNamed(InotifyFolder& folder, const Event& event, Clock::time_point now);
   void OnContent(InotifyFolder& folder, const Event& event, Clock::time_point now);
@@ -71,7 +72,6 @@ class InotifyWatcher : public Watcher {
   uint64_t first_number_ = 0;                        // of events_.front()
   std::unordered_map<uint32_t, uint64_t> moved_to_;  // cookie -> number of the event
   std::unordered_set<std::string> renames_;          // since the kernel's queue was empty last
-  std::optional<Clock::time_point> waiting_since_;   // for the other half of the rename at the front
   std::optional<Clock::time_point> next_poll_;
   std::optional<Clock::time_point> next_rebuild_;
   Clock::time_point last_rebuild_{};

@@ -6,19 +6,21 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <fstream>
+#include <optional>
 #include <sstream>
 
+#include "orbisk/error.h"
 #include "orbisk/fileindex/optree.h"
 
 namespace orbisk::test {
 namespace {
 
-std::string ContentOf(const std::string& path, mode_t mode) {
+std::string ContentOf(const std::string& path, char kind) {
   std::array<char, 512> buffer{};
-  if (S_ISLNK(mode)) {
+  if (kind == 'l') {
     const ssize_t length = readlink(path.c_str(), buffer.data(), buffer.size());
     return std::string(buffer.data(), length > 0 ? static_cast<size_t>(length) : 0);
   }
@@ -30,27 +32,35 @@ std::string ContentOf(const std::string& path, mode_t mode) {
   return std::string(buffer.data(), length > 0 ? static_cast<size_t>(length) : 0);
 }
 
-// Empty if there is nothing at `path`.
-std::string DocumentOf(const std::string& path) {
+// What lies at `path`, without its content; nothing if it is gone.
+std::optional<Document> LookAt(const std::string& path) {
   struct stat info {};
   if (lstat(path.c_str(), &info) != 0) {
-    return {};
+    return std::nullopt;
   }
-  std::ostringstream text;
-  text << (S_ISDIR(info.st_mode)   ? 'd'
-           : S_ISLNK(info.st_mode) ? 'l'
-                                   : 'f')
-       << ' ' << std::oct << (info.st_mode & 07777) << ' ';
-  return text.str() + (S_ISDIR(info.st_mode) ? std::string() : ContentOf(path, info.st_mode));
+  Document document;
+  document.kind = S_ISDIR(info.st_mode) ? 'd' : S_ISLNK(info.st_mode) ? 'l' : 'f';
+  document.permissions = info.st_mode & 07777;
+  document.inode = info.st_ino;
+  document.changed_at = info.st_mtim.tv_sec * 1'000'000'000 + info.st_mtim.tv_nsec;
+  return document;
+}
+
+std::optional<Document> ReadDocument(const std::string& path) {
+  std::optional<Document> document = LookAt(path);
+  if (document && document->kind != 'd') {
+    document->content = ContentOf(path, document->kind);
+  }
+  return document;
 }
 
 void Collect(const std::string& path, const std::set<std::string>& ignore, Documents& documents) {
-  const std::string document = DocumentOf(path);
-  if (document.empty()) {
+  const std::optional<Document> document = ReadDocument(path);
+  if (!document) {
     return;
   }
-  documents[path] = document;
-  DIR* listing = document[0] == 'd' ? opendir(path.c_str()) : nullptr;
+  documents[path] = *document;
+  DIR* listing = document->kind == 'd' ? opendir(path.c_str()) : nullptr;
   if (listing == nullptr) {
     return;
   }
@@ -63,39 +73,66 @@ void Collect(const std::string& path, const std::set<std::string>& ignore, Docum
   closedir(listing);
 }
 
-// The documents at `path` and below it.
+// The documents below `path`.
 std::pair<Documents::iterator, Documents::iterator> Below(Documents& documents, const std::string& path) {
   return {documents.lower_bound(path + "/"), documents.lower_bound(path + "0")};  // '0' follows '/'
 }
 
+bool KnownAgain(const Document& document, const std::optional<Document>& now) {
+  return now && now->inode == document.inode && now->kind == document.kind &&
+         (now->kind == 'd' || now->changed_at == document.changed_at);
+}
+
+std::string Text(const Document& document) {
+  std::ostringstream text;
+  text << document.kind << ' ' << std::oct << document.permissions << ' ' << document.content;
+  return text.str();
+}
+
 }  // namespace
 
-Documents ReadDocuments(const std::string& folder, const std::set<std::string>& ignore) {
+Documents ReadDocuments(const std::string& path, const std::set<std::string>& ignore) {
   Documents documents;
-  Collect(folder, ignore, documents);
+  Collect(path, ignore, documents);
   return documents;
 }
 
-void IndexModel::Consume(const std::string& queue) {
-  fileindex::QueueMgr manager(queue);
-  manager.PrepareTmpQueue();
-  std::ifstream side(queue + ".tmp", std::ios::binary);
+void IndexModel::TakeHistory(const std::string& side_file) {
+  std::ifstream side(side_file, std::ios::binary);
   for (std::string line; std::getline(side, line);) {
     history_.push_back(line);
   }
-  side.close();
+}
+
+void IndexModel::Consume(const std::string& queue) {
+  fresh_.clear();
+  fileindex::QueueMgr manager(queue);
+  manager.PrepareTmpQueue();
+  TakeHistory(queue + ".tmp");
   manager.ProcessOP(
       [this](std::shared_ptr<fileindex::OP> op) {
         std::ostringstream text;
         text << "    " << op;
         history_.push_back(text.str());
-        Apply(*op);
+        ApplyOperation(*op);
       },
       true);
   manager.DeleteTmp();
 }
 
-void IndexModel::Apply(const fileindex::OP& op) {
+void IndexModel::ConsumeLines(const std::string& queue) {
+  fileindex::QueueMgr manager(queue);
+  manager.PrepareTmpQueue();
+  const size_t before = history_.size();
+  TakeHistory(queue + ".tmp");
+  for (size_t i = before; i < history_.size(); ++i) {
+    fresh_.clear();
+    ApplyLine(fileindex::Event(history_[i]));
+  }
+  manager.DeleteTmp();
+}
+
+void IndexModel::ApplyOperation(const fileindex::OP& op) {
   const std::string path = op.node->GetPath();
   switch (op.op) {
     case fileindex::OP_DELETE:
@@ -120,8 +157,28 @@ void IndexModel::Apply(const fileindex::OP& op) {
   }
 }
 
-bool IndexModel::Known(const std::string& path) const {
-  return documents_.count(path) != 0;
+void IndexModel::ApplyLine(const fileindex::Event& event) {
+  switch (event.event) {
+    case fileindex::EVENT_DELETE:
+      Remove(event.path);
+      break;
+    case fileindex::EVENT_CREATE:
+      event.is_dir ? ReadTree(event.path) : Read(event.path);
+      break;
+    case fileindex::EVENT_MODIFY:
+    case fileindex::EVENT_ATTRIB:
+      Read(event.path);
+      break;
+    case fileindex::EVENT_RENAME:
+      Rename(event.path_old, event.path);
+      break;
+    case fileindex::EVENT_QUEUE_CRASHED:
+      ++crashes_;
+      ReadTree(folder_);
+      break;
+    default:
+      throw std::runtime_error("not one event bit");
+  }
 }
 
 void IndexModel::Remove(const std::string& path) {
@@ -130,69 +187,102 @@ void IndexModel::Remove(const std::string& path) {
   documents_.erase(first, last);
 }
 
+// The documents at `path` and below it that were not read in this pass.
+void IndexModel::RemoveStale(const std::string& path) {
+  const auto stale = [this](const auto& document) { return fresh_.count(document.first) == 0; };
+  const auto [first, last] = Below(documents_, path);
+  for (auto at = first; at != last;) {
+    at = stale(*at) ? documents_.erase(at) : std::next(at);
+  }
+  const auto own = documents_.find(path);
+  if (own != documents_.end() && stale(*own)) {
+    documents_.erase(own);
+  }
+}
+
 void IndexModel::Read(const std::string& path) {
   ++reads_;
-  const std::string document = DocumentOf(path);
-  if (document[0] != 'd') {  // gone, or nothing that has anything below it
-    Remove(path);
+  const std::optional<Document> document = ReadDocument(path);
+  if (!document || document->kind != 'd') {
+    Remove(path);  // nothing can be below it
+  } else if (documents_.count(path) == 0 || !KnownAgain(documents_[path], document)) {
+    ReadTree(path);  // a folder by now, and not one known
+    return;
   }
-  if (!document.empty()) {
-    documents_[path] = document;
+  if (document) {
+    documents_[path] = *document;
+    fresh_.insert(path);
+  } else {
+    missed_.insert(path);
   }
 }
 
 void IndexModel::ReadTree(const std::string& path) {
   Remove(path);
-  const size_t before = documents_.size();
-  Collect(path, ignore_, documents_);
-  reads_ += static_cast<int>(documents_.size() - before);
+  Documents found = ReadDocuments(path, ignore_);
+  reads_ += static_cast<int>(found.size());
+  for (const auto& [read, document] : found) {
+    fresh_.insert(read);
+  }
+  if (found.empty()) {
+    missed_.insert(path);
+  }
+  documents_.merge(found);
 }
 
 void IndexModel::Rename(const std::string& from, const std::string& to) {
-  ++renames_;
   if (from == to) {
     return;
   }
-  if (DocumentOf(to).empty()) {
+  MoveOrRead(from, to);
+  std::vector<std::string> missed;
+  const auto first = missed_.lower_bound(from + "/");
+  const auto last = missed_.lower_bound(from + "0");
+  missed.assign(first, last);
+  missed_.erase(first, last);
+  for (const std::string& path : missed) {
+    ReadTree(to + path.substr(from.size()));
+  }
+}
+
+void IndexModel::MoveOrRead(const std::string& from, const std::string& to) {
+  const std::optional<Document> now = LookAt(to);
+  if (!now) {
     Remove(from);
     Remove(to);
+    missed_.insert(to);
     return;
   }
-  if (!Known(from)) {
+  const auto source = documents_.find(from);
+  if (source != documents_.end() && KnownAgain(source->second, now)) {
+    MoveDocuments(from, to);
+    return;
+  }
+  if (source != documents_.end() && !KnownAgain(source->second, LookAt(from))) {
+    Remove(from);
+  }
+  const auto target = documents_.find(to);
+  if (target == documents_.end() || !KnownAgain(target->second, now)) {
     ReadTree(to);
-    return;
   }
+}
+
+void IndexModel::MoveDocuments(const std::string& from, const std::string& to) {
   Documents moved;
   moved[to] = documents_[from];
   const auto [first, last] = Below(documents_, from);
   for (auto at = first; at != last; ++at) {
-    moved[to + at->first.substr(from.size())] = at->second;
+    const std::string path = to + at->first.substr(from.size());
+    const std::optional<Document> now = LookAt(path);
+    if (KnownAgain(at->second, now)) {
+      moved[path] = at->second;
+    } else if (now) {
+      moved[path] = *ReadDocument(path);
+    }
   }
   Remove(from);
-  Remove(to);
-  documents_.merge(moved);
-}
-
-std::string IndexModel::HistoryOf(const std::string& path) const {
-  std::string result;
-  if (getenv("ORBISK_STORM_ALL") != nullptr) {
-    for (const std::string& line : history_) {
-      result += line + "\n";
-    }
-    return result;
-  }
-  for (const std::string& line : history_) {
-    std::string above = path;
-    while (above.size() > folder_.size()) {
-      if (line.find(above + "\"") != std::string::npos || line.find(above + " ") != std::string::npos ||
-          line.find(above + ",") != std::string::npos) {
-        result += line + "\n";
-        break;
-      }
-      above.erase(above.rfind('/'));
-    }
-  }
-  return result;
+  RemoveStale(to);
+  documents_.merge(moved);  // keeps what is there
 }
 
 std::vector<std::string> Differences(const Documents& index, const Documents& disk, size_t most) {
@@ -201,8 +291,8 @@ std::vector<std::string> Differences(const Documents& index, const Documents& di
     const auto known = index.find(path);
     if (known == index.end()) {
       result.push_back(path + ": not in the index");
-    } else if (known->second != document) {
-      result.push_back(path + ": disk [" + document + "] index [" + known->second + "]");
+    } else if (!known->second.Equals(document)) {
+      result.push_back(path + ": disk [" + Text(document) + "] index [" + Text(known->second) + "]");
     }
   }
   for (const auto& [path, document] : index) {
