@@ -112,7 +112,7 @@ void OPTree::BuildTree() {
 }
 
 void OPTree::InsertEvent(std::shared_ptr<Event> event) {
-  const std::shared_ptr<OPNode> node = GetNodeByPath(event->path);
+  const std::shared_ptr<OPNode> node = GetNodeByPath(event->path, Children::kUnseen);
   // One operation for all bits of the event: the second handler finds what the first one filed.
   const auto op = std::make_shared<OP>(node, OP_NONE, "", Json::Value());
   try {
@@ -196,6 +196,13 @@ OPNode* OPTree::WalkPath(std::string_view path, bool& plain) {
 }
 
 std::shared_ptr<OPNode> OPTree::GetNodeByPath(const std::string& path) {
+  return GetNodeByPath(path, Children::kSeen);
+}
+
+std::shared_ptr<OPNode> OPTree::GetNodeByPath(const std::string& path, Children children) {
+  if (children == Children::kSeen) {
+    MakeRenamedNodes();
+  }
   bool plain = false;
   OPNode* const node = WalkPath(path, plain);
   ORBISK_CHECK(!plain, 9999, "GetNodeByPath failed, path=" + path);

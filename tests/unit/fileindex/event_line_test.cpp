@@ -13,6 +13,8 @@
 namespace orbisk::fileindex::test {
 namespace {
 
+using std::string_literals::operator""s;
+
 // What the JSON parser and the typed readers make of a line.
 std::string ByJson(const std::string& line) {
   Json::Value record;
@@ -134,9 +136,9 @@ const std::vector<std::string>& OddLines() {
       R"(/* c */{"event":64,"path":"/a"})",
       R"({/* c */"event":64,"path":"/a"})",
       "\xef\xbb\xbf{\"event\":64,\"path\":\"/a\"}",
-      std::string("{\"event\":64,\"path\":\"/a\0b\"}", 26),
-      std::string("{\"event\":64,\"path\":\"/a\"}\0", 25),
-      std::string("\0{\"event\":64,\"path\":\"/a\"}", 25),
+      "{\"event\":64,\"path\":\"/a\0b\"}"s,
+      "{\"event\":64,\"path\":\"/a\"}\0"s,
+      "\0{\"event\":64,\"path\":\"/a\"}"s,
       "[{\"event\":64,\"path\":\"/a\"}]",
       R"({"event":64,"path":"/a"}{"event":64,"path":"/b"})",
   };
@@ -205,7 +207,7 @@ class Damage {
   }
 
   void Change(std::string& line) {
-    static const std::string kSyntax = std::string("{}[]\":,\\/ \t\r0123456789-+.etrufalsn\0\xff", 39);
+    static const std::string kSyntax = "{}[]\":,\\/ \t\r0123456789-+.etrufalsn\0\xff"s;
     static const std::vector<std::string> kPieces = {"\"event\":",
                                                      "\"is_dir\":true",
                                                      "\"is_dir\":false,",

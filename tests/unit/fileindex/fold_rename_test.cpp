@@ -182,6 +182,17 @@ TEST(FoldRenameSubtree, EveryPlaceIsMadeUnderTheNewNameIdleOnesToo) {
   EXPECT_EQ((Lines{"/a/x/y", "/a/x", "/a/z", "/a", "/b/x/y", "/b/x", "/b/z", "/b"}), Places(*tree));
 }
 
+TEST(FoldRenameSubtree, ThePlacesAreThereForWhoLooksUpANode) {
+  const auto tree = EmptyTree();
+  tree->GetNodeByPath("/a/x/y");
+  Insert(*tree, Rename("/a", "/b"));
+  const auto folder = tree->GetNodeByPath("/b");
+  ASSERT_EQ(1U, folder->children.size());
+  EXPECT_EQ("/b/x", folder->children[0]->GetPath());
+  ASSERT_EQ(1U, folder->children[0]->children.size());
+  EXPECT_EQ("/b/x/y", folder->children[0]->children[0]->GetPath());
+}
+
 TEST(FoldRenameSubtree, TwiceInARowEndsAtTheLastName) {
   EXPECT_EQ((Lines{"[02] /c/f", "[05] /a -> /c", "[05] /b -> /c", "count=3"}),
             Fold({Create("/a/f"), Rename("/a", "/b"), Rename("/b", "/c")}));
