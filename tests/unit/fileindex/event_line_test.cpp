@@ -125,6 +125,7 @@ const std::vector<std::string>& OddLines() {
       R"({"event":64,"path":"/a","path_old":null})",
       R"({"event":64,"path":"/a","path_old":[]})",
       R"({"event":64,"path":"/a","is_dir":true,"is_dir":"x"})",
+      R"({"event":64,"path":"/a","is_dir":true,"other":1,"is_dir":"x"})",
       R"({"event":64,"path":"/a","path_old":"/o","path_old":{}})",
       R"({"event":64,"path":"/a","data":{"audio":true}})",
       R"({"event":64,"path":"/a","data":{},"data":null})",
@@ -182,7 +183,7 @@ TEST(EventLine, ALineCutAnywhereReadsAsTheParserReadsIt) {
 
 TEST(EventLine, ARefusedLineLeavesNothingOfItselfInTheEvent) {
   // The quick reader gets past the mask and the flag before it gives up.
-  const Event event(R"({"event":64,"is_dir":true,"path":"/a","is_dir":"no"})");
+  const Event event(R"({"event":64,"is_dir":true,"path":"/a","other":1,"is_dir":"no"})");
   EXPECT_FALSE(event.is_dir);
 }
 
@@ -214,6 +215,7 @@ class Damage {
                                                      ",\"path\":\"/p\"",
                                                      "\"path_old\":\"\",",
                                                      "\"data\":null",
+                                                     ",\"is_dir\":[]",
                                                      "null",
                                                      "true",
                                                      "\\u0041",

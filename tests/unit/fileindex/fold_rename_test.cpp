@@ -106,6 +106,13 @@ TEST(FoldRename, TheSourceIsFreshAfterwards) {
             Fold({Create("/a"), Rename("/a", "/b"), Attrib("/a")}));
 }
 
+TEST(FoldRename, TheSourceIsFreshAlsoAfterManyRenamesOntoIt) {
+  EXPECT_EQ(
+      (Lines{"[05] /x -> /g", "[05] /x -> /g", "[05] /x -> /g", "[05] /f -> /g", "[02] /g", "[02] /f", "count=7"}),
+      Fold({Rename("/x", "/f"), Rename("/x", "/f"), Rename("/x", "/f"), Create("/f"), Rename("/f", "/g"), Create("/f"),
+            Modify("/f")}));
+}
+
 TEST(FoldRenameTarget, PendingDeleteUpdateAndAttributesAreCancelled) {
   for (const std::string& pending : {Delete("/t"), Modify("/t"), Attrib("/t")}) {
     EXPECT_EQ((Lines{"[05] /s -> /t", "count=2"}), Fold({pending, Rename("/s", "/t")})) << pending;
@@ -156,6 +163,12 @@ TEST(FoldRenameSubtree, AllKindsFromUpdateOnMoveAtEveryDepth) {
                   Delete("/a/6/w"), Rename("/a", "/b")}));
 }
 
+TEST(FoldRenameSubtree, ADeleteStaysAlsoWhereSomethingElseMovesAway) {
+  const auto tree = TreeOf({Reindex("/a/g"), Delete("/a/g"), Rename("/a", "/b")});
+  EXPECT_EQ((Lines{"[06] /b/g", "[01] /a/g", "[05] /a -> /b", "count=3"}), Deliver(*tree));
+  EXPECT_EQ((std::vector<int>{1}), KindsOn(*tree, "/a/g"));
+}
+
 TEST(FoldRenameSubtree, ThereIsNoCleanUpAndNoFollowUpBelow) {
   const auto tree = TreeOf({Attrib("/b/f"), Create("/a/f"), Rename("/a", "/b")});
   EXPECT_EQ((Lines{"[03] /b/f", "[02] /b/f", "[05] /a -> /b", "count=3"}), Deliver(*tree)) << "two live on one node";
@@ -201,6 +214,11 @@ TEST(FoldRenameSubtree, TwiceInARowEndsAtTheLastName) {
 TEST(FoldRenameSubtree, ThereAndBackAgain) {
   EXPECT_EQ((Lines{"[02] /a/f", "[05] /a -> /a", "[05] /b -> /a", "count=3"}),
             Fold({Create("/a/f"), Rename("/a", "/b"), Rename("/b", "/a")}));
+}
+
+TEST(FoldRenameSubtree, ReachesWhatLiesBelowACancelledFolder) {
+  EXPECT_EQ((Lines{"[05] /x -> /e/p/c", "[05] /d -> /e", "[06] /e", "count=5"}),
+            Fold({Rename("/x", "/d/p/c"), Create("/d/p"), Reindex("/d"), Rename("/d", "/e")}));
 }
 
 TEST(FoldRenameSubtree, LaterEventsMeetWhatWasCarried) {
