@@ -95,7 +95,7 @@ void OPTree::BuildTree() {
   std::ifstream input_stream(queue_path_);
   ORBISK_CHECK(!input_stream, 502, "Failed to open queue, reason=" + GetErrnoStr());
   std::string line;
-  while (!crashed_ && std::getline(input_stream, line)) {
+  while (std::getline(input_stream, line)) {
     if (log_level == 7) {
       ORBISK_NOTE("Got event: %s", line.c_str());
     }
@@ -105,11 +105,14 @@ void OPTree::BuildTree() {
       ORBISK_RECORD(ORBISK_SOURCE, "InsertEvent failed, event_raw=%s, code=%d, reason=%s", line.c_str(), error.code(),
                     error.what());
     }
+    if (crashed_) {
+      break;  // all of the queue will be done again
+    }
   }
 }
 
 void OPTree::InsertEvent(std::shared_ptr<Event> event) {
-  const std::shared_ptr<OPNode> node = GetNodeByPath(event->path);
+  const std::shared_ptr<OPNode> node = GetNodeByPath(event->path, Children::kUnseen);
   // One operation for all bits of the event: the second handler finds what the first one filed.
   const auto op = std::make_shared<OP>(node, OP_NONE, "", Json::Value());
   try {
@@ -193,6 +196,13 @@ OPNode* OPTree::WalkPath(std::string_view path, bool& plain) {
 }
 
 std::shared_ptr<OPNode> OPTree::GetNodeByPath(const std::string& path) {
+  return GetNodeByPath(path, Children::kSeen);
+}
+
+std::shared_ptr<OPNode> OPTree::GetNodeByPath(const std::string& path, Children children) {
+  if (children == Children::kSeen) {
+    MakeRenamedNodes();
+  }
   bool plain = false;
   OPNode* const node = WalkPath(path, plain);
   ORBISK_CHECK(!plain, 9999, "GetNodeByPath failed, path=" + path);

@@ -2,9 +2,9 @@
 //
 // A rename of a folder carries the pending operations of everything below it to the same places below the new name, and
 // each place is made there, whether anything is pending on it or not. Almost all of a large folder is idle, so only
-// the busy part is walked, and the idle places are noted (SubtreeRename) and made when somebody could tell: places are
-// walked in the order they were made, which shows in an outside walk and in a rename between a folder and one of its
-// own ancestors, where what is carried lands in the part being walked.
+// the busy part is walked, and the idle places are noted (SubtreeRename) and made when somebody could tell: when a node
+// is looked up from outside, and, since places are walked in the order they were made, for an outside walk and for a
+// rename between a folder and one of its own ancestors, where what is carried lands in the part being walked.
 #include <algorithm>
 #include <iterator>
 #include <limits>
@@ -137,7 +137,7 @@ void OPTree::MoveOperations(OPNode& from, const std::shared_ptr<OPNode>& to, Sel
 }
 
 void OPTree::HandleRename(const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op) {
-  const std::shared_ptr<OPNode> old_node = GetNodeByPath(op->path);
+  const std::shared_ptr<OPNode> old_node = GetNodeByPath(op->path, Children::kUnseen);
   op->op = OP_RENAME;
   for (size_t i = FirstUnsettled(*node, *op); i < node->ops.size(); ++i) {
     OP& pending = *node->ops[i];

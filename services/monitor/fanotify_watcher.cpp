@@ -260,6 +260,8 @@ void FanotifyWatcher::OnLoss(DrainReport& report) {
   report.lost = true;
   cache_.Clear();  // lost events may have moved folders
   ledger_.Clear();
+  moved_folders_.clear();
+  confused_ = false;
   writers_.Clear();
 }
 
@@ -290,6 +292,28 @@ void FanotifyWatcher::OnChange(const KernelEvent& event, const Handle& folder, C
   }
 }
 
+// A folder whose place is taken by something else has left it in a rename that was merged into an earlier one: where it
+// went shows on disk.
+void FanotifyWatcher::Learn(const Handle& folder, std::string_view name, Ledger::State state, bool enter) {
+  const Ledger::State* known = ledger_.Find(folder, name);
+  if (known != nullptr && known->object && known->is_dir && state.object && *state.object != *known->object) {
+    FolderCache::Folder* misplaced = cache_.Find(*known->object);
+    if (misplaced != nullptr && misplaced->name == name && misplaced->parent != nullptr &&
+        misplaced->parent->handle == folder) {
+      cache_.Erase(misplaced);
+    }
+    confused_ = true;
+  }
+  if (state.object && state.is_dir && (enter || known != nullptr)) {
+    moved_folders_.insert(*state.object);
+  }
+  if (enter) {
+    ledger_.Enter(folder, name, std::move(state));
+  } else {
+    ledger_.Update(folder, name, std::move(state));
+  }
+}
+
 // The bits of one event in an order that leaves the right state. Create and delete together may have come either way:
 // the delete is written last, and the disk asked later.
 void FanotifyWatcher::ReportChange(const KernelEvent& event, const Handle& folder, const FolderViews& views,
@@ -299,15 +323,11 @@ void FanotifyWatcher::ReportChange(const KernelEvent& event, const Handle& folde
   const std::optional<Handle> target = event.target != nullptr ? HandleOf(*event.target) : std::optional<Handle>();
   if ((event.mask & FAN_CREATE) != 0) {
     recorder_->Report(views, event.name, is_dir, kCreate);
-    ledger_.Update(folder, event.name, {target, is_dir});
+    Learn(folder, event.name, {target, is_dir}, false);
   }
   if (deleted) {
     recorder_->Report(views, event.name, is_dir, kDelete);
-    if ((event.mask & FAN_CREATE) != 0) {
-      ledger_.Enter(folder, event.name, {std::nullopt, is_dir});
-    } else {
-      ledger_.Update(folder, event.name, {std::nullopt, is_dir});
-    }
+    Learn(folder, event.name, {std::nullopt, is_dir}, (event.mask & FAN_CREATE) != 0);
     if (target) {
       writers_.Erase(*target);
     }
@@ -359,6 +379,8 @@ void FanotifyWatcher::OnRename(const KernelEvent& event, const Handle& new_folde
     return;
   }
   if (event.is_dir()) {
+    from = cache_.Find(*old_folder);  // the report may have shown that places known so far were wrong
+    to = locator_.Locate(new_folder);
     if (MoveFolder(event, from, to, watched)) {
       recorder_->Report(*new_views, event.name, true, kCreate);
     }
@@ -382,9 +404,9 @@ bool FanotifyWatcher::ReportRename(const KernelEvent& event, const Handle& old_f
     watched = recorder_->Report(to, event.name, event.is_dir(), kCreate);
   } else {
     watched = recorder_->ReportRename(from, event.old_name, to, event.name, event.is_dir());
-    ledger_.Enter(old_folder, event.old_name, {std::nullopt, event.is_dir()});
+    Learn(old_folder, event.old_name, {std::nullopt, event.is_dir()}, true);
   }
-  ledger_.Enter(new_folder, event.name, {target, event.is_dir()});
+  Learn(new_folder, event.name, {target, event.is_dir()}, true);
   return watched;
 }
 
@@ -440,8 +462,18 @@ void FanotifyWatcher::Correct(const Ledger::Name& name, const Ledger::State& sta
     recorder_->Report(*views, name.name, is_dir, kCreate);
   }
   if (is_dir || state.is_dir) {
-    cache_.Clear();  // a folder is not where its renames left it
+    confused_ = true;
   }
+}
+
+// Some folder is not where its renames left it. Lines about what is in it may have gone out under the path of another
+// one, so all that were moved are looked through again.
+void FanotifyWatcher::ReportMovedFolders() {
+  cache_.Clear();
+  for (const Handle& moved : std::exchange(moved_folders_, {})) {
+    recorder_->Report(*ViewsOf(locator_.Locate(moved)), {}, true, kCreate);
+  }
+  confused_ = false;
 }
 
 // Returns whether events came meanwhile: then a difference may be their doing, and is left for the next time.
@@ -457,6 +489,10 @@ bool FanotifyWatcher::CompareWithDisk() {
   for (const auto& [name, state] : ledger_.TakeAll()) {
     Correct(name, state);
   }
+  if (confused_) {
+    ReportMovedFolders();
+  }
+  moved_folders_.clear();
   return !stream_.drained();
 }
 

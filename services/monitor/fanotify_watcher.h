@@ -62,6 +62,7 @@ class FanotifyWatcher : public Watcher {
   void OnEvent(const KernelEvent& event, Clock::time_point now, DrainReport& report);
   void OnChange(const KernelEvent& event, const Handle& folder, Clock::time_point now);
   void ReportChange(const KernelEvent& event, const Handle& folder, const FolderViews& views, Clock::time_point now);
+  void Learn(const Handle& folder, std::string_view name, Ledger::State state, bool enter);
   void OnContent(const KernelEvent& event, const Handle& folder, const FolderViews& views, Clock::time_point now);
   void OnRename(const KernelEvent& event, const Handle& new_folder);
   bool ReportRename(const KernelEvent& event, const Handle& old_folder, const FolderViews& from,
@@ -74,6 +75,7 @@ class FanotifyWatcher : public Watcher {
 
   bool CompareWithDisk();
   bool MatchesDisk(const Ledger::Name& name, const Ledger::State& state);
+  void ReportMovedFolders();
   void Correct(const Ledger::Name& name, const Ledger::State& state);
   std::optional<Handle> ObjectNow(const Ledger::Name& name, const FolderViews& views);
 
@@ -84,6 +86,8 @@ class FanotifyWatcher : public Watcher {
   FolderCache cache_;
   FolderLocator locator_;
   Ledger ledger_;
+  std::unordered_set<Handle, HandleHash> moved_folders_;  // since the kernel's queue was empty last
+  bool confused_ = false;                                 // one of them is not where events say
   OpenWriters<Handle, Handle, HandleHash> writers_;
 
   std::vector<Point> points_;

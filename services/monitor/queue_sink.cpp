@@ -37,8 +37,10 @@ std::string_view NextSlice(std::string_view lines) {
 
 std::string FullPath(const Place& place) {
   std::string path(place.escaped_folder);
-  path += '/';
-  AppendEscaped(path, place.name);
+  if (!place.name.empty()) {
+    path += '/';
+    AppendEscaped(path, place.name);
+  }
   return path;
 }
 

@@ -248,9 +248,15 @@ void IndexModel::Rename(const std::string& from, const std::string& to) {
 void IndexModel::MoveOrRead(const std::string& from, const std::string& to) {
   const std::optional<Document> now = LookAt(to);
   if (!now) {
-    Remove(from);
-    Remove(to);
+    RemoveStale(from);
+    RemoveStale(to);
     missed_.insert(to);
+    return;
+  }
+  if (fresh_.count(from) != 0) {
+    if (fresh_.count(to) == 0) {
+      ReadTree(to);
+    }
     return;
   }
   const auto source = documents_.find(from);
@@ -259,7 +265,7 @@ void IndexModel::MoveOrRead(const std::string& from, const std::string& to) {
     return;
   }
   if (source != documents_.end() && !KnownAgain(source->second, LookAt(from))) {
-    Remove(from);
+    RemoveStale(from);
   }
   const auto target = documents_.find(to);
   if (target == documents_.end() || !KnownAgain(target->second, now)) {
@@ -280,7 +286,7 @@ void IndexModel::MoveDocuments(const std::string& from, const std::string& to) {
       moved[path] = *ReadDocument(path);
     }
   }
-  Remove(from);
+  RemoveStale(from);
   RemoveStale(to);
   documents_.merge(moved);  // keeps what is there
 }

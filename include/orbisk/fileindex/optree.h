@@ -112,6 +112,9 @@ class ORBISK_EXPORT OPTree {
  private:
   struct Unread {};
 
+  /// Whether somebody may look at the children of the node that a lookup finds.
+  enum class Children { kUnseen, kSeen };
+
   /// A folder's rename whose idle places are not made yet.
   struct SubtreeRename {
     std::uint32_t time;  ///< the clock when it happened
@@ -131,6 +134,7 @@ class ORBISK_EXPORT OPTree {
   OPTree(const std::string& queue_path, Unread);
 
   void HandleBits(const Event& event, const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op);
+  std::shared_ptr<OPNode> GetNodeByPath(const std::string& path, Children children);
   OPNode* WalkPath(std::string_view path, bool& plain);
   void File(OPNode& node, const std::shared_ptr<OP>& op);
   void FileUnlessCancelled(OPNode& node, const std::shared_ptr<OP>& op);

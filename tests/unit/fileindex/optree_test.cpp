@@ -283,7 +283,7 @@ std::string DeepPath(const std::string& top) {
 
 TEST(DeepTree, IsBuiltWalkedRenamedAndDestroyed) {
   OnSmallStack([] {
-    const QueueFile queue({Create(DeepPath("/a")), Rename("/a", "/b")});
+    const QueueFile queue(Join({Create(DeepPath("/a")), Rename("/a", "/b")}));
     OPTree tree(queue.path());
     size_t nodes = 0;
     tree.TraverseNodeDescendant(

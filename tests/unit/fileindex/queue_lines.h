@@ -31,8 +31,7 @@ std::string Join(const std::vector<std::string>& lines);
 /// A queue file in a folder of its own.
 class QueueFile {
  public:
-  explicit QueueFile(const std::vector<std::string>& lines = {}) : QueueFile(Join(lines)) {}
-  explicit QueueFile(const std::string& content);
+  explicit QueueFile(const std::string& content = "");
 
   const std::string& path() const { return path_; }
   std::string side_path() const { return path_ + ".tmp"; }
