@@ -46,12 +46,12 @@ class ORBISK_EXPORT OPNode : public std::enable_shared_from_this<OPNode> {
   friend class OPTree;
   struct ChildTable;
 
-  ChildTable& Table();
-  OPNode* FindChild(std::string_view child_name);
-  OPNode* FindOrMakeChild(std::string_view child_name, std::uint32_t& clock);
-  OPNode* AddChild(std::string_view child_name, std::uint32_t created);
-  bool HasWork() const;
-  void ForgetChildren();
+  ORBISK_LOCAL ChildTable& Table();
+  ORBISK_LOCAL OPNode* FindChild(std::string_view child_name);
+  ORBISK_LOCAL OPNode* FindOrMakeChild(std::string_view child_name, std::uint32_t& clock);
+  ORBISK_LOCAL OPNode* AddChild(std::string_view child_name, std::uint32_t created);
+  ORBISK_LOCAL bool HasWork() const;
+  ORBISK_LOCAL void ForgetChildren();
 
   std::unique_ptr<ChildTable> table_;  // made when a node first needs it; most nodes are files
   std::uint32_t created_ = 0;          // the tree's clock when the node was made
@@ -131,33 +131,33 @@ class ORBISK_EXPORT OPTree {
   /// Nodes taken out of their parents' lists, by parent and name.
   using UnattachedNodes = std::map<std::pair<OPNode*, std::string_view>, std::shared_ptr<OPNode>>;
 
-  OPTree(const std::string& queue_path, Unread);
+  ORBISK_LOCAL OPTree(const std::string& queue_path, Unread);
 
-  void HandleBits(const Event& event, const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op);
-  std::shared_ptr<OPNode> GetNodeByPath(const std::string& path, Children children);
-  OPNode* WalkPath(std::string_view path, bool& plain);
-  void File(OPNode& node, const std::shared_ptr<OP>& op);
-  void FileUnlessCancelled(OPNode& node, const std::shared_ptr<OP>& op);
+  ORBISK_LOCAL void HandleBits(const Event& event, const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op);
+  ORBISK_LOCAL std::shared_ptr<OPNode> GetNodeByPath(const std::string& path, Children children);
+  ORBISK_LOCAL OPNode* WalkPath(std::string_view path, bool& plain);
+  ORBISK_LOCAL void File(OPNode& node, const std::shared_ptr<OP>& op);
+  ORBISK_LOCAL void FileUnlessCancelled(OPNode& node, const std::shared_ptr<OP>& op);
 
-  static void MarkBusy(OPNode& node);
-  static void UpdateBusy(OPNode& node, const OP& op);
-  static void ClearBusyIfIdle(OPNode& node);
-  static std::vector<BusyNode> BusyDescendants(OPNode& top);
-  static void CancelBelow(OPNode& node);
+  ORBISK_LOCAL static void MarkBusy(OPNode& node);
+  ORBISK_LOCAL static void UpdateBusy(OPNode& node, const OP& op);
+  ORBISK_LOCAL static void ClearBusyIfIdle(OPNode& node);
+  ORBISK_LOCAL static std::vector<BusyNode> BusyDescendants(OPNode& top);
+  ORBISK_LOCAL static void CancelBelow(OPNode& node);
 
-  static size_t FirstUnsettled(OPNode& node, const OP& incoming);
+  ORBISK_LOCAL static size_t FirstUnsettled(OPNode& node, const OP& incoming);
   template <typename Reactions>
-  static void LetPendingReact(OPNode& node, OP& incoming, const Reactions& reactions);
+  ORBISK_LOCAL static void LetPendingReact(OPNode& node, OP& incoming, const Reactions& reactions);
   template <typename Select>
-  static void MoveOperations(OPNode& from, const std::shared_ptr<OPNode>& to, Select select);
-  static FileIndexOP CarryOwnOperations(OPNode& old_node, const std::shared_ptr<OPNode>& node);
-  static void CarryOperations(OPNode& from, const std::shared_ptr<OPNode>& to);
-  void CarryBusyBelow(OPNode& old_node, OPNode& node);
-  void CarryAllBelow(const std::shared_ptr<OPNode>& old_node, OPNode& node);
+  ORBISK_LOCAL static void MoveOperations(OPNode& from, const std::shared_ptr<OPNode>& to, Select select);
+  ORBISK_LOCAL static FileIndexOP CarryOwnOperations(OPNode& old_node, const std::shared_ptr<OPNode>& node);
+  ORBISK_LOCAL static void CarryOperations(OPNode& from, const std::shared_ptr<OPNode>& to);
+  ORBISK_LOCAL void CarryBusyBelow(OPNode& old_node, OPNode& node);
+  ORBISK_LOCAL void CarryAllBelow(const std::shared_ptr<OPNode>& old_node, OPNode& node);
 
-  void MakeRenamedNodes();
-  void MirrorBelow(OPNode& from, OPNode& to, UnattachedNodes& unattached);
-  OPNode* FindOrAttachChild(OPNode& parent, std::string_view name, UnattachedNodes& unattached);
+  ORBISK_LOCAL void MakeRenamedNodes();
+  ORBISK_LOCAL void MirrorBelow(OPNode& from, OPNode& to, UnattachedNodes& unattached);
+  ORBISK_LOCAL OPNode* FindOrAttachChild(OPNode& parent, std::string_view name, UnattachedNodes& unattached);
 
   bool crashed_ = false;
   std::string queue_path_;
