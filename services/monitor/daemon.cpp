@@ -40,6 +40,7 @@ void AddOptions(CLI::App& app, CommandLine& line, Numbers& numbers) {
       {"error", LOG_ERR}, {"warning", LOG_WARNING}, {"notice", LOG_NOTICE}, {"info", LOG_INFO}, {"debug", LOG_DEBUG}};
   static const std::map<std::string, BackendChoice> kBackends = {
       {"auto", BackendChoice::kAuto}, {"fanotify", BackendChoice::kFanotify}, {"inotify", BackendChoice::kInotify}};
+  app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
   app.set_version_flag("--version", "nimotifyd " NIMOTIFYD_VERSION);
   app.add_option("--registrations", options.registrations, "folder with one file per registered queue");
   app.add_option("--socket", options.socket, "socket on which registrars poke the monitor");

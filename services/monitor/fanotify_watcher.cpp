@@ -17,7 +17,9 @@ namespace {
 
 constexpr uint64_t kFileSystemMask =
     FAN_CREATE | FAN_DELETE | FAN_RENAME | FAN_CLOSE_WRITE | FAN_MODIFY | FAN_ATTRIB | FAN_ONDIR;
-constexpr uint64_t kGuardMask = FAN_CREATE | FAN_DELETE | FAN_RENAME | FAN_ONDIR;
+constexpr uint64_t kGuardMask = FAN_MOVE_SELF | FAN_DELETE_SELF | FAN_ONDIR;
+constexpr uint64_t kArrivalMask = kGuardMask | FAN_CREATE | FAN_MOVED_TO;
+constexpr uint64_t kNameMask = FAN_CREATE | FAN_DELETE | FAN_RENAME | FAN_MOVED_TO;
 
 // Lines are written to the queues after so many events at the latest.
 constexpr int kEventsAtOnce = 16'384;
@@ -75,22 +77,38 @@ WatchOutcome FanotifyWatcher::Watch(const WatchPoint& point) {
     return error == ENOENT || error == ENOTDIR ? WatchOutcome::kMissing : WatchOutcome::kUnsupported;
   }
   const std::optional<Handle> handle = HandleAt(*file_system, AT_FDCWD, point.path.c_str(), AT_SYMLINK_FOLLOW);
-  locator_.Offer(*file_system, point.path);
+  const int error = errno;
+  OfferPaths(*file_system, point.path);
   if (!handle || !locator_.Open(*handle).valid()) {
+    OfferPaths(*file_system, {});
     if (marks_.count(*file_system) == 0) {
-      locator_.Forget(*file_system);
       UnmarkFileSystem(point.path, *file_system);
     }
-    return handle || errno != ENOENT ? WatchOutcome::kUnsupported : WatchOutcome::kMissing;
+    return handle || error != ENOENT ? WatchOutcome::kUnsupported : WatchOutcome::kMissing;
   }
-  if (++marks_[*file_system] == 1) {
-    cache_.Clear();  // what was learnt while nothing was watched may be old
-  }
+  ++marks_[*file_system];
+  cache_.Clear();  // what was learnt while nothing was watched may be old, and another mount may show more
   points_.push_back({point.path, point.mount, *handle});
   points_by_handle_[*handle].push_back(points_.size() - 1);
+  OfferPaths(*file_system, {});
   slots_.assign(kViewSlots, {});
   locator_.CloseMounts();
   return WatchOutcome::kWatched;
+}
+
+// Where handles of the file system can be opened: the watched folders in it, and `another` one unless it is empty.
+void FanotifyWatcher::OfferPaths(uint64_t file_system, const std::string& another) {
+  std::vector<std::string> paths;
+  std::unordered_set<uint64_t> mounts;
+  for (const Point& point : points_) {
+    if (point.handle.file_system == file_system && mounts.insert(point.mount).second) {
+      paths.push_back(point.path);
+    }
+  }
+  if (!another.empty()) {
+    paths.push_back(another);
+  }
+  locator_.Offer(file_system, paths);
 }
 
 // A mark is removed through any path in its file system; the watched folder itself may be gone by now.
@@ -114,20 +132,18 @@ void FanotifyWatcher::Unwatch(const std::string& path) {
   points_by_handle_.clear();
   for (size_t i = 0; i < points_.size(); ++i) {
     points_by_handle_[points_[i].handle].push_back(i);
-    if (points_[i].handle.file_system == file_system) {
-      locator_.Offer(file_system, points_[i].path);
-    }
   }
+  OfferPaths(file_system, {});
   if (--marks_[file_system] == 0) {
     marks_.erase(file_system);
-    locator_.Forget(file_system);
     UnmarkFileSystem(path, file_system);
   }
+  cache_.Clear();  // what lies above a mount of a part of a file system may be seen no more, or now
   slots_.assign(kViewSlots, {});
 }
 
-// Every folder on the way to a registered one is guarded for the next component, in file systems without a mark by a
-// mark of its own.
+// Every folder on the way to a registered one is guarded: in marked file systems by the name of the next one, elsewhere
+// by marks of its own, which tell when the folder itself goes and, of the last one that is there, what comes into it.
 void FanotifyWatcher::GuardPath(const std::string& path) {
   for (size_t slash = 0; slash != std::string::npos; slash = path.find('/', slash + 1)) {
     const std::string folder = slash == 0 ? "/" : path.substr(0, slash);
@@ -139,9 +155,12 @@ void FanotifyWatcher::GuardPath(const std::string& path) {
     if (!handle) {
       continue;
     }
-    guarded_[*handle].insert(path.substr(slash + 1, path.find('/', slash + 1) - slash - 1));
+    const size_t next = path.find('/', slash + 1);
+    guarded_[*handle].insert(path.substr(slash + 1, next - slash - 1));
     if (marks_.count(*file_system) == 0) {
-      fanotify_mark(fd_.get(), FAN_MARK_ADD | FAN_MARK_ONLYDIR, kGuardMask, AT_FDCWD, folder.c_str());
+      const bool last = access(path.substr(0, next).c_str(), F_OK) != 0;
+      fanotify_mark(fd_.get(), FAN_MARK_ADD | FAN_MARK_ONLYDIR, last ? kArrivalMask : kGuardMask, AT_FDCWD,
+                    folder.c_str());
     }
   }
 }
@@ -243,7 +262,10 @@ void FanotifyWatcher::OnEvent(const KernelEvent& event, Clock::time_point now, D
   if (!folder) {
     return;
   }
-  if (event.is_dir() && (event.mask & kGuardMask & ~uint64_t{FAN_ONDIR}) != 0) {
+  if ((event.mask & (FAN_MOVE_SELF | FAN_DELETE_SELF)) != 0) {
+    report.roots_touched |= guarded_.count(*folder) != 0;
+  }
+  if (event.is_dir() && (event.mask & kNameMask) != 0) {
     report.roots_touched |= TouchesRoot(event, *folder);
   }
   if (marks_.count(folder->file_system) == 0) {

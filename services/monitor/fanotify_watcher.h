@@ -55,6 +55,7 @@ class FanotifyWatcher : public Watcher {
   FanotifyWatcher(const Options& options, const Recorder& recorder, UniqueFd fd);
 
   bool MarkFileSystem(const std::string& path, uint64_t file_system);
+  void OfferPaths(uint64_t file_system, const std::string& another);
   void UnmarkFileSystem(const std::string& path, uint64_t file_system);
   void GuardPath(const std::string& path);
   bool TouchesRoot(const KernelEvent& event, const Handle& folder) const;

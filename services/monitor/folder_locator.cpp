@@ -54,40 +54,53 @@ std::optional<std::string> NameNow(int fd) {
 
 }  // namespace
 
-void FolderLocator::Offer(uint64_t file_system, const std::string& path) {
-  paths_[file_system] = path;
+void FolderLocator::Offer(uint64_t file_system, const std::vector<std::string>& paths) {
   mounts_.erase(file_system);
+  if (paths.empty()) {
+    paths_.erase(file_system);
+  } else {
+    paths_[file_system] = paths;
+  }
 }
 
-void FolderLocator::Forget(uint64_t file_system) {
-  paths_.erase(file_system);
-  mounts_.erase(file_system);
+const std::vector<UniqueFd>& FolderLocator::MountsOf(uint64_t file_system) {
+  const auto [at, added] = mounts_.try_emplace(file_system);
+  if (added) {
+    for (const std::string& path : paths_[file_system]) {
+      // open_by_handle_at takes no O_PATH descriptor here.
+      UniqueFd fd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+      if (fd.valid() && FileSystemId(path) == file_system) {
+        at->second.push_back(std::move(fd));
+      }
+    }
+  }
+  return at->second;
 }
 
 UniqueFd FolderLocator::Open(const Handle& folder) {
-  const int mount = MountOf(folder.file_system);
-  return UniqueFd(mount >= 0 ? OpenHandle(mount, folder) : -1);
-}
-
-int FolderLocator::MountOf(uint64_t file_system) {
-  const auto open_already = mounts_.find(file_system);
-  if (open_already != mounts_.end()) {
-    return open_already->second.get();
+  for (const UniqueFd& mount : MountsOf(folder.file_system)) {
+    UniqueFd fd(OpenHandle(mount.get(), folder));
+    if (fd.valid()) {
+      return fd;
+    }
   }
-  const auto path = paths_.find(file_system);
-  if (path == paths_.end()) {
-    return -1;
-  }
-  // open_by_handle_at takes no O_PATH descriptor here.
-  UniqueFd fd(open(path->second.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!fd.valid() || FileSystemId(path->second) != file_system) {
-    return -1;
-  }
-  return mounts_.emplace(file_system, std::move(fd)).first->second.get();
+  return UniqueFd();
 }
 
 std::optional<FolderLocator::Finding> FolderLocator::LookOnDisk(const Handle& folder) {
-  const UniqueFd fd = Open(folder);
+  std::optional<Finding> best;
+  for (const UniqueFd& mount : MountsOf(folder.file_system)) {
+    std::optional<Finding> finding = LookThrough(mount.get(), folder);
+    if (finding && !finding->top) {
+      return finding;
+    }
+    best = finding ? std::move(finding) : std::move(best);
+  }
+  return best;
+}
+
+std::optional<FolderLocator::Finding> FolderLocator::LookThrough(int mount, const Handle& folder) {
+  const UniqueFd fd(OpenHandle(mount, folder));
   for (int tries = 0; fd.valid() && tries < kLookTries; ++tries) {
     struct statx info {};
     if (statx(fd.get(), "", AT_EMPTY_PATH, STATX_NLINK | STATX_TYPE | STATX_INO, &info) != 0 || info.stx_nlink == 0 ||

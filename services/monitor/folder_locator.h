@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "services/monitor/fanotify_stream.h"
 #include "services/monitor/folder_cache.h"
@@ -20,9 +21,9 @@ class FolderLocator {
  public:
   FolderLocator(FolderCache& cache, FanotifyStream& stream) : cache_(&cache), stream_(&stream) {}
 
-  /// `path` is a folder through which handles of `file_system` can be opened. Forgotten with Forget.
-  void Offer(uint64_t file_system, const std::string& path);
-  void Forget(uint64_t file_system);
+  /// `paths` are folders through which handles of `file_system` can be opened; none: forgets the file system. Several
+  /// are needed where it is mounted more than once, because a mount of a part of it does not show what is above.
+  void Offer(uint64_t file_system, const std::vector<std::string>& paths);
 
   /// The folder, with its ancestors; null if it is gone, or in no offered file system.
   FolderCache::Folder* Locate(const Handle& folder);
@@ -40,14 +41,15 @@ class FolderLocator {
     bool top = false;
     FolderPlace place;
   };
-  int MountOf(uint64_t file_system);
+  const std::vector<UniqueFd>& MountsOf(uint64_t file_system);
   std::optional<Finding> LookOnDisk(const Handle& folder);
+  static std::optional<Finding> LookThrough(int mount, const Handle& folder);
   std::optional<Finding> Find(const Handle& folder);
 
   FolderCache* cache_;
   FanotifyStream* stream_;
-  std::unordered_map<uint64_t, std::string> paths_;
-  std::unordered_map<uint64_t, UniqueFd> mounts_;
+  std::unordered_map<uint64_t, std::vector<std::string>> paths_;
+  std::unordered_map<uint64_t, std::vector<UniqueFd>> mounts_;
   uint64_t lookups_ = 0;
 };
 

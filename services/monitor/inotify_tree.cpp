@@ -18,7 +18,8 @@ namespace {
 
 constexpr uint32_t kFolderMask = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_MODIFY | IN_CLOSE_WRITE |
                                  IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_EXCL_UNLINK | IN_MASK_ADD;
-constexpr uint32_t kGuardMask = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_ONLYDIR | IN_MASK_ADD;
+constexpr uint32_t kGuardMask = IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_MASK_ADD;
+constexpr uint32_t kArrivalMask = kGuardMask | IN_CREATE | IN_MOVED_TO;
 
 class Listing {
  public:
@@ -207,10 +208,14 @@ void InotifyTree::Forget(InotifyFolder& folder) {
   for (auto& [name, child] : folder.children) {
     Forget(*child);
   }
-  if (folder.watch >= 0) {
-    by_watch_.erase(folder.watch);
-    if (guards_.count(folder.watch) == 0) {
-      inotify_rm_watch(fd_, folder.watch);
+  const auto at = folder.watch >= 0 ? by_watch_.find(folder.watch) : by_watch_.end();
+  if (at != by_watch_.end()) {
+    std::erase(at->second, &folder);
+    if (at->second.empty()) {
+      by_watch_.erase(at);
+      if (guards_.count(folder.watch) == 0) {
+        inotify_rm_watch(fd_, folder.watch);
+      }
     }
   }
   polled_.erase(&folder);
@@ -221,14 +226,25 @@ void InotifyTree::Dropped(int watch) {
   guards_.erase(watch);
   const auto at = by_watch_.find(watch);
   if (at != by_watch_.end()) {
-    at->second->watch = -1;
+    for (InotifyFolder* folder : at->second) {
+      folder->watch = -1;
+    }
     by_watch_.erase(at);
   }
 }
 
-InotifyFolder* InotifyTree::Find(int watch) const {
+std::vector<uint64_t> InotifyTree::Find(int watch) const {
+  std::vector<uint64_t> result;
+  std::unordered_set<std::string> paths;  // a registered folder below another one is in the tree twice
   const auto at = by_watch_.find(watch);
-  return at == by_watch_.end() ? nullptr : at->second;
+  if (at != by_watch_.end()) {
+    for (const InotifyFolder* folder : at->second) {
+      if (at->second.size() == 1 || paths.insert(PathOf(*folder)).second) {
+        result.push_back(folder->id);
+      }
+    }
+  }
+  return result;
 }
 
 InotifyFolder* InotifyTree::FindById(uint64_t id) const {
@@ -251,16 +267,28 @@ bool InotifyTree::SetWatch(InotifyFolder& folder, int fd) {
     }
     return false;
   }
-  // The kernel knows folders, not paths: another path that leads to this folder is one it was moved from, and what
-  // stands there now, if anything, is not watched.
-  const auto known = by_watch_.find(watch);
-  if (known != by_watch_.end() && known->second != &folder) {
-    known->second->watch = -1;
-    contested_.push_back(known->second->id);
-  }
-  folder.watch = watch;
-  by_watch_[watch] = &folder;
+  ShareWatch(watch, folder, fd);
   return true;
+}
+
+// The kernel knows folders, not paths. Another path of this folder is either as good as this one, or one that it was
+// moved from; what stands there now, if anything, is not watched.
+void InotifyTree::ShareWatch(int watch, InotifyFolder& folder, int fd) {
+  struct stat here {};
+  fstat(fd, &here);
+  std::vector<InotifyFolder*>& sharers = by_watch_[watch];
+  std::erase_if(sharers, [&](InotifyFolder* other) {
+    struct stat there {};
+    if (other == &folder || (fstat(OpenFolder(PathOf(*other)).get(), &there) == 0 && there.st_ino == here.st_ino &&
+                             there.st_dev == here.st_dev)) {
+      return other == &folder;
+    }
+    other->watch = -1;
+    contested_.push_back(other->id);
+    return true;
+  });
+  sharers.push_back(&folder);
+  folder.watch = watch;
 }
 
 bool InotifyTree::WatchOne(InotifyFolder& folder, std::vector<InotifyFolder*>& found) {
@@ -339,8 +367,8 @@ void InotifyTree::ClearGuards() {
   guards_.clear();
 }
 
-void InotifyTree::AddGuard(const std::string& path, const std::string& name) {
-  const int watch = inotify_add_watch(fd_, path.c_str(), kGuardMask);
+void InotifyTree::AddGuard(const std::string& path, const std::string& name, bool arrivals) {
+  const int watch = inotify_add_watch(fd_, path.c_str(), arrivals ? kArrivalMask : kGuardMask);
   if (watch >= 0) {
     guards_[watch].insert(name);
   }

@@ -56,12 +56,15 @@ class InotifyTree {
 
   /// Forgets the watch: the kernel has removed it.
   void Dropped(int watch);
-  InotifyFolder* Find(int watch) const;
+  /// The folders, by id, that a watch stands for: more than one where a folder can be reached by several paths.
+  std::vector<uint64_t> Find(int watch) const;
   InotifyFolder* FindById(uint64_t id) const;
 
-  /// Guards: `names` in the folder at `path` matter although the folder is not watched.
+  /// Guards: that the folder at `path` goes matters although it may not be watched, and so does what happens to `name`
+  /// in it. With `arrivals` the kernel is asked to tell what comes into it.
   void ClearGuards();
-  void AddGuard(const std::string& path, const std::string& name);
+  void AddGuard(const std::string& path, const std::string& name, bool arrivals);
+  bool IsGuard(int watch) const { return guards_.count(watch) != 0; }
   bool Guards(int watch, std::string_view name) const;
 
   const FolderViews& ViewsOf(InotifyFolder& folder);
@@ -82,6 +85,7 @@ class InotifyTree {
   void WatchTree(InotifyFolder& top);
   bool WatchOne(InotifyFolder& folder, std::vector<InotifyFolder*>& found);
   bool SetWatch(InotifyFolder& folder, int fd);
+  void ShareWatch(int watch, InotifyFolder& folder, int fd);
   void ListInto(InotifyFolder& folder, int fd, std::vector<InotifyFolder*>& found);
   void StartPolling(InotifyFolder& folder);
   void Forget(InotifyFolder& folder);
@@ -94,7 +98,7 @@ class InotifyTree {
   uint64_t last_id_ = 0;
   uint64_t epoch_ = 1;
   std::map<std::string, std::unique_ptr<InotifyFolder>> roots_;
-  std::unordered_map<int, InotifyFolder*> by_watch_;
+  std::unordered_map<int, std::vector<InotifyFolder*>> by_watch_;
   std::unordered_map<uint64_t, InotifyFolder*> by_id_;
   std::unordered_set<InotifyFolder*> polled_;
   std::unordered_map<int, std::unordered_set<std::string>> guards_;

@@ -79,7 +79,8 @@ void InotifyWatcher::Guard(const std::vector<std::string>& folders) {
   const auto guard = [this](const std::string& path) {
     for (size_t slash = 0; slash != std::string::npos; slash = path.find('/', slash + 1)) {
       const size_t next = path.find('/', slash + 1);
-      tree_.AddGuard(slash == 0 ? "/" : path.substr(0, slash), path.substr(slash + 1, next - slash - 1));
+      const bool last = access(path.substr(0, next).c_str(), F_OK) != 0;
+      tree_.AddGuard(slash == 0 ? "/" : path.substr(0, slash), path.substr(slash + 1, next - slash - 1), last);
     }
   };
   for (const std::string& folder : folders) {
@@ -142,7 +143,6 @@ DrainReport InotifyWatcher::Drain(Clock::time_point now) {
 // ---- events
 
 bool InotifyWatcher::OnEvent(Event& event, Clock::time_point now, DrainReport& report) {
-  InotifyFolder* folder = tree_.Find(event.watch);
   if ((event.mask & IN_Q_OVERFLOW) != 0) {
     OnLoss(now, report);
     return true;
@@ -152,19 +152,30 @@ bool InotifyWatcher::OnEvent(Event& event, Clock::time_point now, DrainReport& r
     return true;
   }
   report.activity = true;
-  const bool root_itself = (event.mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT)) != 0 && folder != nullptr &&
-                           folder->parent == nullptr;
-  report.roots_touched |= root_itself || ((event.mask & IN_ISDIR) != 0 && tree_.Guards(event.watch, event.name));
+  report.roots_touched |= TouchesRoot(event);
   if ((event.mask & IN_MOVED_TO) != 0) {
     moved_to_.erase(event.cookie);  // came without its first half: from outside
   }
   if ((event.mask & IN_MOVED_FROM) != 0) {
-    return OnMovedFrom(folder, event, now, report);
+    return OnMovedFrom(event, now, report);
   }
-  if (folder != nullptr) {
-    OnNamed(*folder, event, now);
+  for (const uint64_t id : tree_.Find(event.watch)) {
+    if (InotifyFolder* folder = tree_.FindById(id)) {
+      OnNamed(*folder, event, now);
+    }
   }
   return true;
+}
+
+bool InotifyWatcher::TouchesRoot(const Event& event) const {
+  if ((event.mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT)) == 0) {
+    return (event.mask & IN_ISDIR) != 0 && tree_.Guards(event.watch, event.name);
+  }
+  const std::vector<uint64_t> ids = tree_.Find(event.watch);
+  return tree_.IsGuard(event.watch) || std::any_of(ids.begin(), ids.end(), [this](uint64_t id) {
+           const InotifyFolder* folder = tree_.FindById(id);
+           return folder != nullptr && folder->parent == nullptr;
+         });
 }
 
 void InotifyWatcher::OnNamed(InotifyFolder& folder, const Event& event, Clock::time_point now) {
@@ -220,61 +231,75 @@ void InotifyWatcher::Vanished(InotifyFolder& folder, const Event& event) {
 
 // ---- renames
 
-bool InotifyWatcher::OnMovedFrom(InotifyFolder* folder, const Event& event, Clock::time_point now,
-                                 DrainReport& report) {
+bool InotifyWatcher::OnMovedFrom(const Event& event, Clock::time_point now, DrainReport& report) {
+  const std::vector<uint64_t> sources = tree_.Find(event.watch);
   const auto other = moved_to_.find(event.cookie);
-  if (other == moved_to_.end() || other->second < first_number_) {
-    if (now - event.read_at < kOtherHalfWait) {
-      report.again = event.read_at + kOtherHalfWait;
-      return false;
-    }
-    if (folder != nullptr) {
-      Vanished(*folder, event);
-      LookAgain(*folder, event.name);  // it may have changed places with something outside
-    }
+  if (other != moved_to_.end() && other->second >= first_number_) {
+    Event& in = events_[other->second - first_number_];
+    in.done = true;
+    moved_to_.erase(other);
+    report.roots_touched |= TouchesRoot(in);
+    OnMoved(sources, event, tree_.Find(in.watch), in);
     return true;
   }
-  Event& in = events_[other->second - first_number_];
-  in.done = true;
-  moved_to_.erase(other);
-  report.roots_touched |= (in.mask & IN_ISDIR) != 0 && tree_.Guards(in.watch, in.name);
-  OnRename(folder, event, tree_.Find(in.watch), in);
+  if (now - event.read_at < kOtherHalfWait && !sources.empty()) {
+    report.again = event.read_at + kOtherHalfWait;
+    return false;
+  }
+  OnMoved(sources, event, {}, event);
   return true;
 }
 
-void InotifyWatcher::OnRename(InotifyFolder* from, const Event& out, InotifyFolder* to, const Event& in) {
-  if (from == nullptr || to == nullptr) {
-    if (from != nullptr) {
+// Where folders can be reached by several paths, the sides that lie in one mount belong together.
+void InotifyWatcher::OnMoved(const std::vector<uint64_t>& sources, const Event& out, std::vector<uint64_t> targets,
+                             const Event& in) {
+  for (const uint64_t id : sources) {
+    InotifyFolder* from = tree_.FindById(id);
+    const auto target = std::find_if(targets.begin(), targets.end(), [&](uint64_t other) {
+      const InotifyFolder* to = tree_.FindById(other);
+      return from != nullptr && to != nullptr &&
+             (to->mount == from->mount || (sources.size() == 1 && targets.size() == 1));
+    });
+    if (target != targets.end()) {
+      const uint64_t matched = *target;
+      targets.erase(target);
+      OnRename(*from, out, *tree_.FindById(matched), in);
+    } else if (from != nullptr) {
       Vanished(*from, out);
-      LookAgain(*from, out.name);
-    } else if (to != nullptr) {
+      LookAgain(*from, out.name);  // it may have changed places with something outside
+    }
+  }
+  for (const uint64_t id : targets) {
+    if (InotifyFolder* to = tree_.FindById(id)) {
       Appeared(*to, in);
     }
-    return;
   }
+}
+
+void InotifyWatcher::OnRename(InotifyFolder& from, const Event& out, InotifyFolder& to, const Event& in) {
   const bool is_dir = (in.mask & IN_ISDIR) != 0;
   bool found_again = false;
   if (is_dir) {
-    if (!tree_.Move(*from, out.name, *to, in.name)) {
-      found_again = from->children.find(out.name) == from->children.end();
-      tree_.Remove(*from, out.name);
-      tree_.Add(*to, in.name);
+    if (!tree_.Move(from, out.name, to, in.name)) {
+      found_again = from.children.find(out.name) == from.children.end();
+      tree_.Remove(from, out.name);
+      tree_.Add(to, in.name);
     }
   } else {
-    tree_.Remove(*to, in.name);
-    writers_.Renamed(KeyOf(*from, out.name), to->id, in.name);
+    tree_.Remove(to, in.name);
+    writers_.Renamed(KeyOf(from, out.name), to.id, in.name);
   }
-  recorder_->ReportRename(tree_.ViewsOf(*from), out.name, tree_.ViewsOf(*to), in.name, is_dir);
+  recorder_->ReportRename(tree_.ViewsOf(from), out.name, tree_.ViewsOf(to), in.name, is_dir);
   if (found_again) {
     // It was not watched where it came from, so changes in it may have gone unseen.
-    recorder_->Report(tree_.ViewsOf(*to), in.name, true, kCreate);
+    recorder_->Report(tree_.ViewsOf(to), in.name, true, kCreate);
   }
   // Two objects that change places come as a rename and its reverse, just as one that is moved forth and back.
-  const std::string source = KeyOf(*from, out.name);
-  const std::string target = KeyOf(*to, in.name);
+  const std::string source = KeyOf(from, out.name);
+  const std::string target = KeyOf(to, in.name);
   if (renames_.count(target + "\n" + source) != 0) {
-    LookAgain(*from, out.name);
-    LookAgain(*to, in.name);
+    LookAgain(from, out.name);
+    LookAgain(to, in.name);
   }
   renames_.insert(source + "\n" + target);
 }

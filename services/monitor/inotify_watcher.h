@@ -8,6 +8,7 @@
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
+#include <vector>
 
 #include "services/monitor/inotify_tree.h"
 #include "services/monitor/open_writers.h"
@@ -52,8 +53,10 @@ class InotifyWatcher : public Watcher {
   bool OnEvent(Event& event, Clock::time_point now, DrainReport& report);
   void OnNamed(InotifyFolder& folder, const Event& event, Clock::time_point now);
   void OnContent(InotifyFolder& folder, const Event& event, Clock::time_point now);
-  bool OnMovedFrom(InotifyFolder* folder, const Event& event, Clock::time_point now, DrainReport& report);
-  void OnRename(InotifyFolder* from, const Event& out, InotifyFolder* to, const Event& in);
+  bool TouchesRoot(const Event& event) const;
+  bool OnMovedFrom(const Event& event, Clock::time_point now, DrainReport& report);
+  void OnMoved(const std::vector<uint64_t>& sources, const Event& out, std::vector<uint64_t> targets, const Event& in);
+  void OnRename(InotifyFolder& from, const Event& out, InotifyFolder& to, const Event& in);
   void LookAgain(InotifyFolder& folder, const std::string& name);
   void Appeared(InotifyFolder& folder, const Event& event);
   void Vanished(InotifyFolder& folder, const Event& event);

@@ -19,6 +19,7 @@ namespace asio = boost::asio;
 
 constexpr std::chrono::milliseconds kStopPatience{2000};
 constexpr std::chrono::milliseconds kStopRetry{5};
+constexpr int kPlanRounds = 4;
 
 void AppendJson(std::string& text, const char* key, const std::string& value) {
   text += std::string(text.size() > 1 ? "," : "") + "\"" + key + "\":" + value;
@@ -231,11 +232,21 @@ bool Monitor::Establish(const std::string& path, const PlannedPoint& point) {
 
 // `announce`: folders that are new here get a create line, because nobody else tells what is in them.
 void Monitor::RefreshPoints(bool announce) {
-  const std::vector<std::string> folders = scopes_->folders();
-  for (const auto& source : sources_) {
-    source->watcher->Guard(folders);  // first, so that a change of what is looked at next is seen
+  // A folder may come or go while the plan is carried out, and which folders need a guard depends on what is watched.
+  for (int rounds = 0; rounds < kPlanRounds; ++rounds) {
+    for (const auto& source : sources_) {
+      source->watcher->Guard(scopes_->folders());
+    }
+    if (!FollowPlan(PlanPoints(*scopes_, mounts_.Read()), announce || rounds > 0)) {
+      break;
+    }
   }
-  const std::map<std::string, PlannedPoint> plan = PlanPoints(*scopes_, mounts_.Read());
+  UpdatePresence();
+}
+
+// Returns whether anything had to be changed.
+bool Monitor::FollowPlan(const std::map<std::string, PlannedPoint>& plan, bool announce) {
+  bool changed = false;
   for (auto at = points_.begin(); at != points_.end();) {
     const auto planned = plan.find(at->first);
     if (planned != plan.end() && planned->second.identity == at->second.planned.identity) {
@@ -245,13 +256,17 @@ void Monitor::RefreshPoints(bool announce) {
     }
     Withdraw(at->first, at->second);
     at = points_.erase(at);
+    changed = true;
   }
   for (const auto& [path, point] : plan) {
-    if (points_.count(path) == 0 && Establish(path, point) && announce) {
-      ReportFolder(path);
+    if (points_.count(path) == 0 && Establish(path, point)) {
+      changed = true;
+      if (announce) {
+        ReportFolder(path);
+      }
     }
   }
-  UpdatePresence();
+  return changed;
 }
 
 void Monitor::UpdatePresence() {

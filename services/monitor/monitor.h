@@ -74,6 +74,7 @@ class Monitor {
 
   void LoadScopes();
   void RefreshPoints(bool announce);
+  bool FollowPlan(const std::map<std::string, PlannedPoint>& plan, bool announce);
   void Withdraw(const std::string& path, const ActivePoint& point);
   bool Establish(const std::string& path, const PlannedPoint& point);
   void ReportFolder(const std::string& path);

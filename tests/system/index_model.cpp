@@ -42,6 +42,7 @@ std::optional<Document> LookAt(const std::string& path) {
   document.kind = S_ISDIR(info.st_mode) ? 'd' : S_ISLNK(info.st_mode) ? 'l' : 'f';
   document.permissions = info.st_mode & 07777;
   document.inode = info.st_ino;
+  document.size = info.st_size;
   document.changed_at = info.st_mtim.tv_sec * 1'000'000'000 + info.st_mtim.tv_nsec;
   return document;
 }
@@ -80,7 +81,7 @@ std::pair<Documents::iterator, Documents::iterator> Below(Documents& documents, 
 
 bool KnownAgain(const Document& document, const std::optional<Document>& now) {
   return now && now->inode == document.inode && now->kind == document.kind &&
-         (now->kind == 'd' || now->changed_at == document.changed_at);
+         (now->kind == 'd' || (now->changed_at == document.changed_at && now->size == document.size));
 }
 
 std::string Text(const Document& document) {
