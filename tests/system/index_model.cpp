@@ -34,16 +34,19 @@ std::string ContentOf(const std::string& path, char kind) {
 
 // What lies at `path`, without its content; nothing if it is gone.
 std::optional<Document> LookAt(const std::string& path) {
-  struct stat info {};
-  if (lstat(path.c_str(), &info) != 0) {
+  struct statx info {};
+  constexpr unsigned kWanted = STATX_BASIC_STATS | STATX_BTIME;
+  if (statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, kWanted, &info) != 0) {
     return std::nullopt;
   }
+  const auto nanoseconds = [](const statx_timestamp& time) { return time.tv_sec * 1'000'000'000 + time.tv_nsec; };
   Document document;
-  document.kind = S_ISDIR(info.st_mode) ? 'd' : S_ISLNK(info.st_mode) ? 'l' : 'f';
-  document.permissions = info.st_mode & 07777;
-  document.inode = info.st_ino;
-  document.size = info.st_size;
-  document.changed_at = info.st_mtim.tv_sec * 1'000'000'000 + info.st_mtim.tv_nsec;
+  document.kind = S_ISDIR(info.stx_mode) ? 'd' : S_ISLNK(info.stx_mode) ? 'l' : 'f';
+  document.permissions = info.stx_mode & 07777;
+  document.inode = info.stx_ino;
+  document.born_at = nanoseconds(info.stx_btime);
+  document.size = static_cast<int64_t>(info.stx_size);
+  document.changed_at = nanoseconds(info.stx_mtime);
   return document;
 }
 
@@ -80,7 +83,7 @@ std::pair<Documents::iterator, Documents::iterator> Below(Documents& documents, 
 }
 
 bool KnownAgain(const Document& document, const std::optional<Document>& now) {
-  return now && now->inode == document.inode && now->kind == document.kind &&
+  return now && now->inode == document.inode && now->born_at == document.born_at && now->kind == document.kind &&
          (now->kind == 'd' || (now->changed_at == document.changed_at && now->size == document.size));
 }
 

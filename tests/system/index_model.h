@@ -16,7 +16,8 @@ struct Document {
   char kind = ' ';  ///< 'f', 'd', 'l'
   unsigned permissions = 0;
   std::string content;
-  uint64_t inode = 0;  ///< with the next two: how an indexing daemon knows a document again
+  uint64_t inode = 0;  ///< with the times and the size: how an indexing daemon knows a document again
+  int64_t born_at = 0;
   int64_t size = 0;
   int64_t changed_at = 0;  ///< last change of the content, in nanoseconds
   /// Whether it would be found alike: inode and time do not count.

@@ -1,0 +1,222 @@
+// Lines waiting for their queue file.
+#include "services/monitor/queue_sink.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "services/monitor/unique_fd.h"
+#include "tests/support/record_capture.h"
+#include "tests/support/temp_dir.h"
+
+namespace nimotifyd {
+namespace {
+
+namespace fs = std::filesystem;
+using orbisk::test::ReadFile;
+using std::chrono::milliseconds;
+
+const Clock::time_point kStart{};
+
+class QueueSinkTest : public testing::Test {
+ protected:
+  QueueSinkTest() { sink_.SetFirstFolder("/v/s", true); }
+  std::string Queue() const { return fs::exists(path_) ? ReadFile(path_) : ""; }
+  long Lines() const {
+    const std::string text = Queue();
+    return std::count(text.begin(), text.end(), '\n');
+  }
+  UniqueFd Lock() {
+    UniqueFd fd(open(path_.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0644));
+    EXPECT_EQ(flock(fd.get(), LOCK_EX | LOCK_NB), 0);
+    return fd;
+  }
+
+  orbisk::test::RecordCapture records_;
+  orbisk::test::TempDir folder_;
+  std::string path_ = folder_ / "queue";
+  QueueSink sink_{path_, 4096};
+  const std::string crashed_ = "{\"event\":512,\"is_dir\":true,\"path\":\"/v/s\"}\n";
+};
+
+TEST_F(QueueSinkTest, NothingPendingWritesNothing) {
+  sink_.Flush(kStart);
+  EXPECT_FALSE(fs::exists(path_));
+  EXPECT_FALSE(sink_.retry_time());
+}
+
+TEST_F(QueueSinkTest, LinesAreWrittenInOrder) {
+  sink_.Add(kCreate, false, {"/v/s", "a"});
+  sink_.AddRename(false, {"/v/s", "a"}, {"/v/s", "b"});
+  sink_.Flush(kStart);
+
+  EXPECT_EQ(Queue(),
+            "{\"event\":64,\"is_dir\":false,\"path\":\"/v/s/a\"}\n"
+            "{\"event\":256,\"is_dir\":false,\"path\":\"/v/s/b\",\"path_old\":\"/v/s/a\"}\n");
+  EXPECT_FALSE(sink_.pending());
+}
+
+TEST_F(QueueSinkTest, BusyQueueIsTriedAgainAfterGrowingPauses) {
+  const UniqueFd lock = Lock();
+  sink_.Add(kCreate, false, {"/v/s", "a"});
+  std::vector<long> pauses;
+  Clock::time_point now = kStart;
+  for (int i = 0; i < 12; ++i) {
+    sink_.Flush(now);
+    ASSERT_TRUE(sink_.retry_time());
+    pauses.push_back(std::chrono::duration_cast<milliseconds>(*sink_.retry_time() - now).count());
+    now = *sink_.retry_time();
+  }
+
+  EXPECT_EQ(pauses.front(), 1);
+  EXPECT_TRUE(std::is_sorted(pauses.begin(), pauses.end()));
+  EXPECT_EQ(pauses.back(), 250);
+}
+
+TEST_F(QueueSinkTest, BeforeThePauseIsOverNothingIsTried) {
+  UniqueFd lock = Lock();
+  sink_.Add(kCreate, false, {"/v/s", "a"});
+  sink_.Flush(kStart);
+  lock.Close();
+
+  sink_.Flush(kStart);
+  EXPECT_EQ(Queue(), "");
+  sink_.Flush(kStart + milliseconds(1));
+  EXPECT_EQ(Lines(), 1);
+  EXPECT_FALSE(sink_.retry_time());
+}
+
+TEST_F(QueueSinkTest, PastTheLimitEverythingBecomesOneCrashedLine) {
+  {
+    const UniqueFd lock = Lock();
+    for (int i = 0; i < 200; ++i) {
+      sink_.Add(kCreate, false, {"/v/s", std::to_string(i)});
+      EXPECT_LE(sink_.pending_bytes(), 4096U + 200);
+    }
+    EXPECT_EQ(sink_.pending_bytes(), 0U);
+  }
+  sink_.FlushNow(kStart);
+
+  EXPECT_EQ(Queue(), crashed_);
+}
+
+TEST_F(QueueSinkTest, AfterTheCrashedLineLinesAreTakenAgain) {
+  sink_.Crash("test");
+  sink_.Add(kCreate, false, {"/v/s", "covered"});
+  sink_.FlushNow(kStart);
+  sink_.Add(kCreate, false, {"/v/s", "after"});
+  sink_.FlushNow(kStart);
+
+  EXPECT_EQ(Queue(), crashed_ + "{\"event\":64,\"is_dir\":false,\"path\":\"/v/s/after\"}\n");
+}
+
+TEST_F(QueueSinkTest, ThousandLossesInARowAreOneCrashedLine) {
+  for (int i = 0; i < 1000; ++i) {
+    sink_.Crash("test");
+    sink_.FlushNow(kStart);
+  }
+  EXPECT_EQ(Queue(), crashed_);
+}
+
+TEST_F(QueueSinkTest, CrashedLineIsWrittenAgainAfterOtherLines) {
+  sink_.Crash("test");
+  sink_.FlushNow(kStart);
+  sink_.Add(kCreate, false, {"/v/s", "a"});
+  sink_.FlushNow(kStart);
+  sink_.Crash("test");
+  sink_.FlushNow(kStart);
+
+  EXPECT_EQ(Lines(), 3);
+}
+
+TEST_F(QueueSinkTest, CrashedLineIsWrittenAgainAfterTheReaderTookTheFile) {
+  sink_.Crash("test");
+  sink_.FlushNow(kStart);
+  fs::rename(path_, path_ + ".tmp");
+  sink_.Crash("test");
+  sink_.FlushNow(kStart);
+
+  EXPECT_EQ(Queue(), crashed_);
+}
+
+TEST_F(QueueSinkTest, ReaderThatDidNotAskForCrashedLinesGetsNone) {
+  sink_.SetFirstFolder("/v/s", false);
+  sink_.Crash("test");
+  sink_.Add(kCreate, false, {"/v/s", "a"});
+  sink_.FlushNow(kStart);
+
+  EXPECT_EQ(Lines(), 1);
+  EXPECT_EQ(records_.texts().at(0), "event=events_lost queue=" + path_ + " reason=test");
+}
+
+TEST_F(QueueSinkTest, FolderOfAnAbsentVolumeIsNotMade) {
+  QueueSink sink(folder_ / "volume/queue", 4096);
+  sink.SetFirstFolder("/v/s", true);
+  sink.SetPresent(false);
+  sink.Add(kCreate, false, {"/v/s", "a"});
+  sink.Flush(kStart);
+  EXPECT_FALSE(fs::exists(folder_ / "volume"));
+  EXPECT_EQ(sink.retry_time(), Clock::time_point::max());
+
+  sink.SetPresent(true);
+  sink.Flush(kStart);
+  EXPECT_FALSE(sink.pending());
+}
+
+TEST_F(QueueSinkTest, FolderInPlaceOfAFileDeletedSinceTheLastReadTakesTheDeleteBack) {
+  sink_.Add(kDelete, false, {"/v/s", "x"});
+  sink_.Flush(kStart);
+  sink_.Add(kCreate, true, {"/v/s", "x"});
+  sink_.Add(kCreate, true, {"/v/s", "y"});
+  sink_.Flush(kStart);
+
+  EXPECT_EQ(Queue(),
+            "{\"event\":128,\"is_dir\":false,\"path\":\"/v/s/x\"}\n"
+            "{\"event\":64,\"is_dir\":false,\"path\":\"/v/s/x\"}\n"
+            "{\"event\":64,\"is_dir\":true,\"path\":\"/v/s/x\"}\n"
+            "{\"event\":64,\"is_dir\":true,\"path\":\"/v/s/y\"}\n");
+}
+
+TEST_F(QueueSinkTest, DeletesThatTheReaderHasTakenAreForgotten) {
+  sink_.Add(kDelete, false, {"/v/s", "x"});
+  sink_.Flush(kStart);
+  fs::rename(path_, path_ + ".tmp");
+  sink_.Add(kCreate, false, {"/v/s", "other"});
+  sink_.Flush(kStart);
+  sink_.Add(kCreate, true, {"/v/s", "x"});
+  sink_.Flush(kStart);
+
+  EXPECT_EQ(Lines(), 2);
+}
+
+TEST_F(QueueSinkTest, MuchIsWrittenInSlicesThatEndWithALine) {
+  QueueSink sink(path_, size_t{64} << 20);
+  const std::string name(200, 'n');
+  for (int i = 0; i < 60'000; ++i) {
+    sink.Add(kCreate, false, {"/v/s", name});
+  }
+  sink.Flush(kStart);
+
+  EXPECT_EQ(Lines(), 60'000);
+  EXPECT_FALSE(sink.pending());
+}
+
+TEST(PathFilterTest, WhatIsInIsFoundAndMostOthersAreNot) {
+  PathFilter filter;
+  EXPECT_FALSE(filter.MayHold("/a"));
+  for (int i = 0; i < 1000; ++i) {
+    filter.Add("/in/" + std::to_string(i));
+  }
+  int wrong = 0;
+  for (int i = 0; i < 1000; ++i) {
+    EXPECT_TRUE(filter.MayHold("/in/" + std::to_string(i)));
+    wrong += filter.MayHold("/out/" + std::to_string(i)) ? 1 : 0;
+  }
+  EXPECT_LT(wrong, 20);
+}
+
+}  // namespace
+}  // namespace nimotifyd

@@ -1,0 +1,74 @@
+// Registration files, good and bad.
+#include "services/monitor/registration.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/support/record_capture.h"
+#include "tests/support/temp_dir.h"
+
+namespace nimotifyd {
+namespace {
+
+TEST(RegistrationTest, EverythingIsRead) {
+  const auto registration = ParseRegistration(
+      R"({"app":"fileindex","type":0,"queue":"/q","config":[{"path":"/a","mask":65478,"ignore":["@eaDir"]}]})");
+
+  ASSERT_TRUE(registration);
+  EXPECT_EQ(*registration, (Registration{"fileindex", "/q", {{"/a", 65478, {"@eaDir"}}}}));
+}
+
+TEST(RegistrationTest, SlashesAtTheEndOfAFolderAreDropped) {
+  const auto registration =
+      ParseRegistration(R"({"app":"a","queue":"/q","config":[{"path":"/a//","mask":1},{"path":"/","mask":1}]})");
+
+  ASSERT_TRUE(registration);
+  EXPECT_EQ(registration->entries[0].path, "/a");
+  EXPECT_EQ(registration->entries[1].path, "/");
+}
+
+TEST(RegistrationTest, BadOnesAreRefused) {
+  for (const char* text : {
+           "",
+           "null",
+           "[]",
+           "{",
+           R"({"app":"a"})",
+           R"({"queue":"/q"})",
+           R"({"app":"a","queue":"q"})",
+           R"({"app":"a","queue":""})",
+           R"({"app":"a","queue":"/q","config":{}})",
+           R"({"app":"a","queue":"/q","config":[1]})",
+           R"({"app":"a","queue":"/q","config":[{"path":"/a"}]})",
+           R"({"app":"a","queue":"/q","config":[{"path":"a","mask":1}]})",
+           R"({"app":"a","queue":"/q","config":[{"path":"/a","mask":-1}]})",
+           R"({"app":"a","queue":"/q","config":[{"path":"/a","mask":1,"ignore":"x"}]})",
+           R"({"app":"a","queue":"/q","config":[{"path":"/a","mask":1,"ignore":[1]}]})",
+       }) {
+    EXPECT_FALSE(ParseRegistration(text)) << text;
+  }
+  EXPECT_FALSE(ParseRegistration(std::string(5000, '[')));
+}
+
+TEST(RegistrationTest, FolderIsReadInTheOrderOfNamesWithoutTemporaryAndBadFiles) {
+  orbisk::test::RecordCapture records;
+  const orbisk::test::TempDir folder;
+  orbisk::test::WriteFile(folder / "b.json", R"({"app":"a","queue":"/2"})");
+  orbisk::test::WriteFile(folder / "a.json", R"({"app":"a","queue":"/1"})");
+  orbisk::test::WriteFile(folder / "c.json", "torn");
+  orbisk::test::WriteFile(folder / "d.json.Xy12ab", "torn");
+
+  const std::vector<Registration> registrations = LoadRegistrations(folder.path());
+
+  ASSERT_EQ(registrations.size(), 2U);
+  EXPECT_EQ(registrations[0].queue, "/1");
+  EXPECT_EQ(registrations[1].queue, "/2");
+  ASSERT_EQ(records.texts().size(), 1U);
+  EXPECT_EQ(records.texts()[0], "event=registration_malformed file=" + (folder / "c.json"));
+}
+
+TEST(RegistrationTest, MissingFolderHoldsNone) {
+  EXPECT_TRUE(LoadRegistrations("/no/such/folder").empty());
+}
+
+}  // namespace
+}  // namespace nimotifyd
