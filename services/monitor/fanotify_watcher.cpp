@@ -330,9 +330,9 @@ void FanotifyWatcher::Learn(const Handle& folder, std::string_view name, Ledger:
     moved_folders_.insert(*state.object);
   }
   if (enter) {
-    ledger_.Enter(folder, name, std::move(state));
+    ledger_.Enter(folder, name, state);
   } else {
-    ledger_.Update(folder, name, std::move(state));
+    ledger_.Update(folder, name, state);
   }
 }
 
