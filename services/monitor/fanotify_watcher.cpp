@@ -317,7 +317,7 @@ void FanotifyWatcher::OnChange(const KernelEvent& event, const Handle& folder, C
 
 // A folder whose place is taken by something else has left it in a rename that was merged into an earlier one: where it
 // went shows on disk.
-void FanotifyWatcher::Learn(const Handle& folder, std::string_view name, Ledger::State state, bool enter) {
+void FanotifyWatcher::Learn(const Handle& folder, std::string_view name, const Ledger::State& state, bool enter) {
   const Ledger::State* known = ledger_.Find(folder, name);
   if (known != nullptr && known->object && known->is_dir && state.object && *state.object != *known->object) {
     FolderCache::Folder* misplaced = cache_.Find(*known->object);
@@ -331,9 +331,9 @@ void FanotifyWatcher::Learn(const Handle& folder, std::string_view name, Ledger:
     moved_folders_.insert(*state.object);
   }
   if (enter) {
-    ledger_.Enter(folder, name, std::move(state));
+    ledger_.Enter(folder, name, state);
   } else {
-    ledger_.Update(folder, name, std::move(state));
+    ledger_.Update(folder, name, state);
   }
 }
 

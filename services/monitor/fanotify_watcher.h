@@ -64,7 +64,7 @@ class FanotifyWatcher : public Watcher {
   void OnEvent(const KernelEvent& event, Clock::time_point now, DrainReport& report);
   void OnChange(const KernelEvent& event, const Handle& folder, Clock::time_point now);
   void ReportChange(const KernelEvent& event, const Handle& folder, const FolderViews& views, Clock::time_point now);
-  void Learn(const Handle& folder, std::string_view name, Ledger::State state, bool enter);
+  void Learn(const Handle& folder, std::string_view name, const Ledger::State& state, bool enter);
   void OnContent(const KernelEvent& event, const Handle& folder, const FolderViews& views, Clock::time_point now);
   void OnRename(const KernelEvent& event, const Handle& new_folder);
   bool ReportRename(const KernelEvent& event, const Handle& old_folder, const FolderViews& from,

@@ -35,14 +35,14 @@ class Ledger {
   };
 
   /// From now on the name is compared.
-  void Enter(const Handle& folder, std::string_view name, State state) {
-    names_[{folder, std::string(name)}] = std::move(state);
+  void Enter(const Handle& folder, std::string_view name, const State& state) {
+    names_[{folder, std::string(name)}] = state;
   }
 
   /// Keeps a name that has been entered right.
-  void Update(const Handle& folder, std::string_view name, State state) {
+  void Update(const Handle& folder, std::string_view name, const State& state) {
     if (State* known = Find(folder, name)) {
-      *known = std::move(state);
+      *known = state;
     }
   }
 
