@@ -26,6 +26,7 @@ constexpr int kEventsAtOnce = 16'384;
 // Names compared with the disk even if the kernel's queue never runs empty.
 constexpr size_t kLedgerLimit = 32'768;
 constexpr size_t kViewSlots = 256;
+constexpr uint64_t kUnknownLinks = 1000;
 constexpr size_t kMostWriters = 65'536;
 
 }  // namespace
@@ -316,7 +317,7 @@ void FanotifyWatcher::OnChange(const KernelEvent& event, const Handle& folder, C
 
 // A folder whose place is taken by something else has left it in a rename that was merged into an earlier one: where it
 // went shows on disk.
-void FanotifyWatcher::Learn(const Handle& folder, std::string_view name, Ledger::State state, bool enter) {
+void FanotifyWatcher::Learn(const Handle& folder, std::string_view name, const Ledger::State& state, bool enter) {
   const Ledger::State* known = ledger_.Find(folder, name);
   if (known != nullptr && known->object && known->is_dir && state.object && *state.object != *known->object) {
     FolderCache::Folder* misplaced = cache_.Find(*known->object);
@@ -345,11 +346,11 @@ void FanotifyWatcher::ReportChange(const KernelEvent& event, const Handle& folde
   const std::optional<Handle> target = event.target != nullptr ? HandleOf(*event.target) : std::optional<Handle>();
   if ((event.mask & FAN_CREATE) != 0) {
     recorder_->Report(views, event.name, is_dir, kCreate);
-    Learn(folder, event.name, {target, is_dir}, false);
+    Learn(folder, event.name, {target, is_dir, {}}, false);
   }
   if (deleted) {
     recorder_->Report(views, event.name, is_dir, kDelete);
-    Learn(folder, event.name, {std::nullopt, is_dir}, (event.mask & FAN_CREATE) != 0);
+    Learn(folder, event.name, {std::nullopt, is_dir, target}, (event.mask & FAN_CREATE) != 0);
     if (target) {
       writers_.Erase(*target);
     }
@@ -426,9 +427,9 @@ bool FanotifyWatcher::ReportRename(const KernelEvent& event, const Handle& old_f
     watched = recorder_->Report(to, event.name, event.is_dir(), kCreate);
   } else {
     watched = recorder_->ReportRename(from, event.old_name, to, event.name, event.is_dir());
-    Learn(old_folder, event.old_name, {std::nullopt, event.is_dir()}, true);
+    Learn(old_folder, event.old_name, {std::nullopt, event.is_dir(), target}, true);
   }
-  Learn(new_folder, event.name, {target, event.is_dir()}, true);
+  Learn(new_folder, event.name, {target, event.is_dir(), {}}, true);
   return watched;
 }
 
@@ -463,9 +464,40 @@ std::optional<Handle> FanotifyWatcher::ObjectNow(const Ledger::Name& name, const
   return HandleAt(name.folder.file_system, locator_.Open(name.folder).get(), name.name.c_str(), 0);
 }
 
-bool FanotifyWatcher::MatchesDisk(const Ledger::Name& name, const Ledger::State& state) {
+// Whether the object that should be under the name is there. What is found is noted with its number of links.
+bool FanotifyWatcher::IsThere(const Ledger::Name& name, const Ledger::State& state, Links& found) {
   const Views views = ViewsOf(locator_.Locate(name.folder));
-  return views->empty() || ObjectNow(name, *views) == state.object;
+  if (views->empty()) {
+    return true;
+  }
+  if (ObjectNow(name, *views) != state.object) {
+    return false;
+  }
+  struct stat info {};
+  const std::string path = views->front().path + "/" + name.name;
+  if (state.is_dir) {
+    found[*state.object] = 1;
+  } else if (path.size() < PATH_MAX && lstat(path.c_str(), &info) == 0) {
+    found[*state.object] = info.st_nlink;
+  }
+  return true;
+}
+
+// Whether nothing is under the name. Looking a missing name up waits for whoever changes the folder, and keeps him
+// waiting; so it is left out if what was there last is known to be elsewhere and nowhere else, or gone altogether.
+bool FanotifyWatcher::IsGone(const Ledger::Name& name, const Ledger::State& state, Links& found) {
+  if (state.left) {
+    auto links = found.find(*state.left);
+    if (links == found.end()) {
+      const bool exists = locator_.Open(*state.left).valid();
+      links = found.emplace(*state.left, exists ? kUnknownLinks : 0).first;
+    }
+    if (links->second <= 1) {
+      return true;
+    }
+  }
+  const Views views = ViewsOf(locator_.Locate(name.folder));
+  return views->empty() || !ObjectNow(name, *views);
 }
 
 void FanotifyWatcher::Correct(const Ledger::Name& name, const Ledger::State& state) {
@@ -503,7 +535,13 @@ bool FanotifyWatcher::CompareWithDisk() {
   if (ledger_.size() == 0) {
     return false;
   }
-  ledger_.DropIf([this](const Ledger::Name& name, const Ledger::State& state) { return MatchesDisk(name, state); });
+  Links found;
+  ledger_.DropIf([&](const Ledger::Name& name, const Ledger::State& state) {
+    return state.object && IsThere(name, state, found);
+  });
+  ledger_.DropIf([&](const Ledger::Name& name, const Ledger::State& state) {
+    return !state.object && IsGone(name, state, found);
+  });
   stream_.ReadAhead();
   if (!stream_.drained() && ledger_.size() < kLedgerLimit) {
     return true;

@@ -51,6 +51,7 @@ class FanotifyWatcher : public Watcher {
     std::shared_ptr<const FolderViews> views;
   };
   using Views = std::shared_ptr<const FolderViews>;
+  using Links = std::unordered_map<Handle, uint64_t, HandleHash>;  // number of names; 0: gone
 
   FanotifyWatcher(const Options& options, const Recorder& recorder, UniqueFd fd);
 
@@ -63,7 +64,7 @@ class FanotifyWatcher : public Watcher {
   void OnEvent(const KernelEvent& event, Clock::time_point now, DrainReport& report);
   void OnChange(const KernelEvent& event, const Handle& folder, Clock::time_point now);
   void ReportChange(const KernelEvent& event, const Handle& folder, const FolderViews& views, Clock::time_point now);
-  void Learn(const Handle& folder, std::string_view name, Ledger::State state, bool enter);
+  void Learn(const Handle& folder, std::string_view name, const Ledger::State& state, bool enter);
   void OnContent(const KernelEvent& event, const Handle& folder, const FolderViews& views, Clock::time_point now);
   void OnRename(const KernelEvent& event, const Handle& new_folder);
   bool ReportRename(const KernelEvent& event, const Handle& old_folder, const FolderViews& from,
@@ -75,7 +76,8 @@ class FanotifyWatcher : public Watcher {
   Views ComputeViews(const FolderCache::Folder* folder) const;
 
   bool CompareWithDisk();
-  bool MatchesDisk(const Ledger::Name& name, const Ledger::State& state);
+  bool IsThere(const Ledger::Name& name, const Ledger::State& state, Links& found);
+  bool IsGone(const Ledger::Name& name, const Ledger::State& state, Links& found);
   void ReportMovedFolders();
   void Correct(const Ledger::Name& name, const Ledger::State& state);
   std::optional<Handle> ObjectNow(const Ledger::Name& name, const FolderViews& views);

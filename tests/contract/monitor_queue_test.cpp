@@ -218,8 +218,8 @@ class Listener {
     address.sun_family = AF_UNIX;
     memcpy(address.sun_path, kSocket, sizeof(kSocket));
     unlink(kSocket);
-    bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-    listen(fd_, 1);
+    EXPECT_EQ(bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+    EXPECT_EQ(listen(fd_, 1), 0);
     thread_ = std::thread([this, answer = std::move(answer)] {
       const int connection = accept(fd_, nullptr, nullptr);
       char buffer[64];

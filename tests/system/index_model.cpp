@@ -71,7 +71,7 @@ void Collect(const std::string& path, const std::set<std::string>& ignore, Docum
   while (const dirent* item = readdir(listing)) {
     const std::string name = item->d_name;
     if (name != "." && name != ".." && ignore.count(name) == 0) {
-      Collect(path + "/" + name, ignore, documents);
+      Collect(std::string(path).append("/").append(name), ignore, documents);
     }
   }
   closedir(listing);

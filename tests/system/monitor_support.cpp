@@ -1,7 +1,6 @@
 // Runs the change monitor on a place of its own.
 #include "tests/system/monitor_support.h"
 
-#include <gtest/gtest.h>
 #include <json/json.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
