@@ -73,8 +73,9 @@ std::optional<KernelEvent> ParseKernelEvent(const char* data, size_t size) {
     return std::nullopt;
   }
   const fanotify_event_metadata metadata = MetadataOf(data);
+  constexpr size_t kAlignment = alignof(fanotify_event_info_fid);  // the kernel pads every record to it
   if (metadata.event_len > size || metadata.event_len < metadata.metadata_len ||
-      metadata.metadata_len < sizeof(metadata)) {
+      metadata.metadata_len < sizeof(metadata) || metadata.metadata_len % kAlignment != 0) {
     return std::nullopt;
   }
   KernelEvent event;
@@ -83,7 +84,8 @@ std::optional<KernelEvent> ParseKernelEvent(const char* data, size_t size) {
   size_t at = metadata.metadata_len;
   while (at + sizeof(fanotify_event_info_header) <= metadata.event_len) {
     const auto* info = reinterpret_cast<const fanotify_event_info_fid*>(data + at);
-    if (info->hdr.len < sizeof(info->hdr) || at + info->hdr.len > metadata.event_len) {
+    if (info->hdr.len < sizeof(info->hdr) || info->hdr.len % kAlignment != 0 ||
+        at + info->hdr.len > metadata.event_len) {
       return std::nullopt;
     }
     if (info->hdr.info_type <= FAN_EVENT_INFO_TYPE_DFID || info->hdr.info_type >= FAN_EVENT_INFO_TYPE_OLD_DFID_NAME) {

@@ -39,8 +39,10 @@ class ORBISK_EXPORT OPNode : public std::enable_shared_from_this<OPNode> {
 
   std::string name;  ///< "" for the root
   std::shared_ptr<OPNode> parent;
-  std::vector<std::shared_ptr<OPNode>> children;  ///< in the order made; names are unique
-  std::vector<std::shared_ptr<OP>> ops;           ///< in the order filed; cancelled ones stay
+  /// In the order made; names are unique. The rename of a folder makes those places below its new name that nothing is
+  /// pending on when the tree next hands out a node or walks.
+  std::vector<std::shared_ptr<OPNode>> children;
+  std::vector<std::shared_ptr<OP>> ops;  ///< in the order filed; cancelled ones stay
 
  private:
   friend class OPTree;
@@ -81,7 +83,9 @@ class ORBISK_EXPORT OPTree {
   void BuildTree();
 
   /// Folds one event into the tree. Throws Error 9999 for a path that is not absolute and plain (see GetNodeByPath) and
-  /// Error 120 for switches that are not an object; what earlier bits of the event filed then stays.
+  /// Error 120 for switches that are not an object; what earlier bits of the event filed then stays. A rename between a
+  /// folder and its own ancestor, which no file system makes, carries what it carried again where it comes to it, up to
+  /// as many places as the tree has.
   void InsertEvent(std::shared_ptr<Event> event);
 
   /// Delivers the pending operations to `fn` in the order they were first filed and returns how many were filed,
@@ -101,13 +105,13 @@ class ORBISK_EXPORT OPTree {
   // The steps of InsertEvent, one for each kind of event. Each sets the kind of `op`, lets the operations pending on
   // `node` react to it and files it on `node` unless one of them made it needless. HandleRename takes the old path from
   // `op`.
-  void HandleCreate(const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op);
-  void HandleAttr(const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op);
-  void HandleDelete(const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op);
-  void HandleUpdateDirectory(const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op);
-  void HandleModify(const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op);
-  void HandleReindex(const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op);
-  void HandleRename(const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op);
+  void HandleCreate(std::shared_ptr<OPNode> node, std::shared_ptr<OP> op);
+  void HandleAttr(std::shared_ptr<OPNode> node, std::shared_ptr<OP> op);
+  void HandleDelete(std::shared_ptr<OPNode> node, std::shared_ptr<OP> op);
+  void HandleUpdateDirectory(std::shared_ptr<OPNode> node, std::shared_ptr<OP> op);
+  void HandleModify(std::shared_ptr<OPNode> node, std::shared_ptr<OP> op);
+  void HandleReindex(std::shared_ptr<OPNode> node, std::shared_ptr<OP> op);
+  void HandleRename(std::shared_ptr<OPNode> node, std::shared_ptr<OP> op);
 
  private:
   struct Unread {};
@@ -153,6 +157,7 @@ class ORBISK_EXPORT OPTree {
   ORBISK_LOCAL static FileIndexOP CarryOwnOperations(OPNode& old_node, const std::shared_ptr<OPNode>& node);
   ORBISK_LOCAL static void CarryOperations(OPNode& from, const std::shared_ptr<OPNode>& to);
   ORBISK_LOCAL void CarryBusyBelow(OPNode& old_node, OPNode& node);
+  ORBISK_LOCAL static bool HasCarried(const OPNode& node);
   ORBISK_LOCAL void CarryAllBelow(const std::shared_ptr<OPNode>& old_node, OPNode& node);
 
   ORBISK_LOCAL void MakeRenamedNodes();
@@ -165,6 +170,7 @@ class ORBISK_EXPORT OPTree {
   std::vector<std::shared_ptr<OP>> ops_;  // every filed operation, in filing order
   std::uint32_t clock_ = 0;               // counts nodes
   std::vector<SubtreeRename> renames_;    // in the order of time
+  size_t nested_places_ = 0;              // made by renames between a folder and its own ancestor
 };
 
 }  // namespace orbisk::fileindex

@@ -286,6 +286,37 @@ TEST(FoldRenameIntoItsOwnSubtree, CarriesASiblingOlderThanTheTargetTwice) {
       << "the walk enters the target after the sibling was carried there, and meets it again";
 }
 
+TEST(FoldRenameIntoItsOwnSubtree, CarriesEachOfManyOlderSiblingsTwice) {
+  constexpr size_t kSiblings = 2'000;
+  Lines lines;
+  for (size_t i = 0; i < kSiblings; ++i) {
+    lines.push_back(Modify("/a/x" + std::to_string(i)));
+  }
+  lines.push_back(Rename("/a", "/a/b"));
+
+  const Lines delivered = Fold(lines);
+
+  ASSERT_EQ(kSiblings + 2, delivered.size());
+  for (size_t i = 0; i < kSiblings; ++i) {
+    ASSERT_EQ("[02] /a/b/b/x" + std::to_string(i), delivered[i]);
+  }
+}
+
+TEST(FoldRenameIntoItsOwnSubtree, DoublesTheTreeOnlySoFar) {
+  Lines lines = {Modify("/a/x")};
+  for (int i = 0; i < 23; ++i) {
+    lines.push_back(Rename("/a", "/a/" + std::to_string(i)));
+  }
+  const auto tree = TreeOf(lines);
+
+  size_t places = 0;
+  tree->TraverseNodeDescendant(
+      tree->GetNodeByPath("/a"), [&](std::shared_ptr<OPNode>) { ++places; }, true);
+
+  EXPECT_GT(places, 1'000U);
+  EXPECT_LT(places, 1'100'000U);
+}
+
 TEST(FoldRenameIntoItsOwnSubtree, EndsThoughItsWalkMakesThePlacesItWalks) {
   const auto tree = TreeOf({Create("/a/x"), Create("/a/b/y"), Create("/a/b/c"), Rename("/a", "/a/b/c")});
   EXPECT_EQ("count=4", Deliver(*tree).back());
