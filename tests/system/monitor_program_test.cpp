@@ -14,7 +14,8 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string Program() {
-  return std::string(getenv("ORBISK_BIN_DIR")) + "/nimotifyd";
+  const char* folder = getenv("ORBISK_BIN_DIR");
+  return (folder != nullptr ? std::string(folder) : std::string(".")) + "/nimotifyd";
 }
 
 TEST(MonitorProgramTest, HelpNamesTheOptions) {

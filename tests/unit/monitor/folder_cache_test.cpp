@@ -95,7 +95,7 @@ TEST(FolderCacheTest, KnownFoldersAreWhereANaiveTwinSays) {
   const auto path_of = [&](uint64_t number) {
     std::string path;
     for (; number != 0; number = twin[number].first) {
-      path = "/" + twin[number].second + path;
+      path.insert(0, "/" + twin[number].second);
     }
     return path;
   };
