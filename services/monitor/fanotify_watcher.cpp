@@ -266,7 +266,7 @@ void FanotifyWatcher::OnEvent(const KernelEvent& event, Clock::time_point now, D
   if ((event.mask & (FAN_MOVE_SELF | FAN_DELETE_SELF)) != 0) {
     report.roots_touched |= guarded_.count(*folder) != 0;
   }
-  if (event.is_dir() && (event.mask & kNameMask) != 0) {
+  if ((event.mask & kNameMask) != 0) {  // of a link too: it can lie on the way to a registered folder
     report.roots_touched |= TouchesRoot(event, *folder);
   }
   if (marks_.count(folder->file_system) == 0) {
@@ -485,8 +485,8 @@ bool FanotifyWatcher::IsThere(const Ledger::Name& name, const Ledger::State& sta
 
 // Whether nothing is under the name. Looking a missing name up waits for whoever changes the folder, and keeps him
 // waiting; so it is left out if what was there last is known to be elsewhere and nowhere else, or gone altogether.
-bool FanotifyWatcher::IsGone(const Ledger::Name& name, const Ledger::State& state, Links& found) {
-  if (state.left) {
+bool FanotifyWatcher::IsGone(const Ledger::Name& name, const Ledger::State& state, bool all_there, Links& found) {
+  if (all_there && state.left) {
     auto links = found.find(*state.left);
     if (links == found.end()) {
       const bool exists = locator_.Open(*state.left).valid();
@@ -539,8 +539,10 @@ bool FanotifyWatcher::CompareWithDisk() {
   ledger_.DropIf([&](const Ledger::Name& name, const Ledger::State& state) {
     return state.object && IsThere(name, state, found);
   });
+  // An object that is not where it should be can be under any of the names that should be free.
+  const bool all_there = !ledger_.Any([](const Ledger::State& state) { return state.object.has_value(); });
   ledger_.DropIf([&](const Ledger::Name& name, const Ledger::State& state) {
-    return !state.object && IsGone(name, state, found);
+    return !state.object && IsGone(name, state, all_there, found);
   });
   stream_.ReadAhead();
   if (!stream_.drained() && ledger_.size() < kLedgerLimit) {
@@ -562,7 +564,9 @@ DrainReport FanotifyWatcher::OnDeadline(Clock::time_point now) {
     recorder_->Report(*views, file.name, false, kModify);
   }
   locator_.CloseMounts();
-  return {};
+  DrainReport report;
+  report.unfinished = !stream_.drained();  // looking a folder up reads ahead
+  return report;
 }
 
 }  // namespace nimotifyd

@@ -77,7 +77,7 @@ class FanotifyWatcher : public Watcher {
 
   bool CompareWithDisk();
   bool IsThere(const Ledger::Name& name, const Ledger::State& state, Links& found);
-  bool IsGone(const Ledger::Name& name, const Ledger::State& state, Links& found);
+  bool IsGone(const Ledger::Name& name, const Ledger::State& state, bool all_there, Links& found);
   void ReportMovedFolders();
   void Correct(const Ledger::Name& name, const Ledger::State& state);
   std::optional<Handle> ObjectNow(const Ledger::Name& name, const FolderViews& views);
