@@ -31,7 +31,6 @@ class Ledger {
   struct State {
     std::optional<Handle> object;  ///< nothing: no such object
     bool is_dir = false;           ///< of the object, or of the last one there
-    std::optional<Handle> left{};  ///< without an object: the one that was there last, if known
   };
 
   /// From now on the name is compared.
