@@ -16,7 +16,9 @@ constexpr size_t kChunkBytes = size_t{256} << 10;
 // The kernel refuses a read that has no room for the next event; three handles and two names of the longest fit.
 constexpr size_t kRoomForEvents = size_t{4} << 10;
 
-// Events are aligned to 4 bytes, their metadata to 8: it is copied out.
+// Events and their records are aligned to 4 bytes, but the metadata's type to 8: it is copied out.
+constexpr size_t kAlignment = 4;
+
 fanotify_event_metadata MetadataOf(const char* event) {
   fanotify_event_metadata metadata;
   memcpy(&metadata, event, sizeof(metadata));
@@ -73,9 +75,9 @@ std::optional<KernelEvent> ParseKernelEvent(const char* data, size_t size) {
     return std::nullopt;
   }
   const fanotify_event_metadata metadata = MetadataOf(data);
-  constexpr size_t kAlignment = alignof(fanotify_event_info_fid);  // the kernel pads every record to it
   if (metadata.event_len > size || metadata.event_len < metadata.metadata_len ||
-      metadata.metadata_len < sizeof(metadata) || metadata.metadata_len % kAlignment != 0) {
+      metadata.metadata_len < sizeof(metadata) || metadata.event_len % kAlignment != 0 ||
+      metadata.metadata_len % kAlignment != 0) {
     return std::nullopt;
   }
   KernelEvent event;

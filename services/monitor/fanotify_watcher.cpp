@@ -26,7 +26,6 @@ constexpr int kEventsAtOnce = 16'384;
 // Names compared with the disk even if the kernel's queue never runs empty.
 constexpr size_t kLedgerLimit = 32'768;
 constexpr size_t kViewSlots = 256;
-constexpr uint64_t kUnknownLinks = 1000;
 constexpr size_t kMostWriters = 65'536;
 
 }  // namespace
@@ -284,6 +283,7 @@ void FanotifyWatcher::OnLoss(DrainReport& report) {
   cache_.Clear();  // lost events may have moved folders
   ledger_.Clear();
   moved_folders_.clear();
+  seen_.clear();
   confused_ = false;
   writers_.Clear();
 }
@@ -317,7 +317,8 @@ void FanotifyWatcher::OnChange(const KernelEvent& event, const Handle& folder, C
 
 // A folder whose place is taken by something else has left it in a rename that was merged into an earlier one: where it
 // went shows on disk.
-void FanotifyWatcher::Learn(const Handle& folder, std::string_view name, const Ledger::State& state, bool enter) {
+void FanotifyWatcher::Learn(const KernelEvent& event, const Handle& folder, std::string_view name,
+                            const Ledger::State& state, bool enter) {
   const Ledger::State* known = ledger_.Find(folder, name);
   if (known != nullptr && known->object && known->is_dir && state.object && *state.object != *known->object) {
     FolderCache::Folder* misplaced = cache_.Find(*known->object);
@@ -327,7 +328,14 @@ void FanotifyWatcher::Learn(const Handle& folder, std::string_view name, const L
     }
     confused_ = true;
   }
-  if (state.object && state.is_dir && (enter || known != nullptr)) {
+  if (!enter && known == nullptr) {
+    return;
+  }
+  const std::optional<Handle> target = event.target != nullptr ? HandleOf(*event.target) : std::optional<Handle>();
+  if (target) {
+    seen_.insert(*target);
+  }
+  if (state.object && state.is_dir) {
     moved_folders_.insert(*state.object);
   }
   if (enter) {
@@ -346,11 +354,11 @@ void FanotifyWatcher::ReportChange(const KernelEvent& event, const Handle& folde
   const std::optional<Handle> target = event.target != nullptr ? HandleOf(*event.target) : std::optional<Handle>();
   if ((event.mask & FAN_CREATE) != 0) {
     recorder_->Report(views, event.name, is_dir, kCreate);
-    Learn(folder, event.name, {target, is_dir, {}}, false);
+    Learn(event, folder, event.name, {target, is_dir}, false);
   }
   if (deleted) {
     recorder_->Report(views, event.name, is_dir, kDelete);
-    Learn(folder, event.name, {std::nullopt, is_dir, target}, (event.mask & FAN_CREATE) != 0);
+    Learn(event, folder, event.name, {std::nullopt, is_dir}, (event.mask & FAN_CREATE) != 0);
     if (target) {
       writers_.Erase(*target);
     }
@@ -427,9 +435,9 @@ bool FanotifyWatcher::ReportRename(const KernelEvent& event, const Handle& old_f
     watched = recorder_->Report(to, event.name, event.is_dir(), kCreate);
   } else {
     watched = recorder_->ReportRename(from, event.old_name, to, event.name, event.is_dir());
-    Learn(old_folder, event.old_name, {std::nullopt, event.is_dir(), target}, true);
+    Learn(event, old_folder, event.old_name, {std::nullopt, event.is_dir()}, true);
   }
-  Learn(new_folder, event.name, {target, event.is_dir(), {}}, true);
+  Learn(event, new_folder, event.name, {target, event.is_dir()}, true);
   return watched;
 }
 
@@ -483,21 +491,17 @@ bool FanotifyWatcher::IsThere(const Ledger::Name& name, const Ledger::State& sta
   return true;
 }
 
-// Whether nothing is under the name. Looking a missing name up waits for whoever changes the folder, and keeps him
-// waiting; so it is left out if what was there last is known to be elsewhere and nowhere else, or gone altogether.
-bool FanotifyWatcher::IsGone(const Ledger::Name& name, const Ledger::State& state, bool all_there, Links& found) {
-  if (all_there && state.left) {
-    auto links = found.find(*state.left);
-    if (links == found.end()) {
-      const bool exists = locator_.Open(*state.left).valid();
-      links = found.emplace(*state.left, exists ? kUnknownLinks : 0).first;
-    }
-    if (links->second <= 1) {
-      return true;
-    }
-  }
+bool FanotifyWatcher::IsGone(const Ledger::Name& name) {
   const Views views = ViewsOf(locator_.Locate(name.folder));
   return views->empty() || !ObjectNow(name, *views);
+}
+
+// Whether each object that names in the ledger were about is gone, or found under a name and has no other.
+bool FanotifyWatcher::AllAccountedFor(const Links& found) {
+  return std::all_of(seen_.begin(), seen_.end(), [&](const Handle& object) {
+    const auto links = found.find(object);
+    return links != found.end() ? links->second <= 1 : !locator_.Open(object).valid();
+  });
 }
 
 void FanotifyWatcher::Correct(const Ledger::Name& name, const Ledger::State& state) {
@@ -536,14 +540,21 @@ bool FanotifyWatcher::CompareWithDisk() {
     return false;
   }
   Links found;
+  bool all_there = true;
   ledger_.DropIf([&](const Ledger::Name& name, const Ledger::State& state) {
-    return state.object && IsThere(name, state, found);
+    const bool there = state.object && IsThere(name, state, found);
+    all_there &= there || !state.object;
+    return there;
   });
-  // An object that is not where it should be can be under any of the names that should be free.
-  const bool all_there = !ledger_.Any([](const Ledger::State& state) { return state.object.has_value(); });
+  // Looking a missing name up waits for whoever changes the folder, and keeps him waiting. If every object is where it
+  // should be, or gone, nothing can be under the names that should be free.
+  const bool accounted_for = all_there && AllAccountedFor(found);
   ledger_.DropIf([&](const Ledger::Name& name, const Ledger::State& state) {
-    return !state.object && IsGone(name, state, all_there, found);
+    return !state.object && (accounted_for || IsGone(name));
   });
+  if (ledger_.size() == 0) {
+    seen_.clear();
+  }
   stream_.ReadAhead();
   if (!stream_.drained() && ledger_.size() < kLedgerLimit) {
     return true;
@@ -555,6 +566,7 @@ bool FanotifyWatcher::CompareWithDisk() {
     ReportMovedFolders();
   }
   moved_folders_.clear();
+  seen_.clear();
   return !stream_.drained();
 }
 

@@ -51,7 +51,7 @@ class FanotifyWatcher : public Watcher {
     std::shared_ptr<const FolderViews> views;
   };
   using Views = std::shared_ptr<const FolderViews>;
-  using Links = std::unordered_map<Handle, uint64_t, HandleHash>;  // number of names; 0: gone
+  using Links = std::unordered_map<Handle, uint64_t, HandleHash>;  // number of names
 
   FanotifyWatcher(const Options& options, const Recorder& recorder, UniqueFd fd);
 
@@ -64,7 +64,8 @@ class FanotifyWatcher : public Watcher {
   void OnEvent(const KernelEvent& event, Clock::time_point now, DrainReport& report);
   void OnChange(const KernelEvent& event, const Handle& folder, Clock::time_point now);
   void ReportChange(const KernelEvent& event, const Handle& folder, const FolderViews& views, Clock::time_point now);
-  void Learn(const Handle& folder, std::string_view name, const Ledger::State& state, bool enter);
+  void Learn(const KernelEvent& event, const Handle& folder, std::string_view name, const Ledger::State& state,
+             bool enter);
   void OnContent(const KernelEvent& event, const Handle& folder, const FolderViews& views, Clock::time_point now);
   void OnRename(const KernelEvent& event, const Handle& new_folder);
   bool ReportRename(const KernelEvent& event, const Handle& old_folder, const FolderViews& from,
@@ -77,7 +78,8 @@ class FanotifyWatcher : public Watcher {
 
   bool CompareWithDisk();
   bool IsThere(const Ledger::Name& name, const Ledger::State& state, Links& found);
-  bool IsGone(const Ledger::Name& name, const Ledger::State& state, bool all_there, Links& found);
+  bool IsGone(const Ledger::Name& name);
+  bool AllAccountedFor(const Links& found);
   void ReportMovedFolders();
   void Correct(const Ledger::Name& name, const Ledger::State& state);
   std::optional<Handle> ObjectNow(const Ledger::Name& name, const FolderViews& views);
@@ -90,6 +92,7 @@ class FanotifyWatcher : public Watcher {
   FolderLocator locator_;
   Ledger ledger_;
   std::unordered_set<Handle, HandleHash> moved_folders_;  // since the kernel's queue was empty last
+  std::unordered_set<Handle, HandleHash> seen_;           // objects that the ledger's names were about
   bool confused_ = false;                                 // one of them is not where events say
   OpenWriters<Handle, Handle, HandleHash> writers_;
 

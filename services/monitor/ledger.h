@@ -1,7 +1,6 @@
 // What the lines written say about names for which the kernel's events are not conclusive.
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <functional>
 #include <optional>
@@ -32,7 +31,6 @@ class Ledger {
   struct State {
     std::optional<Handle> object;  ///< nothing: no such object
     bool is_dir = false;           ///< of the object, or of the last one there
-    std::optional<Handle> left{};  ///< without an object: the one that was there last, if known
   };
 
   /// From now on the name is compared.
@@ -58,11 +56,6 @@ class Ledger {
   /// Drops the names for which `matches` holds.
   void DropIf(const std::function<bool(const Name&, const State&)>& matches) {
     std::erase_if(names_, [&](const auto& item) { return matches(item.first, item.second); });
-  }
-
-  /// Whether `matches` holds for one of the names.
-  bool Any(const std::function<bool(const State&)>& matches) const {
-    return std::any_of(names_.begin(), names_.end(), [&](const auto& item) { return matches(item.second); });
   }
 
   /// Takes all names out.

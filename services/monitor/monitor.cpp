@@ -127,7 +127,9 @@ void Monitor::Stop() {
   stopped_ = true;
   PumpUntilEmpty();
   for (const auto& source : sources_) {
-    Handle(source->watcher->OnDeadline(Clock::time_point::max()));
+    if (source->watcher->OnDeadline(Clock::time_point::max()).lost) {
+      CrashAll("kernel_overflow");
+    }
     source->gather.cancel();
     if (source->descriptor.is_open()) {
       source->descriptor.release();

@@ -140,7 +140,7 @@ void IndexModel::ApplyOperation(const fileindex::OP& op) {
   const std::string path = op.node->GetPath();
   switch (op.op) {
     case fileindex::OP_DELETE:
-      Remove(path);
+      Delete(path);
       break;
     case fileindex::OP_UPDATE:
     case fileindex::OP_ATTR:
@@ -164,7 +164,7 @@ void IndexModel::ApplyOperation(const fileindex::OP& op) {
 void IndexModel::ApplyLine(const fileindex::Event& event) {
   switch (event.event) {
     case fileindex::EVENT_DELETE:
-      Remove(event.path);
+      Delete(event.path);
       break;
     case fileindex::EVENT_CREATE:
       event.is_dir ? ReadTree(event.path) : Read(event.path);
@@ -183,6 +183,11 @@ void IndexModel::ApplyLine(const fileindex::Event& event) {
     default:
       throw std::runtime_error("not one event bit");
   }
+}
+
+// What was read under the path may be what came after the delete.
+void IndexModel::Delete(const std::string& path) {
+  LookAt(path) ? ReadTree(path) : Remove(path);
 }
 
 void IndexModel::Remove(const std::string& path) {

@@ -31,10 +31,10 @@ using Documents = std::map<std::string, Document>;
 Documents ReadDocuments(const std::string& path, const std::set<std::string>& ignore);
 
 /// Applies operations as an indexing daemon does. An update reads the file, a re-index reads a whole folder, an
-/// operation whose file is gone removes the document. All of these see the disk as it is when they are applied, which
-/// may be later than the event: so a rename moves a document only if it is what lies at the target now, and has the
-/// target read otherwise; and what could not be found is looked for again where a rename brings it. It never looks
-/// into folders that it moves for files that no operation named.
+/// operation whose file is gone removes the document, a delete whose file is there reads it. All of these see the disk
+/// as it is when they are applied, which may be later than the event: so a rename moves a document only if it is what
+/// lies at the target now, and has the target read otherwise; and what could not be found is looked for again where a
+/// rename brings it. It never looks into folders that it moves for files that no operation named.
 class IndexModel {
  public:
   IndexModel(std::string folder, std::set<std::string> ignore)
@@ -59,6 +59,7 @@ class IndexModel {
   void TakeHistory(const std::string& side_file);
   void ApplyOperation(const fileindex::OP& op);
   void ApplyLine(const fileindex::Event& event);
+  void Delete(const std::string& path);
   void Remove(const std::string& path);
   void RemoveStale(const std::string& path);
   void Read(const std::string& path);

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <set>
 #include <thread>
 
 #include "tests/system/monitor_support.h"

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <iostream>
 #include <random>
 #include <thread>
@@ -29,6 +30,10 @@ class Troublemaker {
 
   void Act() {
     const std::string path = AnyPath();
+    if (Below(400) == 0) {  // or the tree would grow without end
+      std::error_code ignored;
+      std::filesystem::remove_all(share_ + "/" + Name(), ignored);
+    }
     switch (Below(24)) {
       case 0:
       case 1:
