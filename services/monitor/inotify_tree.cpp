@@ -333,8 +333,8 @@ void InotifyTree::WatchTree(InotifyFolder& top) {
   }
 }
 
-std::vector<InotifyFolder*> InotifyTree::RetryMissed() {
-  std::vector<InotifyFolder*> found;
+std::vector<uint64_t> InotifyTree::RetryMissed() {
+  std::vector<uint64_t> found;
   for (const uint64_t id : std::exchange(missed_, {})) {
     InotifyFolder* folder = FindById(id);
     if (folder == nullptr || folder->watch >= 0 || folder->parent == nullptr) {
@@ -342,7 +342,7 @@ std::vector<InotifyFolder*> InotifyTree::RetryMissed() {
     }
     WatchTree(*folder);
     if (folder->watch >= 0 || folder->polled) {
-      found.push_back(folder);
+      found.push_back(id);
     } else {
       Remove(*folder->parent, std::string(folder->name));
     }

@@ -78,7 +78,7 @@ class InotifyTree {
   std::vector<uint64_t> TakeContested() { return std::exchange(contested_, {}); }
   /// Tries again to watch the folders that were not where their events said; they have been moved since. Those that are
   /// watched now are returned, the others forgotten.
-  std::vector<InotifyFolder*> RetryMissed();
+  std::vector<uint64_t> RetryMissed();
   size_t watches() const { return by_watch_.size() + guards_.size(); }
 
  private:

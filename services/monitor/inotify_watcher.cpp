@@ -57,11 +57,8 @@ void InotifyWatcher::SetRecorder(const Recorder& recorder) {
   tree_.SetRecorder(recorder);
   // What is skipped may be something else now. What changes while the watches are set anew is reported by nobody, so
   // each folder is to be looked through.
-  for (const WatchPoint& point : tree_.roots()) {
-    tree_.RemoveRoot(point.path);
-    if (InotifyFolder* root = tree_.AddRoot(point)) {
-      recorder_->Report(tree_.ViewsOf(*root), {}, true, kCreate);
-    }
+  for (const WatchPoint& point : WatchAnew()) {
+    recorder_->Report({recorder_->MakeView(point.mount, point.path)}, {}, true, kCreate);
   }
 }
 
@@ -134,11 +131,7 @@ DrainReport InotifyWatcher::Drain(Clock::time_point now) {
     ++first_number_;
   }
   if (events_.empty()) {
-    renames_.clear();
-    for (InotifyFolder* folder : tree_.RetryMissed()) {
-      recorder_->Report(tree_.ViewsOf(*folder), {}, true, kCreate);
-    }
-    ReportContested();
+    Reconcile();
   }
   return report;
 }
@@ -269,7 +262,7 @@ void InotifyWatcher::OnMoved(const std::vector<uint64_t>& sources, const Event& 
       OnRename(*from, out, *tree_.FindById(matched), in);
     } else if (from != nullptr) {
       Vanished(*from, out);
-      LookAgain(*from, out.name);  // it may have changed places with something outside
+      LookAgain(id, out.name);  // it may have changed places with something outside
     }
   }
   for (const uint64_t id : targets) {
@@ -281,45 +274,59 @@ void InotifyWatcher::OnMoved(const std::vector<uint64_t>& sources, const Event& 
 
 void InotifyWatcher::OnRename(InotifyFolder& from, const Event& out, InotifyFolder& to, const Event& in) {
   const bool is_dir = (in.mask & IN_ISDIR) != 0;
-  bool found_again = false;
-  if (is_dir) {
-    if (!tree_.Move(from, out.name, to, in.name)) {
-      found_again = from.children.find(out.name) == from.children.end();
-      tree_.Remove(from, out.name);
-      tree_.Add(to, in.name);
-    }
-  } else {
-    tree_.Remove(to, in.name);
-    writers_.Renamed(KeyOf(from, out.name), to.id, in.name);
-  }
-  recorder_->ReportRename(tree_.ViewsOf(from), out.name, tree_.ViewsOf(to), in.name, is_dir);
-  if (found_again) {
-    // It was not watched where it came from, so changes in it may have gone unseen.
-    recorder_->Report(tree_.ViewsOf(to), in.name, true, kCreate);
-  }
-  // Two objects that change places come as a rename and its reverse, just as one that is moved forth and back.
+  const uint64_t from_id = from.id;
+  const uint64_t to_id = to.id;
   const std::string source = KeyOf(from, out.name);
   const std::string target = KeyOf(to, in.name);
+  const FolderViews to_views = tree_.ViewsOf(to);
+  recorder_->ReportRename(tree_.ViewsOf(from), out.name, to_views, in.name, is_dir);
+  if (!is_dir) {
+    tree_.Remove(to, in.name);
+    writers_.Renamed(source, to_id, in.name);
+  } else if (!MoveFolder(from, out.name, to, in.name)) {
+    // It was not watched where it came from, so changes in it may have gone unseen.
+    recorder_->Report(to_views, in.name, true, kCreate);
+  }
+  // Two objects that change places come as a rename and its reverse, just as one that is moved forth and back.
   if (renames_.count(target + "\n" + source) != 0) {
-    LookAgain(from, out.name);
-    LookAgain(to, in.name);
+    LookAgain(from_id, out.name);
+    LookAgain(to_id, in.name);
   }
   renames_.insert(source + "\n" + target);
 }
 
+// Returns whether the folder was known and is followed.
+bool InotifyWatcher::MoveFolder(InotifyFolder& from, const std::string& old_name, InotifyFolder& to,
+                                const std::string& name) {
+  const uint64_t from_id = from.id;
+  const uint64_t to_id = to.id;
+  const bool known = from.children.find(old_name) != from.children.end();
+  if (!tree_.Move(from, old_name, to, name)) {
+    tree_.Remove(from, old_name);
+    if (InotifyFolder* parent = tree_.FindById(to_id)) {
+      tree_.Add(*parent, name);
+    }
+  }
+  // The tree is built from paths as they are now, and corrected by events of how they came about: a folder that seems
+  // to lie in itself shows that the two do not fit.
+  doubtful_ |= tree_.FindById(from_id) == nullptr || tree_.FindById(to_id) == nullptr;
+  return known;
+}
+
 // Reports what is on disk under a name as new.
-void InotifyWatcher::LookAgain(InotifyFolder& folder, const std::string& name) {
+void InotifyWatcher::LookAgain(uint64_t folder_id, const std::string& name) {
+  InotifyFolder* folder = tree_.FindById(folder_id);
   struct stat info {};
-  const UniqueFd fd = OpenFolder(tree_.PathOf(folder));
-  if (fstatat(fd.get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+  if (folder == nullptr ||
+      fstatat(OpenFolder(tree_.PathOf(*folder)).get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
     return;
   }
   if (S_ISDIR(info.st_mode)) {
-    tree_.Add(folder, name);
+    tree_.Add(*folder, name);
   } else {
-    tree_.Remove(folder, name);
+    tree_.Remove(*folder, name);
   }
-  recorder_->Report(tree_.ViewsOf(folder), name, S_ISDIR(info.st_mode), kCreate);
+  recorder_->Report(tree_.ViewsOf(*folder), name, S_ISDIR(info.st_mode), kCreate);
 }
 
 // ---- loss
@@ -339,10 +346,7 @@ void InotifyWatcher::OnLoss(Clock::time_point now, DrainReport& report) {
 // reader's rescan does not see is seen here.
 void InotifyWatcher::Rebuild(Clock::time_point now, DrainReport& report) {
   Record(LOG_WARNING, "watches_rebuilt").Add("reason", "kernel_overflow");
-  for (const WatchPoint& point : tree_.roots()) {
-    tree_.RemoveRoot(point.path);
-    tree_.AddRoot(point);
-  }
+  WatchAnew();
   writers_.Clear();
   next_rebuild_.reset();
   last_rebuild_ = now;
@@ -350,19 +354,39 @@ void InotifyWatcher::Rebuild(Clock::time_point now, DrainReport& report) {
   report.lost = true;
 }
 
-// A folder and its successor of the same name were mixed up; both places are looked through again.
-void InotifyWatcher::ReportContested() {
-  for (const uint64_t id : tree_.TakeContested()) {
-    InotifyFolder* folder = tree_.FindById(id);
-    if (folder == nullptr || folder->parent == nullptr) {
-      continue;
-    }
-    InotifyFolder* parent = folder->parent;
-    const std::string name = folder->name;
-    if (tree_.Add(*parent, name) != nullptr) {
-      recorder_->Report(tree_.ViewsOf(*parent), name, true, kCreate);
+// With all events handled the tree must be what is on disk; where it showed that it is not, folders are watched anew
+// and looked through again.
+void InotifyWatcher::Reconcile() {
+  renames_.clear();
+  if (std::exchange(doubtful_, false)) {
+    for (const WatchPoint& point : WatchAnew()) {
+      recorder_->Report({recorder_->MakeView(point.mount, point.path)}, {}, true, kCreate);
     }
   }
+  for (const uint64_t id : tree_.RetryMissed()) {
+    if (InotifyFolder* folder = tree_.FindById(id)) {
+      recorder_->Report(tree_.ViewsOf(*folder), {}, true, kCreate);
+    }
+  }
+  for (const uint64_t id : tree_.TakeContested()) {
+    InotifyFolder* folder = tree_.FindById(id);
+    InotifyFolder* parent = folder != nullptr ? folder->parent : nullptr;
+    if (parent != nullptr) {
+      const std::string name = folder->name;
+      if (tree_.Add(*parent, name) != nullptr) {
+        recorder_->Report(tree_.ViewsOf(*parent), name, true, kCreate);
+      }
+    }
+  }
+}
+
+std::vector<WatchPoint> InotifyWatcher::WatchAnew() {
+  const std::vector<WatchPoint> points = tree_.roots();
+  for (const WatchPoint& point : points) {
+    tree_.RemoveRoot(point.path);
+    tree_.AddRoot(point);
+  }
+  return points;
 }
 
 // ---- time

@@ -57,12 +57,14 @@ class InotifyWatcher : public Watcher {
   bool OnMovedFrom(const Event& event, Clock::time_point now, DrainReport& report);
   void OnMoved(const std::vector<uint64_t>& sources, const Event& out, std::vector<uint64_t> targets, const Event& in);
   void OnRename(InotifyFolder& from, const Event& out, InotifyFolder& to, const Event& in);
-  void LookAgain(InotifyFolder& folder, const std::string& name);
+  bool MoveFolder(InotifyFolder& from, const std::string& old_name, InotifyFolder& to, const std::string& name);
+  void LookAgain(uint64_t folder_id, const std::string& name);
   void Appeared(InotifyFolder& folder, const Event& event);
   void Vanished(InotifyFolder& folder, const Event& event);
   void OnLoss(Clock::time_point now, DrainReport& report);
   void Rebuild(Clock::time_point now, DrainReport& report);
-  void ReportContested();
+  void Reconcile();
+  std::vector<WatchPoint> WatchAnew();
   static std::string KeyOf(const InotifyFolder& folder, const std::string& name);
 
   const Recorder* recorder_;
@@ -75,6 +77,7 @@ class InotifyWatcher : public Watcher {
   uint64_t first_number_ = 0;                        // of events_.front()
   std::unordered_map<uint32_t, uint64_t> moved_to_;  // cookie -> number of the event
   std::unordered_set<std::string> renames_;          // since the kernel's queue was empty last
+  bool doubtful_ = false;                            // the tree turned out not to be what is on disk
   std::optional<Clock::time_point> next_poll_;
   std::optional<Clock::time_point> next_rebuild_;
   Clock::time_point last_rebuild_{};
