@@ -88,9 +88,10 @@ std::optional<Registration> ParseRegistration(std::string_view text) {
 std::vector<Registration> LoadRegistrations(const std::string& folder) {
   std::vector<std::filesystem::path> files;
   std::error_code error;
-  for (const auto& item : std::filesystem::directory_iterator(folder, error)) {
-    if (item.path().extension() == ".json") {
-      files.push_back(item.path());
+  for (std::filesystem::directory_iterator item(folder, error); !error && item != std::filesystem::end(item);
+       item.increment(error)) {
+    if (item->path().extension() == ".json") {
+      files.push_back(item->path());
     }
   }
   std::sort(files.begin(), files.end());
