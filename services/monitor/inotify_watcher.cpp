@@ -377,7 +377,7 @@ void InotifyWatcher::Reconcile() {
 }
 
 std::vector<WatchPoint> InotifyWatcher::WatchAnew() {
-  const std::vector<WatchPoint> points = tree_.roots();
+  std::vector<WatchPoint> points = tree_.roots();
   for (const WatchPoint& point : points) {
     tree_.RemoveRoot(point.path);
     tree_.AddRoot(point);
