@@ -17,7 +17,6 @@ namespace {
 constexpr size_t kLines = 1'000'000;
 
 using fileindex::Event;
-using fileindex::OP;
 using fileindex::OPTree;
 
 // Files of the benches, made once and removed at the end.

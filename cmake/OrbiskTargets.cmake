@@ -6,7 +6,6 @@ function(orbisk_add_layer name)
   add_library(${name} OBJECT ${ARG_SOURCES})
   target_include_directories(${name} PUBLIC "${PROJECT_SOURCE_DIR}" "${PROJECT_SOURCE_DIR}/include")
   target_link_libraries(${name} PUBLIC ${ARG_LINK})
-  target_compile_definitions(${name} PRIVATE ORBISK_BUILDING_LIBRARY)
 endfunction()
 
 # One test program and its ctest entry.

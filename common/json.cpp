@@ -233,7 +233,10 @@ void JsonApplyChanges(Json::Value& target, const Json::Value& changes) {
   for (auto it = changes.begin(); it != changes.end(); ++it) {
     const std::string key = it.name();
     if (it->isNull()) {
-      target.removeMember(key);
+      Json::Value removed;  // the overloads that take the key alone end it at a NUL byte
+      if (target.isObject()) {
+        target.removeMember(key.data(), key.data() + key.size(), &removed);
+      }
     } else if (it->isObject()) {
       Json::Value& member = target[key];
       if (!member.isObject()) {

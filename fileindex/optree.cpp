@@ -112,7 +112,7 @@ void OPTree::BuildTree() {
 }
 
 void OPTree::InsertEvent(std::shared_ptr<Event> event) {
-  const std::shared_ptr<OPNode> node = GetNodeByPath(event->path);
+  const std::shared_ptr<OPNode> node = GetNodeByPath(event->path, Children::kUnseen);
   // One operation for all bits of the event: the second handler finds what the first one filed.
   const auto op = std::make_shared<OP>(node, OP_NONE, "", Json::Value());
   try {
@@ -196,6 +196,13 @@ OPNode* OPTree::WalkPath(std::string_view path, bool& plain) {
 }
 
 std::shared_ptr<OPNode> OPTree::GetNodeByPath(const std::string& path) {
+  return GetNodeByPath(path, Children::kSeen);
+}
+
+std::shared_ptr<OPNode> OPTree::GetNodeByPath(const std::string& path, Children children) {
+  if (children == Children::kSeen) {
+    MakeRenamedNodes();
+  }
   bool plain = false;
   OPNode* const node = WalkPath(path, plain);
   ORBISK_CHECK(!plain, 9999, "GetNodeByPath failed, path=" + path);
@@ -236,37 +243,37 @@ void OPTree::FileUnlessCancelled(OPNode& node, const std::shared_ptr<OP>& op) {
   }
 }
 
-void OPTree::HandleCreate(const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op) {
+void OPTree::HandleCreate(std::shared_ptr<OPNode> node, std::shared_ptr<OP> op) {
   op->op = OP_UPDATE;
   LetPendingReact(*node, *op, kOnCreate);
   FileUnlessCancelled(*node, op);
 }
 
-void OPTree::HandleModify(const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op) {
+void OPTree::HandleModify(std::shared_ptr<OPNode> node, std::shared_ptr<OP> op) {
   op->op = OP_UPDATE;
   LetPendingReact(*node, *op, kOnModify);
   FileUnlessCancelled(*node, op);
 }
 
-void OPTree::HandleAttr(const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op) {
+void OPTree::HandleAttr(std::shared_ptr<OPNode> node, std::shared_ptr<OP> op) {
   op->op = OP_ATTR;
   LetPendingReact(*node, *op, kOnAttr);
   FileUnlessCancelled(*node, op);
 }
 
-void OPTree::HandleDelete(const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op) {
+void OPTree::HandleDelete(std::shared_ptr<OPNode> node, std::shared_ptr<OP> op) {
   op->op = OP_DELETE;
   LetPendingReact(*node, *op, kOnDelete);
   FileUnlessCancelled(*node, op);
 }
 
-void OPTree::HandleUpdateDirectory(const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op) {
+void OPTree::HandleUpdateDirectory(std::shared_ptr<OPNode> node, std::shared_ptr<OP> op) {
   op->op = OP_UPDATE_DIRECTORY;
   LetPendingReact(*node, *op, kOnUpdateDirectory);
   FileUnlessCancelled(*node, op);
 }
 
-void OPTree::HandleReindex(const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op) {
+void OPTree::HandleReindex(std::shared_ptr<OPNode> node, std::shared_ptr<OP> op) {
   op->op = OP_REINDEX;
   LetPendingReact(*node, *op, kOnReindex);
   CancelBelow(*node);

@@ -2,9 +2,9 @@
 //
 // A rename of a folder carries the pending operations of everything below it to the same places below the new name, and
 // each place is made there, whether anything is pending on it or not. Almost all of a large folder is idle, so only
-// the busy part is walked, and the idle places are noted (SubtreeRename) and made when somebody could tell: places are
-// walked in the order they were made, which shows in an outside walk and in a rename between a folder and one of its
-// own ancestors, where what is carried lands in the part being walked.
+// the busy part is walked, and the idle places are noted (SubtreeRename) and made when somebody could tell: when a node
+// is looked up from outside, and, since places are walked in the order they were made, for an outside walk and for a
+// rename between a folder and one of its own ancestors, where what is carried lands in the part being walked.
 #include <algorithm>
 #include <iterator>
 #include <limits>
@@ -17,9 +17,10 @@
 namespace orbisk::fileindex {
 namespace {
 
-// How many of the places that it made itself a rename between a folder and its own ancestor walks. No file system makes
-// such renames; the bound keeps a broken queue from taking all memory.
-constexpr size_t kOwnPlacesWalked = 1'000;
+// Bounds for renames between a folder and its own ancestor. No file system makes them, but a broken queue can: the walk
+// comes to places that it made itself and may go on so for ever, and each such rename can double the tree.
+constexpr size_t kOwnPlacesWalked = 1'000;     // at least; as many as the tree has nodes if that is more
+constexpr size_t kIdlePlacesMade = 1'000'000;  // by all such renames of a tree together
 
 bool IsAtOrBelow(const OPNode* node, const OPNode& top) {
   while (node != nullptr && node != &top) {
@@ -136,8 +137,8 @@ void OPTree::MoveOperations(OPNode& from, const std::shared_ptr<OPNode>& to, Sel
   }
 }
 
-void OPTree::HandleRename(const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op) {
-  const std::shared_ptr<OPNode> old_node = GetNodeByPath(op->path);
+void OPTree::HandleRename(std::shared_ptr<OPNode> node, std::shared_ptr<OP> op) {
+  const std::shared_ptr<OPNode> old_node = GetNodeByPath(op->path, Children::kUnseen);
   op->op = OP_RENAME;
   for (size_t i = FirstUnsettled(*node, *op); i < node->ops.size(); ++i) {
     OP& pending = *node->ops[i];
@@ -177,6 +178,10 @@ void OPTree::CarryOperations(OPNode& from, const std::shared_ptr<OPNode>& to) {
   MoveOperations(from, to, [](const OP& op) { return op.op >= OP_UPDATE; });
 }
 
+bool OPTree::HasCarried(const OPNode& node) {
+  return std::any_of(node.ops.begin(), node.ops.end(), [](const auto& op) { return op->op >= OP_UPDATE; });
+}
+
 void OPTree::CarryBusyBelow(OPNode& old_node, OPNode& node) {
   if (!old_node.children.empty() || !renames_.empty()) {
     renames_.push_back({clock_, &old_node, &node});
@@ -198,7 +203,7 @@ void OPTree::CarryBusyBelow(OPNode& old_node, OPNode& node) {
   };
   for (size_t i = busy.size() - 1; i > 0; --i) {
     OPNode& from = *busy[i].node;
-    if (std::any_of(from.ops.begin(), from.ops.end(), [](const auto& op) { return op->op >= OP_UPDATE; })) {
+    if (HasCarried(from)) {
       CarryOperations(from, make_target(i)->shared_from_this());
     }
     ClearBusyIfIdle(from);
@@ -207,9 +212,9 @@ void OPTree::CarryBusyBelow(OPNode& old_node, OPNode& node) {
 
 void OPTree::CarryAllBelow(const std::shared_ptr<OPNode>& old_node, OPNode& node) {
   MakeRenamedNodes();
-  // The walk also comes to places that it made itself, and could go on so for ever.
-  size_t own_places_left = kOwnPlacesWalked;
-  const auto enter = [&, start = clock_](const OPNode& child) {
+  const std::uint32_t start = clock_;
+  size_t own_places_left = std::max<size_t>(kOwnPlacesWalked, start);
+  const auto enter = [&](const OPNode& child) {
     return child.created_ < start || (own_places_left > 0 && own_places_left-- > 0);
   };
   std::vector<OPNode*> targets = {&node};  // of the levels of the walk, as far as they are made
@@ -217,14 +222,19 @@ void OPTree::CarryAllBelow(const std::shared_ptr<OPNode>& old_node, OPNode& node
     if (levels.size() == 1) {
       return;
     }
-    while (targets.size() < levels.size()) {
-      targets.push_back(targets.back()->FindOrMakeChild(levels[targets.size()].node->name, clock_));
-    }
     OPNode& from = *levels.back().node;
-    CarryOperations(from, targets.back()->shared_from_this());
-    ClearBusyIfIdle(from);
-    targets.pop_back();
+    if (HasCarried(from) || nested_places_ + (clock_ - start) < kIdlePlacesMade) {
+      while (targets.size() < levels.size()) {
+        targets.push_back(targets.back()->FindOrMakeChild(levels[targets.size()].node->name, clock_));
+      }
+      CarryOperations(from, targets.back()->shared_from_this());
+      ClearBusyIfIdle(from);
+    }
+    if (targets.size() == levels.size()) {
+      targets.pop_back();
+    }
   });
+  nested_places_ += clock_ - start;
 }
 
 // Makes the idle places of earlier renames, and puts all nodes into the order in which they would stand had each rename

@@ -36,8 +36,10 @@ cmake -S "$consumer" -B "$scratch/build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" 
 run "a program built by CMake" "$scratch/build/consumer"
 
 # Every exported header stands alone.
+read -ra header_flags <<<"$(PKG_CONFIG_PATH=$libdir/pkgconfig pkg-config --cflags fileindex)"
 (cd "$prefix/include" && find orbisk -name '*.h') | while read -r header; do
-  echo "#include \"$header\"" | "$cxx" -std=c++17 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -x c++ - "${flags[@]}" ||
+  echo "#include \"$header\"" |
+    "$cxx" -std=c++17 -Wall -Wextra -Wpedantic -Werror -fsyntax-only "${header_flags[@]}" -x c++ - ||
     { echo "$header does not stand alone"; exit 1; }
 done
 echo "ok: every exported header stands alone in C++17"

@@ -20,11 +20,12 @@ ORBISK_EXPORT bool fromString(Json::Value& value, const std::string& text);
 ORBISK_EXPORT bool fromFile(Json::Value& value, const std::string& path);
 
 /// Replaces the file at `path` by the text of `value`, mode 0644. Readers see the old file or the new one, never a
-/// part, also after a power cut. False on any failure, which leaves the old file and nothing else.
+/// part, also after a power cut. False on any failure, which leaves the old file and nothing else; only when the
+/// folder cannot be synced at the end is the new file in place already.
 ORBISK_EXPORT bool toFile(const Json::Value& value, const std::string& path);
 
-/// The text of `value`: one line, keys sorted, no newline at the end. Bytes from 0x20 up are written as they are, so
-/// that file names come back unchanged even where they are not UTF-8.
+/// The text of `value`: one line, keys sorted, no newline at the end. Bytes from 0x20 up stand as they are, but for the
+/// quote and the backslash, so that file names come back unchanged even where they are not UTF-8.
 ORBISK_EXPORT std::string toString(const Json::Value& value);
 
 /// Whether `value` can be read as T: std::string, bool, int, unsigned int, long or double. All but long go by the JSON

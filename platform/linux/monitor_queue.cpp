@@ -49,12 +49,21 @@ class Descriptor {
   int fd_;
 };
 
+// Lines carry paths as they are registered, so there must be one way to write a path: absolute, without empty, "." and
+// ".." components. A slash may end it.
+bool IsPlainPath(const std::string& path) {
+  const std::string ended = path + "/";
+  return !path.empty() && path[0] == '/' && path.find('\0') == std::string::npos &&
+         path.find("//") == std::string::npos && ended.find("/./") == std::string::npos &&
+         ended.find("/../") == std::string::npos;
+}
+
 bool IsAbsolutePath(const Json::Value& value) {
-  if (!value.isString()) {
-    return false;
-  }
-  const std::string path = value.asString();
-  return !path.empty() && path[0] == '/' && path.find('\0') == std::string::npos;
+  return value.isString() && IsPlainPath(value.asString());
+}
+
+bool IsQueuePath(const Json::Value& value) {
+  return IsAbsolutePath(value) && value.asString().back() != '/';
 }
 
 bool IsName(const Json::Value& value) {
@@ -82,7 +91,7 @@ bool IsEntry(const Json::Value& entry) {
 }
 
 bool IsDescription(const Json::Value& description) {
-  if (!description.isObject() || !IsAbsolutePath(description["queue"])) {
+  if (!description.isObject() || !IsQueuePath(description["queue"])) {
     return false;
   }
   const Json::Value& config = description["config"];
@@ -301,7 +310,7 @@ bool MonitorQueue::Upsert(const MonitorQueue& queue, const std::string& app, MON
 }
 
 bool MonitorQueue::Delete(const std::string& queue_path, const std::string& app, MONITOR_QUEUE_TYPE type) {
-  if (!IsAppName(app) || !IsAbsolutePath(Json::Value(queue_path))) {
+  if (!IsAppName(app) || !IsQueuePath(Json::Value(queue_path))) {
     return false;
   }
   const std::string path = FileOf({queue_path, app, type});

@@ -265,7 +265,7 @@ void FanotifyWatcher::OnEvent(const KernelEvent& event, Clock::time_point now, D
   if ((event.mask & (FAN_MOVE_SELF | FAN_DELETE_SELF)) != 0) {
     report.roots_touched |= guarded_.count(*folder) != 0;
   }
-  if (event.is_dir() && (event.mask & kNameMask) != 0) {
+  if ((event.mask & kNameMask) != 0) {  // of a link too: it can lie on the way to a registered folder
     report.roots_touched |= TouchesRoot(event, *folder);
   }
   if (marks_.count(folder->file_system) == 0) {
@@ -576,7 +576,9 @@ DrainReport FanotifyWatcher::OnDeadline(Clock::time_point now) {
     recorder_->Report(*views, file.name, false, kModify);
   }
   locator_.CloseMounts();
-  return {};
+  DrainReport report;
+  report.unfinished = !stream_.drained();  // looking a folder up reads ahead
+  return report;
 }
 
 }  // namespace nimotifyd

@@ -55,7 +55,11 @@ InotifyWatcher::InotifyWatcher(const Options& options, const Recorder& recorder,
 void InotifyWatcher::SetRecorder(const Recorder& recorder) {
   recorder_ = &recorder;
   tree_.SetRecorder(recorder);
-  WatchAnew();  // what is skipped may be something else now
+  // What is skipped may be something else now. What changes while the watches are set anew is reported by nobody, so
+  // each folder is to be looked through.
+  for (const WatchPoint& point : WatchAnew()) {
+    recorder_->Report({recorder_->MakeView(point.mount, point.path)}, {}, true, kCreate);
+  }
 }
 
 WatchOutcome InotifyWatcher::Watch(const WatchPoint& point) {
@@ -161,7 +165,7 @@ bool InotifyWatcher::OnEvent(Event& event, Clock::time_point now, DrainReport& r
 
 bool InotifyWatcher::TouchesRoot(const Event& event) const {
   if ((event.mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT)) == 0) {
-    return (event.mask & IN_ISDIR) != 0 && tree_.Guards(event.watch, event.name);
+    return tree_.Guards(event.watch, event.name);
   }
   const std::vector<uint64_t> ids = tree_.Find(event.watch);
   return tree_.IsGuard(event.watch) || std::any_of(ids.begin(), ids.end(), [this](uint64_t id) {

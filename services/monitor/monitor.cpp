@@ -62,6 +62,7 @@ bool Monitor::Start() {
   for (const auto& source : sources_) {
     AwaitEvents(*source);
   }
+  ArmTick();
   Record record(LOG_NOTICE, "started");
   record.Add("queues", static_cast<long long>(sinks_.size())).Add("folders", static_cast<long long>(points_.size()));
   for (const auto& source : sources_) {
@@ -126,7 +127,9 @@ void Monitor::Stop() {
   stopped_ = true;
   PumpUntilEmpty();
   for (const auto& source : sources_) {
-    source->watcher->OnDeadline(Clock::time_point::max());
+    if (source->watcher->OnDeadline(Clock::time_point::max()).lost) {
+      CrashAll("kernel_overflow");
+    }
     source->gather.cancel();
     if (source->descriptor.is_open()) {
       source->descriptor.release();
@@ -150,7 +153,12 @@ void Monitor::Stop() {
 
 void Monitor::LoadScopes() {
   registrations_ = LoadRegistrations(options_.registrations);
+  struct Crashed {
+    std::string folder;
+    bool wanted = false;
+  };
   std::unordered_map<std::string, std::unique_ptr<QueueSink>> sinks;
+  std::unordered_map<std::string, Crashed> crashed;  // of each queue: several may register one
   for (const Registration& registration : registrations_) {
     auto& sink = sinks[registration.queue];
     if (sink == nullptr) {
@@ -158,11 +166,14 @@ void Monitor::LoadScopes() {
       sink = known != sinks_.end() ? std::move(known->second)
                                    : std::make_unique<QueueSink>(registration.queue, options_.memory_limit_bytes);
     }
-    if (!registration.entries.empty()) {
-      const bool wants_crashed = std::any_of(registration.entries.begin(), registration.entries.end(),
-                                             [](const WatchEntry& entry) { return (entry.mask & kQueueCrashed) != 0; });
-      sink->SetFirstFolder(registration.entries.front().path, wants_crashed);
+    Crashed& line = crashed[registration.queue];
+    for (const WatchEntry& entry : registration.entries) {
+      line.folder = line.folder.empty() ? entry.path : line.folder;
+      line.wanted = line.wanted || (entry.mask & kQueueCrashed) != 0;
     }
+  }
+  for (auto& [queue, sink] : sinks) {
+    sink->SetFirstFolder(crashed[queue].folder, crashed[queue].wanted);
   }
   auto scopes = std::make_unique<Scopes>(registrations_, sinks);
   auto recorder = std::make_unique<Recorder>(*scopes);
@@ -181,6 +192,7 @@ void Monitor::Reload() {
     RefreshPoints(false);
     Flush(Clock::now());
   }
+  ArmTick();
   Record(LOG_INFO, "reloaded").Add("queues", static_cast<long long>(sinks_.size()));
 }
 

@@ -192,9 +192,14 @@ void QueueSink::Succeeded(const AppendResult& result) {
   if (crash_pending_) {
     crash_pending_ = false;
     crash_mark_ = result.mark;
+  } else {
+    crash_mark_.reset();  // the crashed line is not the last one any more
   }
   if (written_ == lines_.size()) {
     ClearLines();
+  } else if (written_ >= kSliceBytes) {
+    lines_.erase(0, written_);
+    written_ = 0;
   }
 }
 

@@ -78,6 +78,9 @@ bool Recorder::RenameBetween(const View& from, std::string_view old_name, const 
     const ScopeEntry* source = Find(sources, target->sink);
     if (source != nullptr && (source->mask & target->mask & kRename) != 0) {
       target->sink->AddRename(is_dir, {from.escaped, old_name}, {to.escaped, name});
+      if (is_dir && source->ignore != target->ignore && (target->mask & kCreate) != 0) {
+        target->sink->Add(kCreate, true, {to.escaped, name});  // what was skipped below it may be wanted now
+      }
       continue;
     }
     if (source != nullptr && (source->mask & kDelete) != 0) {

@@ -2,6 +2,8 @@
 #include "services/monitor/scope.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <memory>
 
 namespace nimotifyd {
 namespace {
@@ -41,6 +43,13 @@ bool SkipsBelow(const ScopeEntry& entry, std::string_view folder, std::string_vi
   return false;
 }
 
+// The path of a queue file as changes to it are reported: its folder's links followed.
+std::string WithoutLinks(const std::string& queue) {
+  const std::unique_ptr<char, decltype(&free)> folder(realpath(std::string(ParentOf(queue)).c_str(), nullptr), &free);
+  const std::string name = queue.substr(queue.rfind('/'));
+  return folder == nullptr ? queue : (std::string(folder.get()) == "/" ? "" : folder.get()) + name;
+}
+
 }  // namespace
 
 Scopes::Scopes(const std::vector<Registration>& registrations,
@@ -50,10 +59,15 @@ Scopes::Scopes(const std::vector<Registration>& registrations,
     for (const WatchEntry& entry : registration.entries) {
       Merge(entries_[entry.path], {sink, entry.mask, entry.ignore});
     }
-    queue_folders_.emplace(ParentOf(registration.queue));
-    queue_files_.insert(registration.queue);
-    queue_files_.insert(registration.queue + ".tmp");
+    AddQueueFile(registration.queue);
+    AddQueueFile(WithoutLinks(registration.queue));
   }
+}
+
+void Scopes::AddQueueFile(const std::string& queue) {
+  queue_folders_.emplace(ParentOf(queue));
+  queue_files_.insert(queue);
+  queue_files_.insert(queue + ".tmp");
 }
 
 bool Scopes::Skips(const ScopeEntry& entry, std::string_view name) {

@@ -49,6 +49,8 @@ class Scopes {
   std::vector<std::string> folders() const;
 
  private:
+  void AddQueueFile(const std::string& queue);
+
   std::unordered_map<std::string, std::vector<ScopeEntry>> entries_;  // by folder
   std::unordered_set<std::string> queue_folders_;
   std::unordered_set<std::string> queue_files_;

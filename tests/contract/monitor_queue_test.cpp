@@ -108,7 +108,7 @@ TEST_F(MonitorQueueTest, QueuesAndApplicationsDoNotMeet) {
 }
 
 TEST_F(MonitorQueueTest, AnyBytesInNamesMakeFilesOfTheirOwnAndComeBack) {
-  std::set<std::string> queues = {"/a%2Fb", "/a/b", "/.", "/..", "/\xff", "/\n", "/\"\\", "/ü", "/a%252Fb"};
+  std::set<std::string> queues = {"/a%2Fb", "/a/b", "/.a", "/..a", "/\xff", "/\n", "/\"\\", "/ü", "/a%252Fb"};
   for (const std::string& queue : queues) {
     ASSERT_TRUE(Upsert(Description(queue, {queue + "/f\xfe"}))) << queue;
   }
@@ -150,7 +150,7 @@ TEST_F(MonitorQueueTest, NoFoldersAreAFineRegistration) {
 TEST_F(MonitorQueueTest, MalformedDescriptionIsRefusedAndChangesNothing) {
   const Json::Value good = Description("/q", {"/a"});
   ASSERT_TRUE(Upsert(good));
-  std::vector<Json::Value> bad(11, good);
+  std::vector<Json::Value> bad(15, good);
   bad[0] = Json::Value("text");
   bad[1].removeMember("queue");
   bad[2]["queue"] = "relative";
@@ -162,6 +162,10 @@ TEST_F(MonitorQueueTest, MalformedDescriptionIsRefusedAndChangesNothing) {
   bad[8]["config"][0].removeMember("mask");
   bad[9]["config"][0]["ignore"] = "@eaDir";
   bad[10]["config"][0]["ignore"][0] = "a/b";
+  bad[11]["config"][0]["path"] = "/vol//share";
+  bad[12]["config"][0]["path"] = "/vol/../share";
+  bad[13]["config"][0]["path"] = "/vol/.";
+  bad[14]["queue"] = "/q/";
   for (size_t i = 0; i < bad.size(); ++i) {
     EXPECT_FALSE(Upsert(bad[i])) << i;
   }

@@ -1,6 +1,7 @@
 // The contract suites against the fake, so that what unit tests stand on behaves like the real thing.
 #include "tests/contract/platform_under_test.h"
 #include "tests/support/fake_filesystem.h"
+#include "tests/support/fake_monitor_queue.h"
 #include "tests/support/fake_user.h"
 
 namespace orbisk::test {
@@ -13,6 +14,19 @@ Account KnownAccount() {
 bool MakeMountPoint(const std::string& path) {
   FakeFileSystem().AddMountPoint(path);
   return true;
+}
+
+bool ForgetRegistrations() {
+  FakeMonitorQueues().Reset();
+  return true;
+}
+
+std::vector<Json::Value> RegisteredConfigs() {
+  std::vector<Json::Value> configs;
+  for (const auto& [identity, description] : FakeMonitorQueues().registrations()) {
+    configs.push_back(description["config"]);
+  }
+  return configs;
 }
 
 }  // namespace orbisk::test

@@ -2,10 +2,13 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <filesystem>
+#include <memory>
 #include <system_error>
 
 #include "tests/contract/platform_under_test.h"
 #include "tests/support/private_mounts.h"
+#include "tests/support/temp_dir.h"
 
 namespace orbisk::test {
 
@@ -25,6 +28,29 @@ bool MakeMountPoint(const std::string& path) {
   } catch (const std::system_error&) {
     return false;
   }
+}
+
+bool ForgetRegistrations() {
+  try {
+    EnterPrivateMounts({"/var/lib/nimotifyd", "/run"});
+    std::filesystem::remove_all("/var/lib/nimotifyd/queues.d");
+    return true;
+  } catch (const std::system_error&) {
+    return false;
+  }
+}
+
+std::vector<Json::Value> RegisteredConfigs() {
+  std::vector<Json::Value> configs;
+  std::error_code missing;
+  for (const auto& file : std::filesystem::directory_iterator("/var/lib/nimotifyd/queues.d", missing)) {
+    const std::string text = ReadFile(file.path());
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    Json::Value registration;
+    reader->parse(text.data(), text.data() + text.size(), &registration, nullptr);
+    configs.push_back(registration["config"]);
+  }
+  return configs;
 }
 
 }  // namespace orbisk::test

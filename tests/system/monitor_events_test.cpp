@@ -1,12 +1,14 @@
 // Which lines follow from which change, through either kernel interface.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <set>
 #include <thread>
 
 #include "tests/system/monitor_support.h"
@@ -43,6 +45,32 @@ TEST_P(MonitorEventsTest, NewFileIsACreateAndAModify) {
   WriteFile(In("f"), "x");
 
   EXPECT_EQ(box_.LinesSoFar(), (std::vector<QueueLine>{File(kCreateLine, "f"), File(kModifyLine, "f")}));
+}
+
+TEST_P(MonitorEventsTest, RenamesThatTheKernelMergesLeaveEachNameRight) {
+  WriteFile(In("b"), "first");
+  WriteFile(In("c"), "second");
+  Start();
+  kill(box_.monitor().pid(), SIGSTOP);
+
+  // The fifth rename is merged into the first one, so the lines alone would lose a file.
+  fs::rename(In("c"), In("a"));
+  fs::rename(In("a"), In("c"));
+  fs::rename(In("b"), In("a"));
+  fs::rename(In("a"), In("b"));
+  fs::rename(In("c"), In("a"));
+  kill(box_.monitor().pid(), SIGCONT);
+
+  std::set<std::string> there = {In("b"), In("c")};
+  for (const QueueLine& line : box_.LinesSoFar()) {
+    if (line.event == kDeleteLine || line.event == kRenameLine) {
+      there.erase(line.event == kDeleteLine ? line.path : line.path_old);
+    }
+    if (line.event == kCreateLine || line.event == kRenameLine) {
+      there.insert(line.path);
+    }
+  }
+  EXPECT_EQ(there, (std::set<std::string>{In("a"), In("b")}));
 }
 
 TEST_P(MonitorEventsTest, DeletedFileIsADelete) {

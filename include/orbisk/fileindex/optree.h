@@ -39,19 +39,21 @@ class ORBISK_EXPORT OPNode : public std::enable_shared_from_this<OPNode> {
 
   std::string name;  ///< "" for the root
   std::shared_ptr<OPNode> parent;
-  std::vector<std::shared_ptr<OPNode>> children;  ///< in the order made; names are unique
-  std::vector<std::shared_ptr<OP>> ops;           ///< in the order filed; cancelled ones stay
+  /// In the order made; names are unique. The rename of a folder makes those places below its new name that nothing is
+  /// pending on when the tree next hands out a node or walks.
+  std::vector<std::shared_ptr<OPNode>> children;
+  std::vector<std::shared_ptr<OP>> ops;  ///< in the order filed; cancelled ones stay
 
  private:
   friend class OPTree;
   struct ChildTable;
 
-  ChildTable& Table();
-  OPNode* FindChild(std::string_view child_name);
-  OPNode* FindOrMakeChild(std::string_view child_name, std::uint32_t& clock);
-  OPNode* AddChild(std::string_view child_name, std::uint32_t created);
-  bool HasWork() const;
-  void ForgetChildren();
+  ORBISK_LOCAL ChildTable& Table();
+  ORBISK_LOCAL OPNode* FindChild(std::string_view child_name);
+  ORBISK_LOCAL OPNode* FindOrMakeChild(std::string_view child_name, std::uint32_t& clock);
+  ORBISK_LOCAL OPNode* AddChild(std::string_view child_name, std::uint32_t created);
+  ORBISK_LOCAL bool HasWork() const;
+  ORBISK_LOCAL void ForgetChildren();
 
   std::unique_ptr<ChildTable> table_;  // made when a node first needs it; most nodes are files
   std::uint32_t created_ = 0;          // the tree's clock when the node was made
@@ -81,7 +83,9 @@ class ORBISK_EXPORT OPTree {
   void BuildTree();
 
   /// Folds one event into the tree. Throws Error 9999 for a path that is not absolute and plain (see GetNodeByPath) and
-  /// Error 120 for switches that are not an object; what earlier bits of the event filed then stays.
+  /// Error 120 for switches that are not an object; what earlier bits of the event filed then stays. A rename between a
+  /// folder and its own ancestor, which no file system makes, carries what it carried again where it comes to it, up to
+  /// as many places as the tree has.
   void InsertEvent(std::shared_ptr<Event> event);
 
   /// Delivers the pending operations to `fn` in the order they were first filed and returns how many were filed,
@@ -101,16 +105,19 @@ class ORBISK_EXPORT OPTree {
   // The steps of InsertEvent, one for each kind of event. Each sets the kind of `op`, lets the operations pending on
   // `node` react to it and files it on `node` unless one of them made it needless. HandleRename takes the old path from
   // `op`.
-  void HandleCreate(const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op);
-  void HandleAttr(const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op);
-  void HandleDelete(const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op);
-  void HandleUpdateDirectory(const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op);
-  void HandleModify(const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op);
-  void HandleReindex(const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op);
-  void HandleRename(const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op);
+  void HandleCreate(std::shared_ptr<OPNode> node, std::shared_ptr<OP> op);
+  void HandleAttr(std::shared_ptr<OPNode> node, std::shared_ptr<OP> op);
+  void HandleDelete(std::shared_ptr<OPNode> node, std::shared_ptr<OP> op);
+  void HandleUpdateDirectory(std::shared_ptr<OPNode> node, std::shared_ptr<OP> op);
+  void HandleModify(std::shared_ptr<OPNode> node, std::shared_ptr<OP> op);
+  void HandleReindex(std::shared_ptr<OPNode> node, std::shared_ptr<OP> op);
+  void HandleRename(std::shared_ptr<OPNode> node, std::shared_ptr<OP> op);
 
  private:
   struct Unread {};
+
+  /// Whether somebody may look at the children of the node that a lookup finds.
+  enum class Children { kUnseen, kSeen };
 
   /// A folder's rename whose idle places are not made yet.
   struct SubtreeRename {
@@ -128,32 +135,34 @@ class ORBISK_EXPORT OPTree {
   /// Nodes taken out of their parents' lists, by parent and name.
   using UnattachedNodes = std::map<std::pair<OPNode*, std::string_view>, std::shared_ptr<OPNode>>;
 
-  OPTree(const std::string& queue_path, Unread);
+  ORBISK_LOCAL OPTree(const std::string& queue_path, Unread);
 
-  void HandleBits(const Event& event, const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op);
-  OPNode* WalkPath(std::string_view path, bool& plain);
-  void File(OPNode& node, const std::shared_ptr<OP>& op);
-  void FileUnlessCancelled(OPNode& node, const std::shared_ptr<OP>& op);
+  ORBISK_LOCAL void HandleBits(const Event& event, const std::shared_ptr<OPNode>& node, const std::shared_ptr<OP>& op);
+  ORBISK_LOCAL std::shared_ptr<OPNode> GetNodeByPath(const std::string& path, Children children);
+  ORBISK_LOCAL OPNode* WalkPath(std::string_view path, bool& plain);
+  ORBISK_LOCAL void File(OPNode& node, const std::shared_ptr<OP>& op);
+  ORBISK_LOCAL void FileUnlessCancelled(OPNode& node, const std::shared_ptr<OP>& op);
 
-  static void MarkBusy(OPNode& node);
-  static void UpdateBusy(OPNode& node, const OP& op);
-  static void ClearBusyIfIdle(OPNode& node);
-  static std::vector<BusyNode> BusyDescendants(OPNode& top);
-  static void CancelBelow(OPNode& node);
+  ORBISK_LOCAL static void MarkBusy(OPNode& node);
+  ORBISK_LOCAL static void UpdateBusy(OPNode& node, const OP& op);
+  ORBISK_LOCAL static void ClearBusyIfIdle(OPNode& node);
+  ORBISK_LOCAL static std::vector<BusyNode> BusyDescendants(OPNode& top);
+  ORBISK_LOCAL static void CancelBelow(OPNode& node);
 
-  static size_t FirstUnsettled(OPNode& node, const OP& incoming);
+  ORBISK_LOCAL static size_t FirstUnsettled(OPNode& node, const OP& incoming);
   template <typename Reactions>
-  static void LetPendingReact(OPNode& node, OP& incoming, const Reactions& reactions);
+  ORBISK_LOCAL static void LetPendingReact(OPNode& node, OP& incoming, const Reactions& reactions);
   template <typename Select>
-  static void MoveOperations(OPNode& from, const std::shared_ptr<OPNode>& to, Select select);
-  static FileIndexOP CarryOwnOperations(OPNode& old_node, const std::shared_ptr<OPNode>& node);
-  static void CarryOperations(OPNode& from, const std::shared_ptr<OPNode>& to);
-  void CarryBusyBelow(OPNode& old_node, OPNode& node);
-  void CarryAllBelow(const std::shared_ptr<OPNode>& old_node, OPNode& node);
+  ORBISK_LOCAL static void MoveOperations(OPNode& from, const std::shared_ptr<OPNode>& to, Select select);
+  ORBISK_LOCAL static FileIndexOP CarryOwnOperations(OPNode& old_node, const std::shared_ptr<OPNode>& node);
+  ORBISK_LOCAL static void CarryOperations(OPNode& from, const std::shared_ptr<OPNode>& to);
+  ORBISK_LOCAL void CarryBusyBelow(OPNode& old_node, OPNode& node);
+  ORBISK_LOCAL static bool HasCarried(const OPNode& node);
+  ORBISK_LOCAL void CarryAllBelow(const std::shared_ptr<OPNode>& old_node, OPNode& node);
 
-  void MakeRenamedNodes();
-  void MirrorBelow(OPNode& from, OPNode& to, UnattachedNodes& unattached);
-  OPNode* FindOrAttachChild(OPNode& parent, std::string_view name, UnattachedNodes& unattached);
+  ORBISK_LOCAL void MakeRenamedNodes();
+  ORBISK_LOCAL void MirrorBelow(OPNode& from, OPNode& to, UnattachedNodes& unattached);
+  ORBISK_LOCAL OPNode* FindOrAttachChild(OPNode& parent, std::string_view name, UnattachedNodes& unattached);
 
   bool crashed_ = false;
   std::string queue_path_;
@@ -161,6 +170,7 @@ class ORBISK_EXPORT OPTree {
   std::vector<std::shared_ptr<OP>> ops_;  // every filed operation, in filing order
   std::uint32_t clock_ = 0;               // counts nodes
   std::vector<SubtreeRename> renames_;    // in the order of time
+  size_t nested_places_ = 0;              // made by renames between a folder and its own ancestor
 };
 
 }  // namespace orbisk::fileindex

@@ -345,6 +345,12 @@ TEST(JsonApplyChanges, ChangesThatAreNoObjectChangeNothing) {
   }
 }
 
+TEST(JsonApplyChanges, RemovesTheMemberWhoseNameHoldsANulByteAndNoOther) {
+  Json::Value target = Parse("{\"a\":1,\"a\\u0000b\":2}");
+  JsonApplyChanges(target, Parse("{\"a\\u0000b\":null}"));
+  EXPECT_EQ("{\"a\":1}", toString(target));
+}
+
 TEST(JsonApplyChanges, ANullTargetBecomesAnObject) {
   EXPECT_EQ("{\"a\":1}", Changed("null", "{\"a\":1}"));
 }

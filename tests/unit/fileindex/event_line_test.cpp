@@ -13,6 +13,8 @@
 namespace orbisk::fileindex::test {
 namespace {
 
+using std::string_literals::operator""s;
+
 // What the JSON parser and the typed readers make of a line.
 std::string ByJson(const std::string& line) {
   Json::Value record;
@@ -123,6 +125,7 @@ const std::vector<std::string>& OddLines() {
       R"({"event":64,"path":"/a","path_old":null})",
       R"({"event":64,"path":"/a","path_old":[]})",
       R"({"event":64,"path":"/a","is_dir":true,"is_dir":"x"})",
+      R"({"event":64,"path":"/a","is_dir":true,"other":1,"is_dir":"x"})",
       R"({"event":64,"path":"/a","path_old":"/o","path_old":{}})",
       R"({"event":64,"path":"/a","data":{"audio":true}})",
       R"({"event":64,"path":"/a","data":{},"data":null})",
@@ -134,9 +137,9 @@ const std::vector<std::string>& OddLines() {
       R"(/* c */{"event":64,"path":"/a"})",
       R"({/* c */"event":64,"path":"/a"})",
       "\xef\xbb\xbf{\"event\":64,\"path\":\"/a\"}",
-      std::string("{\"event\":64,\"path\":\"/a\0b\"}", 26),
-      std::string("{\"event\":64,\"path\":\"/a\"}\0", 25),
-      std::string("\0{\"event\":64,\"path\":\"/a\"}", 25),
+      "{\"event\":64,\"path\":\"/a\0b\"}"s,
+      "{\"event\":64,\"path\":\"/a\"}\0"s,
+      "\0{\"event\":64,\"path\":\"/a\"}"s,
       "[{\"event\":64,\"path\":\"/a\"}]",
       R"({"event":64,"path":"/a"}{"event":64,"path":"/b"})",
   };
@@ -180,7 +183,7 @@ TEST(EventLine, ALineCutAnywhereReadsAsTheParserReadsIt) {
 
 TEST(EventLine, ARefusedLineLeavesNothingOfItselfInTheEvent) {
   // The quick reader gets past the mask and the flag before it gives up.
-  const Event event(R"({"event":64,"is_dir":true,"path":"/a","is_dir":"no"})");
+  const Event event(R"({"event":64,"is_dir":true,"path":"/a","other":1,"is_dir":"no"})");
   EXPECT_FALSE(event.is_dir);
 }
 
@@ -205,13 +208,14 @@ class Damage {
   }
 
   void Change(std::string& line) {
-    static const std::string kSyntax = std::string("{}[]\":,\\/ \t\r0123456789-+.etrufalsn\0\xff", 39);
+    static const std::string kSyntax = "{}[]\":,\\/ \t\r0123456789-+.etrufalsn\0\xff"s;
     static const std::vector<std::string> kPieces = {"\"event\":",
                                                      "\"is_dir\":true",
                                                      "\"is_dir\":false,",
                                                      ",\"path\":\"/p\"",
                                                      "\"path_old\":\"\",",
                                                      "\"data\":null",
+                                                     ",\"is_dir\":[]",
                                                      "null",
                                                      "true",
                                                      "\\u0041",

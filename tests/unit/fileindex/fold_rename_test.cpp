@@ -106,6 +106,13 @@ TEST(FoldRename, TheSourceIsFreshAfterwards) {
             Fold({Create("/a"), Rename("/a", "/b"), Attrib("/a")}));
 }
 
+TEST(FoldRename, TheSourceIsFreshAlsoAfterManyRenamesOntoIt) {
+  EXPECT_EQ(
+      (Lines{"[05] /x -> /g", "[05] /x -> /g", "[05] /x -> /g", "[05] /f -> /g", "[02] /g", "[02] /f", "count=7"}),
+      Fold({Rename("/x", "/f"), Rename("/x", "/f"), Rename("/x", "/f"), Create("/f"), Rename("/f", "/g"), Create("/f"),
+            Modify("/f")}));
+}
+
 TEST(FoldRenameTarget, PendingDeleteUpdateAndAttributesAreCancelled) {
   for (const std::string& pending : {Delete("/t"), Modify("/t"), Attrib("/t")}) {
     EXPECT_EQ((Lines{"[05] /s -> /t", "count=2"}), Fold({pending, Rename("/s", "/t")})) << pending;
@@ -156,6 +163,12 @@ TEST(FoldRenameSubtree, AllKindsFromUpdateOnMoveAtEveryDepth) {
                   Delete("/a/6/w"), Rename("/a", "/b")}));
 }
 
+TEST(FoldRenameSubtree, ADeleteStaysAlsoWhereSomethingElseMovesAway) {
+  const auto tree = TreeOf({Reindex("/a/g"), Delete("/a/g"), Rename("/a", "/b")});
+  EXPECT_EQ((Lines{"[06] /b/g", "[01] /a/g", "[05] /a -> /b", "count=3"}), Deliver(*tree));
+  EXPECT_EQ((std::vector<int>{1}), KindsOn(*tree, "/a/g"));
+}
+
 TEST(FoldRenameSubtree, ThereIsNoCleanUpAndNoFollowUpBelow) {
   const auto tree = TreeOf({Attrib("/b/f"), Create("/a/f"), Rename("/a", "/b")});
   EXPECT_EQ((Lines{"[03] /b/f", "[02] /b/f", "[05] /a -> /b", "count=3"}), Deliver(*tree)) << "two live on one node";
@@ -182,6 +195,17 @@ TEST(FoldRenameSubtree, EveryPlaceIsMadeUnderTheNewNameIdleOnesToo) {
   EXPECT_EQ((Lines{"/a/x/y", "/a/x", "/a/z", "/a", "/b/x/y", "/b/x", "/b/z", "/b"}), Places(*tree));
 }
 
+TEST(FoldRenameSubtree, ThePlacesAreThereForWhoLooksUpANode) {
+  const auto tree = EmptyTree();
+  tree->GetNodeByPath("/a/x/y");
+  Insert(*tree, Rename("/a", "/b"));
+  const auto folder = tree->GetNodeByPath("/b");
+  ASSERT_EQ(1U, folder->children.size());
+  EXPECT_EQ("/b/x", folder->children[0]->GetPath());
+  ASSERT_EQ(1U, folder->children[0]->children.size());
+  EXPECT_EQ("/b/x/y", folder->children[0]->children[0]->GetPath());
+}
+
 TEST(FoldRenameSubtree, TwiceInARowEndsAtTheLastName) {
   EXPECT_EQ((Lines{"[02] /c/f", "[05] /a -> /c", "[05] /b -> /c", "count=3"}),
             Fold({Create("/a/f"), Rename("/a", "/b"), Rename("/b", "/c")}));
@@ -190,6 +214,11 @@ TEST(FoldRenameSubtree, TwiceInARowEndsAtTheLastName) {
 TEST(FoldRenameSubtree, ThereAndBackAgain) {
   EXPECT_EQ((Lines{"[02] /a/f", "[05] /a -> /a", "[05] /b -> /a", "count=3"}),
             Fold({Create("/a/f"), Rename("/a", "/b"), Rename("/b", "/a")}));
+}
+
+TEST(FoldRenameSubtree, ReachesWhatLiesBelowACancelledFolder) {
+  EXPECT_EQ((Lines{"[05] /x -> /e/p/c", "[05] /d -> /e", "[06] /e", "count=5"}),
+            Fold({Rename("/x", "/d/p/c"), Create("/d/p"), Reindex("/d"), Rename("/d", "/e")}));
 }
 
 TEST(FoldRenameSubtree, LaterEventsMeetWhatWasCarried) {
@@ -255,6 +284,37 @@ TEST(FoldRenameIntoItsOwnSubtree, CarriesTheSiblingsOfTheTarget) {
 TEST(FoldRenameIntoItsOwnSubtree, CarriesASiblingOlderThanTheTargetTwice) {
   EXPECT_EQ((Lines{"[02] /a/b/b/f", "[05] /a -> /a/b", "count=2"}), Fold({Create("/a/f"), Rename("/a", "/a/b")}))
       << "the walk enters the target after the sibling was carried there, and meets it again";
+}
+
+TEST(FoldRenameIntoItsOwnSubtree, CarriesEachOfManyOlderSiblingsTwice) {
+  constexpr size_t kSiblings = 2'000;
+  Lines lines;
+  for (size_t i = 0; i < kSiblings; ++i) {
+    lines.push_back(Modify("/a/x" + std::to_string(i)));
+  }
+  lines.push_back(Rename("/a", "/a/b"));
+
+  const Lines delivered = Fold(lines);
+
+  ASSERT_EQ(kSiblings + 2, delivered.size());
+  for (size_t i = 0; i < kSiblings; ++i) {
+    ASSERT_EQ("[02] /a/b/b/x" + std::to_string(i), delivered[i]);
+  }
+}
+
+TEST(FoldRenameIntoItsOwnSubtree, DoublesTheTreeOnlySoFar) {
+  Lines lines = {Modify("/a/x")};
+  for (int i = 0; i < 23; ++i) {
+    lines.push_back(Rename("/a", "/a/" + std::to_string(i)));
+  }
+  const auto tree = TreeOf(lines);
+
+  size_t places = 0;
+  tree->TraverseNodeDescendant(
+      tree->GetNodeByPath("/a"), [&](std::shared_ptr<OPNode>) { ++places; }, true);
+
+  EXPECT_GT(places, 1'000U);
+  EXPECT_LT(places, 1'100'000U);
 }
 
 TEST(FoldRenameIntoItsOwnSubtree, EndsThoughItsWalkMakesThePlacesItWalks) {

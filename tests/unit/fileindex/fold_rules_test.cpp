@@ -292,6 +292,11 @@ TEST(FoldOneLine, ARenameRevivesWhatEarlierBitsCancelled) {
   EXPECT_EQ((Lines{"[05] /a -> /b", "[05] /a -> /b", "count=2"}), Fold({Rename("/a", "/b", 0x42)}));
 }
 
+TEST(FoldOneLine, AnEarlierBitARenameAndAReindexAnnihilateThoughFiledTwice) {
+  EXPECT_EQ((Lines{"count=2"}), Fold({Rename("/a", "/b", 0x40 | 0x10000)}));
+  EXPECT_EQ((Lines{"count=2"}), Fold({Rename("/a", "/b", 0x42 | 0x10000)}));
+}
+
 TEST(FoldOneLine, ABitThatAPendingOperationDroppedIsRevivedByTheRename) {
   // The modify is dropped by the pending delete, which the rename then clears away.
   EXPECT_EQ((Lines{"[05] /a -> /b", "count=2"}), Fold({Delete("/b"), Rename("/a", "/b", 0x2)}));
@@ -369,6 +374,17 @@ TEST(FoldError, WhatFailedInTheMiddleStillTakesPartInLaterFolds) {
   EXPECT_THROW(Insert(*tree, toString(line)), Error);
   Insert(*tree, Rename("/d", "/e"));
   EXPECT_EQ((Lines{"[04] /e/b, data=[7]", "[05] /d -> /e", "count=2"}), Deliver(*tree));
+}
+
+TEST(FoldError, AnOperationRevivedByAFailureWhereARenameCarriedItIsStillFound) {
+  // The create is carried to /a/b/b by the rename, cancelled by the reindex, revived by the switches that fail.
+  Json::Value line = Parse(Switches("/a/b", "[7]", 0x40 | 0x100 | 0x10000));
+  line["path_old"] = "/a";
+  const auto tree = EmptyTree();
+  EXPECT_EQ("120 Not an object, data=[7]", ErrorOf([&] { Insert(*tree, toString(line)); }));
+  EXPECT_EQ((Lines{"[04] /a/b/b, data=[7]", "[04] /a/b/b, data=[7]", "count=2"}), Deliver(*tree));
+  Insert(*tree, Reindex("/a/b"));
+  EXPECT_EQ((Lines{"count=2"}), Deliver(*tree));
 }
 
 // Reindex.

@@ -195,7 +195,7 @@ bool NaiveFold::HandleRename(NaiveNode* node, NaiveOp* op) {
   std::set<NaiveNode*> there_before;
   Walk(
       &root_, [&](NaiveNode* below) { there_before.insert(below); }, true);
-  size_t own_places_left = 1'000;
+  size_t own_places_left = std::max<size_t>(1'000, there_before.size());
   Walk(
       old_node,
       [&](NaiveNode* below) {

@@ -142,6 +142,22 @@ TEST_F(QueueSinkTest, CrashedLineIsWrittenAgainAfterTheReaderTookTheFile) {
   EXPECT_EQ(Queue(), crashed_);
 }
 
+TEST_F(QueueSinkTest, CrashedLineIsWrittenAgainAfterALineThatMakesTheFileAsLongAsItWas) {
+  sink_.SetFirstFolder("/v/s/a", true);
+  sink_.Crash("test");
+  sink_.FlushNow(kStart);
+  const auto length = fs::file_size(path_);
+  fs::resize_file(path_, 0);  // as after a reader, whose new queue file got the number of the old one
+  sink_.Add(kCreate, false, {"/v/s", "b"});
+  sink_.FlushNow(kStart);
+  ASSERT_EQ(fs::file_size(path_), length);
+
+  sink_.Crash("test");
+  sink_.FlushNow(kStart);
+
+  EXPECT_EQ(Lines(), 2);
+}
+
 TEST_F(QueueSinkTest, ReaderThatDidNotAskForCrashedLinesGetsNone) {
   sink_.SetFirstFolder("/v/s", false);
   sink_.Crash("test");
