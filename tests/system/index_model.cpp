@@ -284,6 +284,7 @@ void IndexModel::MoveOrRead(const std::string& from, const std::string& to) {
 
 void IndexModel::MoveDocuments(const std::string& from, const std::string& to) {
   Documents moved;
+  std::vector<std::string> others;  // something else lies there
   moved[to] = documents_[from];
   const auto [first, last] = Below(documents_, from);
   for (auto at = first; at != last; ++at) {
@@ -292,12 +293,15 @@ void IndexModel::MoveDocuments(const std::string& from, const std::string& to) {
     if (KnownAgain(at->second, now)) {
       moved[path] = at->second;
     } else if (now) {
-      moved[path] = *ReadDocument(path);
+      others.push_back(path);
     }
   }
   RemoveStale(from);
   RemoveStale(to);
   documents_.merge(moved);  // keeps what is there
+  for (const std::string& path : others) {
+    ReadTree(path);
+  }
 }
 
 std::vector<std::string> Differences(const Documents& index, const Documents& disk, size_t most) {
