@@ -19,8 +19,8 @@ namespace {
 
 // Bounds for renames between a folder and its own ancestor. No file system makes them, but a broken queue can: the walk
 // comes to places that it made itself and may go on so for ever, and each such rename can double the tree.
-constexpr size_t kOwnPlacesWalked = 1'000;     // at least; as many as the tree has nodes if that is more
-constexpr size_t kIdlePlacesMade = 1'000'000;  // by all such renames of a tree together
+constexpr size_t kOwnPlacesWalked = 1'000;   // at least; as many as the tree has nodes if that is more
+constexpr size_t kIdlePlacesMade = 100'000;  // by all such renames of a tree together
 
 bool IsAtOrBelow(const OPNode* node, const OPNode& top) {
   while (node != nullptr && node != &top) {
