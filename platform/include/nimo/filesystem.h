@@ -1,4 +1,4 @@
-/* What the box knows of files: permissions, mount points, copy and move. */
+/* What the box knows of files: permissions, mount points, kinds of file system, hidden folders, copy and move. */
 #pragma once
 
 #include "nimo/export.h"
@@ -24,6 +24,26 @@ NIMO_EXPORT int NIMOACLPermGet(const char* path, int* permissions);
 /* 1 when a file system is mounted at the directory `path`, a bind mount included; 0 when not, and for anything that is
  * no directory (a symbolic link is not followed); less than 0 when it cannot be known. Threads: any. */
 NIMO_EXPORT int NIMOFSDirIsMntPoint(const char* path);
+
+/* The kind of file system that `path` lies on: a small number that the two predicates below understand, less than 0
+ * when it cannot be known, for example because the path is missing. `reserved` is 0. NIMO_FS_TYPE_PSEUDO stands for
+ * file systems that the kernel makes up (proc, sysfs, debugfs and the like). Threads: any. */
+#define NIMO_FS_TYPE_PSEUDO 12
+NIMO_EXPORT int NIMOGetFSType(const char* path, int reserved);
+
+/* Not 0 when the kind is a network file system (NFS, SMB, Ceph, 9P, sshfs and the like). Threads: any. */
+NIMO_EXPORT int NIMOFSIsRemoteFS(int type);
+
+/* Not 0 when the kind is that of a mounted disk image (ISO 9660, UDF, squashfs). Threads: any. */
+NIMO_EXPORT int NIMOFSIsImageFS(int type);
+
+/* Stores in `*flag` 1 when `path` lies in a snapshot (is a snapshot folder or below one), else 0. 0 on success. Another
+ * result when it cannot be known; `*flag` is then as it was. Threads: any. */
+NIMO_EXPORT int NLIBFhsPathInSnapshot(const char* path, int* flag);
+
+/* 1 when `name`, one component of a path, is one of the box's own metadata folders, else 0, also for "". Threads: any.
+ */
+NIMO_EXPORT int NIMOEAIsHiddenDir(const char* name);
 
 /* How NIMOFileCopy copies. All zero: a copy with the caller's own attributes. */
 struct NIMO_COPY_OPTIONS {
