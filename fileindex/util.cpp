@@ -56,9 +56,18 @@ bool IsInSnapshot(const string& full_path) {
          1 == in_snapshot;
 }
 
-bool IsOnIndexableFileSystem(const string& full_path) {
+PathVerdict JudgeFileSystem(const string& full_path) {
   const int type = NIMOGetFSType(full_path.c_str(), 0);
-  return 0 <= type && 0 == NIMOFSIsRemoteFS(type) && 0 == NIMOFSIsImageFS(type) && NIMO_FS_TYPE_PSEUDO != type;
+  if (0 > type) {
+    return PathVerdict::kUnknownFileSystem;
+  }
+  if (0 != NIMOFSIsRemoteFS(type)) {
+    return PathVerdict::kRemoteFileSystem;
+  }
+  if (0 != NIMOFSIsImageFS(type)) {
+    return PathVerdict::kImageFileSystem;
+  }
+  return NIMO_FS_TYPE_PSEUDO == type ? PathVerdict::kPseudoFileSystem : PathVerdict::kIndexable;
 }
 
 bool HasPreservedComponent(const string& full_path) {
@@ -67,9 +76,12 @@ bool HasPreservedComponent(const string& full_path) {
   return std::any_of(components.begin(), components.end(), IsSystemPreservedFileName);
 }
 
-bool IsItsOwnRealPath(const string& full_path) {
+PathVerdict JudgeRealPath(const string& full_path) {
   char resolved[PATH_MAX];
-  return nullptr != realpath(full_path.c_str(), resolved) && full_path == resolved;
+  if (nullptr == realpath(full_path.c_str(), resolved)) {
+    return PathVerdict::kUnresolvable;
+  }
+  return full_path == resolved ? PathVerdict::kIndexable : PathVerdict::kNotRealPath;
 }
 
 // Appends `line` whole: what a failed write left of it is cut off, so that it does not spoil the line that comes next.
@@ -166,22 +178,33 @@ bool IsSystemPreservedFileName(const string& name) {
          std::find(kPreservedNames.begin(), kPreservedNames.end(), name) != kPreservedNames.end();
 }
 
-bool CanFullPathBeIndexed(const string& full_path) {
-  if (IsInSnapshot(full_path) || !IsOnIndexableFileSystem(full_path)) {
-    return false;
+PathVerdict JudgeFullPath(const string& full_path) {
+  if (IsInSnapshot(full_path)) {
+    return PathVerdict::kInSnapshot;
+  }
+  const PathVerdict file_system = JudgeFileSystem(full_path);
+  if (PathVerdict::kIndexable != file_system) {
+    return file_system;
   }
   string share_name;
   string share_path;
   GetShareNamePathByFullPath(share_name, share_path, full_path);
   const sdk::SDKShare share(share_name);
-  if (!share.CanBeIndexed() || IsFullPathInRecycleBin(full_path)) {
-    return false;
+  if (!share.CanBeIndexed()) {
+    return PathVerdict::kShareNotIndexable;
+  }
+  if (IsFullPathInRecycleBin(full_path)) {
+    return PathVerdict::kInRecycleBin;
   }
   // A share of the encrypted kind is mounted at its own path.
   if (1 == NIMOFSDirIsMntPoint(full_path.c_str()) && !share.IsEncryption()) {
-    return false;
+    return PathVerdict::kMountPoint;
   }
-  return !HasPreservedComponent(full_path) && IsItsOwnRealPath(full_path);
+  return HasPreservedComponent(full_path) ? PathVerdict::kPreservedName : JudgeRealPath(full_path);
+}
+
+bool CanFullPathBeIndexed(const string& full_path) {
+  return PathVerdict::kIndexable == JudgeFullPath(full_path);
 }
 
 bool CanPathBeIndexed(const string& share_path) {

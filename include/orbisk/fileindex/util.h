@@ -54,13 +54,28 @@ ORBISK_EXPORT std::string ReplacePathShare(const std::string& path, const std::s
 /// some names of version control and desktop systems, compared with case.
 ORBISK_EXPORT bool IsSystemPreservedFileName(const std::string& name);
 
-/// Whether `full_path` may be indexed: not in a snapshot or recycle bin, on no network file system, disk image or
-/// pseudo file system, in a share that can be indexed, no mount point (but for a share of the encrypted kind), without
-/// preserved names, and exactly what realpath(3) makes of it, thus existing and without links, ".", "..", "//" or a "/"
-/// at the end.
-///
-/// What cannot be asked counts as no, except a snapshot, which counts as none. Throws Error 502 if no share holds the
-/// path, 800 if that share is gone, and 502 if the share's settings cannot be asked.
+/// Why a path may not be indexed, in the order in which the rules are looked at.
+enum class PathVerdict {
+  kIndexable,
+  kInSnapshot,
+  kUnknownFileSystem,  ///< the kind of the file system cannot be told, for example because the path is missing
+  kRemoteFileSystem,
+  kImageFileSystem,    ///< of a mounted disk image
+  kPseudoFileSystem,   ///< made up by the kernel
+  kShareNotIndexable,  ///< the share is locked by encryption or read-only
+  kInRecycleBin,
+  kMountPoint,     ///< and not of a share of the encrypted kind
+  kPreservedName,  ///< a component is IsSystemPreservedFileName
+  kUnresolvable,   ///< realpath(3) fails
+  kNotRealPath,    ///< has links, ".", "..", "//" or a "/" at the end
+};
+
+/// Whether `full_path` may be indexed and, if not, the first rule that refuses it. What cannot be asked refuses, except
+/// a snapshot. Throws Error 502 if no share holds the path, 800 if that share is gone, and 502 if the share's settings
+/// cannot be asked.
+ORBISK_EXPORT PathVerdict JudgeFullPath(const std::string& full_path);
+
+/// Whether JudgeFullPath has nothing against `full_path`. Throws as it does.
 ORBISK_EXPORT bool CanFullPathBeIndexed(const std::string& full_path);
 
 /// CanFullPathBeIndexed of the path that GetFullPath gives. Throws as the two.
