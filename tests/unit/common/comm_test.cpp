@@ -1,0 +1,327 @@
+// The search daemon's channel: what is sent, which answers are errors, and every wait.
+#include "orbisk/comm.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "orbisk/error.h"
+#include "orbisk/json.h"
+#include "tests/support/fake_daemon_connection.h"
+#include "tests/support/fake_process.h"
+#include "tests/support/fake_time.h"
+#include "tests/support/private_mounts.h"
+#include "tests/support/record_capture.h"
+#include "tests/support/temp_dir.h"
+
+namespace orbisk {
+namespace {
+
+using test::FakeConnections;
+using test::FakePlatform;
+using test::FakeTime;
+using test::RecordCapture;
+using test::Wait;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+using testing::StartsWith;
+
+constexpr char kSocket[] = "/run/nimoelasticd.sock";
+
+Json::Value Parsed(const std::string& text) {
+  Json::Value value;
+  EXPECT_TRUE(fromString(value, text)) << text;
+  return value;
+}
+
+const Json::Value& Commit() {
+  static const Json::Value request = Parsed(R"({"command":"commit","data":{"id":"fileindex_photo"}})");
+  return request;
+}
+
+class Comm : public testing::Test {
+ protected:
+  static void SetUpTestSuite() { test::EnterPrivateMounts({"/run"}); }
+
+  Comm() { test::WriteFile(kSocket, ""); }
+
+  // The error that `action` throws, as "code reason"; "none" if it throws none.
+  template <class Action>
+  static std::string ErrorOf(Action action) {
+    try {
+      action();
+    } catch (const Error& error) {
+      return std::to_string(error.code()) + " " + error.what();
+    }
+    return "none";
+  }
+  std::string ErrorOfExchange(const Json::Value& request = Commit()) {
+    return ErrorOf([&] { SendRequestImpl(res_, request); });
+  }
+  std::string ErrorOfRequest(const Json::Value& request = Commit()) {
+    return ErrorOf([&] { SendRequest(res_, request); });
+  }
+
+  std::vector<uint64_t> WaitedSeconds() const {
+    std::vector<uint64_t> seconds;
+    for (const Wait& wait : time_.waits()) {
+      EXPECT_EQ("sleep", wait.function);
+      seconds.push_back(wait.microseconds / 1'000'000);
+    }
+    return seconds;
+  }
+
+  const FakePlatform platform_;
+  FakeTime time_;
+  const RecordCapture log_;
+  Json::Value res_;
+};
+
+TEST_F(Comm, SendsTheRequestAsOneLineOfJsonToTheSocketAndClosesTheConnection) {
+  FakeConnections().Reply(R"({"success":true,"data":[1]})");
+
+  SendRequestImpl(res_, Commit());
+
+  EXPECT_THAT(FakeConnections().requests(), ElementsAre(toString(Commit())));
+  EXPECT_THAT(FakeConnections().connect.calls().front().arguments, ElementsAre("/var/run/nimoelasticd.sock", "86400"));
+  EXPECT_EQ(R"({"data":[1],"success":true})", toString(res_));
+  EXPECT_EQ(0, FakeConnections().open());
+  EXPECT_THAT(log_.texts(), IsEmpty());
+}
+
+TEST_F(Comm, WaitsUntilTheSocketAppears) {
+  std::filesystem::remove(kSocket);
+  time_.OnWait([](size_t nth) {
+    if (nth == 3) {
+      test::WriteFile(kSocket, "");
+    }
+  });
+
+  EXPECT_EQ("none", ErrorOfExchange());
+
+  EXPECT_THAT(WaitedSeconds(), ElementsAre(1, 1, 1));
+  ASSERT_THAT(log_.texts(), SizeIs(3));
+  EXPECT_THAT(log_.texts()[0], testing::MatchesRegex("comm.cpp:[0-9]+ elastic socket is not ready, retry ... 1"));
+  EXPECT_EQ("%s:%d elastic socket is not ready, retry ... %d", log_.records()[0].format);
+  EXPECT_EQ(3, log_.records()[0].priority);
+}
+
+TEST_F(Comm, ConnectsAllTheSameAtTheThirtySecondMissingSocket) {
+  std::filesystem::remove(kSocket);
+  FakeConnections().connect.FailAlways();
+
+  EXPECT_EQ("913 Connect failed", ErrorOfExchange());
+
+  EXPECT_EQ(std::vector<uint64_t>(31, 1), WaitedSeconds());
+  ASSERT_THAT(log_.texts(), SizeIs(32));
+  EXPECT_THAT(log_.texts()[30], EndsWith("retry ... 31"));
+  EXPECT_THAT(log_.texts()[31],
+              HasSubstr("(SendRequestImpl) Failed [!conn.Connect(kElasticdConnectTimeout)], reason: Connect failed"));
+}
+
+TEST_F(Comm, ARefusedMessageIsNoSuccess) {
+  FakeConnections().send.FailAlways();
+
+  EXPECT_EQ("913 Send failed", ErrorOfExchange());
+
+  EXPECT_THAT(log_.texts().back(), HasSubstr("Failed [!conn.Send(req.toString())], reason: Send failed"));
+  EXPECT_EQ(0, FakeConnections().open());
+}
+
+TEST_F(Comm, AnAnswerThatIsNoResponseIsShownAsFarAsItCame) {
+  const std::vector<std::pair<std::string, std::string>> table = {
+      {"", "null"},
+      {"rubbish", "null"},
+      {"[1]", "[1]"},
+      {"7", "7"},
+      {"\"success\"", "\"success\""},
+      {"{}", "{}"},
+      {R"({"success":"true"})", R"({"success":"true"})"},
+      {R"({"success":1})", R"({"success":1})"},
+  };
+  for (const auto& [reply, shown] : table) {
+    res_ = Json::Value();
+    FakeConnections().Reply(reply);
+    EXPECT_EQ("913 Recv failed, res=" + shown, ErrorOfExchange());
+    EXPECT_THAT(log_.texts().back(),
+                HasSubstr("Failed [!conn.Recv(resp_raw) || !res.fromString(resp_raw) || !res.isMember(\"success\") || "
+                          "!res[\"success\"].isBool()], reason: Recv failed, res=" +
+                          shown));
+    EXPECT_EQ(0, FakeConnections().open());
+  }
+}
+
+TEST_F(Comm, DeepNestingInAnAnswerIsNoResponse) {
+  FakeConnections().Reply(std::string(2000, '['));
+
+  EXPECT_EQ("913 Recv failed, res=null", ErrorOfExchange());
+}
+
+TEST_F(Comm, AFailedReceiveLeavesWhatTheCallerHad) {
+  res_ = Parsed(R"({"left":"over"})");
+  FakeConnections().receive.FailAlways();
+
+  EXPECT_EQ(R"(913 Recv failed, res={"left":"over"})", ErrorOfExchange());
+}
+
+TEST_F(Comm, TheDaemonsCodeComesThroughUnchanged) {
+  for (const int code : {608, 1200, 42, -7}) {
+    FakeConnections().Reply(R"({"success":false,"error":{"code":)" + std::to_string(code) + R"(,"msg":"m"}})");
+    EXPECT_EQ(std::to_string(code) + " Request failed, msg=m", ErrorOfRequest());
+  }
+  EXPECT_THAT(WaitedSeconds(), IsEmpty());
+  EXPECT_THAT(log_.texts().back(), EndsWith("reason: Request failed, msg=m"));
+}
+
+TEST_F(Comm, ARefusalWithoutAProperErrorIsError120) {
+  const char* const replies[] = {R"({"success":false})", R"({"success":false,"error":"busy"})",
+                                 R"({"success":false,"error":{"msg":"m"}})", R"({"success":false,"error":{"code":606}})",
+                                 R"({"success":false,"error":{"code":"x","msg":"m"}})"};
+  for (const char* const reply : replies) {
+    FakeConnections().Reply(reply);
+    EXPECT_THAT(ErrorOfRequest(), StartsWith("120 ")) << reply;
+  }
+}
+
+TEST_F(Comm, SubRequestsThatFailAreRecordedAndTheFirstBusyOneThrows) {
+  const Json::Value request = Parsed(R"({"compound":[{"command":"a"},{"command":"b"},{"command":"c"},{"command":"d"}]})");
+  FakeConnections().Reply(R"({"success":true,"has_fail":true,"data":[{"success":true},
+      {"success":false,"error":{"code":1200,"msg":"none"}},{"success":false,"error":{"code":1401,"msg":"full"}},
+      {"success":false,"error":{"code":1200,"msg":"not looked at"}}]})");
+
+  EXPECT_EQ("1401 full", ErrorOfExchange(request));
+
+  ASSERT_THAT(log_.texts(), SizeIs(2));
+  EXPECT_THAT(log_.texts()[0], EndsWith(R"(Compound failed: none (1200) {"command":"b"})"));
+  EXPECT_EQ("%s:%d (%d, %u) (%s) Compound failed: %s (%d) %s", log_.records()[0].format);
+  EXPECT_EQ(0, FakeConnections().open());
+}
+
+TEST_F(Comm, OtherFailuresOfSubRequestsAreTolerated) {
+  FakeConnections().Reply(R"({"success":true,"has_fail":true,"data":[{"success":false},
+      {"success":false,"error":{"code":608,"msg":"paused"}},7,{"success":"false"}]})");
+
+  EXPECT_EQ("none", ErrorOfRequest(Parsed(R"({"compound":[{"command":"a"}]})")));
+
+  ASSERT_THAT(log_.texts(), SizeIs(2));
+  EXPECT_THAT(log_.texts()[0], EndsWith(R"(Compound failed:  (0) {"command":"a"})"));
+  EXPECT_THAT(log_.texts()[1], EndsWith("Compound failed: paused (608) null"));
+}
+
+TEST_F(Comm, ACompoundAnswerIsLookedAtOnlyIfRequestAndAnswerBothSaySo) {
+  const char* const failed = R"("data":[{"success":false,"error":{"code":1400,"msg":"busy"}}]})";
+  FakeConnections().Reply(std::string(R"({"success":true,"has_fail":false,)") + failed);
+  FakeConnections().Reply(std::string(R"({"success":true,)") + failed);
+  FakeConnections().Reply(std::string(R"({"success":true,"has_fail":true,)") + failed);
+
+  EXPECT_EQ("none", ErrorOfExchange(Parsed(R"({"compound":[{}]})")));
+  EXPECT_EQ("none", ErrorOfExchange(Parsed(R"({"compound":[{}]})")));
+  EXPECT_EQ("none", ErrorOfExchange(Commit()));
+  EXPECT_THAT(log_.texts(), IsEmpty());
+}
+
+TEST_F(Comm, ACompoundAnswerWithoutAnArrayHoldsNothing) {
+  FakeConnections().Reply(R"({"success":true,"has_fail":true,"data":{"success":false}})");
+  FakeConnections().Reply(R"({"success":true,"has_fail":true})");
+
+  EXPECT_EQ("none", ErrorOfExchange(Parsed(R"({"compound":[{}]})")));
+  EXPECT_EQ("none", ErrorOfExchange(Parsed(R"({"compound":[{}]})")));
+}
+
+TEST_F(Comm, ADatabaseThatIsNotReadyIsWaitedForWithoutLimit) {
+  for (int i = 0; i < 40; ++i) {
+    for (const int code : {606, 607, 609}) {
+      FakeConnections().Reply(R"({"success":false,"error":{"code":)" + std::to_string(code) + R"(,"msg":"m"}})");
+    }
+  }
+
+  EXPECT_EQ("none", ErrorOfRequest());
+
+  EXPECT_EQ(std::vector<uint64_t>(120, 30), WaitedSeconds());
+  EXPECT_THAT(FakeConnections().requests(), SizeIs(121));
+  EXPECT_THAT(log_.texts()[1],
+              testing::MatchesRegex("comm.cpp:[0-9]+ DB is not good yet, retry... \\(Error Code: 606\\)"));
+  EXPECT_THAT(test::FakeProcess().execl.calls(), IsEmpty());
+}
+
+TEST_F(Comm, ABusyDaemonIsTriedAgainAfterFifteenToNineteenMinutes) {
+  for (int i = 0; i < 6; ++i) {
+    FakeConnections().Reply(R"({"success":false,"error":{"code":1400,"msg":"m"}})");
+  }
+  time_.ScriptRand({0, 1, 2, 3, 4, 5});
+
+  EXPECT_EQ("none", ErrorOfRequest());
+
+  EXPECT_THAT(WaitedSeconds(), ElementsAre(900, 960, 1020, 1080, 1140, 900));
+  EXPECT_THAT(log_.texts()[1], testing::MatchesRegex("comm.cpp:[0-9]+ Retry.0. since nimoelasticd is busy. Command: "
+                                                     "commit, db: fileindex_photo"));
+  EXPECT_THAT(log_.texts().back(), HasSubstr("Retry[5] since"));
+}
+
+TEST_F(Comm, AdministratorsAreToldOnceAtTheEleventhBusyAnswer) {
+  for (int i = 0; i < 14; ++i) {
+    FakeConnections().Reply(R"({"success":false,"error":{"code":1401,"msg":"m"}})");
+  }
+  std::vector<size_t> notices_at_wait;
+  time_.OnWait([&](size_t) { notices_at_wait.push_back(test::FakeProcess().execl.calls().size()); });
+
+  EXPECT_EQ("none", ErrorOfRequest());
+
+  EXPECT_THAT(notices_at_wait, ElementsAre(0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1));
+}
+
+TEST_F(Comm, WaitingForADatabaseDoesNotCountAsBusy) {
+  FakeConnections().Reply(R"({"success":false,"error":{"code":1400,"msg":"m"}})");
+  FakeConnections().Reply(R"({"success":false,"error":{"code":606,"msg":"m"}})");
+  FakeConnections().Reply(R"({"success":false,"error":{"code":1400,"msg":"m"}})");
+
+  EXPECT_EQ("none", ErrorOfRequest());
+
+  EXPECT_THAT(log_.texts(), testing::Contains(HasSubstr("Retry[0] since")));
+  EXPECT_THAT(log_.texts(), testing::Contains(HasSubstr("Retry[1] since")));
+}
+
+TEST_F(Comm, ABusySubRequestSendsTheWholeCompoundAgain) {
+  const Json::Value request = Parsed(R"({"compound":[{"command":"a"},{"command":"b"}]})");
+  const Json::Value before = request;
+  FakeConnections().Reply(
+      R"({"success":true,"has_fail":true,"data":[{"success":true},{"success":false,"error":{"code":1400,"msg":"m"}}]})");
+
+  EXPECT_EQ("none", ErrorOfRequest(request));
+
+  EXPECT_THAT(FakeConnections().requests(), ElementsAre(toString(request), toString(request)));
+  EXPECT_THAT(log_.texts().back(), EndsWith("is busy. Command: , db: "));
+  EXPECT_EQ(before, request);
+}
+
+TEST_F(Comm, ADaemonThatCannotBeReachedIsNotTriedAgain) {
+  FakeConnections().connect.FailAt(1);
+
+  EXPECT_EQ("913 Connect failed", ErrorOfRequest());
+
+  EXPECT_THAT(FakeConnections().connect.calls(), SizeIs(1));
+}
+
+TEST_F(Comm, OnlyErrorsOfTheLibraryAreCaught) {
+  FakeConnections().send.Next([](const std::string&) -> bool { throw std::runtime_error("606"); });
+
+  EXPECT_THROW(SendRequest(Commit()), std::runtime_error);
+  EXPECT_THAT(WaitedSeconds(), IsEmpty());
+}
+
+TEST_F(Comm, ACallerWithoutInterestInTheAnswerStillWaitsAndFails) {
+  FakeConnections().Reply(R"({"success":false,"error":{"code":607,"msg":"m"}})");
+  FakeConnections().Reply(R"({"success":false,"error":{"code":1200,"msg":"m"}})");
+
+  EXPECT_EQ("1200 Request failed, msg=m", ErrorOf([] { SendRequest(Commit()); }));
+
+  EXPECT_THAT(WaitedSeconds(), ElementsAre(30));
+}
+
+}  // namespace
+}  // namespace orbisk
