@@ -10,7 +10,7 @@
 #include "orbisk/error.h"
 #include "orbisk/json.h"
 #include "tests/support/fake_daemon_connection.h"
-#include "tests/support/fake_process.h"
+#include "tests/support/fake_box.h"
 #include "tests/support/fake_time.h"
 #include "tests/support/private_mounts.h"
 #include "tests/support/record_capture.h"
