@@ -9,8 +9,8 @@
 
 #include "orbisk/error.h"
 #include "orbisk/json.h"
-#include "tests/support/fake_daemon_connection.h"
 #include "tests/support/fake_box.h"
+#include "tests/support/fake_daemon_connection.h"
 #include "tests/support/fake_time.h"
 #include "tests/support/private_mounts.h"
 #include "tests/support/record_capture.h"
@@ -179,9 +179,9 @@ TEST_F(Comm, TheDaemonsCodeComesThroughUnchanged) {
 }
 
 TEST_F(Comm, ARefusalWithoutAProperErrorIsError120) {
-  const char* const replies[] = {R"({"success":false})", R"({"success":false,"error":"busy"})",
-                                 R"({"success":false,"error":{"msg":"m"}})", R"({"success":false,"error":{"code":606}})",
-                                 R"({"success":false,"error":{"code":"x","msg":"m"}})"};
+  const char* const replies[] = {
+      R"({"success":false})", R"({"success":false,"error":"busy"})", R"({"success":false,"error":{"msg":"m"}})",
+      R"({"success":false,"error":{"code":606}})", R"({"success":false,"error":{"code":"x","msg":"m"}})"};
   for (const char* const reply : replies) {
     FakeConnections().Reply(reply);
     EXPECT_THAT(ErrorOfRequest(), StartsWith("120 ")) << reply;
@@ -189,7 +189,8 @@ TEST_F(Comm, ARefusalWithoutAProperErrorIsError120) {
 }
 
 TEST_F(Comm, SubRequestsThatFailAreRecordedAndTheFirstBusyOneThrows) {
-  const Json::Value request = Parsed(R"({"compound":[{"command":"a"},{"command":"b"},{"command":"c"},{"command":"d"}]})");
+  const Json::Value request =
+      Parsed(R"({"compound":[{"command":"a"},{"command":"b"},{"command":"c"},{"command":"d"}]})");
   FakeConnections().Reply(R"({"success":true,"has_fail":true,"data":[{"success":true},
       {"success":false,"error":{"code":1200,"msg":"none"}},{"success":false,"error":{"code":1401,"msg":"full"}},
       {"success":false,"error":{"code":1200,"msg":"not looked at"}}]})");
