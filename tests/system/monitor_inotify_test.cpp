@@ -295,6 +295,27 @@ TEST_F(MonitorKernelLimitTest, FoldersMadeUntilTheKernelRefusesAreAllCovered) {
   EXPECT_LE(WatchesHeld(), kHeldAtMost);
 }
 
+TEST_F(MonitorKernelLimitTest, ChangeNotYetHandledWhenItsWatchIsGivenBackArrives) {
+  fs::remove_all(box_.share());
+  fs::create_directories(In("v/a/b/c"));
+  WriteFile(In("gone"), "");
+  StartAgainstTheLimit();
+
+  // The folders use the watches up. What follows the move waits for its other half, meanwhile the deepest folders lose
+  // their watches.
+  box_.monitor().Kill(SIGSTOP);
+  for (int i = 0; i < 60; ++i) {
+    fs::create_directory(In("n" + std::to_string(i)));
+  }
+  fs::rename(In("gone"), box_.outside() + "/gone");
+  WriteFile(In("v/a/b/c/f"), "x");
+  box_.monitor().Kill(SIGCONT);
+
+  EXPECT_TRUE(Eventually([&] { return Covered(In("v/a/b/c/f")); }));
+  EXPECT_EQ(Polled().count(In("v/a/b/c")) + Polled().count(In("v/a/b")) + Polled().count(In("v/a")), 1U);
+  EXPECT_LE(WatchesHeld(), kHeldAtMost);
+}
+
 // ---- folders that may not be read
 
 class MonitorUnreadableTest : public MonitorInotifyTest {
