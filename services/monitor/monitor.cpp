@@ -412,9 +412,20 @@ std::string Monitor::Status() const {
     AppendJson(folder, "path", Quoted(path));
     folders += (folders.size() > 1 ? "," : "") + folder + "}";
   }
+  std::string polled = "[";
+  size_t polled_count = 0;
+  for (const auto& source : sources_) {
+    const PolledFolders found = source->watcher->polled();
+    polled_count += found.count;
+    for (const std::string& path : found.paths) {
+      polled += (polled.size() > 1 ? "," : "") + Quoted(path);
+    }
+  }
   std::string text = "{";
   AppendJson(text, "folders", folders + "]");
   AppendJson(text, "overflows", std::to_string(overflows_));
+  AppendJson(text, "polled", polled + "]");
+  AppendJson(text, "polled_count", std::to_string(polled_count));
   AppendJson(text, "queues", queues + "]");
   return text + "}";
 }
