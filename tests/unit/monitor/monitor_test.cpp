@@ -30,6 +30,7 @@ struct Script {
   UniqueFd readable{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
   std::function<DrainReport()> drain = [] { return DrainReport(); };
   std::function<DrainReport()> on_deadline = [] { return DrainReport(); };
+  std::function<void()> on_new_recorder = [] {};
   std::optional<Clock::time_point> deadline;
   const Recorder* recorder = nullptr;
 };
@@ -38,7 +39,10 @@ class ScriptedWatcher : public Watcher {
  public:
   ScriptedWatcher(Script& script, const Recorder& recorder) : script_(script) { script_.recorder = &recorder; }
   int descriptor() const override { return script_.readable.get(); }
-  void SetRecorder(const Recorder& recorder) override { script_.recorder = &recorder; }
+  void SetRecorder(const Recorder& recorder) override {
+    script_.recorder = &recorder;
+    script_.on_new_recorder();
+  }
   WatchOutcome Watch(const WatchPoint& point) override {
     return fs::is_directory(point.path) ? WatchOutcome::kWatched : WatchOutcome::kMissing;
   }
@@ -133,6 +137,23 @@ TEST_F(MonitorTest, CrashedLineOfTheStartIsWrittenOnceABlockedQueueIsFreeThoughN
 
   EXPECT_TRUE(RunUntil([&] { return Written() == Crashed(share()); })) << Written();
   EXPECT_EQ(drains, drains_before);
+}
+
+TEST_F(MonitorTest, LinesOfAReloadAreWrittenOnceABlockedQueueIsFreeThoughNothingElseHappens) {
+  Register("a", queue(), {share()});
+  ASSERT_TRUE(Start());
+  RunFor(milliseconds(20));
+  UniqueFd lock(open(queue().c_str(), O_RDONLY | O_CLOEXEC));
+  ASSERT_EQ(flock(lock.get(), LOCK_EX), 0);
+  script_.on_new_recorder = [this] { ReportCreate("f"); };
+  Register("b", queue(), {folder_ / "missing"});
+
+  monitor_.Reload();
+  RunFor(milliseconds(20));
+  ASSERT_EQ(Written(), Crashed(share()));
+  lock.Close();
+
+  EXPECT_TRUE(RunUntil([&] { return Written() == Crashed(share()) + Created("f"); })) << Written();
 }
 
 TEST_F(MonitorTest, CrashedLineOfTwoRegistrationsOfAQueueNamesTheFirstFolderIfEitherAsksForIt) {
