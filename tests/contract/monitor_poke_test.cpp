@@ -5,6 +5,7 @@
 #include <json/json.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -75,6 +76,8 @@ class SilentSocket {
     const sockaddr_un address = Address();
     EXPECT_EQ(bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
     EXPECT_EQ(listen(fd_, backlog), 0);
+    const timeval patience{10, 0};  // with a client that never comes
+    setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
   }
   SilentSocket(const SilentSocket&) = delete;
   SilentSocket& operator=(const SilentSocket&) = delete;
