@@ -8,16 +8,14 @@
 #include <string_view>
 
 #include "common/check.h"
+#include "fileindex/path_view.h"
+#include "fileindex/queue_search.h"
+#include "orbisk/fileindex/folder_mgr.h"
 #include "orbisk/lock_file.h"
 #include "orbisk/util.h"
 
 namespace orbisk::fileindex {
 namespace {
-
-// Whether `inner` is `outer` or lies below it, by components: /a/b holds /a/b/c and not /a/bc.
-bool IsSameOrBelow(std::string_view outer, std::string_view inner) {
-  return inner.substr(0, outer.size()) == outer && (inner.size() == outer.size() || inner[outer.size()] == '/');
-}
 
 // Whether the file has an event that the predicate holds for. A bad line is fatal here: what it says is not known.
 bool FindQueue(const std::string& path, const std::function<bool(const Event&)>& predicate) {
@@ -76,6 +74,8 @@ int QueueMgr::ProcessOP(std::function<void(std::shared_ptr<OP>)> fn, bool use_tm
 }
 
 bool QueueMgr::IsFullPathProcessing(const std::string& full_path) {
+  // A configuration that cannot be read fails the question before the queue is looked at.
+  [[maybe_unused]] const FolderMgr folder_mgr;
   const auto touches = [&](const Event& event) {
     return IsSameOrBelow(full_path, event.path) || IsSameOrBelow(full_path, event.path_old);
   };
@@ -87,6 +87,65 @@ bool QueueMgr::IsFullPathHasReindex(const std::string& full_path) {
     return event.event == EVENT_REINDEX && IsSameOrBelow(event.path, full_path);
   };
   return FindQueue(queue_path_, covers) || FindQueue(queue_path_tmp_, covers);
+}
+
+QueueFileSearch::QueueFileSearch(std::string path, const std::vector<std::string>& full_paths)
+    : path_(std::move(path)) {
+  for (const std::string& full_path : full_paths) {
+    found_.emplace(full_path, false);
+  }
+}
+
+bool QueueFileSearch::FindQueue(const std::string& full_path) {
+  const bool& found = found_.find(full_path)->second;
+  if (found) {
+    return true;
+  }
+  if (input_ == nullptr) {
+    if (!IsFileExist(path_)) {
+      return false;
+    }
+    auto input_stream = std::make_unique<std::ifstream>(path_);
+    ORBISK_CHECK_TEXT(!*input_stream, "!input_stream", 502, "Failed to open queue, reason=" + GetErrnoStr());
+    input_ = std::move(input_stream);
+  }
+  while (!found && ReadLine()) {
+  }
+  return found;
+}
+
+// Reads the next line and marks the paths that it names; at a bad line, throws at every call. False at the end.
+bool QueueFileSearch::ReadLine() {
+  if (!stopped_at_bad_line_ && !std::getline(*input_, line_)) {
+    return false;
+  }
+  stopped_at_bad_line_ = true;  // until it proves good
+  const Event event(line_);
+  stopped_at_bad_line_ = false;
+  Mark(event.path);
+  Mark(event.path_old);
+  return true;
+}
+
+void QueueFileSearch::Mark(std::string_view event_path) {
+  FindHolder(event_path, [this](std::string_view holder) {
+    const auto asked = found_.find(holder);
+    if (asked != found_.end()) {
+      asked->second = true;
+    }
+    return false;
+  });
+}
+
+QueueSearch::QueueSearch(const std::string& queue_path, const std::vector<std::string>& full_paths)
+    : queue_(queue_path, full_paths), side_file_(queue_path + ".tmp", full_paths) {}
+
+bool QueueSearch::IsFullPathProcessing(const std::string& full_path) {
+  if (!configuration_read_) {
+    [[maybe_unused]] const FolderMgr folder_mgr;  // as QueueMgr does
+    configuration_read_ = true;
+  }
+  return queue_.FindQueue(full_path) || side_file_.FindQueue(full_path);
 }
 
 }  // namespace orbisk::fileindex

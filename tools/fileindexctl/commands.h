@@ -2,10 +2,29 @@
 #pragma once
 
 #include <CLI/App.hpp>
+#include <exception>
 
 namespace fileindexctl {
 
+/// Thrown by a command that asked a question, and has printed the answer, which is no: exit status 1 without a message.
+class AnswerIsNo : public std::exception {};
+
 // A group's commands run while the arguments are parsed. They throw std::exception, its text for the user, to fail.
+
+/// "event": events of one's own.
+void AddEventCommands(CLI::App& app);
+
+/// "folder": the indexed folders.
+void AddFolderCommands(CLI::App& app);
+
+/// "path": what the library thinks of a path.
+void AddPathCommands(CLI::App& app);
+
+/// "pause", "resume" and "status": whether indexing runs.
+void AddPauseCommands(CLI::App& app);
+
+/// "share": the shares of this machine.
+void AddShareCommands(CLI::App& app);
 
 /// "queue": what is in a queue file.
 void AddQueueCommands(CLI::App& app);

@@ -29,16 +29,23 @@ int Run(int argc, const char* const* argv) {
   app.set_version_flag("--version", "fileindexctl " FILEINDEXCTL_VERSION);
   app.require_subcommand(1);
   app.footer("'fileindexctl GROUP COMMAND --help' explains a command.");
+  AddEventCommands(app);
+  AddFolderCommands(app);
   AddMonitorCommands(app);
+  AddPathCommands(app);
+  AddPauseCommands(app);
   AddQueueCommands(app);
+  AddShareCommands(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : kWrongUsage;
   } catch (const ReaderGone&) {
     return 0;
+  } catch (const AnswerIsNo&) {
+    return kFailure;
   } catch (const orbisk::Error& error) {
-    return Fail(error.reason().empty() ? orbisk::ErrorString(error.code(), "") : error.reason());
+    return Fail("error " + std::to_string(error.code()) + (error.reason().empty() ? "" : ": " + error.reason()));
   } catch (const std::exception& error) {
     return Fail(error.what());
   }

@@ -1,0 +1,71 @@
+// Finding the entry that governs a full path without comparing every entry.
+#include "fileindex/full_path_index.h"
+
+#include <atomic>
+
+#include "fileindex/path_view.h"
+
+namespace orbisk::fileindex {
+namespace {
+
+std::atomic<std::uint64_t> path_changes{0};
+
+}  // namespace
+
+void FullPathIndex::NotePathChange() {
+  ++path_changes;
+}
+
+std::uint64_t FullPathIndex::PathChanges() {
+  return path_changes;
+}
+
+void FullPathIndex::TakeInNext(const std::vector<std::shared_ptr<Folder>>& folders) {
+  const std::shared_ptr<Folder>& folder = folders[taken_in_];
+  by_full_path_.emplace(folder->GetFullPath(), folder);
+  ++taken_in_;
+}
+
+std::shared_ptr<Folder> FullPathIndex::Nearest(const std::vector<std::shared_ptr<Folder>>& folders,
+                                               std::string_view full_path) {
+  while (taken_in_ < folders.size()) {
+    TakeInNext(folders);
+  }
+  std::shared_ptr<Folder> nearest;
+  FindHolder(full_path, [&](std::string_view holder) {
+    const auto found = by_full_path_.find(holder);
+    if (holder.empty() || found == by_full_path_.end()) {
+      return false;
+    }
+    nearest = found->second;
+    return true;
+  });
+  return nearest;
+}
+
+// Whether `answers` holds of the entries that are in the table, or does once more of them are.
+template <class Answers>
+bool FullPathIndex::Ask(const std::vector<std::shared_ptr<Folder>>& folders, Answers answers) {
+  if (answers()) {
+    return true;
+  }
+  while (taken_in_ < folders.size()) {
+    TakeInNext(folders);
+    if (answers()) {
+      return true;
+    }
+  }
+  return false;
+}
+
+bool FullPathIndex::AnyHolds(const std::vector<std::shared_ptr<Folder>>& folders, std::string_view full_path) {
+  return Ask(folders, [&] {
+    return FindHolder(full_path, [&](std::string_view holder) { return by_full_path_.contains(holder); });
+  });
+}
+
+bool FullPathIndex::AnyIs(const std::vector<std::shared_ptr<Folder>>& folders, std::string_view full_path) {
+  return Ask(folders, [&] { return by_full_path_.contains(full_path); });
+}
+
+}  // namespace orbisk::fileindex
