@@ -21,6 +21,9 @@ std::map<std::string, Group>& Groups() {
   return groups;
 }
 
+constexpr gid_t kFirstGid = 5001;
+gid_t next_gid = kFirstGid;
+
 void WriteGroups() {
   std::string text;
   for (const auto& [name, group] : Groups()) {
@@ -46,6 +49,7 @@ bool MakePrivateEtc() {
   if (covered) {
     std::filesystem::remove_all("/etc/nimo");
     Groups() = {{"root", {0, ""}}};
+    next_gid = kFirstGid;
     WriteGroups();
     WriteFile("/etc/passwd", "root:x:0:0::/:/bin/sh\n");
     WriteFile("/etc/nsswitch.conf", "passwd: files\ngroup: files\n");
@@ -57,9 +61,11 @@ void AddPrivateAccount(const std::string& name, uid_t uid, gid_t gid, const std:
   WriteFile("/etc/passwd",
             ReadFile("/etc/passwd") + name + ":x:" + std::to_string(uid) + ":" + std::to_string(gid) + "::/:/bin/sh\n");
   Groups()[name] = {gid, ""};
-  gid_t next = 5001;
   for (const std::string& group : groups) {
-    std::string& members = Groups().try_emplace(group, Group{next++, ""}).first->second.members;
+    if (Groups().count(group) == 0) {
+      Groups()[group] = {next_gid++, ""};
+    }
+    std::string& members = Groups()[group].members;
     members += (members.empty() ? "" : ",") + name;
   }
   WriteGroups();
