@@ -83,7 +83,7 @@ size_t Scripted(std::deque<Answer>& answers, size_t size, ssize_t& result) {
 extern "C" {
 
 // A reply too large for memory must come back from the sanitizer's allocator as from the C library's.
-const char* __asan_default_options() {
+__attribute__((visibility("default"))) const char* __asan_default_options() {
   return "allocator_may_return_null=1";
 }
 
