@@ -31,9 +31,14 @@
 
 namespace {
 
-// Called before the real calls; a result other than 0 is the errno that flock fails with.
+// Called before the real calls. A result other than 0 is the errno that flock fails with.
 std::function<int(int fd, int operation)> before_lock;
 std::function<void(int fd)> before_write;
+struct Answer {
+  ssize_t result;
+  int error;
+};
+std::vector<Answer> answers;  // of write, instead of the kernel's; the last comes first
 
 }  // namespace
 
@@ -52,6 +57,12 @@ int flock(int fd, int operation) noexcept {
 ssize_t write(int fd, const void* buffer, size_t size) {
   if (before_write) {
     before_write(fd);
+  }
+  if (!answers.empty()) {
+    const Answer answer = answers.back();
+    answers.pop_back();
+    errno = answer.error;
+    return answer.result;
   }
   return syscall(SYS_write, fd, buffer, size);
 }
@@ -114,9 +125,10 @@ class LockHolder {
   pid_t pid_ = -1;
 };
 
+// Whether somebody holds the lock exclusively: not even a shared one can be had.
 bool IsLocked(const std::string& path) {
   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  const bool locked = fd >= 0 && syscall(SYS_flock, fd, LOCK_EX | LOCK_NB) != 0;
+  const bool locked = fd >= 0 && syscall(SYS_flock, fd, LOCK_SH | LOCK_NB) != 0;
   close(fd);
   return locked;
 }
@@ -238,6 +250,18 @@ TEST_F(CustomEvent, IsWrittenAtOnceWhileTheQueueIsLocked) {
   };
   EXPECT_EQ("none", Add(photo_));
   EXPECT_EQ(1, writes);
+}
+
+TEST_F(CustomEvent, IsWrittenAgainAfterInterruptions) {
+  answers.assign(20, Answer{-1, EINTR});
+  EXPECT_EQ("none", Add(photo_));
+  EXPECT_EQ(ReindexLine(photo_), Queue());
+}
+
+TEST_F(CustomEvent, FailsWhenNothingOfItIsTaken) {
+  answers = {{0, EIO}};
+  EXPECT_EQ("502 write failed, reason=Input/output error", Add(photo_));
+  EXPECT_EQ("", Queue());
 }
 
 TEST_F(CustomEvent, WaitsForTheLockOfAnotherProcess) {

@@ -262,8 +262,9 @@ TEST_P(CredentialsLookup, FailsWithItsTextLessAsManyCharactersAsTheErrorsNumber)
 
 INSTANTIATE_TEST_SUITE_P(Errors, CredentialsLookup,
                          testing::Values(Lookup{0, "NIMOUserGetByUID failed, err="},
-                                         Lookup{2, "MOUserGetByUID failed, err="}, Lookup{5, "serGetByUID failed, err="},
-                                         Lookup{28, "="}, Lookup{29, ""}, Lookup{0x2900, ""}, Lookup{-1, ""}));
+                                         Lookup{2, "MOUserGetByUID failed, err="},
+                                         Lookup{5, "serGetByUID failed, err="}, Lookup{28, "="}, Lookup{29, ""},
+                                         Lookup{0x2900, ""}, Lookup{-1, ""}));
 
 }  // namespace
 }  // namespace orbisk::sdk::test
