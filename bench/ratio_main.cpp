@@ -66,7 +66,7 @@ int RunWithRatios(int argc, char** argv, const std::vector<Ratio>& ratios) {
     }
     const bool within = numerator / denominator <= ratio.bound;
     all_within = all_within && within;
-    printf("ratio %-60s %7.2f (at most %.2f) %s\n", ratio.what.c_str(), numerator / denominator, ratio.bound,
+    printf("ratio %-60s %8.3f (at most %.2f) %s\n", ratio.what.c_str(), numerator / denominator, ratio.bound,
            within ? "ok" : "OVER");
   }
   return all_within ? 0 : 1;

@@ -119,6 +119,11 @@ std::vector<SeamCall> FakePlatform::calls() {
   return TheRegistry().calls;
 }
 
+void FakePlatform::ForgetCalls() {
+  const std::lock_guard lock(TheRegistry().mutex);
+  TheRegistry().calls.clear();
+}
+
 void FakePlatform::FailCall(size_t nth, int error) {
   const std::lock_guard lock(TheRegistry().mutex);
   TheRegistry().failing_call = TheRegistry().calls.size() + nth;
