@@ -242,6 +242,13 @@ TEST_F(CustomEvent, ComesBehindTheLinesThatAreThere) {
   EXPECT_EQ(Join({Create(photo_ + "/a")}) + ReindexLine(photo_ + "/2019") + ReindexLine(photo_ + "/2020"), Queue());
 }
 
+TEST_F(CustomEvent, EndsTheLineThatAnotherWriterDiedIn) {
+  const std::string unended = R"({"event":2,"path":"/volume1/photo/a"})";
+  WriteFile(queue_, unended);
+  EXPECT_EQ("none", Add(photo_ + "/2019"));
+  EXPECT_EQ(unended + "\n" + ReindexLine(photo_ + "/2019"), Queue());
+}
+
 TEST_F(CustomEvent, IsWrittenAtOnceWhileTheQueueIsLocked) {
   int writes = 0;
   before_write = [&](int) {
