@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <cstring>
 #include <filesystem>
 
 namespace orbisk::test {
@@ -47,7 +48,16 @@ FakeFileSystemService::FakeFileSystemService()
     : get_permissions("NIMOACLPermGet",
                       [this](const char* path, int* permissions) { return GetPermissions(path, permissions); }),
       is_mount_point("NIMOFSDirIsMntPoint", [this](const char* path) { return IsMountPoint(path); }),
-      copy("NIMOFileCopy", Copy) {}
+      copy("NIMOFileCopy", Copy),
+      get_type("NIMOGetFSType", [this](const char* path, int) { return GetType(path); }),
+      is_remote("NIMOFSIsRemoteFS", [](int type) { return type == kFakeRemoteFS ? 1 : 0; }),
+      is_image("NIMOFSIsImageFS", [](int type) { return type == kFakeImageFS ? 1 : 0; }),
+      path_in_snapshot("NLIBFhsPathInSnapshot",
+                       [](const char* path, int* flag) {
+                         *flag = strstr(path, "/#snapshot") != nullptr ? 1 : 0;
+                         return 0;
+                       }),
+      is_hidden_dir("NIMOEAIsHiddenDir", [](const char* name) { return strcmp(name, "@eaDir") == 0 ? 1 : 0; }) {}
 
 void FakeFileSystemService::SetPermissions(const std::string& path, int permissions) {
   const std::lock_guard lock(mutex_);
@@ -59,10 +69,16 @@ void FakeFileSystemService::AddMountPoint(const std::string& path) {
   mount_points_.insert(path);
 }
 
+void FakeFileSystemService::SetType(const std::string& folder, int type) {
+  const std::lock_guard lock(mutex_);
+  types_[folder] = type;
+}
+
 void FakeFileSystemService::Reset() {
   const std::lock_guard lock(mutex_);
   permissions_.clear();
   mount_points_.clear();
+  types_.clear();
 }
 
 int FakeFileSystemService::GetPermissions(const char* path, int* permissions) {
@@ -97,6 +113,21 @@ int FakeFileSystemService::IsMountPoint(const char* path) {
   return lstat(path, &status) == 0 ? 0 : FailPlatform(errno);
 }
 
+int FakeFileSystemService::GetType(const char* path) {
+  struct stat status;
+  if (stat(path, &status) != 0) {
+    return FailPlatform(errno);
+  }
+  const std::lock_guard lock(mutex_);
+  int type = kFakeLocalFS;
+  for (const auto& [folder, kind] : types_) {
+    if (std::string(path).compare(0, folder.size(), folder) == 0) {
+      type = kind;
+    }
+  }
+  return type;
+}
+
 FakeFileSystemService& FakeFileSystem() {
   static auto* const file_system = new FakeFileSystemService;
   return *file_system;
@@ -114,4 +145,24 @@ int NIMOFSDirIsMntPoint(const char* path) {
 
 int NIMOFileCopy(const char* from, const char* to, const NIMO_COPY_OPTIONS* options, NIMO_COPY_PROGRESS progress) {
   return orbisk::test::FakeFileSystem().copy(from, to, options, progress);
+}
+
+int NIMOGetFSType(const char* path, int reserved) {
+  return orbisk::test::FakeFileSystem().get_type(path, reserved);
+}
+
+int NIMOFSIsRemoteFS(int type) {
+  return orbisk::test::FakeFileSystem().is_remote(type);
+}
+
+int NIMOFSIsImageFS(int type) {
+  return orbisk::test::FakeFileSystem().is_image(type);
+}
+
+int NLIBFhsPathInSnapshot(const char* path, int* flag) {
+  return orbisk::test::FakeFileSystem().path_in_snapshot(path, flag);
+}
+
+int NIMOEAIsHiddenDir(const char* name) {
+  return orbisk::test::FakeFileSystem().is_hidden_dir(name);
 }

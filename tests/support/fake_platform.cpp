@@ -15,6 +15,8 @@ struct Registry {
   std::vector<FakeFunctionBase*> functions;
   std::vector<FakeService*> services;
   std::vector<SeamCall> calls;
+  size_t failing_call = 0;  // counted from 1; 0 for none
+  int failing_error = 0;
 };
 
 Registry& TheRegistry() {
@@ -90,12 +92,16 @@ void FakeFunctionBase::Reset() {
 
 bool FakeFunctionBase::Enter(std::vector<std::string> arguments) {
   const bool held = SdkMutexIsHeld();
+  int error = 0;
   {
     const std::lock_guard lock(TheRegistry().mutex);
     TheRegistry().calls.push_back({name_, std::move(arguments), held});
+    if (TheRegistry().calls.size() == TheRegistry().failing_call) {
+      error = TheRegistry().failing_error;
+    }
   }
   const std::lock_guard lock(mutex_);
-  int error = always_;
+  error = always_ != 0 ? always_ : error;
   for (auto& [calls_to_go, failure] : failures_) {
     if (--calls_to_go == 0) {
       error = failure;
@@ -113,12 +119,19 @@ std::vector<SeamCall> FakePlatform::calls() {
   return TheRegistry().calls;
 }
 
+void FakePlatform::FailCall(size_t nth, int error) {
+  const std::lock_guard lock(TheRegistry().mutex);
+  TheRegistry().failing_call = TheRegistry().calls.size() + nth;
+  TheRegistry().failing_error = error;
+}
+
 void FakePlatform::Reset() {
   std::vector<FakeFunctionBase*> functions;
   std::vector<FakeService*> services;
   {
     const std::lock_guard lock(TheRegistry().mutex);
     TheRegistry().calls.clear();
+    TheRegistry().failing_call = 0;
     functions = TheRegistry().functions;
     services = TheRegistry().services;
   }

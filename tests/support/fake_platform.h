@@ -169,6 +169,8 @@ class FakePlatform {
 
   /// All calls since then, in order.
   static std::vector<SeamCall> calls();
+  /// Makes the `nth` call from now on (1: the next), of whatever operation, fail with `error`.
+  static void FailCall(size_t nth, int error = EIO);
   static void Reset();
 };
 

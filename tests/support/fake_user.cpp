@@ -8,11 +8,27 @@ namespace orbisk::test {
 
 FakeUserService::FakeUserService()
     : get("NIMOUserGet", [this](const char* name, NIMOUSER** user) { return Get(name, user); }),
-      free("NIMOUserFree", [this](NIMOUSER* user) { Free(user); }) {}
+      get_by_uid("NIMOUserGetByUID", [this](uid_t uid, NIMOUSER** user) { return GetByUID(uid, user); }),
+      free("NIMOUserFree", [this](NIMOUSER* user) { Free(user); }),
+      is_admin("NLIBGroupIsAdminGroupMem",
+               [this](const char* name, int) {
+                 const std::lock_guard lock(mutex_);
+                 return admins_.count(name) != 0 ? 1 : 0;
+               }),
+      reset_credentials("ResetCredentialsByName", [this](const std::string& name, bool with_group) {
+        return ResetCredentials(name, with_group);
+      }) {
+  FakeUserService::Reset();
+}
 
 void FakeUserService::Add(const std::string& name, uid_t uid, gid_t gid) {
   const std::lock_guard lock(mutex_);
   accounts_[name] = {uid, gid};
+}
+
+void FakeUserService::AddAdmin(const std::string& name) {
+  const std::lock_guard lock(mutex_);
+  admins_.insert(name);
 }
 
 int FakeUserService::outstanding() const {
@@ -22,8 +38,10 @@ int FakeUserService::outstanding() const {
 
 void FakeUserService::Reset() {
   const std::lock_guard lock(mutex_);
-  accounts_.clear();
+  accounts_ = {{"root", {0, 0}}};
+  admins_.clear();
   outstanding_ = 0;
+  TheFakeIdentity() = FakeIdentity();
 }
 
 int FakeUserService::Get(const char* name, NIMOUSER** user) {
@@ -39,9 +57,39 @@ int FakeUserService::Get(const char* name, NIMOUSER** user) {
   if (found == accounts_.end()) {
     return FailPlatform(ENOENT);
   }
-  *user = new NIMOUSER{strdup(name), found->second.uid, found->second.gid};
+  return Hand(name, found->second, user);
+}
+
+int FakeUserService::GetByUID(uid_t uid, NIMOUSER** user) {
+  *user = nullptr;
+  const std::lock_guard lock(mutex_);
+  for (const auto& [name, account] : accounts_) {
+    if (account.uid == uid) {
+      return Hand(name, account, user);
+    }
+  }
+  return FailPlatform(ENOENT);
+}
+
+// The caller holds the mutex.
+int FakeUserService::Hand(const std::string& name, const Account& account, NIMOUSER** user) {
+  *user = new NIMOUSER{strdup(name.c_str()), account.uid, account.gid};
   ++outstanding_;
   return 0;
+}
+
+bool FakeUserService::ResetCredentials(const std::string& name, bool with_group) {
+  const std::lock_guard lock(mutex_);
+  const auto found = accounts_.find(name);
+  if (found == accounts_.end()) {
+    FailPlatform(ENOENT);
+    return false;
+  }
+  TheFakeIdentity().euid = found->second.uid;
+  if (with_group) {
+    TheFakeIdentity().egid = found->second.gid;
+  }
+  return true;
 }
 
 void FakeUserService::Free(NIMOUSER* user) {
@@ -52,6 +100,11 @@ void FakeUserService::Free(NIMOUSER* user) {
   --outstanding_;
   std::free(user->szName);
   delete user;
+}
+
+FakeIdentity& TheFakeIdentity() {
+  static auto* const identity = new FakeIdentity;
+  return *identity;
 }
 
 FakeUserService& FakeUsers() {
@@ -67,4 +120,16 @@ int NIMOUserGet(const char* name, NIMOUSER** user) {
 
 void NIMOUserFree(NIMOUSER* user) {
   orbisk::test::FakeUsers().free(user);
+}
+
+int NIMOUserGetByUID(uid_t uid, NIMOUSER** user) {
+  return orbisk::test::FakeUsers().get_by_uid(uid, user);
+}
+
+int NLIBGroupIsAdminGroupMem(const char* user, int reserved) {
+  return orbisk::test::FakeUsers().is_admin(user, reserved);
+}
+
+bool ResetCredentialsByName(const std::string& name, bool with_group) {
+  return orbisk::test::FakeUsers().reset_credentials(name, with_group);
 }

@@ -510,7 +510,7 @@ TEST_F(QueueQuestion, ABadLineLeavesTheRecordOfItsCheckAlone) {
   WriteQueue({"{torn"});
   const RecordCapture capture;
   errno = 0;
-  EXPECT_THROW(IsProcessing("/b"), Error);
+  EXPECT_THROW(HasReindex("/b"), Error);
   ASSERT_EQ(1U, capture.records().size());
   ExpectFailure(capture.records()[0], "op.cpp", "Event", "!data.fromString(event_raw)", "Malformed event_raw: {torn");
 }
