@@ -38,7 +38,8 @@ void AskAboutSharePath(const string& path, const string& new_share) {
       120);
   string full_path;
   if (Succeeds([&] { GetFullPath(full_path, path); }, 800)) {
-    Require(full_path == (share == "photo" ? "/volume1" : "/volume2") + path);
+    // The platform takes a name up to its first NUL byte.
+    Require(full_path == (string(share.c_str()) == "photo" ? "/volume1" : "/volume2") + path);
   }
   Succeeds([&] { CanPathBeIndexed(path); }, 800, 502);
 }
