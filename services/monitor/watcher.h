@@ -1,6 +1,7 @@
 // The kernel's change reports, whichever interface they come through.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -32,6 +33,12 @@ struct DrainReport {
   std::optional<Clock::time_point> again{};  ///< call again at this time, even if no event comes
 };
 
+/// The folders that are looked through now and then because they could not get a watch, each with everything below it.
+struct PolledFolders {
+  size_t count = 0;
+  std::vector<std::string> paths{};  ///< of the first thousand at most
+};
+
 /// One kernel interface. Reports go to the recorder, in the order that leaves the right state when they are folded.
 ///
 /// Threads: one.
@@ -57,6 +64,8 @@ class Watcher {
 
   /// Reads and reports what the kernel has.
   virtual DrainReport Drain(Clock::time_point now) = 0;
+
+  virtual PolledFolders polled() const { return {}; }
 
   /// When OnDeadline wants to be called.
   virtual std::optional<Clock::time_point> deadline() = 0;
