@@ -30,6 +30,10 @@ constexpr Setting kSettings[] = {{"encrypted", &Entry::encrypted},
 constexpr char kFtpPrivilege[] = "ftp_privilege";
 
 Json::Value ParseJson(const std::string& text) {
+  // The JSON library takes one for the end and passes over what follows.
+  if (text.find('\0') != std::string::npos) {
+    throw std::runtime_error("no valid JSON: a NUL byte");
+  }
   Json::CharReaderBuilder builder;
   Json::CharReaderBuilder::strictMode(&builder.settings_);
   builder["stackLimit"] = kDeepestNesting;
