@@ -446,9 +446,8 @@ TEST_F(FullVolume, TakesNoPartOfAnEventAndTheShareIsFlagged) {
     const RecordCapture capture;
     EXPECT_EQ(error, Add(long_path));
     ASSERT_EQ(2U, capture.records().size());
-    ExpectFailure(capture.records()[0], "util.cpp", "AddCustomEvent",
-                  R"(!AppendLine(queue_path, toString(event) + "\n"))", "write failed, reason=No space left on device",
-                  "No space left on device");
+    ExpectFailure(capture.records()[0], "util.cpp", "AddCustomEvent", "!AppendLine(queue_path, toString(event))",
+                  "write failed, reason=No space left on device", "No space left on device");
     EXPECT_EQ(GivenUpRecord(error), capture.texts()[1]);
   }
   ASSERT_LE(2U, sizes.size()) << "a part of the line was written first";
