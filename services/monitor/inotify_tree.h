@@ -67,9 +67,10 @@ class InotifyTree {
   InotifyFolder* FindById(uint64_t id) const;
 
   /// Guards: that the folder at `path` goes matters although it may not be watched, and so does what happens to `name`
-  /// in it. With `arrivals` the kernel is asked to tell what comes into it.
+  /// in it. With `names` the kernel is asked to tell what comes into it and
+  /// leaves it.
   void ClearGuards();
-  void AddGuard(const std::string& path, const std::string& name, bool arrivals);
+  void AddGuard(const std::string& path, const std::string& name, bool names);
   bool IsGuard(int watch) const { return guards_.count(watch) != 0; }
   bool Guards(int watch, std::string_view name) const;
 

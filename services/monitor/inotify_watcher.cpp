@@ -39,6 +39,12 @@ size_t WatchLimit(const Options& options) {
   return allowed - allowed * options.watch_reserve_percent / 100;
 }
 
+// A folder tells itself when it goes. A link on the way, or whatever is not a folder yet, does not.
+bool IsFolderItself(const std::string& path) {
+  struct stat info {};
+  return lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
 }  // namespace
 
 std::unique_ptr<InotifyWatcher> InotifyWatcher::Create(const Options& options, const Recorder& recorder) {
@@ -93,8 +99,8 @@ void InotifyWatcher::SetGuards(const std::vector<std::string>& folders) {
   const auto guard = [this](const std::string& path) {
     for (size_t slash = 0; slash != std::string::npos; slash = path.find('/', slash + 1)) {
       const size_t next = path.find('/', slash + 1);
-      const bool last = access(path.substr(0, next).c_str(), F_OK) != 0;
-      tree_.AddGuard(slash == 0 ? "/" : path.substr(0, slash), path.substr(slash + 1, next - slash - 1), last);
+      tree_.AddGuard(slash == 0 ? "/" : path.substr(0, slash), path.substr(slash + 1, next - slash - 1),
+                     !IsFolderItself(path.substr(0, next)));
     }
   };
   for (const std::string& folder : folders) {
