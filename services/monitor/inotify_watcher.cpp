@@ -8,8 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <utility>
@@ -37,12 +35,6 @@ size_t WatchLimit(const Options& options) {
   std::ifstream("/proc/sys/user/max_inotify_watches") >> in_namespace;
   allowed = std::min(allowed, in_namespace);
   return allowed - allowed * options.watch_reserve_percent / 100;
-}
-
-// A folder tells itself when it goes. A link on the way, or whatever is not a folder yet, does not.
-bool IsFolderItself(const std::string& path) {
-  struct stat info {};
-  return lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
 }  // namespace
@@ -87,28 +79,17 @@ void InotifyWatcher::Unwatch(const std::string& path) {
   tree_.RemoveRoot(path);
 }
 
-void InotifyWatcher::Guard(const std::vector<std::string>& folders) {
-  SetGuards(folders);
+void InotifyWatcher::Guard(const std::vector<WayStep>& steps) {
+  SetGuards(steps);
   if (KeepReserve()) {
-    SetGuards(folders);
+    SetGuards(steps);
   }
 }
 
-void InotifyWatcher::SetGuards(const std::vector<std::string>& folders) {
+void InotifyWatcher::SetGuards(const std::vector<WayStep>& steps) {
   tree_.ClearGuards();
-  const auto guard = [this](const std::string& path) {
-    for (size_t slash = 0; slash != std::string::npos; slash = path.find('/', slash + 1)) {
-      const size_t next = path.find('/', slash + 1);
-      tree_.AddGuard(slash == 0 ? "/" : path.substr(0, slash), path.substr(slash + 1, next - slash - 1),
-                     !IsFolderItself(path.substr(0, next)));
-    }
-  };
-  for (const std::string& folder : folders) {
-    guard(folder);
-    std::array<char, PATH_MAX> real;
-    if (realpath(folder.c_str(), real.data()) != nullptr && folder != real.data()) {
-      guard(real.data());
-    }
+  for (const WayStep& step : steps) {
+    tree_.AddGuard(step);
   }
 }
 

@@ -31,6 +31,7 @@ struct Script {
   std::function<DrainReport()> drain = [] { return DrainReport(); };
   std::function<DrainReport()> on_deadline = [] { return DrainReport(); };
   std::function<void()> on_new_recorder = [] {};
+  std::function<void(const std::vector<WayStep>&)> on_guard = [](const auto&) {};
   std::optional<Clock::time_point> deadline;
   const Recorder* recorder = nullptr;
 };
@@ -47,7 +48,7 @@ class ScriptedWatcher : public Watcher {
     return fs::is_directory(point.path) ? WatchOutcome::kWatched : WatchOutcome::kMissing;
   }
   void Unwatch(const std::string& /*path*/) override {}
-  void Guard(const std::vector<std::string>& /*folders*/) override {}
+  void Guard(const std::vector<WayStep>& steps) override { script_.on_guard(steps); }
   DrainReport Drain(Clock::time_point /*now*/) override { return script_.drain(); }
   std::optional<Clock::time_point> deadline() override { return script_.deadline; }
   DrainReport OnDeadline(Clock::time_point /*now*/) override {
@@ -295,6 +296,19 @@ TEST_F(MonitorTest, StopRecordsHowManyLinesAreNotWritten) {
         text == "event=lines_unwritten queue=" + queue() + " lines=1 bytes=" + std::to_string(Created("f").size());
   }
   EXPECT_TRUE(recorded);
+}
+
+TEST_F(MonitorTest, WhatComesOnTheWayToAFolderWhileTheGuardsAreSetIsGuardedToo) {
+  Register("a", queue(), {folder_ / "on/the/way"});
+  std::vector<WayStep> guarded;
+  script_.on_guard = [&](const std::vector<WayStep>& steps) {
+    guarded = steps;
+    fs::create_directories(folder_ / "on/the");
+  };
+
+  ASSERT_TRUE(Start());
+
+  EXPECT_EQ(guarded, WaysTo({folder_ / "on/the/way"}));
 }
 
 }  // namespace
