@@ -339,7 +339,7 @@ void Monitor::Handle(const DrainReport& report) {
     ++overflows_;
     CrashAll("kernel_overflow");
   }
-  if (report.roots_touched) {
+  if (report.lost || report.roots_touched) {  // what was lost may have been about a registered folder
     RefreshPoints(true);
   }
 }

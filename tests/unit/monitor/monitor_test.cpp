@@ -33,6 +33,7 @@ struct Script {
   std::function<void()> on_new_recorder = [] {};
   std::function<void(const std::vector<WayStep>&)> on_guard = [](const auto&) {};
   std::optional<Clock::time_point> deadline;
+  std::vector<std::string> watched{};
   const Recorder* recorder = nullptr;
 };
 
@@ -45,6 +46,7 @@ class ScriptedWatcher : public Watcher {
     script_.on_new_recorder();
   }
   WatchOutcome Watch(const WatchPoint& point) override {
+    script_.watched.push_back(point.path);
     return fs::is_directory(point.path) ? WatchOutcome::kWatched : WatchOutcome::kMissing;
   }
   void Unwatch(const std::string& /*path*/) override {}
@@ -296,6 +298,25 @@ TEST_F(MonitorTest, StopRecordsHowManyLinesAreNotWritten) {
         text == "event=lines_unwritten queue=" + queue() + " lines=1 bytes=" + std::to_string(Created("f").size());
   }
   EXPECT_TRUE(recorded);
+}
+
+TEST_F(MonitorTest, FolderThatWasReplacedWhenEventsWereLostIsWatchedAnew) {
+  Register("a", queue(), {share()});
+  ASSERT_TRUE(Start());
+  RunFor(milliseconds(20));
+  script_.watched.clear();
+  script_.drain = [this] {
+    fs::rename(share(), share() + ".old");
+    fs::create_directory(share());
+    script_.drain = [] { return DrainReport(); };
+    DrainReport report;
+    report.lost = true;
+    return report;
+  };
+
+  monitor_.Reload();
+
+  EXPECT_EQ(script_.watched, std::vector<std::string>{share()});
 }
 
 TEST_F(MonitorTest, WhatComesOnTheWayToAFolderWhileTheGuardsAreSetIsGuardedToo) {
