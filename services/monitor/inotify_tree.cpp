@@ -20,7 +20,7 @@ namespace {
 constexpr uint32_t kFolderMask = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_MODIFY | IN_CLOSE_WRITE |
                                  IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_EXCL_UNLINK | IN_MASK_ADD;
 constexpr uint32_t kGuardMask = IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_MASK_ADD;
-constexpr uint32_t kArrivalMask = kGuardMask | IN_CREATE | IN_MOVED_TO;
+constexpr uint32_t kNameGuardMask = kGuardMask | IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO;
 
 constexpr size_t kFoldersNamed = 100;  // in records of one kind
 
@@ -347,10 +347,10 @@ void InotifyTree::ClearGuards() {
   guards_.clear();
 }
 
-void InotifyTree::AddGuard(const std::string& path, const std::string& name, bool arrivals) {
-  const int watch = inotify_add_watch(fd_, path.c_str(), arrivals ? kArrivalMask : kGuardMask);
+void InotifyTree::AddGuard(const WayStep& step) {
+  const int watch = inotify_add_watch(fd_, step.folder.c_str(), step.is_folder ? kGuardMask : kNameGuardMask);
   if (watch >= 0) {
-    guards_[watch].insert(name);
+    guards_[watch].insert(step.name);
   } else if (errno == ENOSPC) {
     LowerLimit();
   }

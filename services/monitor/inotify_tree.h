@@ -66,10 +66,10 @@ class InotifyTree {
   std::vector<uint64_t> Find(int watch) const;
   InotifyFolder* FindById(uint64_t id) const;
 
-  /// Guards: that the folder at `path` goes matters although it may not be watched, and so does what happens to `name`
-  /// in it. With `arrivals` the kernel is asked to tell what comes into it.
+  /// Guards: that the step's folder goes matters although it may not be watched, and so does what happens to the name
+  /// in it.
   void ClearGuards();
-  void AddGuard(const std::string& path, const std::string& name, bool arrivals);
+  void AddGuard(const WayStep& step);
   bool IsGuard(int watch) const { return guards_.count(watch) != 0; }
   bool Guards(int watch, std::string_view name) const;
 

@@ -8,8 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <utility>
@@ -81,28 +79,17 @@ void InotifyWatcher::Unwatch(const std::string& path) {
   tree_.RemoveRoot(path);
 }
 
-void InotifyWatcher::Guard(const std::vector<std::string>& folders) {
-  SetGuards(folders);
+void InotifyWatcher::Guard(const std::vector<WayStep>& steps) {
+  SetGuards(steps);
   if (KeepReserve()) {
-    SetGuards(folders);
+    SetGuards(steps);
   }
 }
 
-void InotifyWatcher::SetGuards(const std::vector<std::string>& folders) {
+void InotifyWatcher::SetGuards(const std::vector<WayStep>& steps) {
   tree_.ClearGuards();
-  const auto guard = [this](const std::string& path) {
-    for (size_t slash = 0; slash != std::string::npos; slash = path.find('/', slash + 1)) {
-      const size_t next = path.find('/', slash + 1);
-      const bool last = access(path.substr(0, next).c_str(), F_OK) != 0;
-      tree_.AddGuard(slash == 0 ? "/" : path.substr(0, slash), path.substr(slash + 1, next - slash - 1), last);
-    }
-  };
-  for (const std::string& folder : folders) {
-    guard(folder);
-    std::array<char, PATH_MAX> real;
-    if (realpath(folder.c_str(), real.data()) != nullptr && folder != real.data()) {
-      guard(real.data());
-    }
+  for (const WayStep& step : steps) {
+    tree_.AddGuard(step);
   }
 }
 

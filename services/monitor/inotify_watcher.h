@@ -29,7 +29,7 @@ class InotifyWatcher : public Watcher {
   void SetRecorder(const Recorder& recorder) override;
   WatchOutcome Watch(const WatchPoint& point) override;
   void Unwatch(const std::string& path) override;
-  void Guard(const std::vector<std::string>& folders) override;
+  void Guard(const std::vector<WayStep>& steps) override;
   DrainReport Drain(Clock::time_point now) override;
   std::optional<Clock::time_point> deadline() override;
   DrainReport OnDeadline(Clock::time_point now) override;
@@ -69,7 +69,7 @@ class InotifyWatcher : public Watcher {
   std::vector<WatchPoint> WatchAnew();
   bool KeepReserve();
   void ReportAnew(const std::vector<uint64_t>& ids);
-  void SetGuards(const std::vector<std::string>& folders);
+  void SetGuards(const std::vector<WayStep>& steps);
   static std::string KeyOf(const InotifyFolder& folder, const std::string& name);
 
   const Recorder* recorder_;

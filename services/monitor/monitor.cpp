@@ -255,10 +255,12 @@ bool Monitor::Establish(const std::string& path, const PlannedPoint& point) {
 void Monitor::RefreshPoints(bool announce) {
   // A folder may come or go while the plan is carried out, and which folders need a guard depends on what is watched.
   for (int rounds = 0; rounds < kPlanRounds; ++rounds) {
+    const std::vector<WayStep> steps = WaysTo(scopes_->folders());
     for (const auto& source : sources_) {
-      source->watcher->Guard(scopes_->folders());
+      source->watcher->Guard(steps);
     }
-    if (!FollowPlan(PlanPoints(*scopes_, mounts_.Read()), announce || rounds > 0)) {
+    const bool changed = FollowPlan(PlanPoints(*scopes_, mounts_.Read()), announce || rounds > 0);
+    if (!changed && WaysTo(scopes_->folders()) == steps) {
       break;
     }
   }
@@ -337,7 +339,7 @@ void Monitor::Handle(const DrainReport& report) {
     ++overflows_;
     CrashAll("kernel_overflow");
   }
-  if (report.roots_touched) {
+  if (report.lost || report.roots_touched) {  // what was lost may have been about a registered folder
     RefreshPoints(true);
   }
 }

@@ -9,6 +9,7 @@
 
 #include "services/monitor/options.h"
 #include "services/monitor/recorder.h"
+#include "services/monitor/way.h"
 
 namespace nimotifyd {
 
@@ -59,8 +60,9 @@ class Watcher {
   virtual WatchOutcome Watch(const WatchPoint& point) = 0;
   virtual void Unwatch(const std::string& path) = 0;
 
-  /// `folders`: the registered folders, there or not. Changes of them and of what leads to them set roots_touched.
-  virtual void Guard(const std::vector<std::string>& folders) = 0;
+  /// `steps`: what leads to the registered folders. From the return on a change of any step sets roots_touched. Whoever
+  /// reads the steps looks again afterwards: they may have changed before.
+  virtual void Guard(const std::vector<WayStep>& steps) = 0;
 
   /// Reads and reports what the kernel has.
   virtual DrainReport Drain(Clock::time_point now) = 0;

@@ -130,11 +130,47 @@ TEST_P(MonitorRetargetTest, LinkInAFileSystemWithoutAWatchedFolderThatIsRetarget
   ExpectTheSecondFolderIsWatched(link);
 }
 
+TEST_P(MonitorRetargetTest, LinkThatARegisteredLinkLeadsToAndThatIsRetargetedIsFollowed) {
+  const std::string apart = box_.root() + "/apart";
+  fs::create_directory(apart);
+  MountEmptyFileSystem(apart, 1 << 20);
+  for (const std::string& middle : {box_.root() + "/vol/middle", apart + "/middle"}) {
+    const std::string link = box_.root() + "/vol/link";
+    fs::create_directory_symlink(first(), middle);
+    fs::create_directory_symlink(middle, link);
+    box_.Register(queue(), {link});
+    Start();
+
+    Retarget(middle);
+
+    ExpectTheSecondFolderIsWatched(link);
+    box_.Stop();
+    fs::remove(link);
+    fs::remove(second() + "/seen");
+  }
+}
+
+TEST_P(MonitorRetargetTest, FolderThatTakesThePlaceOfAFileIsWatched) {
+  const std::string apart = box_.root() + "/apart";
+  fs::create_directory(apart);
+  MountEmptyFileSystem(apart, 1 << 20);
+  const std::string folder = apart + "/folder";
+  WriteFile(folder, "a file still");
+  box_.Register(queue(), {folder});
+  Start();
+
+  fs::remove(folder);
+  fs::create_directory(folder);
+
+  ASSERT_TRUE(WrittenSoon({kCreateLine, true, folder, ""}));
+  WriteFile(folder + "/seen", "x");
+  EXPECT_TRUE(WrittenSoon({kModifyLine, false, folder + "/seen", ""}));
+}
+
 INSTANTIATE_TEST_SUITE_P(Backends, MonitorLinksTest, testing::Values("fanotify", "inotify"),
                          [](const auto& test_info) { return std::string(test_info.param); });
 
-// Of inotify's guards only folders themselves tell that they go.
-INSTANTIATE_TEST_SUITE_P(Backends, MonitorRetargetTest, testing::Values("fanotify"),
+INSTANTIATE_TEST_SUITE_P(Backends, MonitorRetargetTest, testing::Values("fanotify", "inotify"),
                          [](const auto& test_info) { return std::string(test_info.param); });
 
 }  // namespace

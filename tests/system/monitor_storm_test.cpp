@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <random>
 #include <thread>
@@ -165,8 +166,7 @@ std::vector<pid_t> StartTroublemakers(const MonitorBox& box, unsigned seed, cons
     const pid_t child = fork();
     if (child == 0) {
       Troublemaker maker(box.share(), box.outside(), seed * 100 + static_cast<unsigned>(i), storm.names, storm.depth);
-      // Fewer would leave room in the kernel's queue.
-      for (int left = storm.overflowing ? storm.actions : Scaled(storm.actions); left > 0; --left) {
+      for (int left = Scaled(storm.actions); left > 0; --left) {
         maker.Act();
       }
       _exit(0);
@@ -178,11 +178,25 @@ std::vector<pid_t> StartTroublemakers(const MonitorBox& box, unsigned seed, cons
 
 class MonitorStormTest : public testing::TestWithParam<Storm> {};
 
-// Stops the monitor for a while, and lets it catch up. Awake it always lets go of the queue file's lock, so the queue
-// is read then.
-void Overflow(MonitorBox& box) {
+// What the troublemakers do may not fill the kernel's queue: many of their actions fail, equal events are merged, and
+// the machine may be slow. So many files come and go here that it does, each with an event of its own.
+void FillKernelQueue(const MonitorBox& box, const Storm& storm) {
+  long limit = 0;
+  std::ifstream("/proc/sys/fs/" + std::string(storm.backend) + "/max_queued_events") >> limit;
+  ASSERT_GT(limit, 0);
+  for (long number = 0; number <= limit; ++number) {
+    const std::string path = box.share() + "/filling." + std::to_string(number);
+    mknod(path.c_str(), S_IFREG | 0644, 0);
+    unlink(path.c_str());
+  }
+}
+
+// Stops the monitor until events have been lost, and lets it catch up. Awake it always lets go of the queue file's
+// lock, so the queue is read then.
+void Overflow(MonitorBox& box, const Storm& storm) {
   box.monitor().Kill(SIGSTOP);
-  std::this_thread::sleep_for(std::chrono::milliseconds(400));
+  FillKernelQueue(box, storm);
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
   box.monitor().Kill(SIGCONT);
 }
 
@@ -202,7 +216,7 @@ void RunRound(const Storm& storm, unsigned seed) {
   while (!children.empty()) {
     std::erase_if(children, [](pid_t child) { return waitpid(child, nullptr, WNOHANG) == child; });
     if (storm.overflowing) {
-      Overflow(box);
+      Overflow(box, storm);
     }
     if (storm.reader != Reader::kFoldedAtTheEnd) {
       consume();

@@ -31,7 +31,9 @@ struct Script {
   std::function<DrainReport()> drain = [] { return DrainReport(); };
   std::function<DrainReport()> on_deadline = [] { return DrainReport(); };
   std::function<void()> on_new_recorder = [] {};
+  std::function<void(const std::vector<WayStep>&)> on_guard = [](const auto&) {};
   std::optional<Clock::time_point> deadline;
+  std::vector<std::string> watched{};
   const Recorder* recorder = nullptr;
 };
 
@@ -44,10 +46,11 @@ class ScriptedWatcher : public Watcher {
     script_.on_new_recorder();
   }
   WatchOutcome Watch(const WatchPoint& point) override {
+    script_.watched.push_back(point.path);
     return fs::is_directory(point.path) ? WatchOutcome::kWatched : WatchOutcome::kMissing;
   }
   void Unwatch(const std::string& /*path*/) override {}
-  void Guard(const std::vector<std::string>& /*folders*/) override {}
+  void Guard(const std::vector<WayStep>& steps) override { script_.on_guard(steps); }
   DrainReport Drain(Clock::time_point /*now*/) override { return script_.drain(); }
   std::optional<Clock::time_point> deadline() override { return script_.deadline; }
   DrainReport OnDeadline(Clock::time_point /*now*/) override {
@@ -295,6 +298,38 @@ TEST_F(MonitorTest, StopRecordsHowManyLinesAreNotWritten) {
         text == "event=lines_unwritten queue=" + queue() + " lines=1 bytes=" + std::to_string(Created("f").size());
   }
   EXPECT_TRUE(recorded);
+}
+
+TEST_F(MonitorTest, FolderThatWasReplacedWhenEventsWereLostIsWatchedAnew) {
+  Register("a", queue(), {share()});
+  ASSERT_TRUE(Start());
+  RunFor(milliseconds(20));
+  script_.watched.clear();
+  script_.drain = [this] {
+    fs::rename(share(), share() + ".old");
+    fs::create_directory(share());
+    script_.drain = [] { return DrainReport(); };
+    DrainReport report;
+    report.lost = true;
+    return report;
+  };
+
+  monitor_.Reload();
+
+  EXPECT_EQ(script_.watched, std::vector<std::string>{share()});
+}
+
+TEST_F(MonitorTest, WhatComesOnTheWayToAFolderWhileTheGuardsAreSetIsGuardedToo) {
+  Register("a", queue(), {folder_ / "on/the/way"});
+  std::vector<WayStep> guarded;
+  script_.on_guard = [&](const std::vector<WayStep>& steps) {
+    guarded = steps;
+    fs::create_directories(folder_ / "on/the");
+  };
+
+  ASSERT_TRUE(Start());
+
+  EXPECT_EQ(guarded, WaysTo({folder_ / "on/the/way"}));
 }
 
 }  // namespace
