@@ -39,7 +39,8 @@ bool FolderStatusReader::IsIndexing(const Folder& folder) {
   auto queue = queue_by_share_.find(share_name);
   if (queue == queue_by_share_.end()) {
     const sdk::SDKShare share(share_name);
-    queue = queue_by_share_.try_emplace(share_name, share.GetQueuePath(), FullPathsIn(share_name)).first;
+    const std::string queue_path = share.GetQueuePath();
+    queue = queue_by_share_.try_emplace(share_name, queue_path, FullPathsIn(share_name)).first;
   }
   return queue->second.IsFullPathProcessing(folder.GetFullPath());
 }

@@ -98,9 +98,6 @@ QueueFileSearch::QueueFileSearch(std::string path, const std::vector<std::string
 
 bool QueueFileSearch::FindQueue(const std::string& full_path) {
   const bool& found = found_.find(full_path)->second;
-  if (found) {
-    return true;
-  }
   if (input_ == nullptr) {
     if (!IsFileExist(path_)) {
       return false;

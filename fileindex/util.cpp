@@ -84,15 +84,23 @@ PathVerdict JudgeRealPath(const string& full_path) {
   return full_path == resolved ? PathVerdict::kIndexable : PathVerdict::kNotRealPath;
 }
 
-// Appends `line` whole: what a failed write left of it is cut off, so that it does not spoil the line that comes next.
-// The caller holds the queue's lock. A file that cannot be opened takes nothing, silently. False if the write fails.
-bool AppendLine(const string& queue_path, const string& line) {
-  const FileDescriptor queue(open(queue_path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
+// Whether the file of `size` bytes ends within a line: another writer died in it.
+bool EndsTorn(int queue, off_t size) {
+  char last = '\n';
+  return size > 0 && pread(queue, &last, 1, size - 1) == 1 && last != '\n';
+}
+
+// Appends `line` and a newline, whole: what a failed write left of it is cut off, and a line that somebody left torn is
+// ended first, so that no line spoils its neighbour. The caller holds the queue's lock. A file that cannot be opened
+// takes nothing, silently. False if the write fails.
+bool AppendLine(const string& queue_path, string line) {
+  const FileDescriptor queue(open(queue_path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
   if (!queue.valid()) {
     errno = 0;
     return true;
   }
   const off_t old_size = lseek(queue.get(), 0, SEEK_END);
+  line = (EndsTorn(queue.get(), old_size) ? "\n" : "") + line + "\n";
   for (size_t written = 0; written < line.size();) {
     const ssize_t count = write(queue.get(), line.data() + written, line.size() - written);
     if (count < 0 && EINTR == errno) {
@@ -233,7 +241,7 @@ void AddCustomEvent(int type, const string& path, const string& path_old, const 
     event["path"] = path;
     event["path_old"] = path_old;
     event["data"] = data;
-    ORBISK_CHECK(!AppendLine(queue_path, toString(event) + "\n"), 502, "write failed, reason=" + GetErrnoStr());
+    ORBISK_CHECK(!AppendLine(queue_path, toString(event)), 502, "write failed, reason=" + GetErrnoStr());
   } catch (const Error& error) {
     ORBISK_RECORD(ORBISK_SOURCE_AT(867), "AddCustomEvent failed, code=%d, reason=%s. Set [%s] need reindex",
                   error.code(), error.what(), share_name.c_str());

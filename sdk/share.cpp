@@ -148,7 +148,9 @@ std::set<std::string> SDKShare::Enum() {
   ORBISK_CHECK(0 > NLIBShareEnum(&share_list, &enum_func), 121, "NLIBShareEnum failed");
   std::set<std::string> names;
   for (int i = 0; i < share_list->nItem; ++i) {
-    names.insert(NLIBCSzListGet(share_list, i));
+    if (const char* const name = NLIBCSzListGet(share_list, i)) {
+      names.insert(name);
+    }
   }
   return names;
 }

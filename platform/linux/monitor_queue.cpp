@@ -19,6 +19,7 @@
 #include <memory>
 #include <optional>
 #include <sstream>
+#include <thread>
 #include <utility>
 
 namespace NIMO::NIMOTIFYD {
@@ -30,6 +31,9 @@ constexpr char kSuffix[] = ".json";
 // NAME_MAX is 255; this leaves room for ".json", a collision counter and the temporary file's marks.
 constexpr size_t kLongestReadableName = 160;
 constexpr std::chrono::milliseconds kAnswerTime{5000};
+constexpr std::chrono::milliseconds kConnectPause{10};
+
+using Clock = std::chrono::steady_clock;
 
 class Descriptor {
  public:
@@ -192,18 +196,27 @@ std::string FileOf(const Identity& identity) {
   }
 }
 
-bool MakeFolders(const std::string& folder) {
-  for (size_t slash = folder.find('/', 1); slash != std::string::npos; slash = folder.find('/', slash + 1)) {
-    if (mkdir(folder.substr(0, slash).c_str(), 0755) != 0 && errno != EEXIST) {
-      return false;
-    }
-  }
-  return mkdir(folder.c_str(), 0755) == 0 || errno == EEXIST;
-}
-
 bool SyncFolder(const std::string& folder) {
   const Descriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   return descriptor.valid() && fsync(descriptor.get()) == 0;
+}
+
+// A folder just made is lost in a crash of the machine, with what is synced in it, unless its parent is synced as well.
+bool MakeFolder(const std::string& folder) {
+  if (mkdir(folder.c_str(), 0755) != 0) {
+    return errno == EEXIST;
+  }
+  const size_t slash = folder.rfind('/');
+  return SyncFolder(slash == 0 ? "/" : folder.substr(0, slash));
+}
+
+bool MakeFolders(const std::string& folder) {
+  for (size_t slash = folder.find('/', 1); slash != std::string::npos; slash = folder.find('/', slash + 1)) {
+    if (!MakeFolder(folder.substr(0, slash))) {
+      return false;
+    }
+  }
+  return MakeFolder(folder);
 }
 
 bool WriteAll(int fd, const std::string& text) {
@@ -246,12 +259,31 @@ std::string Text(const Json::Value& value) {
   return Json::writeString(builder, value) + "\n";
 }
 
-bool AwaitAnswer(int fd) {
-  const auto deadline = std::chrono::steady_clock::now() + kAnswerTime;
+enum class Connection { kMade, kNobodyListens, kFailed };
+
+// The kernel does not let a connection wait that must not block: while the monitor has more of them than it can keep,
+// it says EAGAIN.
+Connection Connect(int fd, Clock::time_point deadline) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  static_assert(sizeof(kSocketPath) <= sizeof(address.sun_path));
+  memcpy(address.sun_path, kSocketPath, sizeof(kSocketPath));
+  while (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+    if (errno == ENOENT || errno == ECONNREFUSED) {
+      return Connection::kNobodyListens;
+    }
+    if ((errno != EAGAIN && errno != EINTR) || Clock::now() >= deadline) {
+      return Connection::kFailed;
+    }
+    std::this_thread::sleep_for(kConnectPause);
+  }
+  return Connection::kMade;
+}
+
+bool AwaitAnswer(int fd, Clock::time_point deadline) {
   std::string answer;
   while (answer.find('\n') == std::string::npos) {
-    const auto left =
-        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
     pollfd waiting{fd, POLLIN, 0};
     const int ready = left.count() > 0 ? poll(&waiting, 1, static_cast<int>(left.count())) : 0;
     if (ready < 0 && errno == EINTR) {
@@ -270,18 +302,16 @@ bool AwaitAnswer(int fd) {
 // Asks a running monitor to look at the registrations and waits until its watches stand. That no monitor runs is
 // nothing to report: it reads the registrations when it starts.
 void PokeMonitor() {
-  const Descriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  static_assert(sizeof(kSocketPath) <= sizeof(address.sun_path));
-  memcpy(address.sun_path, kSocketPath, sizeof(kSocketPath));
-  if (!connection.valid() ||
-      connect(connection.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+  static constexpr char kRequest[] = "reload\n";
+  const auto deadline = Clock::now() + kAnswerTime;
+  const Descriptor socket_fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const Connection connection = socket_fd.valid() ? Connect(socket_fd.get(), deadline) : Connection::kFailed;
+  if (connection == Connection::kNobodyListens) {
     return;
   }
-  static constexpr char kRequest[] = "reload\n";
-  if (send(connection.get(), kRequest, sizeof(kRequest) - 1, MSG_NOSIGNAL) != sizeof(kRequest) - 1 ||
-      !AwaitAnswer(connection.get())) {
+  if (connection == Connection::kFailed ||
+      send(socket_fd.get(), kRequest, sizeof(kRequest) - 1, MSG_NOSIGNAL) != sizeof(kRequest) - 1 ||
+      !AwaitAnswer(socket_fd.get(), deadline)) {
     syslog(LOG_WARNING, "event=monitor_silent socket=%s", kSocketPath);
   }
 }

@@ -18,8 +18,8 @@ namespace {
 constexpr uint64_t kFileSystemMask =
     FAN_CREATE | FAN_DELETE | FAN_RENAME | FAN_CLOSE_WRITE | FAN_MODIFY | FAN_ATTRIB | FAN_ONDIR;
 constexpr uint64_t kGuardMask = FAN_MOVE_SELF | FAN_DELETE_SELF | FAN_ONDIR;
-constexpr uint64_t kArrivalMask = kGuardMask | FAN_CREATE | FAN_MOVED_TO;
-constexpr uint64_t kNameMask = FAN_CREATE | FAN_DELETE | FAN_RENAME | FAN_MOVED_TO;
+constexpr uint64_t kNameGuardMask = kGuardMask | FAN_CREATE | FAN_DELETE | FAN_MOVED_FROM | FAN_MOVED_TO;
+constexpr uint64_t kNameMask = FAN_CREATE | FAN_DELETE | FAN_RENAME | FAN_MOVED_TO | FAN_MOVED_FROM;
 
 // Lines are written to the queues after so many events at the latest.
 constexpr int kEventsAtOnce = 16'384;
@@ -142,38 +142,27 @@ void FanotifyWatcher::Unwatch(const std::string& path) {
   slots_.assign(kViewSlots, {});
 }
 
-// Every folder on the way to a registered one is guarded: in marked file systems by the name of the next one, elsewhere
-// by marks of its own, which tell when the folder itself goes and, of the last one that is there, what comes into it.
-void FanotifyWatcher::GuardPath(const std::string& path) {
-  for (size_t slash = 0; slash != std::string::npos; slash = path.find('/', slash + 1)) {
-    const std::string folder = slash == 0 ? "/" : path.substr(0, slash);
-    const std::optional<uint64_t> file_system = FileSystemId(folder);
-    if (!file_system) {
-      return;
-    }
-    const std::optional<Handle> handle = HandleAt(*file_system, AT_FDCWD, folder.c_str(), AT_SYMLINK_FOLLOW);
-    if (!handle) {
-      continue;
-    }
-    const size_t next = path.find('/', slash + 1);
-    guarded_[*handle].insert(path.substr(slash + 1, next - slash - 1));
-    if (marks_.count(*file_system) == 0) {
-      const bool last = access(path.substr(0, next).c_str(), F_OK) != 0;
-      fanotify_mark(fd_.get(), FAN_MARK_ADD | FAN_MARK_ONLYDIR, last ? kArrivalMask : kGuardMask, AT_FDCWD,
-                    folder.c_str());
-    }
+// In marked file systems the names tell. Elsewhere the step's folder gets a mark of its own, which tells when the
+// folder itself goes and, if what the name leads to will not tell that of itself, what becomes of the name.
+void FanotifyWatcher::GuardStep(const WayStep& step) {
+  const std::optional<uint64_t> file_system = FileSystemId(step.folder);
+  const std::optional<Handle> handle =
+      file_system ? HandleAt(*file_system, AT_FDCWD, step.folder.c_str(), 0) : std::optional<Handle>();
+  if (!handle) {
+    return;
+  }
+  guarded_[*handle].insert(step.name);
+  if (marks_.count(*file_system) == 0) {
+    const uint64_t mask = step.is_folder ? kGuardMask : kNameGuardMask;
+    fanotify_mark(fd_.get(), FAN_MARK_ADD | FAN_MARK_ONLYDIR, mask, AT_FDCWD, step.folder.c_str());
   }
 }
 
-void FanotifyWatcher::Guard(const std::vector<std::string>& folders) {
+void FanotifyWatcher::Guard(const std::vector<WayStep>& steps) {
   fanotify_mark(fd_.get(), FAN_MARK_FLUSH, 0, AT_FDCWD, nullptr);  // the marks on folders; those on file systems stay
   guarded_.clear();
-  for (const std::string& folder : folders) {
-    GuardPath(folder);
-    std::array<char, PATH_MAX> real;
-    if (realpath(folder.c_str(), real.data()) != nullptr && folder != real.data()) {
-      GuardPath(real.data());
-    }
+  for (const WayStep& step : steps) {
+    GuardStep(step);
   }
 }
 

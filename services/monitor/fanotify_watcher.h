@@ -31,7 +31,7 @@ class FanotifyWatcher : public Watcher {
   void SetRecorder(const Recorder& recorder) override;
   WatchOutcome Watch(const WatchPoint& point) override;
   void Unwatch(const std::string& path) override;
-  void Guard(const std::vector<std::string>& folders) override;
+  void Guard(const std::vector<WayStep>& steps) override;
   DrainReport Drain(Clock::time_point now) override;
   std::optional<Clock::time_point> deadline() override { return writers_.next_due(); }
   DrainReport OnDeadline(Clock::time_point now) override;
@@ -58,7 +58,7 @@ class FanotifyWatcher : public Watcher {
   bool MarkFileSystem(const std::string& path, uint64_t file_system);
   void OfferPaths(uint64_t file_system, const std::string& another);
   void UnmarkFileSystem(const std::string& path, uint64_t file_system);
-  void GuardPath(const std::string& path);
+  void GuardStep(const WayStep& step);
   bool TouchesRoot(const KernelEvent& event, const Handle& folder) const;
 
   void OnEvent(const KernelEvent& event, Clock::time_point now, DrainReport& report);

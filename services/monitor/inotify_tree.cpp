@@ -1,16 +1,17 @@
 // Keeps one inotify watch for each folder, as long as there are watches.
 #include "services/monitor/inotify_tree.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <cstring>
 #include <utility>
 
+#include "services/monitor/folder_digest.h"
+#include "services/monitor/listing.h"
 #include "services/monitor/log.h"
 
 namespace nimotifyd {
@@ -19,52 +20,9 @@ namespace {
 constexpr uint32_t kFolderMask = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_MODIFY | IN_CLOSE_WRITE |
                                  IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_EXCL_UNLINK | IN_MASK_ADD;
 constexpr uint32_t kGuardMask = IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_MASK_ADD;
-constexpr uint32_t kArrivalMask = kGuardMask | IN_CREATE | IN_MOVED_TO;
+constexpr uint32_t kNameGuardMask = kGuardMask | IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO;
 
-class Listing {
- public:
-  explicit Listing(int folder) {
-    const int fd = openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    listing_ = fd >= 0 ? fdopendir(fd) : nullptr;
-    if (listing_ == nullptr && fd >= 0) {
-      close(fd);
-    }
-  }
-  Listing(const Listing&) = delete;
-  Listing& operator=(const Listing&) = delete;
-  ~Listing() {
-    if (listing_ != nullptr) {
-      closedir(listing_);
-    }
-  }
-  const dirent* Next() {
-    while (const dirent* item = listing_ != nullptr ? readdir(listing_) : nullptr) {
-      if (strcmp(item->d_name, ".") != 0 && strcmp(item->d_name, "..") != 0) {
-        return item;
-      }
-    }
-    return nullptr;
-  }
-
- private:
-  DIR* listing_ = nullptr;
-};
-
-uint64_t Mix(uint64_t hash, uint64_t value) {
-  hash = (hash ^ value) * 0x9E3779B97F4A7C15U;
-  return hash ^ (hash >> 29);
-}
-
-uint64_t DigestOfItem(const char* name, const struct stat& info) {
-  uint64_t hash = std::hash<std::string_view>()(name);
-  for (const auto value :
-       {static_cast<uint64_t>(info.st_ino), static_cast<uint64_t>(info.st_size), static_cast<uint64_t>(info.st_mode),
-        static_cast<uint64_t>(info.st_mtim.tv_sec), static_cast<uint64_t>(info.st_mtim.tv_nsec),
-        static_cast<uint64_t>(info.st_ctim.tv_sec), static_cast<uint64_t>(info.st_ctim.tv_nsec)}) {
-    hash = Mix(hash, value);
-  }
-  return hash;
-}
+constexpr size_t kFoldersNamed = 100;  // in records of one kind
 
 }  // namespace
 
@@ -88,31 +46,8 @@ UniqueFd OpenFolder(const std::string& path) {
   return fd;
 }
 
-uint64_t DigestOf(int fd) {
-  // Sums, so that the order in which a folder is listed does not matter.
-  uint64_t digest = 0;
-  Listing listing(fd);
-  while (const dirent* item = listing.Next()) {
-    struct stat info {};
-    if (fstatat(fd, item->d_name, &info, AT_SYMLINK_NOFOLLOW) != 0) {
-      continue;
-    }
-    uint64_t own = DigestOfItem(item->d_name, info);
-    if (S_ISDIR(info.st_mode)) {
-      const UniqueFd below(openat(fd, item->d_name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-      struct stat opened {};
-      struct stat here {};
-      if (below.valid() && fstat(below.get(), &opened) == 0 && fstat(fd, &here) == 0 && opened.st_dev == here.st_dev) {
-        own = Mix(own, DigestOf(below.get()));
-      }
-    }
-    digest += own;
-  }
-  return digest;
-}
-
-InotifyTree::InotifyTree(int fd, size_t limit, const Recorder& recorder)
-    : fd_(fd), limit_(limit), recorder_(&recorder) {}
+InotifyTree::InotifyTree(int fd, const WatchBudget& budget, const Recorder& recorder)
+    : fd_(fd), budget_(budget), recorder_(&recorder), said_polled_(kFoldersNamed), said_refused_(kFoldersNamed) {}
 
 void InotifyTree::SetRecorder(const Recorder& recorder) {
   recorder_ = &recorder;
@@ -122,18 +57,35 @@ void InotifyTree::SetRecorder(const Recorder& recorder) {
 // ---- roots
 
 InotifyFolder* InotifyTree::AddRoot(const WatchPoint& point) {
-  const UniqueFd fd = OpenFolder(point.path);
-  if (!fd.valid()) {
+  RemoveRoot(point.path);
+  InotifyFolder& root = NewRoot(point);
+  std::vector<uint64_t> left;
+  if (!WatchOne(root, left) && !root.polled) {
+    const int error = errno;
+    RemoveRoot(point.path);
+    errno = error;
     return nullptr;
   }
+  WatchTrees(std::move(left));
+  return &root;
+}
+
+void InotifyTree::RenewRoot(const WatchPoint& point) {
+  if (AddRoot(point) == nullptr) {
+    const int error = errno;
+    InotifyFolder& root = NewRoot(point);
+    SayRefused(root, error);
+    StartPolling(root);
+  }
+}
+
+InotifyFolder& InotifyTree::NewRoot(const WatchPoint& point) {
   auto folder = std::make_unique<InotifyFolder>();
   folder->id = ++last_id_;
   folder->name = point.path;
   folder->mount = point.mount;
   by_id_[folder->id] = folder.get();
-  InotifyFolder& root = *(roots_[point.path] = std::move(folder));
-  WatchTree(root);
-  return &root;
+  return *(roots_[point.path] = std::move(folder));
 }
 
 void InotifyTree::RemoveRoot(const std::string& path) {
@@ -170,7 +122,7 @@ InotifyFolder* InotifyTree::Add(InotifyFolder& parent, std::string_view name) {
     return nullptr;
   }
   InotifyFolder& folder = NewFolder(parent, name);
-  WatchTree(folder);
+  WatchTrees({folder.id});
   return &folder;
 }
 
@@ -208,6 +160,12 @@ void InotifyTree::Forget(InotifyFolder& folder) {
   for (auto& [name, child] : folder.children) {
     Forget(*child);
   }
+  DropWatch(folder);
+  polled_.erase(&folder);
+  by_id_.erase(folder.id);
+}
+
+void InotifyTree::DropWatch(InotifyFolder& folder) {
   const auto at = folder.watch >= 0 ? by_watch_.find(folder.watch) : by_watch_.end();
   if (at != by_watch_.end()) {
     std::erase(at->second, &folder);
@@ -218,8 +176,7 @@ void InotifyTree::Forget(InotifyFolder& folder) {
       }
     }
   }
-  polled_.erase(&folder);
-  by_id_.erase(folder.id);
+  folder.watch = -1;
 }
 
 void InotifyTree::Dropped(int watch) {
@@ -255,20 +212,37 @@ InotifyFolder* InotifyTree::FindById(uint64_t id) const {
 // ---- watches
 
 bool InotifyTree::SetWatch(InotifyFolder& folder, int fd) {
-  if (watches() >= limit_) {
+  if (!budget_.Allows(watches())) {
     StartPolling(folder);
     return false;
   }
   const std::string link = "/proc/self/fd/" + std::to_string(fd);
   const int watch = inotify_add_watch(fd_, link.c_str(), kFolderMask);
   if (watch < 0) {
-    if (errno == ENOSPC || errno == ENOMEM) {
+    const int error = errno;
+    if (error == ENOSPC) {
+      LowerLimit();
+    }
+    if (error == ENOSPC || error == ENOMEM) {
       StartPolling(folder);
     }
+    errno = error;
     return false;
   }
   ShareWatch(watch, folder, fd);
   return true;
+}
+
+void InotifyTree::LowerLimit() {
+  const size_t before = budget_.limit();
+  budget_.Refused(watches());
+  over_limit_ = watches() > budget_.limit();
+  if (budget_.limit() == before) {
+    return;
+  }
+  Record(LOG_WARNING, "watch_limit_lowered")
+      .Add("watches", static_cast<long long>(watches()))
+      .Add("limit", static_cast<long long>(budget_.limit()));
 }
 
 // The kernel knows folders, not paths. Another path of this folder is either as good as this one, or one that it was
@@ -291,19 +265,24 @@ void InotifyTree::ShareWatch(int watch, InotifyFolder& folder, int fd) {
   folder.watch = watch;
 }
 
-bool InotifyTree::WatchOne(InotifyFolder& folder, std::vector<InotifyFolder*>& found) {
+bool InotifyTree::WatchOne(InotifyFolder& folder, std::vector<uint64_t>& found) {
   const UniqueFd fd = OpenFolder(PathOf(folder));
   if (!fd.valid() || !SetWatch(folder, fd.get())) {
+    const int error = errno;
     if (!folder.polled) {
       missed_.push_back(folder.id);
+      if (folder.parent != nullptr && error != ENOENT && error != ENOTDIR) {
+        SayRefused(folder, error);
+      }
     }
+    errno = error;
     return false;
   }
   ListInto(folder, fd.get(), found);
   return true;
 }
 
-void InotifyTree::ListInto(InotifyFolder& folder, int fd, std::vector<InotifyFolder*>& found) {
+void InotifyTree::ListInto(InotifyFolder& folder, int fd, std::vector<uint64_t>& found) {
   struct stat here {};
   if (fstat(fd, &here) != 0) {
     return;
@@ -319,17 +298,18 @@ void InotifyTree::ListInto(InotifyFolder& folder, int fd, std::vector<InotifyFol
       continue;  // another file system is a watch point of its own
     }
     if (folder.children.find(item->d_name) == folder.children.end()) {
-      found.push_back(&NewFolder(folder, item->d_name));
+      found.push_back(NewFolder(folder, item->d_name).id);
     }
   }
 }
 
-void InotifyTree::WatchTree(InotifyFolder& top) {
-  std::vector<InotifyFolder*> left{&top};
+void InotifyTree::WatchTrees(std::vector<uint64_t> left) {
   while (!left.empty()) {
-    InotifyFolder* folder = left.back();
+    InotifyFolder* folder = FindById(left.back());
     left.pop_back();
-    WatchOne(*folder, left);
+    if (folder != nullptr) {
+      WatchOne(*folder, left);
+    }
   }
 }
 
@@ -337,10 +317,10 @@ std::vector<uint64_t> InotifyTree::RetryMissed() {
   std::vector<uint64_t> found;
   for (const uint64_t id : std::exchange(missed_, {})) {
     InotifyFolder* folder = FindById(id);
-    if (folder == nullptr || folder->watch >= 0 || folder->parent == nullptr) {
+    if (folder == nullptr || folder->watch >= 0 || folder->polled || folder->parent == nullptr) {
       continue;
     }
-    WatchTree(*folder);
+    WatchTrees({id});
     if (folder->watch >= 0 || folder->polled) {
       found.push_back(id);
     } else {
@@ -367,10 +347,12 @@ void InotifyTree::ClearGuards() {
   guards_.clear();
 }
 
-void InotifyTree::AddGuard(const std::string& path, const std::string& name, bool arrivals) {
-  const int watch = inotify_add_watch(fd_, path.c_str(), arrivals ? kArrivalMask : kGuardMask);
+void InotifyTree::AddGuard(const WayStep& step) {
+  const int watch = inotify_add_watch(fd_, step.folder.c_str(), step.is_folder ? kGuardMask : kNameGuardMask);
   if (watch >= 0) {
-    guards_[watch].insert(name);
+    guards_[watch].insert(step.name);
+  } else if (errno == ENOSPC) {
+    LowerLimit();
   }
 }
 
@@ -410,35 +392,113 @@ const FolderViews& InotifyTree::ViewsOf(InotifyFolder& folder) {
 // ---- polling
 
 void InotifyTree::StartPolling(InotifyFolder& folder) {
-  if (polled_.empty()) {
-    Record(LOG_WARNING, "watch_limit_reached")
-        .Add("folder", PathOf(folder))
-        .Add("watches", static_cast<long long>(watches()))
-        .Add("instead", "polled");
+  const std::string path = PathOf(folder);
+  const SaidOnce::Answer answer = said_polled_.Ask(path);
+  if (answer != SaidOnce::Answer::kKeepQuiet) {
+    Record record(LOG_WARNING, "watch_limit_reached");
+    record.Add("folder", path).Add("watches", static_cast<long long>(watches())).Add("instead", "polled");
+    if (answer == SaidOnce::Answer::kSayLast) {
+      record.Add("others", "not recorded");
+    }
   }
   folder.polled = true;
   polled_.insert(&folder);
-  folder.digest = DigestOf(OpenFolder(PathOf(folder)).get());
+  folder.digest = DigestOf(OpenFolder(path).get(), path, recorder_->scopes());
 }
 
-std::vector<InotifyFolder*> InotifyTree::Poll() {
-  std::vector<InotifyFolder*> changed;
-  const std::vector<InotifyFolder*> polled(polled_.begin(), polled_.end());
-  for (InotifyFolder* folder : polled) {
-    if (watches() < limit_) {
-      polled_.erase(folder);
-      folder->polled = false;
-      WatchTree(*folder);  // may end up polled again, further down or as a whole
-      changed.push_back(folder);
-      continue;
+void InotifyTree::SayRefused(const InotifyFolder& folder, int error) {
+  const std::string path = PathOf(folder);
+  const SaidOnce::Answer answer = said_refused_.Ask(path);
+  if (answer != SaidOnce::Answer::kKeepQuiet) {
+    Record record(LOG_WARNING, "folder_not_watched");
+    record.Add("folder", path).AddErrno("reason", error);
+    if (answer == SaidOnce::Answer::kSayLast) {
+      record.Add("others", "not recorded");
     }
-    const uint64_t digest = DigestOf(OpenFolder(PathOf(*folder)).get());
-    if (digest != folder->digest) {
-      folder->digest = digest;
-      changed.push_back(folder);
+  }
+}
+
+std::vector<uint64_t> InotifyTree::Poll() {
+  std::vector<uint64_t> ids;
+  ids.reserve(polled_.size());
+  for (const InotifyFolder* folder : polled_) {
+    ids.push_back(folder->id);
+  }
+  std::vector<uint64_t> changed;
+  for (const uint64_t id : ids) {
+    InotifyFolder* folder = FindById(id);
+    if (folder != nullptr && PollOne(*folder)) {
+      changed.push_back(id);
     }
   }
   return changed;
+}
+
+bool InotifyTree::PollOne(InotifyFolder& folder) {
+  const uint64_t before = folder.digest;
+  if (budget_.Allows(watches())) {
+    polled_.erase(&folder);
+    folder.polled = false;
+    WatchTrees({folder.id});  // may end up polled again, further down or as a whole
+    if (folder.watch >= 0) {
+      return true;
+    }
+  }
+  if (!folder.polled) {  // it cannot be opened, or the kernel refuses it: that may change
+    folder.polled = true;
+    polled_.insert(&folder);
+    std::erase(missed_, folder.id);
+  }
+  const std::string path = PathOf(folder);
+  folder.digest = DigestOf(OpenFolder(path).get(), path, recorder_->scopes());
+  return folder.digest != before;
+}
+
+std::vector<std::string> InotifyTree::PolledPaths(size_t most) const {
+  std::vector<std::string> paths;
+  for (const InotifyFolder* folder : polled_) {
+    if (paths.size() == most) {
+      break;
+    }
+    paths.push_back(PathOf(*folder));
+  }
+  std::sort(paths.begin(), paths.end());
+  return paths;
+}
+
+// Deepest first: what is below a folder has no watch any more when the folder itself is polled with all below it.
+std::vector<uint64_t> InotifyTree::GiveBack() {
+  std::vector<std::pair<size_t, uint64_t>> by_depth;
+  if (std::exchange(over_limit_, false)) {
+    for (const auto& [id, folder] : by_id_) {
+      if (folder->watch >= 0 && folder->parent != nullptr) {
+        by_depth.emplace_back(DepthOf(*folder), id);
+      }
+    }
+  }
+  std::sort(by_depth.rbegin(), by_depth.rend());
+  std::vector<uint64_t> given;
+  for (auto at = by_depth.begin(); at != by_depth.end() && watches() > budget_.limit(); ++at) {
+    InotifyFolder& folder = *by_id_.at(at->second);
+    while (!folder.children.empty()) {
+      Remove(folder, std::string(folder.children.begin()->first));
+    }
+    DropWatch(folder);
+    given.push_back(folder.id);
+  }
+  std::erase_if(given, [this](uint64_t id) { return by_id_.count(id) == 0; });  // went with the folder above
+  for (const uint64_t id : given) {
+    StartPolling(*by_id_.at(id));
+  }
+  return given;
+}
+
+size_t InotifyTree::DepthOf(const InotifyFolder& folder) {
+  size_t depth = 0;
+  for (const InotifyFolder* above = folder.parent; above != nullptr; above = above->parent) {
+    ++depth;
+  }
+  return depth;
 }
 
 }  // namespace nimotifyd

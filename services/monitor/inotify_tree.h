@@ -8,10 +8,13 @@
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "services/monitor/recorder.h"
+#include "services/monitor/said_once.h"
 #include "services/monitor/unique_fd.h"
+#include "services/monitor/watch_budget.h"
 #include "services/monitor/watcher.h"
 
 namespace nimotifyd {
@@ -36,14 +39,17 @@ struct InotifyFolder {
 /// Threads: one.
 class InotifyTree {
  public:
-  /// `fd`: the inotify descriptor, not owned. `limit`: watches to use at most.
-  InotifyTree(int fd, size_t limit, const Recorder& recorder);
+  /// `fd`: the inotify descriptor, not owned.
+  InotifyTree(int fd, const WatchBudget& budget, const Recorder& recorder);
 
   void SetRecorder(const Recorder& recorder);
 
-  /// Watches a watch point and everything below it in the same file system. Null if it cannot be opened or watched at
-  /// all, with errno.
+  /// Watches a watch point and everything below it in the same file system, or polls it if there are no watches left.
+  /// Null if it cannot be opened or watched at all, with errno; nothing is added then.
   InotifyFolder* AddRoot(const WatchPoint& point);
+  /// The same for a root that is known, all over again. One that cannot be opened or watched now is polled, because
+  /// whoever registered it believes it watched.
+  void RenewRoot(const WatchPoint& point);
   void RemoveRoot(const std::string& path);
   std::vector<WatchPoint> roots() const;
 
@@ -60,20 +66,30 @@ class InotifyTree {
   std::vector<uint64_t> Find(int watch) const;
   InotifyFolder* FindById(uint64_t id) const;
 
-  /// Guards: that the folder at `path` goes matters although it may not be watched, and so does what happens to `name`
-  /// in it. With `arrivals` the kernel is asked to tell what comes into it.
+  /// Guards: that the step's folder goes matters although it may not be watched, and so does what happens to the name
+  /// in it.
   void ClearGuards();
-  void AddGuard(const std::string& path, const std::string& name, bool arrivals);
+  void AddGuard(const WayStep& step);
   bool IsGuard(int watch) const { return guards_.count(watch) != 0; }
   bool Guards(int watch, std::string_view name) const;
 
   const FolderViews& ViewsOf(InotifyFolder& folder);
   std::string PathOf(const InotifyFolder& folder) const;
 
-  /// Looks through the polled folders; those that changed are returned. A folder for which there is a watch now is
+  /// Looks through the polled folders; the ids of those that changed are returned. A folder that got a watch is
   /// returned as well and no longer polled.
-  std::vector<InotifyFolder*> Poll();
+  std::vector<uint64_t> Poll();
   bool has_polled() const { return !polled_.empty(); }
+  size_t polled() const { return polled_.size(); }
+  /// At most `most` of the polled folders.
+  std::vector<std::string> PolledPaths(size_t most) const;
+
+  /// After the kernel has refused a watch: gives watches back until a reserve is free and polls their folders, whose
+  /// ids are returned: they are to be looked through, because what was not read yet of their events is lost. Folders
+  /// below them are forgotten, so no reference to a folder may be held.
+  std::vector<uint64_t> GiveBack();
+  /// Before all watches are set anew: the limit may be as high as configured again.
+  void ResetLimit() { budget_.Reset(); }
   /// Folders that lost their watch to another path of the same folder, seen since the last call: look through again.
   std::vector<uint64_t> TakeContested() { return std::exchange(contested_, {}); }
   /// Tries again to watch the folders that were not where their events said; they have been moved since. Those that are
@@ -82,18 +98,25 @@ class InotifyTree {
   size_t watches() const { return by_watch_.size() + guards_.size(); }
 
  private:
-  void WatchTree(InotifyFolder& top);
-  bool WatchOne(InotifyFolder& folder, std::vector<InotifyFolder*>& found);
+  InotifyFolder& NewRoot(const WatchPoint& point);
+  void WatchTrees(std::vector<uint64_t> left);
+  bool WatchOne(InotifyFolder& folder, std::vector<uint64_t>& found);
   bool SetWatch(InotifyFolder& folder, int fd);
+  void LowerLimit();
+  void DropWatch(InotifyFolder& folder);
   void ShareWatch(int watch, InotifyFolder& folder, int fd);
-  void ListInto(InotifyFolder& folder, int fd, std::vector<InotifyFolder*>& found);
+  void ListInto(InotifyFolder& folder, int fd, std::vector<uint64_t>& found);
   void StartPolling(InotifyFolder& folder);
+  bool PollOne(InotifyFolder& folder);
+  void SayRefused(const InotifyFolder& folder, int error);
+  static size_t DepthOf(const InotifyFolder& folder);
   void Forget(InotifyFolder& folder);
   bool Wanted(const InotifyFolder& folder, std::string_view name);
   InotifyFolder& NewFolder(InotifyFolder& parent, std::string_view name);
 
   int fd_;
-  size_t limit_;
+  WatchBudget budget_;
+  bool over_limit_ = false;  // watches are to be given back
   const Recorder* recorder_;
   uint64_t last_id_ = 0;
   uint64_t epoch_ = 1;
@@ -104,13 +127,12 @@ class InotifyTree {
   std::unordered_map<int, std::unordered_set<std::string>> guards_;
   std::vector<uint64_t> contested_;
   std::vector<uint64_t> missed_;
+  SaidOnce said_polled_;
+  SaidOnce said_refused_;
 };
 
 /// Opens (O_PATH, not following a link at the end) the folder at `path`, however long the path is. Invalid, with errno,
 /// on failure.
 UniqueFd OpenFolder(const std::string& path);
-
-/// A number that changes when a file or folder below `fd` is made, changed, moved or removed.
-uint64_t DigestOf(int fd);
 
 }  // namespace nimotifyd

@@ -8,8 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <utility>
@@ -25,6 +23,7 @@ constexpr std::chrono::milliseconds kFirstRebuildPause{1000};
 constexpr std::chrono::milliseconds kLongestRebuildPause{60'000};
 constexpr size_t kEventsHeld = 65'536;
 constexpr size_t kMostWriters = 65'536;
+constexpr size_t kPolledNamed = 1000;
 
 size_t WatchLimit(const Options& options) {
   if (options.watch_limit != 0) {
@@ -32,6 +31,9 @@ size_t WatchLimit(const Options& options) {
   }
   size_t allowed = 8192;
   std::ifstream("/proc/sys/fs/inotify/max_user_watches") >> allowed;
+  size_t in_namespace = allowed;  // a container may have fewer
+  std::ifstream("/proc/sys/user/max_inotify_watches") >> in_namespace;
+  allowed = std::min(allowed, in_namespace);
   return allowed - allowed * options.watch_reserve_percent / 100;
 }
 
@@ -42,19 +44,20 @@ std::unique_ptr<InotifyWatcher> InotifyWatcher::Create(const Options& options, c
   if (!fd.valid()) {
     return nullptr;
   }
-  return std::unique_ptr<InotifyWatcher>(new InotifyWatcher(options, recorder, std::move(fd), WatchLimit(options)));
+  return std::unique_ptr<InotifyWatcher>(new InotifyWatcher(options, recorder, std::move(fd)));
 }
 
-InotifyWatcher::InotifyWatcher(const Options& options, const Recorder& recorder, UniqueFd fd, size_t limit)
+InotifyWatcher::InotifyWatcher(const Options& options, const Recorder& recorder, UniqueFd fd)
     : recorder_(&recorder),
       fd_(std::move(fd)),
-      tree_(fd_.get(), limit, recorder),
+      tree_(fd_.get(), WatchBudget(WatchLimit(options), options.watch_reserve_percent), recorder),
       writers_(options.content_report),
       poll_period_(options.poll_period) {}
 
 void InotifyWatcher::SetRecorder(const Recorder& recorder) {
   recorder_ = &recorder;
   tree_.SetRecorder(recorder);
+  tree_.ResetLimit();
   // What is skipped may be something else now. What changes while the watches are set anew is reported by nobody, so
   // each folder is to be looked through.
   for (const WatchPoint& point : WatchAnew()) {
@@ -63,10 +66,12 @@ void InotifyWatcher::SetRecorder(const Recorder& recorder) {
 }
 
 WatchOutcome InotifyWatcher::Watch(const WatchPoint& point) {
-  const InotifyFolder* root = tree_.AddRoot(point);
-  if (root == nullptr) {
-    return errno == ENOENT || errno == ENOTDIR ? WatchOutcome::kMissing : WatchOutcome::kUnsupported;
+  if (tree_.AddRoot(point) == nullptr) {
+    const int error = errno;
+    Record(LOG_INFO, "watch_refused").Add("path", point.path).AddErrno("reason", error);
+    return error == ENOENT || error == ENOTDIR ? WatchOutcome::kMissing : WatchOutcome::kUnsupported;
   }
+  KeepReserve();
   return WatchOutcome::kWatched;
 }
 
@@ -74,21 +79,17 @@ void InotifyWatcher::Unwatch(const std::string& path) {
   tree_.RemoveRoot(path);
 }
 
-void InotifyWatcher::Guard(const std::vector<std::string>& folders) {
+void InotifyWatcher::Guard(const std::vector<WayStep>& steps) {
+  SetGuards(steps);
+  if (KeepReserve()) {
+    SetGuards(steps);
+  }
+}
+
+void InotifyWatcher::SetGuards(const std::vector<WayStep>& steps) {
   tree_.ClearGuards();
-  const auto guard = [this](const std::string& path) {
-    for (size_t slash = 0; slash != std::string::npos; slash = path.find('/', slash + 1)) {
-      const size_t next = path.find('/', slash + 1);
-      const bool last = access(path.substr(0, next).c_str(), F_OK) != 0;
-      tree_.AddGuard(slash == 0 ? "/" : path.substr(0, slash), path.substr(slash + 1, next - slash - 1), last);
-    }
-  };
-  for (const std::string& folder : folders) {
-    guard(folder);
-    std::array<char, PATH_MAX> real;
-    if (realpath(folder.c_str(), real.data()) != nullptr && folder != real.data()) {
-      guard(real.data());
-    }
+  for (const WayStep& step : steps) {
+    tree_.AddGuard(step);
   }
 }
 
@@ -133,6 +134,7 @@ DrainReport InotifyWatcher::Drain(Clock::time_point now) {
   if (events_.empty()) {
     Reconcile();
   }
+  KeepReserve();
   return report;
 }
 
@@ -186,6 +188,9 @@ void InotifyWatcher::OnNamed(InotifyFolder& folder, const Event& event, Clock::t
     if (event.name.empty() || child == folder.children.end() || child->second->watch < 0) {
       recorder_->Report(tree_.ViewsOf(folder), event.name, is_dir, kAttrib);
     }
+    if (is_dir && !event.name.empty() && child == folder.children.end()) {
+      WatchLate(folder, event.name);
+    }
   } else if ((event.mask & (IN_MODIFY | IN_CLOSE_WRITE)) != 0) {
     OnContent(folder, event, now);
   }
@@ -213,6 +218,14 @@ void InotifyWatcher::Appeared(InotifyFolder& folder, const Event& event) {
     tree_.Remove(folder, event.name);
   }
   recorder_->Report(tree_.ViewsOf(folder), event.name, is_dir, kCreate);
+}
+
+// The kernel may have refused a folder until its permissions changed.
+void InotifyWatcher::WatchLate(InotifyFolder& folder, const std::string& name) {
+  const InotifyFolder* added = tree_.Add(folder, name);
+  if (added != nullptr && (added->watch >= 0 || added->polled)) {
+    recorder_->Report(tree_.ViewsOf(folder), name, true, kCreate);
+  }
 }
 
 void InotifyWatcher::Vanished(InotifyFolder& folder, const Event& event) {
@@ -363,11 +376,7 @@ void InotifyWatcher::Reconcile() {
       recorder_->Report({recorder_->MakeView(point.mount, point.path)}, {}, true, kCreate);
     }
   }
-  for (const uint64_t id : tree_.RetryMissed()) {
-    if (InotifyFolder* folder = tree_.FindById(id)) {
-      recorder_->Report(tree_.ViewsOf(*folder), {}, true, kCreate);
-    }
-  }
+  ReportAnew(tree_.RetryMissed());
   for (const uint64_t id : tree_.TakeContested()) {
     InotifyFolder* folder = tree_.FindById(id);
     InotifyFolder* parent = folder != nullptr ? folder->parent : nullptr;
@@ -383,10 +392,26 @@ void InotifyWatcher::Reconcile() {
 std::vector<WatchPoint> InotifyWatcher::WatchAnew() {
   std::vector<WatchPoint> points = tree_.roots();
   for (const WatchPoint& point : points) {
-    tree_.RemoveRoot(point.path);
-    tree_.AddRoot(point);
+    tree_.RenewRoot(point);
   }
+  KeepReserve();
   return points;
+}
+
+// Returns whether watches were given back. No reference to a folder may be held.
+bool InotifyWatcher::KeepReserve() {
+  const std::vector<uint64_t> given = tree_.GiveBack();
+  ReportAnew(given);
+  return !given.empty();
+}
+
+// Reports folders that are to be looked through.
+void InotifyWatcher::ReportAnew(const std::vector<uint64_t>& ids) {
+  for (const uint64_t id : ids) {
+    if (InotifyFolder* folder = tree_.FindById(id)) {
+      recorder_->Report(tree_.ViewsOf(*folder), {}, true, kCreate);
+    }
+  }
 }
 
 // ---- time
@@ -406,6 +431,10 @@ std::optional<Clock::time_point> InotifyWatcher::deadline() {
   return earliest;
 }
 
+PolledFolders InotifyWatcher::polled() const {
+  return {tree_.polled(), tree_.PolledPaths(kPolledNamed)};
+}
+
 DrainReport InotifyWatcher::OnDeadline(Clock::time_point now) {
   DrainReport report;
   for (const auto& file : writers_.TakeDue(now)) {
@@ -415,13 +444,18 @@ DrainReport InotifyWatcher::OnDeadline(Clock::time_point now) {
   }
   if (next_poll_ && *next_poll_ <= now) {
     next_poll_.reset();
-    for (InotifyFolder* folder : tree_.Poll()) {
-      recorder_->Report(tree_.ViewsOf(*folder), {}, true, kCreate);
-    }
+    const std::vector<uint64_t> changed = tree_.Poll();
+    ReportAnew(changed);
+    // No event tells that a registered folder goes that has no watch.
+    report.roots_touched = std::any_of(changed.begin(), changed.end(), [this](uint64_t id) {
+      const InotifyFolder* folder = tree_.FindById(id);
+      return folder != nullptr && folder->parent == nullptr;
+    });
   }
   if (next_rebuild_ && *next_rebuild_ <= now) {
     Rebuild(now, report);
   }
+  KeepReserve();
   return report;
 }
 

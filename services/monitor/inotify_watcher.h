@@ -29,12 +29,13 @@ class InotifyWatcher : public Watcher {
   void SetRecorder(const Recorder& recorder) override;
   WatchOutcome Watch(const WatchPoint& point) override;
   void Unwatch(const std::string& path) override;
-  void Guard(const std::vector<std::string>& folders) override;
+  void Guard(const std::vector<WayStep>& steps) override;
   DrainReport Drain(Clock::time_point now) override;
   std::optional<Clock::time_point> deadline() override;
   DrainReport OnDeadline(Clock::time_point now) override;
 
   size_t watches() const { return tree_.watches(); }
+  PolledFolders polled() const override;
 
  private:
   struct Event {
@@ -47,7 +48,7 @@ class InotifyWatcher : public Watcher {
   };
   using Writers = OpenWriters<std::string, uint64_t, std::hash<std::string>>;
 
-  InotifyWatcher(const Options& options, const Recorder& recorder, UniqueFd fd, size_t limit);
+  InotifyWatcher(const Options& options, const Recorder& recorder, UniqueFd fd);
 
   void ReadAll(Clock::time_point now);
   bool OnEvent(Event& event, Clock::time_point now, DrainReport& report);
@@ -60,11 +61,15 @@ class InotifyWatcher : public Watcher {
   bool MoveFolder(InotifyFolder& from, const std::string& old_name, InotifyFolder& to, const std::string& name);
   void LookAgain(uint64_t folder_id, const std::string& name);
   void Appeared(InotifyFolder& folder, const Event& event);
+  void WatchLate(InotifyFolder& folder, const std::string& name);
   void Vanished(InotifyFolder& folder, const Event& event);
   void OnLoss(Clock::time_point now, DrainReport& report);
   void Rebuild(Clock::time_point now, DrainReport& report);
   void Reconcile();
   std::vector<WatchPoint> WatchAnew();
+  bool KeepReserve();
+  void ReportAnew(const std::vector<uint64_t>& ids);
+  void SetGuards(const std::vector<WayStep>& steps);
   static std::string KeyOf(const InotifyFolder& folder, const std::string& name);
 
   const Recorder* recorder_;

@@ -33,8 +33,12 @@ std::string Quoted(const std::string& value) {
 
 }  // namespace
 
-Monitor::Monitor(asio::io_context& context, const Options& options)
-    : context_(context), options_(options), mounts_changed_(context), tick_(context) {}
+WatcherMakers KernelWatchers() {
+  return {&FanotifyWatcher::Create, &InotifyWatcher::Create};
+}
+
+Monitor::Monitor(asio::io_context& context, const Options& options, WatcherMakers makers)
+    : context_(context), options_(options), makers_(std::move(makers)), mounts_changed_(context), tick_(context) {}
 
 Monitor::~Monitor() {
   for (const auto& source : sources_) {
@@ -60,7 +64,7 @@ bool Monitor::Start() {
   AwaitMounts();
   Flush(Clock::now());
   for (const auto& source : sources_) {
-    AwaitEvents(*source);
+    PostPump(*source);
   }
   ArmTick();
   Record record(LOG_NOTICE, "started");
@@ -73,7 +77,7 @@ bool Monitor::Start() {
 
 bool Monitor::CreateSources() {
   if (options_.backend != BackendChoice::kInotify) {
-    if (auto watcher = FanotifyWatcher::Create(options_, *recorder_)) {
+    if (auto watcher = makers_.fanotify(options_, *recorder_)) {
       AddSource(std::move(watcher), "fanotify");
       return true;
     }
@@ -96,7 +100,7 @@ Monitor::Source* Monitor::InotifySource() {
       return source.get();
     }
   }
-  auto watcher = InotifyWatcher::Create(options_, *recorder_);
+  auto watcher = makers_.inotify(options_, *recorder_);
   if (watcher == nullptr) {
     Record(LOG_ERR, "inotify_refused").AddErrno("reason", errno);
     return nullptr;
@@ -128,6 +132,7 @@ void Monitor::Stop() {
   PumpUntilEmpty();
   for (const auto& source : sources_) {
     if (source->watcher->OnDeadline(Clock::time_point::max()).lost) {
+      ++overflows_;
       CrashAll("kernel_overflow");
     }
     source->gather.cancel();
@@ -143,7 +148,10 @@ void Monitor::Stop() {
       std::this_thread::sleep_for(kStopRetry);
     }
     if (sink->pending()) {
-      Record(LOG_ERR, "lines_unwritten").Add("queue", path).Add("bytes", static_cast<long long>(sink->pending_bytes()));
+      Record(LOG_ERR, "lines_unwritten")
+          .Add("queue", path)
+          .Add("lines", static_cast<long long>(sink->pending_lines()))
+          .Add("bytes", static_cast<long long>(sink->pending_bytes()));
     }
   }
   Record(LOG_NOTICE, "stopped");
@@ -192,6 +200,7 @@ void Monitor::Reload() {
     RefreshPoints(false);
     Flush(Clock::now());
   }
+  PumpAllSoon();
   ArmTick();
   Record(LOG_INFO, "reloaded").Add("queues", static_cast<long long>(sinks_.size()));
 }
@@ -246,14 +255,17 @@ bool Monitor::Establish(const std::string& path, const PlannedPoint& point) {
 void Monitor::RefreshPoints(bool announce) {
   // A folder may come or go while the plan is carried out, and which folders need a guard depends on what is watched.
   for (int rounds = 0; rounds < kPlanRounds; ++rounds) {
+    const std::vector<WayStep> steps = WaysTo(scopes_->folders());
     for (const auto& source : sources_) {
-      source->watcher->Guard(scopes_->folders());
+      source->watcher->Guard(steps);
     }
-    if (!FollowPlan(PlanPoints(*scopes_, mounts_.Read()), announce || rounds > 0)) {
+    const bool changed = FollowPlan(PlanPoints(*scopes_, mounts_.Read()), announce || rounds > 0);
+    if (!changed && WaysTo(scopes_->folders()) == steps) {
       break;
     }
   }
   UpdatePresence();
+  PumpAllSoon();
 }
 
 // Returns whether anything had to be changed.
@@ -282,21 +294,27 @@ bool Monitor::FollowPlan(const std::map<std::string, PlannedPoint>& plan, bool a
 }
 
 void Monitor::UpdatePresence() {
+  std::unordered_map<std::string, bool> present;  // of each queue: several may register one
   for (const Registration& registration : registrations_) {
-    const bool present = registration.entries.empty() ||
-                         std::any_of(registration.entries.begin(), registration.entries.end(),
-                                     [this](const WatchEntry& entry) { return points_.count(entry.path) != 0; });
-    sinks_.at(registration.queue)->SetPresent(present);
+    present[registration.queue] |=
+        registration.entries.empty() ||
+        std::any_of(registration.entries.begin(), registration.entries.end(),
+                    [this](const WatchEntry& entry) { return points_.count(entry.path) != 0; });
+  }
+  for (const auto& [queue, sink] : sinks_) {
+    sink->SetPresent(present[queue]);
   }
 }
 
 // ---- the loop
 
 void Monitor::AwaitEvents(Source& source) {
+  source.awaited = true;
   source.descriptor.assign(source.watcher->descriptor());
   source.descriptor.async_wait(asio::posix::stream_descriptor::wait_read,
                                [this, &source](const boost::system::error_code& error) {
-                                 if (!error && !stopped_) {
+                                 if (!error && !stopped_ && source.awaited) {
+                                   source.awaited = false;
                                    source.descriptor.release();
                                    Pump(source);
                                  }
@@ -321,7 +339,7 @@ void Monitor::Handle(const DrainReport& report) {
     ++overflows_;
     CrashAll("kernel_overflow");
   }
-  if (report.roots_touched) {
+  if (report.lost || report.roots_touched) {  // what was lost may have been about a registered folder
     RefreshPoints(true);
   }
 }
@@ -332,17 +350,37 @@ void Monitor::Pump(Source& source) {
   Flush(Clock::now());
   ArmTick();
   if (report.unfinished) {
-    asio::post(context_, [this, &source] {
-      if (!stopped_) {
-        Pump(source);
-      }
-    });
+    PostPump(source);
   } else if (report.again) {
     Gather(source, std::min<Clock::duration>(*report.again - Clock::now(), options_.gather));
-  } else if (report.activity) {
+  } else if (report.activity || report.roots_touched) {
     Gather(source, options_.gather);
   } else {
     AwaitEvents(source);
+  }
+}
+
+void Monitor::PostPump(Source& source) {
+  asio::post(context_, [this, &source] {
+    if (!stopped_) {
+      Pump(source);
+    }
+  });
+}
+
+// A watcher that looks folders up may have read events already, and its descriptor does not tell of those. A source
+// that gathers is pumped in a moment anyway.
+void Monitor::PumpSoon(Source& source) {
+  if (source.awaited) {
+    source.awaited = false;
+    source.descriptor.release();
+    PostPump(source);
+  }
+}
+
+void Monitor::PumpAllSoon() {
+  for (const auto& source : sources_) {
+    PumpSoon(*source);
   }
 }
 
@@ -388,7 +426,11 @@ void Monitor::OnTick() {
   for (const auto& source : sources_) {
     const std::optional<Clock::time_point> due = source->watcher->deadline();
     if (due && *due <= now) {
-      Handle(source->watcher->OnDeadline(now));
+      const DrainReport report = source->watcher->OnDeadline(now);
+      Handle(report);
+      if (report.unfinished) {
+        PumpSoon(*source);
+      }
     }
   }
   Flush(now);
@@ -401,6 +443,7 @@ std::string Monitor::Status() const {
   std::string queues = "[";
   for (const auto& [path, sink] : sinks_) {
     std::string queue = "{";
+    AppendJson(queue, "lines_unwritten", std::to_string(sink->pending_lines()));
     AppendJson(queue, "pending_bytes", std::to_string(sink->pending_bytes()));
     AppendJson(queue, "queue", Quoted(path));
     queues += (queues.size() > 1 ? "," : "") + queue + "}";
@@ -412,9 +455,20 @@ std::string Monitor::Status() const {
     AppendJson(folder, "path", Quoted(path));
     folders += (folders.size() > 1 ? "," : "") + folder + "}";
   }
+  std::string polled = "[";
+  size_t polled_count = 0;
+  for (const auto& source : sources_) {
+    const PolledFolders found = source->watcher->polled();
+    polled_count += found.count;
+    for (const std::string& path : found.paths) {
+      polled += (polled.size() > 1 ? "," : "") + Quoted(path);
+    }
+  }
   std::string text = "{";
   AppendJson(text, "folders", folders + "]");
   AppendJson(text, "overflows", std::to_string(overflows_));
+  AppendJson(text, "polled", polled + "]");
+  AppendJson(text, "polled_count", std::to_string(polled_count));
   AppendJson(text, "queues", queues + "]");
   return text + "}";
 }

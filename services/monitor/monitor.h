@@ -4,6 +4,7 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/steady_timer.hpp>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -21,13 +22,24 @@
 
 namespace nimotifyd {
 
+/// Opens the kernel's interfaces. Each gives null, with errno set, where the kernel does not permit it.
+struct WatcherMakers {
+  using Maker = std::function<std::unique_ptr<Watcher>(const Options& options, const Recorder& recorder)>;
+  Maker fanotify;
+  Maker inotify;
+};
+
+/// The real ones.
+WatcherMakers KernelWatchers();
+
 /// Watches what is registered and writes what changes. The first event after quiet is written at once; while events
 /// keep coming they are gathered for a moment. When nothing happens no timer runs.
 ///
 /// Threads: all calls from the one that runs the context.
 class Monitor {
  public:
-  Monitor(boost::asio::io_context& context, const Options& options);
+  /// Watches through what `makers` make, the kernel unless a test says otherwise.
+  Monitor(boost::asio::io_context& context, const Options& options, WatcherMakers makers = KernelWatchers());
   Monitor(const Monitor&) = delete;
   Monitor& operator=(const Monitor&) = delete;
   ~Monitor();
@@ -56,6 +68,7 @@ class Monitor {
     std::string name;
     boost::asio::posix::stream_descriptor descriptor;
     boost::asio::steady_timer gather;
+    bool awaited = false;  // the descriptor is in the event loop, and nothing else is going to call Pump
   };
   struct ActivePoint {
     PlannedPoint planned;
@@ -68,6 +81,9 @@ class Monitor {
   void AwaitEvents(Source& source);
   void AwaitMounts();
   void Pump(Source& source);
+  void PumpSoon(Source& source);
+  void PumpAllSoon();
+  void PostPump(Source& source);
   void Handle(const DrainReport& report);
   void Gather(Source& source, Clock::duration pause);
   void PumpUntilEmpty();
@@ -88,6 +104,7 @@ class Monitor {
 
   boost::asio::io_context& context_;
   Options options_;
+  WatcherMakers makers_;
   MountTable mounts_;
   boost::asio::posix::stream_descriptor mounts_changed_;
   boost::asio::steady_timer tick_;

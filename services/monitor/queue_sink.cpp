@@ -101,8 +101,11 @@ bool QueueSink::Room() {
   if (pending_bytes() < limit_bytes_) {
     return true;
   }
-  Record(LOG_ERR, "queue_dropped").Add("queue", path_).Add("bytes", static_cast<long long>(pending_bytes()));
-  Crash("memory_limit");
+  if (!dropping_ || wants_crashed_) {  // said once: the reader without crashed lines loses event after event
+    dropping_ = true;
+    Record(LOG_ERR, "queue_dropped").Add("queue", path_).Add("bytes", static_cast<long long>(pending_bytes()));
+    Crash("memory_limit");
+  }
   return false;
 }
 
@@ -119,14 +122,17 @@ void QueueSink::Add(uint32_t event, bool is_dir, const Place& place) {
     const std::string path = FullPath(place);
     if (deleted_in_file_.MayHold(path) || deleted_pending_.MayHold(path)) {
       AppendLine(lines_, kCreate, false, place);
+      ++line_count_;
     }
   }
   AppendLine(lines_, event, is_dir, place);
+  ++line_count_;
 }
 
 void QueueSink::AddRename(bool is_dir, const Place& from, const Place& to) {
   if (Room()) {
     AppendRenameLine(lines_, is_dir, from, to);
+    ++line_count_;
   }
 }
 
@@ -151,6 +157,7 @@ std::string QueueSink::CrashedLine() const {
 void QueueSink::ClearLines() {
   lines_.clear();
   written_ = 0;
+  line_count_ = 0;
   deleted_pending_.Clear();
   if (lines_.capacity() > kSliceBytes) {
     lines_.shrink_to_fit();
@@ -174,7 +181,10 @@ void QueueSink::FlushNow(Clock::time_point now) {
       Failed(result, now);
       return;
     }
-    written_ += crash_pending_ ? 0 : text.size();
+    if (!crash_pending_) {
+      written_ += text.size();
+      line_count_ -= static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
+    }
     Succeeded(result);
   }
 }
@@ -184,6 +194,7 @@ void QueueSink::Succeeded(const AppendResult& result) {
     Record(LOG_INFO, "queue_writable").Add("queue", path_).Add("failures", failures_);
   }
   failures_ = 0;
+  dropping_ = false;
   retry_time_.reset();
   if (result.fresh) {
     deleted_in_file_.Clear();

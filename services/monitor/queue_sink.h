@@ -62,13 +62,14 @@ class QueueSink {
 
   bool pending() const { return !lines_.empty() || crash_pending_; }
   size_t pending_bytes() const { return lines_.size() - written_; }
+  /// Lines that are not in the queue file yet; a queue-crashed line that waits is one.
+  size_t pending_lines() const { return crash_pending_ ? 1 : line_count_; }
 
   /// When to call Flush again for lines that could not be written.
   std::optional<Clock::time_point> retry_time() const { return retry_time_; }
 
  private:
   bool Room();
-  bool AppendNext();
   void Succeeded(const AppendResult& result);
   void Failed(const AppendResult& result, Clock::time_point now);
   std::string CrashedLine() const;
@@ -82,6 +83,8 @@ class QueueSink {
 
   std::string lines_;  // pending lines; the first written_ bytes are in the file already
   size_t written_ = 0;
+  size_t line_count_ = 0;  // of those not written
+  bool dropping_ = false;  // past the limit, and said so
   bool crash_pending_ = false;
   std::optional<QueueFileMark> crash_mark_;  // the file as a crashed line left it
 

@@ -15,25 +15,38 @@
 namespace nimotifyd {
 namespace {
 
-std::optional<std::string> AbsolutePath(const Json::Value& value) {
+// Paths are compared as text, so there must be one way to write each: absolute, without empty, "." and ".." components.
+bool IsPlain(const std::string& path) {
+  const std::string ended = path + "/";
+  return !path.empty() && path[0] == '/' && path.find('\0') == std::string::npos &&
+         path.find("//") == std::string::npos && ended.find("/./") == std::string::npos &&
+         ended.find("/../") == std::string::npos;
+}
+
+std::optional<std::string> FolderPath(const Json::Value& value) {
   if (!value.isString()) {
     return std::nullopt;
   }
   std::string path = value.asString();
-  if (path.empty() || path[0] != '/' || path.find('\0') != std::string::npos) {
-    return std::nullopt;
-  }
   while (path.size() > 1 && path.back() == '/') {
     path.pop_back();
   }
-  return path;
+  return IsPlain(path) ? std::optional(path) : std::nullopt;
+}
+
+// A slash at its end would make it a folder.
+std::optional<std::string> QueuePath(const Json::Value& value) {
+  if (!value.isString() || !IsPlain(value.asString()) || value.asString().back() == '/') {
+    return std::nullopt;
+  }
+  return value.asString();
 }
 
 std::optional<WatchEntry> ParseEntry(const Json::Value& value) {
   if (!value.isObject() || !value["mask"].isUInt()) {
     return std::nullopt;
   }
-  std::optional<std::string> path = AbsolutePath(value["path"]);
+  std::optional<std::string> path = FolderPath(value["path"]);
   const Json::Value& ignore = value["ignore"];
   if (!path || (!ignore.isNull() && !ignore.isArray())) {
     return std::nullopt;
@@ -69,7 +82,7 @@ std::optional<Registration> ParseRegistration(std::string_view text) {
     return std::nullopt;
   }
   const Json::Value& value = *parsed;
-  std::optional<std::string> queue = AbsolutePath(value["queue"]);
+  std::optional<std::string> queue = QueuePath(value["queue"]);
   const Json::Value& config = value["config"];
   if (!queue || !value["app"].isString() || (!config.isNull() && !config.isArray())) {
     return std::nullopt;
@@ -97,9 +110,11 @@ std::vector<Registration> LoadRegistrations(const std::string& folder) {
   std::sort(files.begin(), files.end());
   std::vector<Registration> result;
   for (const std::filesystem::path& path : files) {
-    std::ifstream file(path, std::ios::binary);
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    std::optional<Registration> registration = ParseRegistration(text);
+    std::optional<Registration> registration;
+    if (std::filesystem::is_regular_file(path, error)) {  // opening a fifo would wait for ever
+      std::ifstream file(path, std::ios::binary);
+      registration = ParseRegistration(std::string{std::istreambuf_iterator<char>(file), {}});
+    }
     if (registration) {
       result.push_back(std::move(*registration));
     } else {

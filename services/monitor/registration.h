@@ -24,7 +24,8 @@ struct Registration {
   bool operator==(const Registration&) const = default;
 };
 
-/// Reads the text of one registration file; nothing if it is malformed.
+/// Reads the text of one registration file; nothing if it is malformed: also if a path is not absolute, has an empty,
+/// "." or ".." component, or is a queue's and ends in a slash.
 std::optional<Registration> ParseRegistration(std::string_view text);
 
 /// Reads every "*.json" below `folder`, in the order of their names. Malformed files are left out with a record.

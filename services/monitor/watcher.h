@@ -1,6 +1,7 @@
 // The kernel's change reports, whichever interface they come through.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -8,6 +9,7 @@
 
 #include "services/monitor/options.h"
 #include "services/monitor/recorder.h"
+#include "services/monitor/way.h"
 
 namespace nimotifyd {
 
@@ -32,6 +34,12 @@ struct DrainReport {
   std::optional<Clock::time_point> again{};  ///< call again at this time, even if no event comes
 };
 
+/// The folders that are looked through now and then because they could not get a watch, each with everything below it.
+struct PolledFolders {
+  size_t count = 0;
+  std::vector<std::string> paths{};  ///< of the first thousand at most
+};
+
 /// One kernel interface. Reports go to the recorder, in the order that leaves the right state when they are folded.
 ///
 /// Threads: one.
@@ -52,11 +60,14 @@ class Watcher {
   virtual WatchOutcome Watch(const WatchPoint& point) = 0;
   virtual void Unwatch(const std::string& path) = 0;
 
-  /// `folders`: the registered folders, there or not. Changes of them and of what leads to them set roots_touched.
-  virtual void Guard(const std::vector<std::string>& folders) = 0;
+  /// `steps`: what leads to the registered folders. From the return on a change of any step sets roots_touched. Whoever
+  /// reads the steps looks again afterwards: they may have changed before.
+  virtual void Guard(const std::vector<WayStep>& steps) = 0;
 
   /// Reads and reports what the kernel has.
   virtual DrainReport Drain(Clock::time_point now) = 0;
+
+  virtual PolledFolders polled() const { return {}; }
 
   /// When OnDeadline wants to be called.
   virtual std::optional<Clock::time_point> deadline() = 0;

@@ -75,6 +75,22 @@ TEST_F(MonitorRegistration, RefusesAMalformedDescriptionAndChangesNothing) {
   EXPECT_EQ(good["config"], RegisteredConfigs()[0]);
 }
 
+TEST_F(MonitorRegistration, RefusesPathsThatAreNotPlain) {
+  const Json::Value good = Description("/q", "/a");
+  for (const char* const path : {"/v//a", "//a", "/v/./a", "/v/.", "/v/../a", "/v/..", "/./"}) {
+    Json::Value bad = good;
+    bad["config"][0]["path"] = path;
+    EXPECT_FALSE(Upsert(bad)) << path;
+    EXPECT_FALSE(Upsert(Description(path, "/a"))) << path;
+    EXPECT_FALSE(Delete(path)) << path;
+  }
+  EXPECT_FALSE(Upsert(Description("/q/", "/a")));
+  EXPECT_FALSE(Delete("/q/"));
+  EXPECT_EQ(0U, RegisteredConfigs().size());
+
+  EXPECT_TRUE(Upsert(Description("/.v/q..", "/v/a/")));
+}
+
 TEST_F(MonitorRegistration, TakesDeletingWhatIsNotThereForSuccessAndRefusesWhatCannotBe) {
   EXPECT_TRUE(Delete("/never"));
   EXPECT_FALSE(Delete("relative"));

@@ -6,12 +6,19 @@
 namespace orbisk::test {
 namespace {
 
-bool IsAbsolute(const std::string& path) {
-  return !path.empty() && path.front() == '/' && path.find('\0') == std::string::npos;
+bool IsPlain(const std::string& path) {
+  const std::string ended = path + "/";
+  return !path.empty() && path.front() == '/' && path.find('\0') == std::string::npos &&
+         path.find("//") == std::string::npos && ended.find("/./") == std::string::npos &&
+         ended.find("/../") == std::string::npos;
 }
 
-bool IsAbsolute(const Json::Value& path) {
-  return path.isString() && IsAbsolute(path.asString());
+bool IsFolder(const Json::Value& path) {
+  return path.isString() && IsPlain(path.asString());
+}
+
+bool IsQueue(const Json::Value& path) {
+  return IsFolder(path) && path.asString().back() != '/';
 }
 
 bool IsName(const Json::Value& name) {
@@ -19,7 +26,7 @@ bool IsName(const Json::Value& name) {
 }
 
 bool IsEntry(const Json::Value& entry) {
-  if (!entry.isObject() || !IsAbsolute(entry["path"]) || !entry["mask"].isUInt()) {
+  if (!entry.isObject() || !IsFolder(entry["path"]) || !entry["mask"].isUInt()) {
     return false;
   }
   const Json::Value& ignore = entry["ignore"];
@@ -27,7 +34,7 @@ bool IsEntry(const Json::Value& entry) {
 }
 
 bool IsDescription(const Json::Value& description) {
-  if (!description.isObject() || !IsAbsolute(description["queue"])) {
+  if (!description.isObject() || !IsQueue(description["queue"])) {
     return false;
   }
   const Json::Value& config = description["config"];
@@ -69,7 +76,7 @@ bool FakeMonitorQueueService::Upsert(const Json::Value& description, const std::
 }
 
 bool FakeMonitorQueueService::Delete(const std::string& queue_path, const std::string& app, int type) {
-  if (!IsAbsolute(queue_path) || app.empty()) {
+  if (!IsQueue(Json::Value(queue_path)) || app.empty()) {
     return false;
   }
   const std::lock_guard lock(mutex_);

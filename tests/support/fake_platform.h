@@ -100,7 +100,8 @@ class FakeFunction<Result(Arguments...)> final : public FakeFunctionBase {
  public:
   using Behaviour = std::function<Result(Arguments...)>;
 
-  /// A failing call returns -1, false, null or an empty value, unless `failing` says otherwise.
+  /// A failing call returns -1, false, null or an empty value, unless `failing` says otherwise. An operation without a
+  /// result cannot fail: what releases does so even then.
   FakeFunction(
       const char* name, Behaviour usual, Behaviour failing = [](Arguments...) { return Failure(); })
       : FakeFunctionBase(name), usual_(std::move(usual)), failing_(std::move(failing)) {}
@@ -142,7 +143,7 @@ class FakeFunction<Result(Arguments...)> final : public FakeFunctionBase {
 
   Behaviour Choose(bool fails) {
     const std::lock_guard lock(mutex_);
-    if (fails) {
+    if (fails && !std::is_void_v<Result>) {
       return failing_;
     }
     if (next_.empty()) {

@@ -93,9 +93,19 @@ allowed platform/linux/planted.cpp '#include <acl/libacl.h>'
 allowed services/monitor/planted.cpp '#include "orbisk/fileindex/op.h"'
 allowed tools/fileindexctl/planted.cpp '#include <CLI/CLI.hpp>'
 
-printf '// Planted.\nint  Planted( ) ;\n' >common/planted.cpp
-expect fail "a file that clang-format would change" --format
-rm common/planted.cpp
+for suffix in c cc cxx C hh hpp hxx inc inl ipp tpp; do
+  planted common/planted.$suffix '#include <sys/stat.h>'
+done
+planted elsewhere/planted.cpp '#include <sys/stat.h>'
+planted planted.h '#include <sys/stat.h>'
+planted bench/planted.cc '#include <sys/stat.h>'
+planted tests/unit/common/planted.hpp '#include <sys/stat.h>'
+
+for folder in common bench packaging/consumer tests/unit/common tests/support platform/include/nimo; do
+  printf '// Planted.\nint  Planted( ) ;\n' >$folder/planted.cpp
+  expect fail "a file in $folder that clang-format would change" --format
+  rm $folder/planted.cpp
+done
 
 printf '#!/usr/bin/env bash\nif true; then\n' >scripts/planted
 expect fail "a script that does not parse" --shell

@@ -20,20 +20,38 @@ run() {
   for name in update rename reindex delete; do
     wanted "^ *[1-9][0-9]* $name\$"
   done
+  wanted '^  /photos +Pictures .* processing$'
+  wanted '^  /photos +Pictures .* paused$'
+  wanted '^  /photos +Pictures .* finished$'
+  wanted '^  /music/lost +.* error: invalid_path$'
   tail -1 "$scratch.out" | grep -q '^Where to look next: ' || { echo "the last line is another"; exit 1; }
   events=$(sed -n 's/^\([0-9]*\) events became.*/\1/p' "$scratch.out")
   operations=$(sed -n 's/^.* events became \([0-9]*\) operations.*/\1/p' "$scratch.out")
   [ "$operations" -lt "$events" ] || { echo "$events events did not become fewer operations"; exit 1; }
 }
 
-trap 'rm -rf "$scratch" "$scratch.out"' EXIT
+trap 'rm -rf "$scratch" "$scratch.out" "$scratch.list"' EXIT
 mkdir "$scratch/given"
 echo "not the demo's" >"$scratch/given/kept"
 
+odd="$scratch/odd | [a-z]* & \\1 \$HOME 'name'"
+mkdir "$odd"
+
 run
 run "$scratch/given"
-[ "$(ls -A "$scratch")" = given ] || { echo "left behind: $(ls -A "$scratch")"; exit 1; }
+[ "$(ls -A "$scratch" | wc -l)" -eq 2 ] || { echo "left behind: $(ls -A "$scratch")"; exit 1; }
 [ "$(ls -A "$scratch/given")" = kept ] || { echo "left in the folder: $(ls -A "$scratch/given")"; exit 1; }
+
+run "$odd"
+wanted "^Changes in $(sed 's/[][\\.*^$|]/\\&/g' <<<"$odd"), watched with (fanotify|inotify):\$"
+# The folder's own path is left out of what is listed, whatever characters it has.
+for title in "Events, as recorded" "Operations for the index"; do
+  sed -n "/^$title/,/^\$/p" "$scratch.out" | sed 1d >"$scratch.list"
+  grep -q '\.\.\./' "$scratch.list" || { echo "nothing is listed: $title"; cat "$scratch.out"; exit 1; }
+  if grep -F "$odd" "$scratch.list"; then echo "its path is not left out: $title"; exit 1; fi
+done
+rm "$scratch.list"
+[ -z "$(ls -A "$odd")" ] || { echo "left in the folder: $(ls -A "$odd")"; exit 1; }
 
 status=0
 "$demo" "$scratch/missing" >"$scratch.out" 2>&1 || status=$?

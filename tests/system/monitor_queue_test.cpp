@@ -38,15 +38,16 @@ TEST_F(MonitorQueueFileTest, StartWritesOneCrashedLineWithTheFirstRegisteredFold
   EXPECT_EQ(box_.Lines(), (std::vector<QueueLine>{{kCrashedLine, true, box_.outside(), ""}}));
 }
 
-TEST_F(MonitorQueueFileTest, RestartDoesNotRepeatACrashedLineThatIsStillTheLast) {
+TEST_F(MonitorQueueFileTest, EachStartWritesACrashedLineAlsoAfterTheFormerOnes) {
+  const QueueLine crashed{kCrashedLine, true, box_.share(), ""};
+
   box_.Start();
   box_.Stop();
   box_.Start();
   box_.Stop();
 
-  // A monitor that starts anew knows nothing of the file: it may add one, the same one may not.
-  EXPECT_LE(CountOf(box_.Lines(), kCrashedLine), 2);
-  EXPECT_GE(CountOf(box_.Lines(), kCrashedLine), 1);
+  // Only the monitor that wrote a line knows that it is a crashed one and still the last.
+  EXPECT_EQ(box_.Lines(), (std::vector<QueueLine>{crashed, crashed}));
 }
 
 TEST_F(MonitorQueueFileTest, NoCrashedLineForAQueueThatDidNotRegisterItsBit) {
@@ -168,10 +169,10 @@ TEST_F(MonitorQueueFileTest, LinesPastTheMemoryLimitBecomeOneCrashedLine) {
 }
 
 TEST_F(MonitorQueueFileTest, FirstEventAfterQuietIsWrittenAtOnce) {
-  box_.Start();
+  box_.Start({"--gather-ms", "50"});
   std::vector<std::chrono::microseconds> waits;
   for (int i = 0; i < 21; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    std::this_thread::sleep_for(std::chrono::milliseconds(160));  // until the gathering after the last one is over
     struct stat before {};
     stat(box_.queue().c_str(), &before);
     const auto begin = std::chrono::steady_clock::now();
@@ -183,8 +184,9 @@ TEST_F(MonitorQueueFileTest, FirstEventAfterQuietIsWrittenAtOnce) {
     }
     waits.push_back(std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - begin));
   }
-  // The best of many, because other programs may keep the machine busy; an event that is gathered takes 10 ms always.
-  EXPECT_LT(*std::min_element(waits.begin(), waits.end()), std::chrono::milliseconds(5));
+  // The middle one, because other programs may keep the machine busy; an event that is gathered takes 50 ms always.
+  std::sort(waits.begin(), waits.end());
+  EXPECT_LT(waits[waits.size() / 2], std::chrono::milliseconds(25));
 }
 
 TEST_F(MonitorQueueFileTest, IdleMonitorDoesNotWakeUp) {

@@ -123,14 +123,9 @@ void MonitorBox::Start(const std::vector<std::string>& arguments) {
   if (folder == nullptr) {
     throw std::runtime_error("ORBISK_BIN_DIR is not set");
   }
-  std::vector<std::string> command = {std::string(folder) + "/nimotifyd",
-                                      "--registrations",
-                                      root_ + "/registrations",
-                                      "--socket",
-                                      root_ + "/socket",
-                                      "--log-stderr",
-                                      "--log-level",
-                                      "debug"};
+  std::vector<std::string> command = launcher_;
+  command.insert(command.end(), {std::string(folder) + "/nimotifyd", "--registrations", root_ + "/registrations",
+                                 "--socket", root_ + "/socket", "--log-stderr", "--log-level", "debug"});
   command.insert(command.end(), arguments.begin(), arguments.end());
   monitor_ = std::make_unique<Subprocess>(command);
   if (!Eventually([&] { return Ask("status").substr(0, 1) == "{"; })) {

@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "tests/support/subprocess.h"
@@ -54,6 +55,8 @@ class MonitorBox {
                 const std::vector<std::string>& ignore = {"@eaDir"});
   void Unregister(const std::string& queue);
 
+  /// The monitor is started through this command, which ends by running what is appended to it in its own place.
+  void StartThrough(std::vector<std::string> launcher) { launcher_ = std::move(launcher); }
   /// Starts the monitor and waits until its watches stand. `arguments` are added to the command line.
   void Start(const std::vector<std::string>& arguments = {});
   /// Sends SIGTERM and waits for the end.
@@ -75,6 +78,7 @@ class MonitorBox {
  private:
   std::unique_ptr<TempDir> area_;
   std::string root_;
+  std::vector<std::string> launcher_;
   std::unique_ptr<Subprocess> monitor_;
   int marks_ = 0;
 };

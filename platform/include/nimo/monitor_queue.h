@@ -22,7 +22,8 @@ enum MONITOR_QUEUE_TYPE {
 /// (may be missing) lists names that are skipped at any depth together with what is below them. Where one entry's
 /// folder lies inside another's, the inner entry decides. A null or missing "config" watches nothing.
 ///
-/// Strings are bytes: names need not be UTF-8.
+/// A path holds no empty, "." or ".." component; a slash may end a folder's, not the queue's. Strings are bytes: names
+/// need not be UTF-8.
 ///
 /// Threads: the static functions may be called from several threads and processes at once; of two simultaneous
 /// registrations of one queue, one is left complete.
@@ -36,8 +37,11 @@ class [[gnu::visibility("default")]] MonitorQueue {
   /// If the monitor runs, this waits (at most 5 s) until its watches stand; if it does not, it will find the
   /// registration when it starts.
   ///
-  /// False if the description or `app` (empty, or holding a NUL) is malformed, or the registration cannot be written;
-  /// nothing is changed then.
+  /// True also if a monitor that runs does not answer in time: the registration counts from its next look on.
+  ///
+  /// False if the description or `app` (empty, or holding a NUL) is malformed: nothing is changed then. False as well
+  /// if the registration cannot be written and synced: the former one stands, or, if only the last sync failed, the new
+  /// one does and may be lost in a crash of the machine. The monitor is not told of it; calling again is safe.
   static bool Upsert(const MonitorQueue& queue, const std::string& app, MONITOR_QUEUE_TYPE type);
 
   /// Removes a registration; the queue file stays. True also when there was none. False if it cannot be removed, or

@@ -3,10 +3,14 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
+#include <sstream>
 
 #include "services/monitor/unique_fd.h"
 #include "tests/support/record_capture.h"
@@ -168,6 +172,53 @@ TEST_F(QueueSinkTest, ReaderThatDidNotAskForCrashedLinesGetsNone) {
   EXPECT_EQ(records_.texts().at(0), "event=events_lost queue=" + path_ + " reason=test");
 }
 
+TEST_F(QueueSinkTest, DroppedEventsAreRecordedOnceUntilTheQueueIsWritableAgain) {
+  sink_.SetFirstFolder("/v/s", false);
+  const auto flood = [this] {
+    const UniqueFd lock = Lock();
+    for (int i = 0; i < 1000; ++i) {
+      sink_.Add(kCreate, false, {"/v/s", std::to_string(i)});
+    }
+  };
+
+  flood();
+
+  const std::string dropped = "event=queue_dropped queue=" + path_;
+  ASSERT_EQ(records_.texts().size(), 2U);
+  EXPECT_EQ(records_.texts()[0].substr(0, dropped.size()), dropped);
+  EXPECT_EQ(records_.texts()[1], "event=events_lost queue=" + path_ + " reason=memory_limit");
+  sink_.FlushNow(kStart);
+  flood();
+  EXPECT_EQ(records_.texts().size(), 4U);
+}
+
+TEST_F(QueueSinkTest, DroppedEventsOfAReaderWhoComesToAskForCrashedLinesLeaveOne) {
+  sink_.SetFirstFolder("/v/s", false);
+  {
+    const UniqueFd lock = Lock();
+    for (int i = 0; i < 200; ++i) {
+      sink_.Add(kCreate, false, {"/v/s", std::to_string(i)});
+    }
+    sink_.SetFirstFolder("/v/s", true);
+    sink_.Add(kCreate, false, {"/v/s", "dropped"});
+  }
+  sink_.FlushNow(kStart);
+
+  EXPECT_EQ(Queue(), crashed_);
+}
+
+TEST_F(QueueSinkTest, LinesNotWrittenAreCounted) {
+  const UniqueFd lock = Lock();
+  sink_.Add(kCreate, false, {"/v/s", "a"});
+  sink_.AddRename(false, {"/v/s", "a"}, {"/v/s", "b"});
+  sink_.Add(kDelete, false, {"/v/s", "b"});
+  sink_.Add(kCreate, true, {"/v/s", "b"});  // two lines, because a file of the name was deleted
+  EXPECT_EQ(sink_.pending_lines(), 5U);
+
+  sink_.Crash("test");
+  EXPECT_EQ(sink_.pending_lines(), 1U);
+}
+
 TEST_F(QueueSinkTest, FolderOfAnAbsentVolumeIsNotMade) {
   QueueSink sink(folder_ / "volume/queue", 4096);
   sink.SetFirstFolder("/v/s", true);
@@ -218,6 +269,64 @@ TEST_F(QueueSinkTest, MuchIsWrittenInSlicesThatEndWithALine) {
 
   EXPECT_EQ(Lines(), 60'000);
   EXPECT_FALSE(sink.pending());
+}
+
+// Limits the size of files that this program writes, as a disk that is nearly full does.
+class FileSizeLimit {
+ public:
+  FileSizeLimit() : handler_(signal(SIGXFSZ, SIG_IGN)) { getrlimit(RLIMIT_FSIZE, &before_); }
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+  ~FileSizeLimit() {
+    setrlimit(RLIMIT_FSIZE, &before_);
+    signal(SIGXFSZ, handler_);
+  }
+  void Set(size_t bytes) const {
+    struct rlimit limit = before_;
+    limit.rlim_cur = bytes;
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+
+ private:
+  struct rlimit before_ {};
+  void (*handler_)(int);
+};
+
+TEST_F(QueueSinkTest, WrittenLinesAreGivenBackThoughOthersStillWait) {
+  constexpr size_t kSlice = size_t{4} << 20;
+  constexpr int kLinesOfASlice = 18'000;  // of 240 bytes: a little more than a slice
+  QueueSink sink(path_, size_t{64} << 20);
+  const FileSizeLimit limit;
+  const std::string name(190, 'n');
+  const auto allocated = [] {
+    const struct mallinfo2 memory = mallinfo2();
+    return memory.uordblks + memory.hblkhd;
+  };
+  const size_t before = allocated();
+  long lines = 0;
+  for (size_t round = 1; round <= 10; ++round) {
+    limit.Set(round * kSlice);
+    for (int i = 0; i < kLinesOfASlice; ++i) {
+      sink.Add(kCreate, false, {"/v/s", name + std::to_string(100'000'000 + lines++)});
+    }
+    sink.FlushNow(kStart);
+    ASSERT_TRUE(sink.pending());
+  }
+  EXPECT_LT(allocated() - before, 5 * kSlice);
+  const long waiting = static_cast<long>(sink.pending_lines());
+  EXPECT_EQ(Lines() + waiting, lines);
+
+  limit.Set(100 * kSlice);
+  sink.FlushNow(kStart);
+
+  EXPECT_FALSE(sink.pending());
+  std::istringstream text(Queue());
+  std::string line;
+  for (long i = 0; i < lines; ++i) {
+    ASSERT_TRUE(std::getline(text, line));
+    ASSERT_NE(line.find(name + std::to_string(100'000'000 + i)), std::string::npos) << line << " is not line " << i;
+  }
+  EXPECT_FALSE(std::getline(text, line));
 }
 
 TEST(PathFilterTest, WhatIsInIsFoundAndMostOthersAreNot) {

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "tests/support/temp_dir.h"
@@ -88,6 +89,22 @@ TEST_F(RecorderTest, RenameNeedsItsBitOnBothSides) {
   recorder_->ReportRename(At("/s/a"), "x", At("/s/b"), "y", false);
 
   EXPECT_EQ(Written("q"), Line(128, "/s/a/x") + Line(64, "/s/b/y"));
+}
+
+TEST_F(RecorderTest, FolderRenamedBetweenEntriesThatIgnoreDifferentNamesIsLookedThroughAgain) {
+  Add("q", {{"/s/a", kAll, {"skipped"}}, {"/s/b", kAll, {}}, {"/s/c", kAll & ~kCreate, {}}});
+  const std::string renamed = R"({"event":256,"is_dir":true,"path":"/s/b/y","path_old":"/s/a/x"})"
+                              "\n";
+
+  recorder_->ReportRename(At("/s/a"), "x", At("/s/b"), "y", true);
+  EXPECT_EQ(Written("q"), renamed + R"({"event":64,"is_dir":true,"path":"/s/b/y"})" + "\n");
+
+  recorder_->ReportRename(At("/s/a"), "x", At("/s/b"), "y", false);  // nothing is below a file
+  recorder_->ReportRename(At("/s/b"), "x", At("/s/b"), "y", true);   // nothing else is skipped there
+  recorder_->ReportRename(At("/s/a"), "x", At("/s/c"), "y", true);   // a create is not asked for there
+  const std::string text = Written("q");
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 5);
+  EXPECT_EQ(text.find("\"event\":64", text.find("\"event\":64") + 1), std::string::npos);
 }
 
 TEST_F(RecorderTest, RegisteredFolderInsideAnotherIsDecidedByItsOwnEntry) {

@@ -2,6 +2,7 @@
 #include "services/monitor/registration.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "tests/support/record_capture.h"
 #include "tests/support/temp_dir.h"
@@ -40,6 +41,20 @@ TEST(RegistrationTest, BadOnesAreRefused) {
            R"({"app":"a","queue":"/q","config":[1]})",
            R"({"app":"a","queue":"/q","config":[{"path":"/a"}]})",
            R"({"app":"a","queue":"/q","config":[{"path":"a","mask":1}]})",
+           R"({"app":"a","queue":"/q/"})",
+           R"({"app":"a","queue":"/"})",
+           R"({"app":"a","queue":"/v//q"})",
+           R"({"app":"a","queue":"/v/./q"})",
+           R"({"app":"a","queue":"/v/.."})",
+           R"({"app":"a","queue":"/q\u0000"})",
+           R"({"app":"a","queue":"/q","config":[{"path":"//","mask":1},{"path":"//a","mask":1}]})",
+           R"({"app":"a","queue":"/q","config":[{"path":"/a//b","mask":1}]})",
+           R"({"app":"a","queue":"/q","config":[{"path":"/a/./b","mask":1}]})",
+           R"({"app":"a","queue":"/q","config":[{"path":"/a/.","mask":1}]})",
+           R"({"app":"a","queue":"/q","config":[{"path":"/a/..","mask":1}]})",
+           R"({"app":"a","queue":"/q","config":[{"path":"/../a","mask":1}]})",
+           R"({"app":"a","queue":"/q","config":[{"path":"/a/../","mask":1}]})",
+           R"({"app":"a","queue":"/q","config":[{"path":"","mask":1}]})",
            R"({"app":"a","queue":"/q","config":[{"path":"/a","mask":-1}]})",
            R"({"app":"a","queue":"/q","config":[{"path":"/a","mask":1,"ignore":"x"}]})",
            R"({"app":"a","queue":"/q","config":[{"path":"/a","mask":1,"ignore":[1]}]})",
@@ -47,6 +62,30 @@ TEST(RegistrationTest, BadOnesAreRefused) {
     EXPECT_FALSE(ParseRegistration(text)) << text;
   }
   EXPECT_FALSE(ParseRegistration(std::string(5000, '[')));
+}
+
+TEST(RegistrationTest, NamesThatMerelyBeginWithADotAreFine) {
+  const auto registration =
+      ParseRegistration(R"({"app":"a","queue":"/.v/..q","config":[{"path":"/..a/.b/c..","mask":1}]})");
+
+  ASSERT_TRUE(registration);
+  EXPECT_EQ(registration->queue, "/.v/..q");
+  EXPECT_EQ(registration->entries[0].path, "/..a/.b/c..");
+}
+
+TEST(RegistrationTest, WhatIsNoFileIsLeftOutWithARecordAndNotWaitedFor) {
+  orbisk::test::RecordCapture records;
+  const orbisk::test::TempDir folder;
+  ASSERT_EQ(mkdir((folder / "folder.json").c_str(), 0755), 0);
+  ASSERT_EQ(mkfifo((folder / "pipe.json").c_str(), 0644), 0);
+  orbisk::test::WriteFile(folder / "z.json", R"({"app":"a","queue":"/z"})");
+
+  const std::vector<Registration> registrations = LoadRegistrations(folder.path());
+
+  ASSERT_EQ(registrations.size(), 1U);
+  EXPECT_EQ(registrations[0].queue, "/z");
+  EXPECT_EQ(records.texts(), (std::vector<std::string>{"event=registration_malformed file=" + (folder / "folder.json"),
+                                                       "event=registration_malformed file=" + (folder / "pipe.json")}));
 }
 
 TEST(RegistrationTest, FolderIsReadInTheOrderOfNamesWithoutTemporaryAndBadFiles) {

@@ -4,6 +4,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
+#include "tests/support/temp_dir.h"
+
 namespace nimotifyd {
 namespace {
 
@@ -116,6 +120,20 @@ TEST_F(ScopeTest, QueueFilesAndTheirSideFilesAreKnown) {
   EXPECT_TRUE(scopes.IsQueueFile("/v/s/queue"));
   EXPECT_TRUE(scopes.IsQueueFile("/v/s/queue.tmp"));
   EXPECT_FALSE(scopes.IsQueueFile("/v/s/queue.tmp2"));
+}
+
+TEST_F(ScopeTest, QueueFilesAreKnownUnderTheFolderThatTheirLinkedPathLeadsTo) {
+  const orbisk::test::TempDir folder;
+  std::filesystem::create_directory(folder / "real");
+  std::filesystem::create_directory_symlink(folder / "real", folder / "link");
+  Add(folder / "link/queue", {{folder / "real", 1, {}}});
+  const Scopes scopes(registrations_, sinks_);
+
+  for (const std::string name : {"real", "link"}) {
+    EXPECT_TRUE(scopes.HoldsQueueFiles(folder / name)) << name;
+    EXPECT_TRUE(scopes.IsQueueFile(folder / name + "/queue")) << name;
+    EXPECT_TRUE(scopes.IsQueueFile(folder / name + "/queue.tmp")) << name;
+  }
 }
 
 }  // namespace

@@ -1,0 +1,36 @@
+// The indexing daemon as seen from its socket.
+#pragma once
+
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace orbisk::fileindex::test {
+
+/// Listens at the daemon's socket and answers every command, one after the other, until its destruction.
+class DaemonDouble {
+ public:
+  DaemonDouble();
+  ~DaemonDouble();
+  DaemonDouble(const DaemonDouble&) = delete;
+  DaemonDouble& operator=(const DaemonDouble&) = delete;
+
+  /// Called in the daemon's thread when a command was read, before it is answered: the sender waits meanwhile.
+  void OnCommand(std::function<void()> action);
+  /// The texts of the commands so far, without the NUL byte at their end, which is required.
+  std::vector<std::string> commands() const;
+
+ private:
+  void Run();
+  void Serve(int connection);
+
+  int listener_;
+  mutable std::mutex mutex_;  // guards the two
+  std::vector<std::string> commands_;
+  std::function<void()> action_;
+  std::thread thread_;
+};
+
+}  // namespace orbisk::fileindex::test
