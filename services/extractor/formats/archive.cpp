@@ -61,14 +61,15 @@ bool IsCompressed(const std::string& media_type) {
 
 /// What is compressed need not be an archive.
 void ListCompressed(Reading& reading) {
-  ArchiveSource source(reading.input, ArchiveSource::Kind::kAny);
+  std::optional<ArchiveSource> source;
   std::optional<std::string> path;
   try {
-    path = source.Next();
+    source.emplace(reading.input, ArchiveSource::Kind::kAny);
+    path = source->Next();
   } catch (const BrokenContent&) {
     return;
   }
-  ListNames(reading, source, path);
+  ListNames(reading, *source, path);
 }
 
 }  // namespace

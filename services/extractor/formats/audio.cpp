@@ -60,33 +60,55 @@ std::string Utf8Of(const TagLib::String& text) {
   return text.to8Bit(true);
 }
 
+/// The values of one property; a map of TagLib must not be indexed with a key that it has not.
+TagLib::StringList ValuesOf(const TagLib::PropertyMap& properties, const char* key) {
+  const auto found = properties.find(key);
+  return found == properties.end() ? TagLib::StringList() : found->second;
+}
+
 void WriteProperties(const TagLib::PropertyMap& properties, Fields& fields) {
   static constexpr struct {
     const char* key;
     const char* field;
-  } kLists[] = {{"ARTIST", names::kMDAuthors},     {"ALBUMARTIST", names::kMDContributors},
-                {"COMPOSER", names::kMDComposer},  {"LYRICIST", names::kMDLyricist},
-                {"GENRE", names::kMDMusicalGenre}, {"COPYRIGHT", names::kMDCopyright},
-                {"LABEL", names::kMDPublishers},   {"ENCODING", names::kMDAudioEncodingApplication},
-                {"LANGUAGE", names::kMDLanguages}, {"INITIALKEY", names::kMDKeySignature}};
+  } kLists[] = {{"TITLE", names::kMDTitle},
+                {"ALBUM", names::kMDAlbum},
+                {"COMMENT", names::kMDComment},
+                {"ARTIST", names::kMDAuthors},
+                {"ALBUMARTIST", names::kMDContributors},
+                {"COMPOSER", names::kMDComposer},
+                {"LYRICIST", names::kMDLyricist},
+                {"GENRE", names::kMDMusicalGenre},
+                {"COPYRIGHT", names::kMDCopyright},
+                {"LABEL", names::kMDPublishers},
+                {"ENCODING", names::kMDAudioEncodingApplication},
+                {"LANGUAGE", names::kMDLanguages},
+                {"INITIALKEY", names::kMDKeySignature}};
   for (const auto& row : kLists) {
-    for (const TagLib::String& value : properties[row.key]) {
+    for (const TagLib::String& value : ValuesOf(properties, row.key)) {
       fields.AddLine(row.field, Utf8Of(value));
     }
   }
-  for (const TagLib::String& value : properties["BPM"]) {
-    fields.IntegerText(names::kMDTempo, Utf8Of(value));
+  static constexpr struct {
+    const char* key;
+    const char* field;
+  } kNumbers[] = {
+      {"BPM", names::kMDTempo}, {"TRACKNUMBER", names::kMDAudioTrackNumber}, {"DATE", names::kMDRecordingYear}};
+  for (const auto& row : kNumbers) {
+    for (const TagLib::String& value : ValuesOf(properties, row.key)) {
+      fields.IntegerText(row.field, Utf8Of(value));
+    }
   }
-  for (const TagLib::String& value : properties["DATE"]) {
+  for (const TagLib::String& value : ValuesOf(properties, "DATE")) {
     fields.Date(names::kMDRecodingDate, Utf8Of(value));
   }
 }
 
+/// What every format's tag has; for those whose properties name it otherwise.
 void WriteTag(const TagLib::Tag& tag, Fields& fields) {
-  fields.Text(names::kMDTitle, Utf8Of(tag.title()));
-  fields.Text(names::kMDAlbum, Utf8Of(tag.album()));
-  fields.Text(names::kMDComment, Utf8Of(tag.comment()));
-  fields.AddLine(names::kMDAuthors, Utf8Of(tag.artist()));
+  fields.TextIfMissing(names::kMDTitle, Utf8Of(tag.title()));
+  fields.TextIfMissing(names::kMDAlbum, Utf8Of(tag.album()));
+  fields.TextIfMissing(names::kMDComment, Utf8Of(tag.comment()));
+  fields.TextIfMissing(names::kMDAuthors, Utf8Of(tag.artist()));
   if (tag.year() > 0) {
     fields.Integer(names::kMDRecordingYear, tag.year());
   }
@@ -117,15 +139,16 @@ void ReadAudio(Reading& reading) {
   if (file.isNull() || !file.file()->isValid()) {
     throw BrokenContent("broken " + reading.media_type);
   }
+  const TagLib::PropertyMap properties = file.file()->properties();
+  WriteProperties(properties, reading.fields);
   if (file.tag() != nullptr) {
-    WriteProperties(file.file()->properties(), reading.fields);
     WriteTag(*file.tag(), reading.fields);
   }
   if (file.audioProperties() != nullptr) {
     WriteStream(*file.audioProperties(), reading.fields);
   }
   // Words that are sung are words.
-  for (const TagLib::String& lyrics : file.file()->properties()["LYRICS"]) {
+  for (const TagLib::String& lyrics : ValuesOf(properties, "LYRICS")) {
     reading.text.Line(Utf8Of(lyrics));
   }
 }

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
+#include <cstdint>
 
 #include "services/extractor/formats/limits.h"
 #include "services/extractor/formats/reading.h"
@@ -160,6 +161,38 @@ void WriteXmp(const Exiv2::XmpData& xmp, Fields& fields) {
   }
 }
 
+// How far into a HEIF file its metadata is looked for.
+constexpr std::size_t kScannedBytes = std::size_t{32} << 20;
+
+/// Exiv2 finds the items of a HEIF file only where their table has the one layout that telephones write. Elsewhere the
+/// blocks are found by how they begin.
+void ScanHeif(std::string_view bytes, Exiv2::Image& image) {
+  bytes = bytes.substr(0, kScannedBytes);
+  if (image.exifData().empty()) {
+    constexpr std::string_view kMark("Exif\0\0", 6);
+    constexpr std::string_view kLittleEndian("II*\0", 4);
+    constexpr std::string_view kBigEndian("MM\0*", 4);
+    for (std::size_t at = bytes.find(kMark); at != std::string_view::npos; at = bytes.find(kMark, at + 1)) {
+      const std::string_view block = bytes.substr(at + kMark.size());
+      if (block.starts_with(kLittleEndian) || block.starts_with(kBigEndian)) {
+        Exiv2::ExifParser::decode(image.exifData(), reinterpret_cast<const Exiv2::byte*>(block.data()),
+                                  static_cast<std::uint32_t>(std::min(block.size(), kMaxFieldBytes)));
+        break;
+      }
+    }
+  }
+  constexpr std::string_view kEnd = "</x:xmpmeta>";
+  const std::size_t begin = bytes.find("<x:xmpmeta");
+  const std::size_t end = begin == std::string_view::npos ? begin : bytes.find(kEnd, begin);
+  if (image.xmpData().empty() && end != std::string_view::npos) {
+    Exiv2::XmpParser::decode(image.xmpData(), std::string(bytes.substr(begin, end + kEnd.size() - begin)));
+  }
+}
+
+bool IsHeif(const std::string& media_type) {
+  return media_type == "image/heic" || media_type == "image/heif" || media_type == "image/avif";
+}
+
 }  // namespace
 
 void PrepareImages() {
@@ -174,6 +207,9 @@ void ReadImage(Reading& reading) {
   const auto* bytes = reinterpret_cast<const Exiv2::byte*>(mapping.bytes().data());
   const auto image = Exiv2::ImageFactory::open(bytes, static_cast<long>(mapping.bytes().size()));
   image->readMetadata();
+  if (IsHeif(reading.media_type)) {
+    ScanHeif(mapping.bytes(), *image);
+  }
   Fields& fields = reading.fields;
   // The sources in order of trust: what came first is not replaced, lists are joined.
   WriteXmp(image->xmpData(), fields);
