@@ -27,25 +27,6 @@ constexpr const char* kCharsets[] = {
 
 const iconv_t kNoHandle = reinterpret_cast<iconv_t>(-1);
 
-/// UTF-16 without a mark shows as NULs on one side of most pairs, as nearly all scripts mix with ASCII blanks.
-const char* GuessUtf16(std::string_view sample) {
-  std::size_t zeros[2] = {0, 0};
-  for (std::size_t i = 0; i < sample.size(); ++i) {
-    zeros[i % 2] += sample[i] == '\0' ? 1U : 0U;
-  }
-  const std::size_t pairs = sample.size() / 2;
-  if (pairs == 0) {
-    return nullptr;
-  }
-  if (zeros[1] * 10 > pairs * 3 && zeros[0] * 20 < pairs) {
-    return "UTF-16LE";
-  }
-  if (zeros[0] * 10 > pairs * 3 && zeros[1] * 20 < pairs) {
-    return "UTF-16BE";
-  }
-  return nullptr;
-}
-
 const char* MarkedCharset(std::string_view sample) {
   if (sample.starts_with("\xEF\xBB\xBF")) {
     return "UTF-8";
@@ -74,6 +55,25 @@ std::string GuessByStatistics(std::string_view sample) {
 }
 
 }  // namespace
+
+// It shows as NULs on one side of most pairs, as nearly all scripts mix with ASCII blanks.
+const char* GuessUtf16(std::string_view sample) {
+  std::size_t zeros[2] = {0, 0};
+  for (std::size_t i = 0; i < sample.size(); ++i) {
+    zeros[i % 2] += sample[i] == '\0' ? 1U : 0U;
+  }
+  const std::size_t pairs = sample.size() / 2;
+  if (pairs == 0) {
+    return nullptr;
+  }
+  if (zeros[1] * 10 > pairs * 3 && zeros[0] * 20 < pairs) {
+    return "UTF-16LE";
+  }
+  if (zeros[0] * 10 > pairs * 3 && zeros[1] * 20 < pairs) {
+    return "UTF-16BE";
+  }
+  return nullptr;
+}
 
 void PrepareCharsets() {
   for (const char* charset : kCharsets) {

@@ -16,6 +16,9 @@ void PrepareCharsets();
 /// that, else by statistics. `whole` says that nothing follows. A name for Decoder.
 std::string DetectCharset(std::string_view sample, bool whole);
 
+/// "UTF-16LE" or "UTF-16BE" when `sample` is likely to be that without a byte order mark, else null.
+const char* GuessUtf16(std::string_view sample);
+
 /// True when `bytes` are UTF-8, apart from a character that may be split at the end unless `whole`.
 bool IsUtf8(std::string_view bytes, bool whole);
 

@@ -67,7 +67,9 @@ void WritePages(const poppler::document& document, Reading& reading) {
       reading.fields.Fraction(names::kMDPageWidth, box.width());
       reading.fields.Fraction(names::kMDPageHeight, box.height());
     }
-    reading.text.Append(Utf8Of(page->text(poppler::rectf(), poppler::page::raw_order_layout)));
+    std::string words = Utf8Of(page->text(poppler::rectf(), poppler::page::raw_order_layout));
+    words.erase(words.find_last_not_of(" \n\f") + 1);
+    reading.text.Append(words);
     reading.text.Break();
   }
 }

@@ -46,6 +46,10 @@ bool BeginsWithHeader(std::string_view head) {
   return std::all_of(word.begin(), word.end(), [](char c) { return c > ' ' && c < 0x7F; });
 }
 
+bool IsControl(char c) {
+  return static_cast<unsigned char>(c) < 0x20 && c != '\n' && c != '\r' && c != '\t' && c != '\f';
+}
+
 /// Prose and code without any sign of another format: libmagic would take milliseconds to come to the same end.
 bool IsPlainlyText(std::string_view head, bool whole) {
   const std::size_t begin = std::min(head.find_first_not_of(" \t\r\n"), head.size());
@@ -55,10 +59,17 @@ bool IsPlainlyText(std::string_view head, bool whole) {
     return false;
   }
   // A signature made of letters alone (RIFF, PK, ID3, OggS) is followed by some control character within its header.
-  const auto is_control = [](char c) {
-    return static_cast<unsigned char>(c) < 0x20 && c != '\n' && c != '\r' && c != '\t' && c != '\f';
-  };
-  return std::none_of(head.begin(), head.end(), is_control) && IsUtf8(head, whole);
+  return std::none_of(head.begin(), head.end(), IsControl) && IsUtf8(head, whole);
+}
+
+/// UTF-16 without a byte order mark is no text to libmagic.
+bool IsUtf16Text(std::string_view head) {
+  const char* charset = GuessUtf16(head);
+  if (charset == nullptr) {
+    return false;
+  }
+  const std::string text = DecodeWhole(charset, head.substr(0, head.size() / 2 * 2));
+  return std::none_of(text.begin(), text.end(), IsControl) && text.find("\uFFFD") == std::string::npos;
 }
 
 std::string TrimmedMimetype(std::string type) {
@@ -139,6 +150,9 @@ std::string SniffMediaType(const Input& input, const std::string& name) {
   }
   if (IsMail(head, media_type, name)) {
     return "message/rfc822";
+  }
+  if (media_type == "application/octet-stream" && IsUtf16Text(head)) {
+    return "text/plain";
   }
   return IsHtml(media_type, head, name) ? "text/html" : media_type;
 }
