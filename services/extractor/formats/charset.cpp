@@ -1,0 +1,175 @@
+// Detection by uchardet, conversion by iconv.
+#include "services/extractor/formats/charset.h"
+
+#include <uchardet/uchardet.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+
+namespace extractor {
+namespace {
+
+constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
+constexpr char kFallback[] = "WINDOWS-1252";
+
+// What uchardet answers, and what mail and web pages name.
+constexpr const char* kCharsets[] = {
+    "UTF-16LE",     "UTF-16BE",         "UTF-32LE",     "UTF-32BE",     "UTF-16",       "UTF-7",        "ISO-8859-1",
+    "ISO-8859-2",   "ISO-8859-3",       "ISO-8859-4",   "ISO-8859-5",   "ISO-8859-6",   "ISO-8859-7",   "ISO-8859-8",
+    "ISO-8859-9",   "ISO-8859-10",      "ISO-8859-11",  "ISO-8859-13",  "ISO-8859-14",  "ISO-8859-15",  "ISO-8859-16",
+    "WINDOWS-1250", "WINDOWS-1251",     "WINDOWS-1252", "WINDOWS-1253", "WINDOWS-1254", "WINDOWS-1255", "WINDOWS-1256",
+    "WINDOWS-1257", "WINDOWS-1258",     "KOI8-R",       "KOI8-U",       "IBM437",       "IBM850",       "IBM852",
+    "IBM855",       "IBM866",           "CP874",        "MACINTOSH",    "MAC-CYRILLIC", "TIS-620",      "VISCII",
+    "BIG5",         "BIG5-HKSCS",       "GB2312",       "GBK",          "GB18030",      "EUC-JP",       "EUC-KR",
+    "EUC-TW",       "SHIFT_JIS",        "CP932",        "UHC",          "JOHAB",        "ISO-2022-JP",  "ISO-2022-KR",
+    "ISO-2022-CN",  "MAC-CENTRALEUROPE"};
+
+const iconv_t kNoHandle = reinterpret_cast<iconv_t>(-1);
+
+const char* MarkedCharset(std::string_view sample) {
+  if (sample.starts_with("\xEF\xBB\xBF")) {
+    return "UTF-8";
+  }
+  if (sample.starts_with(std::string_view("\xFF\xFE\0\0", 4))) {
+    return "UTF-32LE";
+  }
+  if (sample.starts_with(std::string_view("\0\0\xFE\xFF", 4))) {
+    return "UTF-32BE";
+  }
+  if (sample.starts_with("\xFF\xFE")) {
+    return "UTF-16LE";
+  }
+  return sample.starts_with("\xFE\xFF") ? "UTF-16BE" : nullptr;
+}
+
+std::string GuessByStatistics(std::string_view sample) {
+  const std::unique_ptr<uchardet, decltype(&uchardet_delete)> detector(uchardet_new(), uchardet_delete);
+  if (uchardet_handle_data(detector.get(), sample.data(), sample.size()) != 0) {
+    return kFallback;
+  }
+  uchardet_data_end(detector.get());
+  const std::string name = uchardet_get_charset(detector.get());
+  // UTF-8 was ruled out before, so neither answer can hold.
+  return name.empty() || name == "UTF-8" || name == "ASCII" ? kFallback : name;
+}
+
+}  // namespace
+
+// It shows as NULs on one side of most pairs, as nearly all scripts mix with ASCII blanks.
+const char* GuessUtf16(std::string_view sample) {
+  std::size_t zeros[2] = {0, 0};
+  for (std::size_t i = 0; i < sample.size(); ++i) {
+    zeros[i % 2] += sample[i] == '\0' ? 1U : 0U;
+  }
+  const std::size_t pairs = sample.size() / 2;
+  if (pairs == 0) {
+    return nullptr;
+  }
+  if (zeros[1] * 10 > pairs * 3 && zeros[0] * 20 < pairs) {
+    return "UTF-16LE";
+  }
+  if (zeros[0] * 10 > pairs * 3 && zeros[1] * 20 < pairs) {
+    return "UTF-16BE";
+  }
+  return nullptr;
+}
+
+void PrepareCharsets() {
+  for (const char* charset : kCharsets) {
+    // Both ways, as the XML library opens both. The handles are never closed: a converter with no user is unloaded.
+    [[maybe_unused]] const iconv_t from = iconv_open("UTF-8", charset);
+    [[maybe_unused]] const iconv_t to = iconv_open(charset, "UTF-8");
+  }
+}
+
+bool IsUtf8(std::string_view bytes, bool whole) {
+  std::size_t at = 0;
+  while (at < bytes.size()) {
+    const auto first = static_cast<unsigned char>(bytes[at]);
+    if (first < 0x80) {
+      ++at;
+      continue;
+    }
+    const std::size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
+    if (first < 0xC2 || first > 0xF4) {
+      return false;
+    }
+    for (std::size_t i = 1; i < length; ++i) {
+      if (at + i >= bytes.size()) {
+        return !whole;
+      }
+      if ((static_cast<unsigned char>(bytes[at + i]) & 0xC0U) != 0x80U) {
+        return false;
+      }
+    }
+    at += length;
+  }
+  return true;
+}
+
+std::string DetectCharset(std::string_view sample, bool whole) {
+  if (const char* marked = MarkedCharset(sample)) {
+    return marked;
+  }
+  if (const char* utf16 = GuessUtf16(sample)) {
+    return utf16;
+  }
+  // Escape sequences switch the sets of these mail charsets; their bytes alone are ASCII and so UTF-8 too.
+  if (IsUtf8(sample, whole) && sample.find("\x1B$") == std::string_view::npos) {
+    return "UTF-8";
+  }
+  return GuessByStatistics(sample);
+}
+
+Decoder::Decoder(const std::string& charset) : handle_(iconv_open("UTF-8", charset.c_str())) {
+  if (handle_ == kNoHandle) {
+    handle_ = iconv_open("UTF-8", kFallback);
+  }
+}
+
+Decoder::~Decoder() {
+  if (handle_ != kNoHandle) {
+    iconv_close(handle_);
+  }
+}
+
+std::string Decoder::Decode(std::string_view bytes, bool last) {
+  std::string input = std::move(split_);
+  input += bytes;
+  split_.clear();
+  std::string out;
+  if (handle_ == kNoHandle) {
+    return out;
+  }
+  char buffer[16384];
+  char* from = input.data();
+  std::size_t left = input.size();
+  while (left > 0) {
+    char* to = buffer;
+    std::size_t room = sizeof(buffer);
+    const std::size_t result = iconv(handle_, &from, &left, &to, &room);
+    const int error = result == static_cast<std::size_t>(-1) ? errno : 0;
+    out.append(buffer, sizeof(buffer) - room);
+    if (error == EINVAL && !last) {
+      split_.assign(from, left);
+      break;
+    }
+    if (error == EINVAL || error == EILSEQ) {
+      out += kReplacement;
+      ++from;
+      --left;
+      iconv(handle_, nullptr, nullptr, nullptr, nullptr);
+    } else if (error != 0 && error != E2BIG) {
+      break;
+    }
+  }
+  return out;
+}
+
+std::string DecodeWhole(const std::string& charset, std::string_view bytes) {
+  Decoder decoder(charset);
+  return decoder.Decode(bytes, true);
+}
+
+}  // namespace extractor

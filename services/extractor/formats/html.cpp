@@ -1,0 +1,260 @@
+// Web pages by libxml2's HTML parser.
+#include <algorithm>
+#include <climits>
+#include <new>
+#include <vector>
+
+#include "services/extractor/formats/charset.h"
+#include "services/extractor/formats/html_parser.h"
+#include "services/extractor/formats/limits.h"
+#include "services/extractor/formats/reading.h"
+
+namespace extractor {
+namespace {
+
+constexpr std::size_t kChunkBytes = std::size_t{64} << 10;
+constexpr std::size_t kDeclarationBytes = 4096;
+
+std::string_view View(const xmlChar* text) {
+  return text != nullptr ? std::string_view(reinterpret_cast<const char*>(text)) : std::string_view();
+}
+
+std::string Lower(std::string_view text) {
+  std::string lower(text);
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+  return lower;
+}
+
+std::string_view Attribute(const xmlChar** attributes, std::string_view name) {
+  for (; attributes != nullptr && attributes[0] != nullptr; attributes += 2) {
+    if (View(attributes[0]) == name) {
+      return View(attributes[1]);
+    }
+  }
+  return {};
+}
+
+template <std::size_t N>
+bool IsOneOf(std::string_view name, const std::string_view (&sorted)[N]) {
+  return std::binary_search(std::begin(sorted), std::end(sorted), name);
+}
+
+bool IsHidden(std::string_view name) {
+  static constexpr std::string_view kNames[] = {"noscript", "script", "style", "template"};
+  return IsOneOf(name, kNames);
+}
+
+bool IsBlock(std::string_view name) {
+  static constexpr std::string_view kNames[] = {
+      "address", "article", "aside",  "blockquote", "body",     "br",      "caption", "center", "dd",
+      "details", "div",     "dl",     "dt",         "fieldset", "figure",  "footer",  "form",   "h1",
+      "h2",      "h3",      "h4",     "h5",         "h6",       "header",  "hr",      "li",     "main",
+      "nav",     "ol",      "option", "p",          "pre",      "section", "summary", "table",  "tbody",
+      "tfoot",   "thead",   "title",  "tr",         "ul"};
+  return IsOneOf(name, kNames);
+}
+
+bool IsCell(std::string_view name) {
+  return name == "td" || name == "th";
+}
+
+/// The name in <meta charset=…>, in <meta … content="…; charset=…"> or in an XML declaration, in lower case; "" if
+/// none.
+std::string DeclaredCharset(std::string_view head) {
+  const std::string lower = Lower(head);
+  for (const std::string_view key : {"charset=", "encoding="}) {
+    const std::size_t at = lower.find(key);
+    const std::size_t begin = at == std::string::npos ? at : lower.find_first_not_of("\"' ", at + key.size());
+    if (begin != std::string::npos) {
+      return lower.substr(begin, std::min(lower.find_first_of("\"' />;?\r\n", begin), lower.size()) - begin);
+    }
+  }
+  return {};
+}
+
+}  // namespace
+
+template <typename Call>
+void HtmlParser::Guard(Call call) {
+  if (failure_) {
+    return;
+  }
+  try {
+    call();
+  } catch (...) {
+    // C frames of the library lie between here and Feed.
+    failure_ = std::current_exception();
+    xmlStopParser(context_);
+  }
+}
+
+/// What libxml2 calls.
+struct HtmlCallbacks {
+  static HtmlParser& Of(void* self) { return *static_cast<HtmlParser*>(self); }
+  static void Start(void* self, const xmlChar* name, const xmlChar** attributes) {
+    Of(self).Guard([&] { Of(self).Start(View(name), attributes); });
+  }
+  static void End(void* self, const xmlChar* name) {
+    Of(self).Guard([&] { Of(self).End(View(name)); });
+  }
+  static void Characters(void* self, const xmlChar* text, int length) {
+    Of(self).Guard([&] {
+      Of(self).Characters({reinterpret_cast<const char*>(text), static_cast<std::size_t>(length)});
+    });
+  }
+};
+
+HtmlParser::HtmlParser(TextSink& text, Fields* fields) : text_(text), fields_(fields) {
+  xmlSAXHandler sax{};
+  sax.initialized = XML_SAX2_MAGIC;
+  sax.startElement = HtmlCallbacks::Start;
+  sax.endElement = HtmlCallbacks::End;
+  sax.characters = HtmlCallbacks::Characters;
+  sax.cdataBlock = HtmlCallbacks::Characters;
+  sax.ignorableWhitespace = HtmlCallbacks::Characters;
+  sax.serror = [](void*, xmlErrorPtr) {};
+  context_ = htmlCreatePushParserCtxt(&sax, this, nullptr, 0, nullptr, XML_CHAR_ENCODING_UTF8);
+  if (context_ == nullptr) {
+    throw std::bad_alloc();
+  }
+  // What the page declares was heard before it was turned into UTF-8.
+  htmlCtxtUseOptions(context_, HTML_PARSE_NONET | HTML_PARSE_IGNORE_ENC | HTML_PARSE_RECOVER);
+}
+
+HtmlParser::~HtmlParser() {
+  if (context_->myDoc != nullptr) {
+    xmlFreeDoc(context_->myDoc);
+  }
+  htmlFreeParserCtxt(context_);
+}
+
+void HtmlParser::Feed(std::string_view utf8) {
+  while (!utf8.empty() && !text_.full()) {
+    const std::size_t count = std::min<std::size_t>(utf8.size(), kChunkBytes);
+    htmlParseChunk(context_, utf8.data(), static_cast<int>(count), 0);
+    Check();
+    utf8.remove_prefix(count);
+  }
+}
+
+void HtmlParser::Finish() {
+  htmlParseChunk(context_, nullptr, 0, 1);
+  Check();
+}
+
+void HtmlParser::Check() {
+  if (failure_) {
+    std::rethrow_exception(failure_);
+  }
+}
+
+void HtmlParser::Start(std::string_view name, const xmlChar** attributes) {
+  if (context_->nameNr > kMaxHtmlDepth) {
+    throw BrokenContent("elements nested deeper than " + std::to_string(kMaxHtmlDepth));
+  }
+  if (IsHidden(name)) {
+    ++hidden_;
+  } else if (name == "title") {
+    in_title_ = title_.empty();
+  } else if (name == "meta") {
+    Meta(attributes);
+  } else if (name == "img" && hidden_ == 0) {
+    text_.Space();
+    text_.AppendFlowing(Attribute(attributes, "alt"));
+    text_.Space();
+  } else if (IsBlock(name)) {
+    text_.Break();
+  } else if (IsCell(name)) {
+    text_.Space();
+  }
+  if (name == "html" && fields_ != nullptr) {
+    fields_->TextIfMissing(names::kMDLanguages, Attribute(attributes, "lang"));
+  }
+}
+
+void HtmlParser::End(std::string_view name) {
+  if (IsHidden(name)) {
+    --hidden_;
+  } else if (name == "title") {
+    in_title_ = false;
+    if (fields_ != nullptr) {
+      fields_->TextIfMissing(names::kMDTitle, title_);
+    }
+  } else if (IsBlock(name)) {
+    text_.Break();
+  } else if (IsCell(name)) {
+    text_.Space();
+  }
+}
+
+void HtmlParser::Characters(std::string_view text) {
+  if (hidden_ > 0) {
+    return;
+  }
+  if (!in_title_) {
+    text_.AppendFlowing(text);
+  } else if (title_.size() < kMaxFieldBytes) {
+    title_ += text;
+  }
+}
+
+void HtmlParser::Meta(const xmlChar** attributes) {
+  if (fields_ == nullptr) {
+    return;
+  }
+  const std::string name = Lower(Attribute(attributes, "name"));
+  const std::string_view content = Attribute(attributes, "content");
+  if (name == "author") {
+    fields_->AddLine(names::kMDAuthors, content);
+  } else if (name == "description") {
+    fields_->TextIfMissing(names::kMDDescription, content);
+  } else if (name == "keywords") {
+    fields_->TextIfMissing(names::kMDKeywords, content);
+  } else if (name == "generator") {
+    fields_->TextIfMissing(names::kMDEncodingApplications, content);
+  } else if (name == "copyright") {
+    fields_->TextIfMissing(names::kMDCopyright, content);
+  }
+}
+
+std::string DetectHtmlCharset(std::string_view head, bool whole) {
+  const std::string declared = DeclaredCharset(head.substr(0, kDeclarationBytes));
+  const bool is_ascii = std::all_of(head.begin(), head.end(), [](char c) { return c > '\0' && c < 0x7F; });
+  if (declared.empty() || (!is_ascii && IsUtf8(head, whole))) {
+    return DetectCharset(head, whole);
+  }
+  // A page that can be read to its declaration is not in UTF-16, whatever it says.
+  if (declared.starts_with("utf")) {
+    return "UTF-8";
+  }
+  // Browsers read latin-1 as its superset.
+  return declared == "iso-8859-1" || declared == "us-ascii" ? "WINDOWS-1252" : declared;
+}
+
+void ReadHtmlText(std::string_view utf8, TextSink& text, Fields* fields) {
+  HtmlParser parser(text, fields);
+  parser.Feed(utf8);
+  if (!text.full()) {
+    parser.Finish();
+  }
+}
+
+void ReadHtml(Reading& reading) {
+  std::vector<char> buffer(kChunkBytes);
+  std::uint64_t offset = reading.input.ReadAt(0, buffer.data(), buffer.size());
+  std::string_view chunk(buffer.data(), offset);
+  Decoder decoder(DetectHtmlCharset(chunk, offset == reading.input.size()));
+  HtmlParser parser(reading.text, &reading.fields);
+  while (!chunk.empty() && !reading.text.full()) {
+    parser.Feed(decoder.Decode(chunk, offset >= reading.input.size()));
+    const std::size_t count = reading.input.ReadAt(offset, buffer.data(), buffer.size());
+    offset += count;
+    chunk = std::string_view(buffer.data(), count);
+  }
+  if (!reading.text.full()) {
+    parser.Finish();
+  }
+}
+
+}  // namespace extractor

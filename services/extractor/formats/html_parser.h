@@ -1,0 +1,53 @@
+// The words of a web page without its scripts.
+#pragma once
+
+#include <libxml/HTMLparser.h>
+
+#include <exception>
+#include <string>
+#include <string_view>
+
+#include "services/extractor/formats/fields.h"
+#include "services/extractor/formats/text_sink.h"
+
+namespace extractor {
+
+/// The character set of a page that begins with `head`: as it says itself, else as found. `whole`: nothing follows.
+std::string DetectHtmlCharset(std::string_view head, bool whole);
+
+/// Takes a page in pieces of UTF-8; any page has a reading, as browsers see it. Block elements end lines.
+class HtmlParser {
+ public:
+  /// Title, authors, keywords and description go to `fields` unless it is null. Both must outlive the parser.
+  HtmlParser(TextSink& text, Fields* fields);
+  ~HtmlParser();
+  HtmlParser(const HtmlParser&) = delete;
+  HtmlParser& operator=(const HtmlParser&) = delete;
+
+  /// Throws BrokenContent when elements nest deeper than any page's.
+  void Feed(std::string_view utf8);
+  void Finish();
+
+ private:
+  friend struct HtmlCallbacks;
+  template <typename Call>
+  void Guard(Call call);
+  void Start(std::string_view name, const xmlChar** attributes);
+  void End(std::string_view name);
+  void Characters(std::string_view text);
+  void Meta(const xmlChar** attributes);
+  void Check();
+
+  TextSink& text_;
+  Fields* fields_;
+  htmlParserCtxtPtr context_ = nullptr;
+  std::string title_;
+  int hidden_ = 0;  // open elements whose text nobody sees
+  bool in_title_ = false;
+  std::exception_ptr failure_;
+};
+
+/// A whole page in UTF-8.
+void ReadHtmlText(std::string_view utf8, TextSink& text, Fields* fields);
+
+}  // namespace extractor

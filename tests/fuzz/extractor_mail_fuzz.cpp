@@ -1,0 +1,7 @@
+// Mail.
+#include "tests/fuzz/extractor_fuzz.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
+  orbisk::fuzz::ReadAs(extractor::ReadMail, "message/rfc822", data, size);
+  return 0;
+}

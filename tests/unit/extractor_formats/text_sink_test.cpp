@@ -1,0 +1,163 @@
+// The text that reaches the index is valid and bounded, whatever was read.
+#include "services/extractor/formats/text_sink.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "services/extractor/formats/charset.h"
+
+namespace extractor {
+namespace {
+
+/// iconv's word on it: only what has a form in UTF-16 is a character.
+bool IsCharacter(std::string piece) {
+  const iconv_t handle = iconv_open("UTF-16LE", "UTF-8");
+  char out[16];
+  char* from = piece.data();
+  char* to = out;
+  std::size_t left = piece.size();
+  std::size_t room = sizeof(out);
+  const bool is_valid = iconv(handle, &from, &left, &to, &room) == 0;
+  iconv_close(handle);
+  return is_valid;
+}
+
+/// Replaces what is no character, one byte position at a time: slow and plain.
+std::string NaiveClean(const std::string& bytes) {
+  std::string out;
+  std::size_t at = 0;
+  while (at < bytes.size()) {
+    const auto byte = static_cast<unsigned char>(bytes[at]);
+    if (byte < 0x80) {
+      const bool ends_line = byte == '\r' || byte == '\f' || byte == '\v';
+      if (ends_line) {
+        out += at + 1 < bytes.size() && bytes[at + 1] == '\n' ? "" : "\n";
+      } else {
+        out += byte >= 0x20 && byte != 0x7F ? static_cast<char>(byte) : byte == '\n' || byte == '\t' ? bytes[at] : ' ';
+      }
+      ++at;
+      continue;
+    }
+    std::size_t best = 0;
+    for (std::size_t length = 2; length <= 4 && at + length <= bytes.size(); ++length) {
+      const std::string piece = bytes.substr(at, length);
+      if (IsCharacter(piece)) {
+        best = length;
+        break;
+      }
+    }
+    if (best > 0) {
+      out += bytes.substr(at, best);
+      at += best;
+    } else {
+      out += '?';
+      ++at;
+    }
+  }
+  return out;
+}
+
+/// Runs of replaced characters count as one: how many a broken sequence becomes is a matter of taste.
+std::string Squeeze(std::string text, const std::string& mark) {
+  std::string out;
+  std::size_t at = 0;
+  while (at < text.size()) {
+    if (text.compare(at, mark.size(), mark) == 0) {
+      out += out.ends_with('?') ? "" : "?";
+      at += mark.size();
+    } else {
+      out += text[at++];
+    }
+  }
+  return out;
+}
+
+std::string RandomBytes(std::mt19937& random) {
+  static constexpr std::string_view kPieces[] = {
+      "a",    " ",        "\n",       "\r",   "\x01", "\x7F",         "\xC3\xA9", "\xE4\xBD\xA0", "\xF0\x9F\xA6\x86",
+      "\xC3", "\xE4\xBD", "\xF0\x9F", "\x80", "\xFF", "\xED\xA0\x80", "\xC0\x80", "\xF5\x80"};
+  std::string bytes;
+  for (int i = 0; i < 30; ++i) {
+    bytes += kPieces[random() % std::size(kPieces)];
+  }
+  return bytes;
+}
+
+TEST(CleanUtf8, AgreesWithASlowReadingOfRandomBytes) {
+  std::mt19937 random(7);
+  for (int i = 0; i < 2000; ++i) {
+    const std::string bytes = RandomBytes(random);
+
+    const std::string clean = CleanUtf8(bytes);
+
+    EXPECT_TRUE(IsUtf8(clean, true));
+    EXPECT_EQ(Squeeze(clean, "\xEF\xBF\xBD"), Squeeze(NaiveClean(bytes), "?")) << testing::PrintToString(bytes);
+  }
+}
+
+TEST(TextSink, DoesNotMindWhereCharactersAreSplitBetweenCalls) {
+  std::mt19937 random(8);
+  for (int i = 0; i < 500; ++i) {
+    std::string bytes = RandomBytes(random);
+    std::erase(bytes, '\r');  // whether a newline follows is only seen within a call
+    TextSink whole(1000);
+    whole.Append(bytes);
+    TextSink pieces(1000);
+
+    for (std::size_t at = 0; at < bytes.size();) {
+      const std::size_t count = 1 + random() % 4;
+      pieces.Append(std::string_view(bytes).substr(at, count));
+      at += count;
+    }
+
+    EXPECT_EQ(pieces.Take(), whole.Take()) << testing::PrintToString(bytes);
+  }
+}
+
+TEST(TextSink, CutsBeforeACharacterThatDoesNotFit) {
+  for (std::size_t limit = 0; limit < 12; ++limit) {
+    TextSink sink(limit);
+
+    sink.Append("\xE4\xBD\xA0\xE5\xA5\xBD\xF0\x9F\xA6\x86");
+
+    EXPECT_TRUE(sink.cut() == (limit < 10)) << limit;
+    const std::size_t expected = limit >= 10 ? 10 : limit >= 6 ? 6 : limit >= 3 ? 3 : 0;
+    EXPECT_EQ(sink.Take().size(), expected) << limit;
+  }
+}
+
+TEST(TextSink, IsNotCutByTextThatFitsExactly) {
+  TextSink sink(5);
+
+  sink.Append("heron");
+  sink.Break();
+
+  EXPECT_FALSE(sink.cut());
+  EXPECT_EQ(sink.Take(), "heron");
+}
+
+TEST(TextSink, KeepsNothingAfterTheCutSoThatNoWordsMeetAcrossAGap) {
+  TextSink sink(4);
+
+  sink.Append("ab\xE4\xBD\xA0");
+  sink.Append("c");
+
+  EXPECT_EQ(sink.Take(), "ab");
+}
+
+TEST(TextSink, FlowsWhiteSpaceOfAnyLengthIntoOneBlank) {
+  TextSink sink(100);
+
+  sink.AppendFlowing("  grey \n\t he");
+  sink.AppendFlowing("ron ");
+  sink.AppendFlowing("  waits");
+  sink.Break();
+  sink.Break();
+  sink.AppendFlowing(" on");
+
+  EXPECT_EQ(sink.Take(), "grey heron waits\non");
+}
+
+}  // namespace
+}  // namespace extractor
