@@ -1,0 +1,170 @@
+// Answers requests.
+#include "services/extractor/service.h"
+
+#include <sys/stat.h>
+
+#include <exception>
+#include <utility>
+
+#include "services/extractor/json_text.h"
+#include "services/extractor/log.h"
+#include "services/extractor/open_file.h"
+
+namespace extractor {
+namespace {
+
+constexpr size_t kMostFailures = 10'000;
+constexpr size_t kMostLatest = 100;
+
+ErrorCode CodeOf(Outcome::Kind kind) {
+  switch (kind) {
+    case Outcome::Kind::kDeadline:
+      return ErrorCode::kDeadline;
+    case Outcome::Kind::kMemory:
+      return ErrorCode::kMemory;
+    case Outcome::Kind::kRefused:
+      return ErrorCode::kRefused;
+    case Outcome::Kind::kNoWorker:
+      return ErrorCode::kWorkers;
+    default:
+      return ErrorCode::kDied;
+  }
+}
+
+double Seconds(Clock::duration time) {
+  return std::chrono::duration<double>(time).count();
+}
+
+}  // namespace
+
+Service::Service(boost::asio::io_context& context, const Options& options)
+    : options_(options), failures_(kMostFailures), pool_(context, options) {}
+
+void Service::Handle(const std::string& request, const Reply& reply) {
+  const Request understood = ParseRequest(request);
+  switch (understood.kind) {
+    case Request::Kind::kStatus:
+      reply(DataAnswer(Status()));
+      return;
+    case Request::Kind::kMalformed:
+      reply(ErrorAnswer(ErrorCode::kMalformed, understood.complaint));
+      return;
+    case Request::Kind::kParse:
+      ++requests_;
+      Parse(understood, reply);
+      return;
+  }
+}
+
+void Service::Parse(const Request& request, const Reply& reply) {
+  try {
+    const UniqueFd subject = OpenSubject(request.path);
+    const Attributes attributes = AttributesOf(subject.get());
+    Json::Value document(Json::objectValue);
+    AddAttributes(attributes, request.pseudo_path, document);
+    if (request.need_meta && S_ISREG(attributes.mode)) {
+      ReadContent(request, subject, attributes, std::move(document), reply);
+    } else {
+      reply(DataAnswer(std::move(document)));
+    }
+  } catch (const std::exception& error) {
+    Note(request.path, "open", error.what());
+    reply(ErrorAnswer(ErrorCode::kOpen, error.what()));
+  }
+}
+
+void Service::ReadContent(const Request& request, const UniqueFd& subject, const Attributes& attributes,
+                          Json::Value document, const Reply& reply) {
+  if (attributes.size_bytes == 0) {
+    AddContentDates(attributes, document);
+    reply(DataAnswer(std::move(document)));
+    return;
+  }
+  if (const FailureList::Failure* known = failures_.Find(FailureList::IdentityOf(attributes))) {
+    ++counts_["known"];
+    reply(ErrorAnswer(CodeOf(known->kind), known->message + " (before; not tried again until the file changes)"));
+    return;
+  }
+  Job job;
+  job.file = OpenForReading(subject);
+  job.path = request.path;
+  job.name = NameOf(request.pseudo_path);
+  job.done = [this, request, attributes, document = std::move(document), reply](Outcome outcome) {
+    OnOutcome(request, attributes, document, std::move(outcome), reply);
+  };
+  pool_.Submit(std::move(job));
+}
+
+void Service::OnOutcome(const Request& request, const Attributes& attributes, Json::Value document, Outcome outcome,
+                        const Reply& reply) {
+  Json::Value extra(Json::objectValue);
+  if (outcome.kind == Outcome::Kind::kRead) {
+    ++contents_;
+    for (const std::string& name : outcome.fields.getMemberNames()) {
+      document[name].swap(outcome.fields[name]);
+    }
+    if (outcome.cut) {
+      extra["cut"] = true;
+    }
+    AddContentDates(attributes, document);
+    reply(DataAnswer(std::move(document), std::move(extra)));
+    return;
+  }
+  Note(request.path, NameOf(outcome.kind), outcome.message);
+  if (outcome.kind == Outcome::Kind::kBroken) {
+    AddContentDates(attributes, document);
+    extra["broken"] = outcome.message;
+    reply(DataAnswer(std::move(document), std::move(extra)));
+    return;
+  }
+  if (IsContentsFault(outcome.kind)) {
+    failures_.Add(FailureList::IdentityOf(attributes), {outcome.kind, outcome.message});
+  }
+  reply(ErrorAnswer(CodeOf(outcome.kind), outcome.message));
+}
+
+void Service::Note(const std::string& path, const std::string& reason, const std::string& message) {
+  const int level = reason == "open" || reason == "broken" ? LOG_INFO : LOG_WARNING;
+  Record(level, "content_failed").Add("reason", reason).Add("message", message).Add("path", path);
+  ++counts_[reason];
+  latest_.push_back({path, reason, message});
+  if (latest_.size() > kMostLatest) {
+    latest_.pop_front();
+  }
+}
+
+Json::Value Service::Status() const {
+  Json::Value status(Json::objectValue);
+  Json::Value& in_work = status["in_work"] = Json::Value(Json::arrayValue);
+  Json::Value& workers = status["workers"] = Json::Value(Json::arrayValue);
+  for (const std::shared_ptr<Worker>& worker : pool_.workers()) {
+    workers.append(worker->pid());
+    if (worker->job()) {
+      Json::Value work;
+      work["path"] = worker->job()->path;
+      work["seconds"] = Seconds(worker->busy_for());
+      work["worker"] = worker->pid();
+      in_work.append(std::move(work));
+    }
+  }
+  status["state"] = in_work.empty() && pool_.waiting() == 0 ? "idle" : "working";
+  status["waiting"] = Json::UInt64{pool_.waiting()};
+  status["requests"] = Json::UInt64{requests_};
+  status["contents"] = Json::UInt64{contents_};
+  status["known_failures"] = Json::UInt64{failures_.size()};
+  Json::Value& counts = status["failures"] = Json::Value(Json::objectValue);
+  for (const auto& [reason, count] : counts_) {
+    counts[reason] = Json::UInt64{count};
+  }
+  Json::Value& latest = status["latest_failures"] = Json::Value(Json::arrayValue);
+  for (const Latest& failure : latest_) {
+    Json::Value entry;
+    entry["path"] = failure.path;
+    entry["reason"] = failure.reason;
+    entry["message"] = failure.message;
+    latest.append(std::move(entry));
+  }
+  return status;
+}
+
+}  // namespace extractor

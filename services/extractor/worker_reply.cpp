@@ -1,0 +1,107 @@
+// The words between daemon and worker.
+#include "services/extractor/worker_reply.h"
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <unordered_set>
+
+#include "orbisk/fileindex/metadata_names.h"
+#include "services/extractor/json_text.h"
+
+namespace extractor {
+namespace {
+
+namespace names = orbisk::fileindex::elastic;
+
+constexpr size_t kLongestMessage = 500;  // of what a reader says about broken content
+
+// What the daemon says itself, and what others than the extractor keep in documents.
+constexpr const char* kNotFromContent[] = {
+    names::kMDPath,          names::kMDParent,         names::kMDFSName,         names::kMDDisplayName,
+    names::kMDExtension,     names::kMDKind,           names::kMDFSSize,         names::kMDLogicalSize,
+    names::kMDPhysicalSize,  names::kMDIsDir,          names::kMDFSCreationDate, names::kMDFSContentChangeDate,
+    names::kMDOwnerUserID,   names::kMDOwnerGroupID,   names::kMDPrivilege,      names::kMDAttributeChangeDate,
+    names::kMDIsEncrypted,   names::kMDSearchFileName, names::kMDLastUsedDate,   names::kMDUserTags,
+    names::kMDFinderLabel,   names::kMDGroupId,        names::kMDFinderOpenDate, names::kMDDateAdded,
+    names::kMDFSInvisible,   names::kMDFSLabel,        names::kMDFSNodeCount,    names::kMDFSIsExtensionHidden,
+    names::kMDFinderComment, names::kMDWildcard};
+
+const std::unordered_set<std::string>& ContentNames() {
+  static const std::unordered_set<std::string> kNames = [] {
+    std::unordered_set<std::string> all(std::begin(names::kMetadataNames), std::end(names::kMetadataNames));
+    for (const char* name : kNotFromContent) {
+      all.erase(name);
+    }
+    return all;
+  }();
+  return kNames;
+}
+
+bool IsScalar(const Json::Value& value) {
+  return value.isString() || value.isNumeric() || value.isBool();
+}
+
+}  // namespace
+
+std::string OrderText(const Order& order) {
+  Json::Value value;
+  value["name"] = order.name;
+  value["text_bytes"] = Json::UInt64{order.text_bytes};
+  return ToText(value);
+}
+
+Order ParseOrder(std::string_view text) {
+  const std::optional<Json::Value> value = FromText(text);
+  if (!value || !value->isObject()) {
+    throw std::runtime_error("no order");
+  }
+  return {(*value)["name"].asString(), (*value)["text_bytes"].asUInt64()};
+}
+
+std::string ReplyText(const Reply& reply) {
+  Json::Value value;
+  switch (reply.kind) {
+    case Reply::Kind::kRead:
+      value["fields"] = reply.fields;
+      value["cut"] = reply.cut;
+      break;
+    case Reply::Kind::kBroken:
+      value["broken"] = reply.message.substr(0, kLongestMessage);
+      break;
+    case Reply::Kind::kMemory:
+      value["memory"] = true;
+      break;
+    case Reply::Kind::kGarbled:
+      break;
+  }
+  return ToText(value);
+}
+
+Reply ParseReply(std::string_view text) {
+  Reply reply;
+  std::optional<Json::Value> value = FromText(text);
+  if (!value || !value->isObject()) {
+    return reply;
+  }
+  const Json::Value& broken = (*value)["broken"];
+  Json::Value& fields = (*value)["fields"];
+  const Json::Value& cut = (*value)["cut"];
+  if ((*value)["memory"].isBool()) {
+    reply.kind = Reply::Kind::kMemory;
+  } else if (broken.isString()) {
+    reply.kind = Reply::Kind::kBroken;
+    reply.message = broken.asString().substr(0, kLongestMessage);
+  } else if (fields.isObject() && cut.isBool()) {
+    reply.kind = Reply::Kind::kRead;
+    reply.cut = cut.asBool();
+    for (const std::string& name : fields.getMemberNames()) {
+      if (ContentNames().count(name) != 0 && IsScalar(fields[name])) {
+        reply.fields[name].swap(fields[name]);
+      }
+    }
+  }
+  return reply;
+}
+
+}  // namespace extractor
