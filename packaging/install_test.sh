@@ -47,11 +47,13 @@ echo "ok: every exported header stands alone in C++17"
 # The programs find their libraries from where they are.
 env -u LD_LIBRARY_PATH "$prefix/bin/fileindexctl" queue ops --count "$scratch/queue" | grep -qx 'count=3'
 "$prefix/bin/nimotifyd" --version >/dev/null
+env -u LD_LIBRARY_PATH "$prefix/nimo/bin/nimonxmnotify" --version >/dev/null
+[ -f "$prefix/share/orbisk/nimonxmnotify.json" ] || { echo "the texts of notifications are missing"; exit 1; }
 echo "ok: the installed programs run"
 
 # What is installed does not look for anything in the build folder.
 ! grep -rF "$build_dir" "$libdir/pkgconfig" "$libdir/cmake" || { echo "names the build folder"; exit 1; }
-for file in "$libdir"/*.so "$prefix"/bin/*; do
+for file in "$libdir"/*.so "$prefix"/bin/* "$prefix"/nimo/bin/*; do
   ! readelf -d "$file" | grep -F "$build_dir" || { echo "$file names the build folder"; exit 1; }
 done
 echo "ok: nothing points into the build folder"

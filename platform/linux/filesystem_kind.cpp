@@ -128,7 +128,8 @@ std::optional<std::string> MountType(uint64_t mount_id) {
 int FuseKind(const char* path) {
   constexpr std::string_view kPrefix = "fuse.";
   struct statx status {};
-  if (statx(AT_FDCWD, path, AT_NO_AUTOMOUNT, STATX_MNT_ID, &status) != 0 || (status.stx_mask & STATX_MNT_ID) == 0) {
+  if (statx(AT_FDCWD, path, AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC, STATX_MNT_ID, &status) != 0 ||
+      (status.stx_mask & STATX_MNT_ID) == 0) {
     return kLocalFuse;
   }
   const std::string type = MountType(status.stx_mnt_id).value_or("");

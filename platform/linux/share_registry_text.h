@@ -22,7 +22,7 @@ std::string FormatShares(const std::vector<NIMO::SHARE::Entry>& shares);
 std::string ReasonAgainst(const NIMO::SHARE::Entry& share);
 
 /// What follows `folder` in the absolute `path`, component by component: nothing when the path does not lie in it, no
-/// components when it is the folder. Several slashes count as one.
+/// components when it is the folder. Several slashes count as one. What it returns points into `path`.
 std::optional<std::vector<std::string_view>> ComponentsBelow(std::string_view path, std::string_view folder);
 
 }  // namespace nimo
