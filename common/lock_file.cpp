@@ -23,6 +23,20 @@ void Pause() {
   usleep(static_cast<useconds_t>(rand() % kPauses) * kPauseStepMicroseconds);
 }
 
+// Opens the lock file, making it if it is missing. With fs.protected_regular the kernel refuses O_CREAT, also to root,
+// for a file in /tmp that belongs to somebody else: one user's failed try would lock the box's own programs out.
+int OpenOrMake(const std::string& path) {
+  const int fd = open(path.c_str(), O_RDONLY | O_CREAT, 0644);
+  if (0 <= fd || EACCES != errno) {
+    return fd;
+  }
+  const int present = open(path.c_str(), O_RDONLY);
+  if (0 > present) {
+    errno = EACCES;
+  }
+  return present;
+}
+
 // Whether `path` still leads to the file behind `fd`. A queue file can be moved aside between opening and locking it;
 // the lock would then exclude nobody.
 bool IsFileAt(const std::string& path, int fd) {
@@ -39,8 +53,8 @@ LockFile::LockFile(const std::string& path, bool exclusive) : fd_(-1), path_(pat
   int attempts_left = kMaxAttempts;
   while (true) {
     // Afresh each time: the file at the path may be another one by now.
-    ORBISK_CHECK(0 > (fd_ = open(path_.c_str(), O_RDONLY | O_CREAT, 0644)), 506,
-                 "open failed, path=" + path_ + ", reason=" + GetErrnoStr());
+    ORBISK_CHECK_TEXT(0 > (fd_ = OpenOrMake(path_)), "0 > (fd_ = open(path_.c_str(), O_RDONLY | O_CREAT, 0644))", 506,
+                      "open failed, path=" + path_ + ", reason=" + GetErrnoStr());
     const bool refused = 0 != flock(fd_, operation);
     if (refused) {
       // The descriptor stays open here.

@@ -86,6 +86,12 @@ void Box::TearDown() {
   }
 }
 
+void Box::SkipWithoutIdentities() {
+  if (ReadFile("/proc/self/setgroups") == "deny\n") {
+    GTEST_SKIP() << "needs root";
+  }
+}
+
 void Box::MakeFolder(const std::string& path) {
   fs::create_directories(path);
 }

@@ -39,6 +39,10 @@ class Box : public testing::Test {
   void SetUp() override;
   void TearDown() override;
 
+  /// Skips the test, if called in SetUp, where the configuration cannot be stored: that is done as root with root's
+  /// groups, which an ordinary user's namespace does not allow.
+  static void SkipWithoutIdentities();
+
   /// The path of `name` on one of the volumes.
   std::string OnFirst(const std::string& name) const { return first_ + "/" + name; }
   std::string OnSecond(const std::string& name) const { return second_ + "/" + name; }
@@ -54,7 +58,7 @@ class Box : public testing::Test {
   static void WriteFolders(const std::vector<Json::Value>& entries);
 
  private:
-  TempDir dir_;
+  TempDir dir_{"/tmp"};  // where $TMPDIR is may be covered
   std::string first_ = dir_ / "volume1";
   std::string second_ = dir_ / "volume2";
 };

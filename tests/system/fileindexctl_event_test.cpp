@@ -33,6 +33,14 @@ class EventCommand : public Box {
   std::string queue_;
 };
 
+class MarkedShare : public EventCommand {
+ protected:
+  void SetUp() override {
+    EventCommand::SetUp();
+    SkipWithoutIdentities();
+  }
+};
+
 TEST_F(EventCommand, EachTypeIsOneLineOfTheQueue) {
   const std::string a = OnFirst("photo/a");
   const std::string b = OnFirst("photo/b");
@@ -78,7 +86,7 @@ TEST_F(EventCommand, AShareThatCannotBeIndexedSwallowsEverything) {
   EXPECT_FALSE(NeedsReindex("photo"));
 }
 
-TEST_F(EventCommand, AMalformedQueueFailsAndMarksTheShare) {
+TEST_F(MarkedShare, AMalformedQueueFailsAndMarksTheShare) {
   WriteFile(queue_, "rubbish\n");
 
   const ProcessResult result = Fileindexctl({"event", "add", "reindex", OnFirst("photo/2019")});
@@ -89,7 +97,7 @@ TEST_F(EventCommand, AMalformedQueueFailsAndMarksTheShare) {
   EXPECT_THAT(Fileindexctl({"status"}).output, HasSubstr("share photo:           needs a reindex\n"));
 }
 
-TEST_F(EventCommand, AMissingQueueFolderFailsAndMarksTheShare) {
+TEST_F(MarkedShare, AMissingQueueFolderFailsAndMarksTheShare) {
   std::filesystem::remove(std::filesystem::path(queue_).parent_path());
 
   const ProcessResult result = Fileindexctl({"event", "add", "reindex", OnFirst("photo/2019")});

@@ -39,6 +39,14 @@ class FolderCommand : public Box {
   Json::Value music_ = Entry("/Music", "Delta Alpha");
 };
 
+class StoredStatus : public FolderCommand {
+ protected:
+  void SetUp() override {
+    FolderCommand::SetUp();
+    SkipWithoutIdentities();
+  }
+};
+
 // The paths that "folder list" gives, with "| offset/total" behind them.
 std::vector<std::string> List(std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), {"folder", "list", "--json"});
@@ -143,7 +151,7 @@ TEST_F(FolderCommand, ABatchInWorkIsProcessing) {
   EXPECT_EQ(StatusOf("/photo/2019"), "finished");
 }
 
-TEST_F(FolderCommand, APauseShowsWhereWorkWaitsUntilItIsResumed) {
+TEST_F(StoredStatus, APauseShowsWhereWorkWaitsUntilItIsResumed) {
   const IndexerDouble daemon;
   WriteFile(QueueOf("photo"),
             R"({"event":4,"is_dir":false,"path":")" + OnFirst("photo/2019/a.jpg") + R"(","path_old":""})" + "\n");
@@ -155,7 +163,7 @@ TEST_F(FolderCommand, APauseShowsWhereWorkWaitsUntilItIsResumed) {
   EXPECT_EQ(StatusOf("/photo/2019"), "processing");
 }
 
-TEST_F(FolderCommand, AShareThatNeedsAReindexSaysSoBeforeAnythingElse) {
+TEST_F(StoredStatus, AShareThatNeedsAReindexSaysSoBeforeAnythingElse) {
   WriteFile(QueueOf("docs"), "rubbish\n");
   ASSERT_EQ(Fileindexctl({"event", "add", "reindex", OnSecond("docs")}).exit_status, 1);
   fs::remove(QueueOf("docs"));

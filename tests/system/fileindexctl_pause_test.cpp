@@ -31,7 +31,15 @@ std::string Command(const std::string& text) {
 
 class PauseCommand : public Box {};
 
-TEST_F(PauseCommand, PausingWithoutEndIsStoredAndTold) {
+class StoredPause : public PauseCommand {
+ protected:
+  void SetUp() override {
+    PauseCommand::SetUp();
+    SkipWithoutIdentities();
+  }
+};
+
+TEST_F(StoredPause, PausingWithoutEndIsStoredAndTold) {
   const IndexerDouble daemon;
 
   EXPECT_TRUE(Succeeds(Fileindexctl({"pause"})));
@@ -43,7 +51,7 @@ TEST_F(PauseCommand, PausingWithoutEndIsStoredAndTold) {
                        "{\"paused\":true,\"resume_time\":0,\"share\":{},\"vmt_enabled\":false}\n"));
 }
 
-TEST_F(PauseCommand, PausingForHoursEndsThatMuchLater) {
+TEST_F(StoredPause, PausingForHoursEndsThatMuchLater) {
   const IndexerDouble daemon;
   const long before = time(nullptr);
 
@@ -58,7 +66,7 @@ TEST_F(PauseCommand, PausingForHoursEndsThatMuchLater) {
               MatchesRegex("paused:                until [0-9]{4}-[0-9]{2}-[0-9]{2} [0-9:]{8} [A-Z]+\n(.|\n)*"));
 }
 
-TEST_F(PauseCommand, ResumingEndsThePause) {
+TEST_F(StoredPause, ResumingEndsThePause) {
   const IndexerDouble daemon;
   ASSERT_TRUE(Succeeds(Fileindexctl({"pause"})));
 
@@ -71,7 +79,7 @@ TEST_F(PauseCommand, ResumingEndsThePause) {
                        "{\"paused\":false,\"resume_time\":-1,\"share\":{},\"vmt_enabled\":false}\n"));
 }
 
-TEST_F(PauseCommand, WithoutADaemonThePauseIsStoredAndTheUserIsTold) {
+TEST_F(StoredPause, WithoutADaemonThePauseIsStoredAndTheUserIsTold) {
   unlink("/var/run/fileindexd.sock");
 
   EXPECT_TRUE(FailsWith(Fileindexctl({"pause"}), kNotTold));
@@ -80,7 +88,7 @@ TEST_F(PauseCommand, WithoutADaemonThePauseIsStoredAndTheUserIsTold) {
 }
 
 // A daemon that was killed leaves its socket behind; nothing waits for that one.
-TEST_F(PauseCommand, WithADeadDaemonsSocketTheStateIsStoredAndTheUserIsTold) {
+TEST_F(StoredPause, WithADeadDaemonsSocketTheStateIsStoredAndTheUserIsTold) {
   constexpr char kSocket[] = "/var/run/fileindexd.sock";
   const int dead = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_un address{};

@@ -11,6 +11,7 @@ namespace {
 constexpr int kBadArgument = 120;
 constexpr int kShareEnumeration = 121;
 constexpr int kPlatform = 502;
+constexpr int kIdentity = 503;
 constexpr int kNoSuchShare = 800;
 constexpr int kNoSuchFolder = 902;
 
@@ -52,7 +53,14 @@ std::string ReasonOf(const orbisk::Error& error) {
   if (!error.reason().empty()) {
     return error.reason();
   }
-  return error.code() == kBadArgument ? "not a share path: it does not begin with \"/\"" : "see the system log";
+  switch (static_cast<int>(error.code())) {
+    case kBadArgument:
+      return "not a share path: it does not begin with \"/\"";
+    case kIdentity:
+      return "cannot act as root";
+    default:
+      return "see the system log";
+  }
 }
 
 }  // namespace

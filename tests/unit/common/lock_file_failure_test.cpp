@@ -1,4 +1,5 @@
-// The lock between processes when flock fails for other reasons. This program replaces flock(2) and close(2).
+// The lock between processes when the system refuses for other reasons. This program replaces open(2), flock(2) and
+// close(2).
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
@@ -6,6 +7,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdarg>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <utility>
@@ -29,10 +32,23 @@ size_t flock_next;
 std::vector<Call>* flock_calls;
 std::vector<int>* closed;
 std::function<void()> before_next_flock;
+const char* made_by_another_user;  // as fs.protected_regular has it: O_CREAT is refused where the file is there
 
 }  // namespace
 
 extern "C" {
+
+int open(const char* path, int flags, ...) {
+  if (made_by_another_user != nullptr && (flags & O_CREAT) != 0 && strcmp(path, made_by_another_user) == 0) {
+    errno = EACCES;
+    return -1;
+  }
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, mode));
+}
 
 int flock(int fd, int operation) noexcept {
   if (flock_calls != nullptr) {
@@ -86,6 +102,7 @@ class LockFileFailure : public testing::Test {
     flock_errors = nullptr;
     flock_calls = nullptr;
     closed = nullptr;
+    made_by_another_user = nullptr;
   }
 
   std::string Reason() {
@@ -175,6 +192,27 @@ TEST_F(LockFileFailure, AFileMovedAsideBeforeItIsLockedIsOpenedAgainWithoutAPaus
   EXPECT_EQ(0, flock(other, LOCK_EX | LOCK_NB)) << "nothing is left locked aside";
   close(other);
   EXPECT_TRUE(capture_.records().empty());
+}
+
+TEST_F(LockFileFailure, AFileThatAnotherUserMadeInTmpIsLockedAllTheSame) {
+  test::WriteFile(path_, "");
+  made_by_another_user = path_.c_str();
+
+  const LockFile lock(path_, true);
+
+  EXPECT_EQ(1U, flock_calls_.size());
+  EXPECT_TRUE(capture_.records().empty());
+}
+
+TEST_F(LockFileFailure, AFileThatMayNotBeMadeFailsWithTheReasonForThat) {
+  made_by_another_user = path_.c_str();
+
+  EXPECT_EQ("open failed, path=" + path_ + ", reason=Permission denied", Reason());
+
+  ASSERT_EQ(1U, capture_.records().size());
+  EXPECT_EQ("Failed [0 > (fd_ = open(path_.c_str(), O_RDONLY | O_CREAT, 0644))], reason: open failed, path=" + path_ +
+                ", reason=Permission denied [err: Permission denied]",
+            RecordTail(capture_.records()[0], "lock_file.cpp", "LockFile"));
 }
 
 TEST_F(LockFileFailure, DestructionWithoutADescriptorDoesNothing) {
