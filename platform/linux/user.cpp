@@ -1,32 +1,40 @@
-// Accounts from the system's name service (local files, and whatever else the machine is set up to ask).
+// The box's accounts, and who administers it.
 #include "nimo/user.h"
 
-#include <pwd.h>
-
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <vector>
 
+#include "platform/linux/account.h"
 #include "platform/linux/last_error.h"
 
 namespace nimo {
 namespace {
 
-constexpr size_t kFirstBufferBytes = 1024;
-constexpr size_t kMaxBufferBytes = 1024UL * 1024;
+// Those of a storage box first; a plain machine has the other.
+constexpr const char* kAdministratorGroups[] = {"administrators", "sudo"};
 
 // A record of its own, or null when memory is out. With malloc, as the caller may be C.
-NIMOUSER* NewUser(const passwd& account) {
+NIMOUSER* NewUser(const Account& account) {
   auto* user = static_cast<NIMOUSER*>(malloc(sizeof(NIMOUSER)));
   if (user == nullptr) {
     return nullptr;
   }
-  *user = {strdup(account.pw_name), account.pw_uid, account.pw_gid};
+  *user = {strdup(account.name.c_str()), account.uid, account.gid};
   if (user->szName == nullptr) {
     free(user);
     return nullptr;
   }
   return user;
+}
+
+// Stores a record of the account, or null when none was found (errno says why).
+int Hand(const std::optional<Account>& account, NIMOUSER** user) {
+  if (!account) {
+    return NIMO_FAIL_ERRNO();
+  }
+  *user = NewUser(*account);
+  return *user != nullptr ? 0 : NIMO_FAIL(ENOMEM);
 }
 
 }  // namespace
@@ -40,21 +48,15 @@ int NIMOUserGet(const char* name, NIMOUSER** user) {
   if (name == nullptr || *name == '\0') {
     return NIMO_FAIL(EINVAL);
   }
-  std::vector<char> buffer(nimo::kFirstBufferBytes);
-  passwd account{};
-  passwd* found = nullptr;
-  int result = 0;
-  while ((result = getpwnam_r(name, &account, buffer.data(), buffer.size(), &found)) == ERANGE &&
-         buffer.size() < nimo::kMaxBufferBytes) {
-    buffer.resize(buffer.size() * 2);
+  return nimo::Hand(nimo::FindAccount(name), user);
+}
+
+int NIMOUserGetByUID(uid_t uid, NIMOUSER** user) {
+  if (user == nullptr) {
+    return NIMO_FAIL(EINVAL);
   }
-  if (found == nullptr) {
-    // 0, and depending on the name service ENOENT, ESRCH, EBADF or EPERM, all mean that there is no such account.
-    const bool missing = result == 0 || result == ESRCH || result == EBADF || result == EPERM;
-    return NIMO_FAIL(missing ? ENOENT : result);
-  }
-  *user = nimo::NewUser(account);
-  return *user != nullptr ? 0 : NIMO_FAIL(ENOMEM);
+  *user = nullptr;
+  return nimo::Hand(nimo::FindAccount(uid), user);
 }
 
 void NIMOUserFree(NIMOUSER* user) {
@@ -62,4 +64,27 @@ void NIMOUserFree(NIMOUSER* user) {
     free(user->szName);
     free(user);
   }
+}
+
+int NLIBGroupIsAdminGroupMem(const char* user, int) {
+  if (user == nullptr || *user == '\0') {
+    return NIMO_FAIL(EINVAL);
+  }
+  const std::optional<nimo::Account> account = nimo::FindAccount(user);
+  if (!account) {
+    return NIMO_FAIL_ERRNO();
+  }
+  if (account->uid == 0) {
+    return 1;
+  }
+  for (const char* name : nimo::kAdministratorGroups) {
+    if (const std::optional<gid_t> group = nimo::FindGroup(name)) {
+      const std::vector<gid_t> groups = nimo::GroupsOf(*account);
+      return std::find(groups.begin(), groups.end(), *group) != groups.end() ? 1 : 0;
+    }
+    if (errno != ENOENT) {
+      return NIMO_FAIL_ERRNO();
+    }
+  }
+  return 0;
 }

@@ -78,6 +78,36 @@ TEST_F(FileSystem, AFileIsNoMountPointAndAMissingPathAFailure) {
   EXPECT_GT(0, NIMOFSDirIsMntPoint(nullptr));
 }
 
+TEST_F(FileSystem, AFolderLiesOnAFileSystemThatIsNeitherRemoteNorAnImage) {
+  const int type = NIMOGetFSType(dir_.path().c_str(), 0);
+  ASSERT_LE(0, type);
+  EXPECT_NE(NIMO_FS_TYPE_PSEUDO, type);
+  EXPECT_EQ(0, NIMOFSIsRemoteFS(type));
+  EXPECT_EQ(0, NIMOFSIsImageFS(type));
+}
+
+TEST_F(FileSystem, TheKindOfAMissingPathCannotBeKnown) {
+  EXPECT_GT(0, NIMOGetFSType((dir_ / "missing").c_str(), 0));
+  EXPECT_EQ(ENOENT, NLIBCErrGet());
+  EXPECT_GT(0, NIMOGetFSType(nullptr, 0));
+}
+
+TEST_F(FileSystem, AKindThatCannotBeKnownOrIsMadeUpIsNeitherRemoteNorAnImage) {
+  for (const int type : {-1, 0, NIMO_FS_TYPE_PSEUDO, 1000}) {
+    EXPECT_EQ(0, NIMOFSIsRemoteFS(type)) << type;
+    EXPECT_EQ(0, NIMOFSIsImageFS(type)) << type;
+  }
+}
+
+TEST(HiddenFolders, AreTheBoxsOwnByTheirWholeName) {
+  for (const char* name : {"@eaDir", "@fileindex", "@tmp"}) {
+    EXPECT_EQ(1, NIMOEAIsHiddenDir(name)) << name;
+  }
+  for (const char* name : {"", "eaDir", "@eaDir2", "@eadir", "a@tmp", "photo"}) {
+    EXPECT_EQ(0, NIMOEAIsHiddenDir(name)) << name;
+  }
+}
+
 TEST_F(FileSystem, CopyLeavesTheSource) {
   WriteFile(dir_ / "a", "content");
   EXPECT_EQ(0, NIMOFileCopy((dir_ / "a").c_str(), (dir_ / "b").c_str(), &kCopy, nullptr));

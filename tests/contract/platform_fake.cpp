@@ -2,6 +2,7 @@
 #include "tests/contract/platform_under_test.h"
 #include "tests/support/fake_filesystem.h"
 #include "tests/support/fake_monitor_queue.h"
+#include "tests/support/fake_share.h"
 #include "tests/support/fake_user.h"
 
 namespace orbisk::test {
@@ -14,6 +15,24 @@ Account KnownAccount() {
 bool MakeMountPoint(const std::string& path) {
   FakeFileSystem().AddMountPoint(path);
   return true;
+}
+
+bool ForgetSharesAndAccounts() {
+  FakeShares().Reset();
+  FakeUsers().Reset();
+  return true;
+}
+
+void AddShare(const NIMO::SHARE::Entry& share) {
+  FakeShares().Add({share.name, share.path, share.encrypted, share.encryption, share.read_only, share.recycle,
+                    share.hide_unreadable, share.ftp_privilege});
+}
+
+void AddAccount(const Account& account, bool administrator) {
+  FakeUsers().Add(account.name, account.uid, account.gid);
+  if (administrator) {
+    FakeUsers().AddAdmin(account.name);
+  }
 }
 
 bool ForgetRegistrations() {

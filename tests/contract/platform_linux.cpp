@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "tests/contract/platform_under_test.h"
+#include "tests/contract/private_etc.h"
 #include "tests/support/private_mounts.h"
 #include "tests/support/temp_dir.h"
 
@@ -28,6 +29,19 @@ bool MakeMountPoint(const std::string& path) {
   } catch (const std::system_error&) {
     return false;
   }
+}
+
+bool ForgetSharesAndAccounts() {
+  return MakePrivateEtc();
+}
+
+void AddShare(const NIMO::SHARE::Entry& share) {
+  NIMO::SHARE::Register(share);
+}
+
+void AddAccount(const Account& account, bool administrator) {
+  AddPrivateAccount(account.name, account.uid, account.gid,
+                    administrator ? std::vector<std::string>{"administrators"} : std::vector<std::string>{});
 }
 
 bool ForgetRegistrations() {

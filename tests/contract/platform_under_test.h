@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "nimo/share_registry.h"
+
 namespace orbisk::test {
 
 struct Account {
@@ -20,6 +22,15 @@ Account KnownAccount();
 
 /// Makes the existing directory `path` a mount point. False where the machine does not allow it.
 bool MakeMountPoint(const std::string& path);
+
+/// Makes the platform know no share, and no account but root. False where the machine does not allow it.
+bool ForgetSharesAndAccounts();
+
+/// Makes a share known; its folder exists. After ForgetSharesAndAccounts.
+void AddShare(const NIMO::SHARE::Entry& share);
+
+/// Makes an account known, and an administrator of the box if wanted. After ForgetSharesAndAccounts.
+void AddAccount(const Account& account, bool administrator = false);
 
 /// Makes the platform know no registered queue. False where the machine does not allow it.
 bool ForgetRegistrations();

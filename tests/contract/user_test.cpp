@@ -50,6 +50,50 @@ TEST(UserGet, RefusesAnEmptyNameAndNullPointers) {
   EXPECT_EQ(EINVAL, NLIBCErrGet());
 }
 
+TEST(UserGetByUID, GivesTheSameRecordAsTheName) {
+  const Account account = KnownAccount();
+  NIMOUSER* user = nullptr;
+  ASSERT_LE(0, NIMOUserGetByUID(account.uid, &user));
+  ASSERT_NE(nullptr, user);
+  EXPECT_EQ(account.name, user->szName);
+  EXPECT_EQ(account.uid, user->nUid);
+  EXPECT_EQ(account.gid, user->nGid);
+  NIMOUserFree(user);
+}
+
+TEST(UserGetByUID, FailsForAnUnknownNumberAndStoresNull) {
+  NIMOUSER unused{};
+  NIMOUSER* user = &unused;
+  EXPECT_GT(0, NIMOUserGetByUID(3999999999U, &user));
+  EXPECT_EQ(nullptr, user);
+  EXPECT_EQ(ENOENT, NLIBCErrGet());
+  EXPECT_GT(0, NIMOUserGetByUID(0, nullptr));
+}
+
+TEST(AdminGroup, HoldsRootAndItsMembersOnly) {
+  if (!ForgetSharesAndAccounts()) {
+    GTEST_SKIP() << "private mounts are not allowed here";
+  }
+  AddAccount({"boss", 1101, 1101}, true);
+  AddAccount({"guest", 1102, 1102});
+  EXPECT_EQ(1, NLIBGroupIsAdminGroupMem("root", 0));
+  EXPECT_EQ(1, NLIBGroupIsAdminGroupMem("boss", 0));
+  EXPECT_EQ(0, NLIBGroupIsAdminGroupMem("guest", 0));
+}
+
+TEST(AdminGroup, CannotBeKnownOfAnUnknownAccount) {
+  EXPECT_GT(0, NLIBGroupIsAdminGroupMem("no such account", 0));
+  EXPECT_EQ(ENOENT, NLIBCErrGet());
+  EXPECT_GT(0, NLIBGroupIsAdminGroupMem("", 0));
+  EXPECT_GT(0, NLIBGroupIsAdminGroupMem(nullptr, 0));
+}
+
+TEST(ResetCredentials, RefusesAnUnknownAccount) {
+  EXPECT_FALSE(ResetCredentialsByName("no such account"));
+  EXPECT_EQ(ENOENT, NLIBCErrGet());
+  EXPECT_FALSE(ResetCredentialsByName(""));
+}
+
 TEST(UserFree, IgnoresNull) {
   NIMOUserFree(nullptr);
 }

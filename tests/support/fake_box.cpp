@@ -1,10 +1,13 @@
 // The fake platform's smaller services.
 #include "tests/support/fake_box.h"
 
-#include <strings.h>
+#include <locale.h>
+#include <wctype.h>
 
+#include <climits>
 #include <cstdarg>
 #include <cstring>
+#include <cwchar>
 
 namespace orbisk::test {
 namespace {
@@ -17,9 +20,64 @@ int Store(const std::string& text, char* buffer, size_t bytes) {
   return 0;
 }
 
-std::string Below(const std::string& share_path, const std::string& name) {
-  const size_t slash = share_path.rfind('/');
-  return share_path.substr(0, slash) + "/@fileindex" + share_path.substr(slash) + "/" + name;
+int StoreBelow(const char* share_path, const std::string& name, char* buffer, size_t bytes) {
+  const std::string path = share_path != nullptr ? share_path : "";
+  const size_t slash = path.rfind('/');
+  if (path.empty() || path.front() != '/' || slash + 1 == path.size() || buffer == nullptr) {
+    return FailPlatform(EINVAL);
+  }
+  return Store(path.substr(0, slash) + "/@fileindex" + path.substr(slash) + "/" + name, buffer, bytes);
+}
+
+int StoreId(const char* share_name, char* buffer, size_t bytes) {
+  if (share_name == nullptr || *share_name == '\0' || strchr(share_name, '/') != nullptr || buffer == nullptr) {
+    return FailPlatform(EINVAL);
+  }
+  return Store(std::string("fileindex_") + share_name, buffer, bytes);
+}
+
+int HasRoom(int, const char* path, unsigned long long bytes) {
+  if (path == nullptr) {
+    FailPlatform(EINVAL);
+    return 0;
+  }
+  if (bytes == ULLONG_MAX) {
+    FailPlatform(NIMO_ERR_VOLUME_FULL);
+    return 0;
+  }
+  return 1;
+}
+
+locale_t Utf8Locale() {
+  static const locale_t locale = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+  return locale;
+}
+
+// Character by character, by way of the upper case: a letter may have two lower-case forms.
+char32_t FoldCharacter(wchar_t character) {
+  const wint_t upper = towupper_l(static_cast<wint_t>(character), Utf8Locale());
+  return static_cast<char32_t>(towlower_l(upper, Utf8Locale()));
+}
+
+std::u32string Fold(const char* text) {
+  constexpr char32_t kByteBase = 0x200000;  // above every character: a byte that is none is never taken for one
+  std::u32string folded;
+  const locale_t before = uselocale(Utf8Locale());
+  const char* const end = text + strlen(text);
+  while (text != end) {
+    wchar_t character = 0;
+    mbstate_t state{};
+    const auto left = static_cast<size_t>(end - text);
+    const size_t used = mbrtowc(&character, text, left, &state);
+    folded += used <= left ? FoldCharacter(character) : kByteBase + static_cast<unsigned char>(*text);
+    text += used <= left ? used : 1;
+  }
+  uselocale(before);
+  return folded;
+}
+
+int CompareFolded(const char* a, const char* b) {
+  return Fold(a != nullptr ? a : "").compare(Fold(b != nullptr ? b : ""));
 }
 
 }  // namespace
@@ -28,28 +86,24 @@ FakeIndexLocations& FakeIndexLocation() {
   static auto* const locations = new FakeIndexLocations{
       .queue_path{"FILEIDXQueuePathCompose",
                   [](const char* share_path, char* buffer, size_t bytes) {
-                    return Store(Below(share_path, "queue"), buffer, bytes);
+                    return StoreBelow(share_path, "queue", buffer, bytes);
                   }},
       .db_path{"FILEIDXDBPathCompose", [](const char* share_path, char* buffer,
-                                          size_t bytes) { return Store(Below(share_path, "db"), buffer, bytes); }},
-      .index_id{"FILEIDXGetIndexID", [](const char* name, char* buffer, size_t bytes) {
-                  return Store(std::string("fileindex_") + name, buffer, bytes);
-                }}};
+                                          size_t bytes) { return StoreBelow(share_path, "db", buffer, bytes); }},
+      .index_id{"FILEIDXGetIndexID", StoreId}};
   return *locations;
 }
 
 FakeFunction<int(int, const char*, unsigned long long)>& FakeQuota() {
   // A failing question answers 0, as a shortage does.
   static auto* const is_enough = new FakeFunction<int(int, const char*, unsigned long long)>(
-      "NIMOQuotaIsEnough", [](int, const char*, unsigned long long) { return 1; },
-      [](int, const char*, unsigned long long) { return 0; });
+      "NIMOQuotaIsEnough", HasRoom, [](int, const char*, unsigned long long) { return 0; });
   return *is_enough;
 }
 
 FakeFunction<int(const char*, const char*)>& FakeCaseCompare() {
-  static auto* const compare = new FakeFunction<int(const char*, const char*)>(
-      "NLIBCUnicodeUTF8StrCaseCmp",
-      [](const char* a, const char* b) { return strcasecmp(a != nullptr ? a : "", b != nullptr ? b : ""); });
+  static auto* const compare =
+      new FakeFunction<int(const char*, const char*)>("NLIBCUnicodeUTF8StrCaseCmp", CompareFolded);
   return *compare;
 }
 

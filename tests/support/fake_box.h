@@ -20,10 +20,10 @@ struct FakeIndexLocations {
 };
 FakeIndexLocations& FakeIndexLocation();
 
-/// There is always room.
+/// There is always room, but for 2^64 - 1 bytes.
 FakeFunction<int(int, const char*, unsigned long long)>& FakeQuota();
 
-/// Compares ASCII letters without regard to case.
+/// Folds character by character, as the C library does.
 FakeFunction<int(const char*, const char*)>& FakeCaseCompare();
 
 template <>

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <filesystem>
 
+#include "tests/support/fake_share.h"
+
 namespace orbisk::test {
 namespace {
 
@@ -31,6 +33,26 @@ int Copy(const char* from, const char* to, const NIMO_COPY_OPTIONS* options, NIM
   return error ? FailPlatform(error.value()) : 0;
 }
 
+// A folder called #snapshot right below a share's folder, or right below a home in the share of homes.
+int IsInSnapshot(const char* path, int* flag) {
+  if (path == nullptr || flag == nullptr) {
+    return FailPlatform(EINVAL);
+  }
+  constexpr char kSnapshot[] = "/#snapshot/";
+  const auto holder = FakeShares().HolderOf(path);
+  const std::string below = holder ? std::string(path).substr(holder->path.size()) + "/" : "";
+  const size_t home_end = holder && holder->name == "homes" ? below.find('/', 1) : std::string::npos;
+  const bool of_share = below.rfind(kSnapshot, 0) == 0;
+  const bool of_home = home_end != std::string::npos && below.compare(home_end, strlen(kSnapshot), kSnapshot) == 0;
+  *flag = of_share || of_home ? 1 : 0;
+  return 0;
+}
+
+int IsHiddenFolder(const char* name) {
+  static const std::set<std::string> kNames = {"@eaDir", "@fileindex", "@tmp"};
+  return name != nullptr && kNames.count(name) != 0 ? 1 : 0;
+}
+
 }  // namespace
 
 std::string ArgumentText<const NIMO_COPY_OPTIONS*>::Of(const NIMO_COPY_OPTIONS* options) {
@@ -52,12 +74,8 @@ FakeFileSystemService::FakeFileSystemService()
       get_type("NIMOGetFSType", [this](const char* path, int) { return GetType(path); }),
       is_remote("NIMOFSIsRemoteFS", [](int type) { return type == kFakeRemoteFS ? 1 : 0; }),
       is_image("NIMOFSIsImageFS", [](int type) { return type == kFakeImageFS ? 1 : 0; }),
-      path_in_snapshot("NLIBFhsPathInSnapshot",
-                       [](const char* path, int* flag) {
-                         *flag = strstr(path, "/#snapshot") != nullptr ? 1 : 0;
-                         return 0;
-                       }),
-      is_hidden_dir("NIMOEAIsHiddenDir", [](const char* name) { return strcmp(name, "@eaDir") == 0 ? 1 : 0; }) {}
+      path_in_snapshot("NLIBFhsPathInSnapshot", IsInSnapshot),
+      is_hidden_dir("NIMOEAIsHiddenDir", IsHiddenFolder) {}
 
 void FakeFileSystemService::SetPermissions(const std::string& path, int permissions) {
   const std::lock_guard lock(mutex_);
@@ -114,6 +132,9 @@ int FakeFileSystemService::IsMountPoint(const char* path) {
 }
 
 int FakeFileSystemService::GetType(const char* path) {
+  if (path == nullptr) {
+    return FailPlatform(EINVAL);
+  }
   struct stat status;
   if (stat(path, &status) != 0) {
     return FailPlatform(errno);

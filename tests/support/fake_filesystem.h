@@ -17,12 +17,12 @@ struct ArgumentText<const NIMO_COPY_OPTIONS*> {
   static std::string Of(const NIMO_COPY_OPTIONS* options);
 };
 
-/// Looks at the real files, plainly: permissions are the owner's mode bits, nothing is a mount point, and copying and
-/// moving are done by the standard library. Tests set what differs.
 constexpr int kFakeLocalFS = 1;
 constexpr int kFakeRemoteFS = 2;
 constexpr int kFakeImageFS = 3;
 
+/// Looks at the real files, plainly: permissions are the owner's mode bits, nothing is a mount point, and copying and
+/// moving are done by the standard library. Tests set what differs.
 class FakeFileSystemService final : public FakeService {
  public:
   FakeFileSystemService();
@@ -35,7 +35,7 @@ class FakeFileSystemService final : public FakeService {
   FakeFunction<int(int)> is_remote;  ///< kFakeRemoteFS is
   FakeFunction<int(int)> is_image;   ///< kFakeImageFS is
   FakeFunction<int(const char*, int*)> path_in_snapshot;
-  FakeFunction<int(const char*)> is_hidden_dir;  ///< "@eaDir" is
+  FakeFunction<int(const char*)> is_hidden_dir;  ///< "@eaDir", "@fileindex" and "@tmp" are
 
   /// From now on the answer of NIMOACLPermGet for this very path, which need not exist.
   void SetPermissions(const std::string& path, int permissions);

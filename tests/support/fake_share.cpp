@@ -2,6 +2,7 @@
 #include "tests/support/fake_share.h"
 
 #include <cstring>
+#include <filesystem>
 
 #include "tests/support/fake_string_list.h"
 
@@ -35,7 +36,8 @@ FakeShareService::FakeShareService()
                       return NamePathGet(full_path, name, name_bytes, path, path_bytes);
                     }),
       is_share_recycle("NIMOShareIsShareRecycle", [this](const char* full_path) { return IsShareRecycle(full_path); }),
-      is_home_recycle("NIMORecycleUserHomePathIsExist", [](const char*, int) { return 0; }) {}
+      is_home_recycle("NIMORecycleUserHomePathIsExist",
+                      [this](const char* full_path, int) { return IsHomeRecycle(full_path); }) {}
 
 void FakeShareService::Add(const FakeShare& share) {
   const std::lock_guard lock(mutex_);
@@ -58,9 +60,21 @@ void FakeShareService::Reset() {
   outstanding_ = 0;
 }
 
-int FakeShareService::Get(const char* name, NIMOSHARE** share) {
+std::optional<FakeShare> FakeShareService::HolderOf(const std::string& full_path) const {
   const std::lock_guard lock(mutex_);
+  const FakeShare* const holder = Holder(full_path);
+  return holder != nullptr ? std::optional<FakeShare>(*holder) : std::nullopt;
+}
+
+int FakeShareService::Get(const char* name, NIMOSHARE** share) {
+  if (share == nullptr) {
+    return FailPlatform(EINVAL);
+  }
   *share = nullptr;
+  if (name == nullptr) {
+    return FailPlatform(EINVAL);
+  }
+  const std::lock_guard lock(mutex_);
   const auto found = shares_.find(name);
   if (found == shares_.end()) {
     return FailPlatform(ENOENT);
@@ -83,6 +97,9 @@ void FakeShareService::Free(NIMOSHARE* share) {
 }
 
 int FakeShareService::Enumerate(SZLIST** list, NLIB_SHARE_FILTER* filter) {
+  if (list == nullptr || *list == nullptr) {
+    return FailPlatform(EINVAL);
+  }
   const std::lock_guard lock(mutex_);
   for (const auto& [name, share] : shares_) {
     NIMOSHARE record{};
@@ -96,6 +113,9 @@ int FakeShareService::Enumerate(SZLIST** list, NLIB_SHARE_FILTER* filter) {
 }
 
 int FakeShareService::Setting(const NIMOSHARE* share, bool FakeShare::*setting, int* value) {
+  if (share == nullptr || value == nullptr) {
+    return FailPlatform(EINVAL);
+  }
   const std::lock_guard lock(mutex_);
   const auto found = shares_.find(share->szName);
   if (found == shares_.end()) {
@@ -117,6 +137,9 @@ const FakeShare* FakeShareService::Holder(const std::string& full_path) const {
 }
 
 int FakeShareService::NamePathGet(const char* full_path, char* name, size_t name_bytes, char* path, size_t path_bytes) {
+  if (full_path == nullptr || name == nullptr || path == nullptr) {
+    return FailPlatform(EINVAL);
+  }
   const std::lock_guard lock(mutex_);
   const FakeShare* const holder = Holder(full_path);
   if (holder == nullptr) {
@@ -131,9 +154,27 @@ int FakeShareService::NamePathGet(const char* full_path, char* name, size_t name
 }
 
 int FakeShareService::IsShareRecycle(const char* full_path) {
+  if (full_path == nullptr) {
+    return FailPlatform(EINVAL);
+  }
   const std::lock_guard lock(mutex_);
   const FakeShare* const holder = Holder(full_path);
   return holder != nullptr && holder->recycle && IsSameOrBelow(holder->path + "/#recycle", full_path) ? 1 : 0;
+}
+
+int FakeShareService::IsHomeRecycle(const char* full_path) {
+  if (full_path == nullptr) {
+    return FailPlatform(EINVAL);
+  }
+  const std::string path = full_path;
+  const std::lock_guard lock(mutex_);
+  const auto homes = shares_.find("homes");
+  if (homes == shares_.end() || !IsSameOrBelow(homes->second.path, path)) {
+    return 0;
+  }
+  const size_t home_end = path.find('/', homes->second.path.size() + 1);
+  const std::string bin = path.substr(0, home_end) + "/#recycle";
+  return home_end != std::string::npos && IsSameOrBelow(bin, path) && std::filesystem::is_directory(bin) ? 1 : 0;
 }
 
 FakeShareService& FakeShares() {

@@ -3,6 +3,7 @@
 
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "nimo/share.h"
@@ -27,7 +28,7 @@ struct ArgumentText<NIMOSHARE*> {
   static std::string Of(const NIMOSHARE* share) { return share == nullptr ? "null" : share->szName; }
 };
 
-/// Knows no share until a test adds some.
+/// Knows no share until a test adds some; their folders need not exist. Every account may write to them.
 class FakeShareService final : public FakeService {
  public:
   FakeShareService();
@@ -43,11 +44,13 @@ class FakeShareService final : public FakeService {
   FakeFunction<int(const char*, NIMOSHARE*)> user_privilege;
   FakeFunction<int(const char*, char*, size_t, char*, size_t)> name_path_get;
   FakeFunction<int(const char*)> is_share_recycle;
-  FakeFunction<int(const char*, int)> is_home_recycle;
+  FakeFunction<int(const char*, int)> is_home_recycle;  ///< looks whether the bin is really there
 
   void Add(const FakeShare& share);
   void Add(const std::string& name, const std::string& path) { Add(FakeShare{name, path}); }
   void Remove(const std::string& name);
+  /// The share whose folder is `full_path` or above it, the longest one.
+  std::optional<FakeShare> HolderOf(const std::string& full_path) const;
   /// Records handed out and not yet freed.
   int outstanding() const;
   void Reset() override;
@@ -60,6 +63,7 @@ class FakeShareService final : public FakeService {
   const FakeShare* Holder(const std::string& full_path) const;
   int NamePathGet(const char* full_path, char* name, size_t name_bytes, char* path, size_t path_bytes);
   int IsShareRecycle(const char* full_path);
+  int IsHomeRecycle(const char* full_path);
 
   mutable std::mutex mutex_;  // guards the rest
   std::map<std::string, FakeShare> shares_;

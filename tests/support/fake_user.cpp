@@ -10,11 +10,7 @@ FakeUserService::FakeUserService()
     : get("NIMOUserGet", [this](const char* name, NIMOUSER** user) { return Get(name, user); }),
       get_by_uid("NIMOUserGetByUID", [this](uid_t uid, NIMOUSER** user) { return GetByUID(uid, user); }),
       free("NIMOUserFree", [this](NIMOUSER* user) { Free(user); }),
-      is_admin("NLIBGroupIsAdminGroupMem",
-               [this](const char* name, int) {
-                 const std::lock_guard lock(mutex_);
-                 return admins_.count(name) != 0 ? 1 : 0;
-               }),
+      is_admin("NLIBGroupIsAdminGroupMem", [this](const char* name, int) { return IsAdmin(name); }),
       reset_credentials("ResetCredentialsByName", [this](const std::string& name, bool with_group) {
         return ResetCredentials(name, with_group);
       }) {
@@ -61,6 +57,9 @@ int FakeUserService::Get(const char* name, NIMOUSER** user) {
 }
 
 int FakeUserService::GetByUID(uid_t uid, NIMOUSER** user) {
+  if (user == nullptr) {
+    return FailPlatform(EINVAL);
+  }
   *user = nullptr;
   const std::lock_guard lock(mutex_);
   for (const auto& [name, account] : accounts_) {
@@ -76,6 +75,18 @@ int FakeUserService::Hand(const std::string& name, const Account& account, NIMOU
   *user = new NIMOUSER{strdup(name.c_str()), account.uid, account.gid};
   ++outstanding_;
   return 0;
+}
+
+int FakeUserService::IsAdmin(const char* name) {
+  if (name == nullptr || *name == '\0') {
+    return FailPlatform(EINVAL);
+  }
+  const std::lock_guard lock(mutex_);
+  if (admins_.count(name) != 0) {
+    return 1;
+  }
+  const auto found = accounts_.find(name);
+  return found == accounts_.end() ? FailPlatform(ENOENT) : found->second.uid == 0 ? 1 : 0;
 }
 
 bool FakeUserService::ResetCredentials(const std::string& name, bool with_group) {

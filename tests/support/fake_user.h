@@ -13,7 +13,7 @@
 
 namespace orbisk::test {
 
-/// Knows root (0, 0) alone until a test adds accounts.
+/// Knows root (0, 0), who administers the box, alone until a test adds accounts.
 class FakeUserService final : public FakeService {
  public:
   FakeUserService();
@@ -40,6 +40,7 @@ class FakeUserService final : public FakeService {
   int Get(const char* name, NIMOUSER** user);
   int GetByUID(uid_t uid, NIMOUSER** user);
   int Hand(const std::string& name, const Account& account, NIMOUSER** user);
+  int IsAdmin(const char* name);
   bool ResetCredentials(const std::string& name, bool with_group);
   void Free(NIMOUSER* user);
 
