@@ -180,7 +180,7 @@ class Index {
   ///   {"bool": {"must": [Q…], "should": [Q…], "must_not": [Q…], "filter": [Q…]}}
   ///   {"match_all": {}}
   /// FIELD "_all" means every field that is in the catch-all search. `load_fields` says which members a hit has;
-  /// without it: all stored ones except those of type "text". Absent members stay absent.
+  /// without it: all stored ones that need no text to be read (numbers, paths, names). Absent members stay absent.
   /// Throws kBadQuery, kCorrupt, kStorage, and what `on_hit` throws.
   void Get(const Json::Value& query, const std::optional<std::vector<std::string>>& load_fields,
            const std::function<void(Json::Value&& hit)>& on_hit, View view = View::kLatest);

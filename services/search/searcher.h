@@ -1,0 +1,42 @@
+// Answers people's questions on one state of the database.
+#pragma once
+
+#include <string>
+
+#include "services/search/database.h"
+#include "services/search/index.h"
+#include "services/search/query.h"
+
+namespace search {
+
+/// One question's answer. Used once, by one thread; `database` is in a reading transaction.
+class Searcher {
+ public:
+  Searcher(Database& database, const SearchOptions& options) : database_(database), options_(options) {}
+
+  /// See Index::Search.
+  SearchResult Run(const std::string& text);
+
+ private:
+  struct Found {
+    int64_t id;
+    double score;
+  };
+
+  std::string From() const;
+  std::string Where() const;
+  void BindQuestion(Statement& statement, int first) const;
+  void Collect();
+  void RankNames();
+  std::vector<Found> Page();
+  std::vector<Found> SortedPage(const std::string& order);
+  void CountFacets(SearchResult& result);
+  Hit MakeHit(const Found& found, class SnippetMaker& snippets);
+
+  Database& database_;
+  const SearchOptions& options_;
+  CompiledQuery query_;
+  std::vector<Found> found_;  // every hit, newest first; the first kRankedHits of them have scores
+};
+
+}  // namespace search

@@ -1,0 +1,83 @@
+// Documents in tables: reading and writing of records, their texts, and their words. No transactions here.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "services/search/schema.h"
+#include "services/search/sqlite.h"
+
+namespace search {
+
+/// Makes the tables of a new database.
+void CreateTables(Connection& database, const Schema& schema);
+
+/// The file's format; a higher one is of a later daemon.
+inline constexpr int kFormat = 1;
+
+/// A record with its place in the database. Its `extra` is not read unless ReadExtra is called.
+struct StoredRecord {
+  int64_t id = 0;
+  Record record;
+  std::string extra_text;
+  bool suggested = false;
+};
+
+/// Texts as kept in the database: compressed, with a checksum.
+std::string PackTexts(const Record& record);
+/// Throws Error kCorrupt.
+void UnpackTexts(std::string_view packed, Record& record);
+
+/// JSON in one line, bytes as they are.
+std::string JsonText(const Json::Value& value);
+/// Throws Error kCorrupt.
+Json::Value ParseJson(std::string_view text);
+
+/// The documents of one open database. Used by one thread at a time.
+class DocumentStore {
+ public:
+  DocumentStore(Connection& database, const Schema& schema);
+
+  /// The columns that ReadRow reads, for "SELECT ... FROM doc d".
+  const std::string& RowColumns() const { return row_columns_; }
+  /// The record in the current row of a statement that begins with RowColumns.
+  StoredRecord ReadRow(const Statement& row) const;
+
+  std::optional<int64_t> FindId(std::string_view path);
+  std::optional<StoredRecord> Find(std::string_view path);
+  std::optional<StoredRecord> FindById(int64_t id);
+  void ReadExtra(StoredRecord& stored) const;
+  void ReadTexts(StoredRecord& stored);
+
+  /// Adds a document; its path must be free.
+  void Insert(const Record& record);
+  /// Puts `after` in the place of `before`, whose texts and extra have been read; words are touched only where they
+  /// differ. The path of `after` must be free, or the same.
+  void Replace(const StoredRecord& before, const Record& after);
+  /// Writes columns and path alone. With `extra`, that too.
+  void UpdateRow(const StoredRecord& before, const Record& after, bool extra);
+  /// Whether two records have the same words as far as their columns go; texts are not compared.
+  bool SameColumnWords(const Record& before, const Record& after) const;
+  /// Deletes the document; reads its texts for that.
+  void Delete(int64_t id);
+  void MarkSuggested(int64_t id);
+
+ private:
+  enum class WordChange { kInsert, kDelete };
+  std::vector<std::string> AllWords(const Record& record) const;
+  void WriteWords(WordChange change, int64_t id, const std::vector<std::string>& words);
+  void WriteTexts(int64_t id, const Record& record);
+  void BindCell(Statement& statement, int parameter, const Cell& cell) const;
+
+  Connection& database_;
+  const Schema& schema_;
+  std::string row_columns_;
+  std::string insert_row_;
+  std::string insert_words_;
+  std::string delete_words_;
+};
+
+}  // namespace search
