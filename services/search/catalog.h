@@ -19,8 +19,8 @@ namespace nimoelasticd {
 
 using HostPtr = std::shared_ptr<HostedIndex>;
 
-/// Finds indexes by id; creates, deletes, pauses, moves them. Each change is durable when its call returns, and one that
-/// a crash interrupted is finished or undone by the next Start.
+/// Finds indexes by id; creates, deletes, pauses, moves them. Each change is durable when its call returns, and one
+/// that a crash interrupted is finished or undone by the next Start.
 ///
 /// Threads: any. Calls for one index wait for each other, those for different ones do not. All throw Refusal,
 /// search::Error, std::system_error.

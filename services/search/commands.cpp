@@ -11,7 +11,7 @@
 namespace nimoelasticd {
 namespace {
 
-struct Entry {
+struct Row {
   std::string_view name;
   Traffic traffic;
   const char* index_member;  // of the data
@@ -19,27 +19,27 @@ struct Entry {
 };
 
 constexpr std::array kTable = {
-    Entry{"index_create", Traffic::kOrdered, "id", IndexCreate},
-    Entry{"index_delete", Traffic::kOrdered, "id", IndexDelete},
-    Entry{"index_pause", Traffic::kOrdered, "id", IndexPause},
-    Entry{"index_resume", Traffic::kOrdered, "id", IndexResume},
-    Entry{"index_config_set", Traffic::kOrdered, "id", IndexConfigSet},
-    Entry{"index_list", Traffic::kReading, nullptr, IndexList},
-    Entry{"index_stat", Traffic::kReading, "id", IndexStat},
-    Entry{"document_upsert_by_id", Traffic::kDocument, "id", DocumentUpsertById},
-    Entry{"document_set_by_id", Traffic::kDocument, "id", DocumentSetById},
-    Entry{"document_del_by_id", Traffic::kDocument, "id", DocumentDelById},
-    Entry{"document_del_by_query", Traffic::kDocument, "id", DocumentDelByQuery},
-    Entry{"document_get_by_query", Traffic::kDocument, "id", DocumentGetByQuery},
-    Entry{"commit", Traffic::kDocument, "id", Commit},
-    Entry{"document_search", Traffic::kQuestion, nullptr, DocumentSearch},
-    Entry{"term_suggest", Traffic::kQuestion, "id", TermSuggest},
-    Entry{"list_term_sugg_db", Traffic::kReading, nullptr, ListTermSuggDb},
-    Entry{"update_term_suggestion", Traffic::kDocument, "db_name", UpdateTermSuggestion},
+    Row{"index_create", Traffic::kOrdered, "id", IndexCreate},
+    Row{"index_delete", Traffic::kOrdered, "id", IndexDelete},
+    Row{"index_pause", Traffic::kOrdered, "id", IndexPause},
+    Row{"index_resume", Traffic::kOrdered, "id", IndexResume},
+    Row{"index_config_set", Traffic::kOrdered, "id", IndexConfigSet},
+    Row{"index_list", Traffic::kReading, nullptr, IndexList},
+    Row{"index_stat", Traffic::kReading, "id", IndexStat},
+    Row{"document_upsert_by_id", Traffic::kDocument, "id", DocumentUpsertById},
+    Row{"document_set_by_id", Traffic::kDocument, "id", DocumentSetById},
+    Row{"document_del_by_id", Traffic::kDocument, "id", DocumentDelById},
+    Row{"document_del_by_query", Traffic::kDocument, "id", DocumentDelByQuery},
+    Row{"document_get_by_query", Traffic::kDocument, "id", DocumentGetByQuery},
+    Row{"commit", Traffic::kDocument, "id", Commit},
+    Row{"document_search", Traffic::kQuestion, nullptr, DocumentSearch},
+    Row{"term_suggest", Traffic::kQuestion, "id", TermSuggest},
+    Row{"list_term_sugg_db", Traffic::kReading, nullptr, ListTermSuggDb},
+    Row{"update_term_suggestion", Traffic::kDocument, "db_name", UpdateTermSuggestion},
 };
 
-const Entry& EntryOf(const Command& command) {
-  for (const Entry& entry : kTable) {
+const Row& RowOf(const Command& command) {
+  for (const Row& entry : kTable) {
     if (entry.name == command.name) {
       return entry;
     }
@@ -50,7 +50,7 @@ const Entry& EntryOf(const Command& command) {
 }  // namespace
 
 Route Commands::RouteOf(const Command& command) {
-  const Entry& entry = EntryOf(command);
+  const Row& entry = RowOf(command);
   Route route;
   route.traffic = entry.traffic;
   // Who is content with the last commit need not wait for what is being written.
@@ -66,7 +66,7 @@ Route Commands::RouteOf(const Command& command) {
 }
 
 std::string Commands::Run(const Command& command) {
-  const Entry& entry = EntryOf(command);
+  const Row& entry = RowOf(command);
   try {
     return entry.handler(catalog_, command.data);
   } catch (const search::Error& error) {

@@ -126,9 +126,8 @@ Dispatcher::Dispatcher(Catalog& catalog, const DispatcherLimits& limits)
       writers_(limits.writer_threads),
       readers_(limits.reader_threads),
       lanes_(writers_) {
-  catalog_.OnDamage([this](const std::string& id) {
-    lanes_.Post(id, [this, id] { Try([&] { catalog_.Repair(id); }); });
-  });
+  catalog_.OnDamage(
+      [this](const std::string& id) { lanes_.Post(id, [this, id] { Try([&] { catalog_.Repair(id); }); }); });
 }
 
 Dispatcher::~Dispatcher() {
@@ -229,8 +228,8 @@ void Dispatcher::Continue(const JobPtr& job, const Place& here) {
       job->Add(problem, "");
       continue;
     }
-    const bool in_turn = route.traffic == Traffic::kReading || route.traffic == Traffic::kQuestion ||
-                         here.lane == route.index;
+    const bool in_turn =
+        route.traffic == Traffic::kReading || route.traffic == Traffic::kQuestion || here.lane == route.index;
     if (!here.worker || !in_turn) {
       Post(job, route);
       return;

@@ -23,8 +23,7 @@ void EventHandler::Unloader::operator()(void* handle) const {
 }
 
 std::unique_ptr<EventHandler> EventHandler::Load(const std::string& id, const Json::Value& description) {
-  const Json::Value& path_value =
-      description.isObject() ? description["lib_path"] : Json::Value::nullSingleton();
+  const Json::Value& path_value = description.isObject() ? description["lib_path"] : Json::Value::nullSingleton();
   if (!path_value.isString() || path_value.asString().empty()) {
     return nullptr;
   }

@@ -158,7 +158,10 @@ bool HostedIndex::TryRepair() {
   try {
     bool lost = false;
     const std::int64_t documents = search::Index::Repair(path(), &lost, options_);
-    Record(LOG_WARNING, "repair_ended").Add("path", path()).Add("documents", documents).Add("lost", lost ? "yes" : "no");
+    Record(LOG_WARNING, "repair_ended")
+        .Add("path", path())
+        .Add("documents", documents)
+        .Add("lost", lost ? "yes" : "no");
     SetProblem(lost ? "repaired, but not all documents could be read: rebuild the share" : "");
     return true;
   } catch (const search::Error& error) {

@@ -13,8 +13,8 @@
 namespace nimoelasticd {
 
 enum class State {
-  kOpening,    ///< 606
-  kMoving,     ///< 606
+  kOpening,  ///< 606
+  kMoving,   ///< 606
   kOpen,
   kPaused,     ///< 608
   kRepairing,  ///< 609
@@ -90,9 +90,9 @@ class HostedIndex {
   void SetProblem(const std::string& problem);
 
   const search::OpenOptions options_;
-  std::mutex admin_;                 // held by whoever changes the state; taken before mutex_
-  mutable std::mutex mutex_;         // guards the rest
-  std::condition_variable unused_;   // users_ became 0
+  std::mutex admin_;                // held by whoever changes the state; taken before mutex_
+  mutable std::mutex mutex_;        // guards the rest
+  std::condition_variable unused_;  // users_ became 0
   State state_;
   std::string path_;
   std::string problem_;

@@ -20,10 +20,10 @@ struct SortName {
   Sort sort;
   const char* field;  // what hits of several indexes are merged by; null: score or path
 };
-constexpr std::array kSorts = {
-    SortName{"relevance", Sort::kRelevance, nullptr}, SortName{"path", Sort::kPath, nullptr},
-    SortName{"name", Sort::kName, "NIMOMDFSName"}, SortName{"size", Sort::kSize, "NIMOMDFSSize"},
-    SortName{"modified", Sort::kModified, "NIMOMDFSContentChangeDate"}};
+constexpr std::array kSorts = {SortName{"relevance", Sort::kRelevance, nullptr}, SortName{"path", Sort::kPath, nullptr},
+                               SortName{"name", Sort::kName, "NIMOMDFSName"},
+                               SortName{"size", Sort::kSize, "NIMOMDFSSize"},
+                               SortName{"modified", Sort::kModified, "NIMOMDFSContentChangeDate"}};
 
 const SortName& SortOf(const Json::Value& data) {
   const std::string name = OptionalString(data, "sort", "relevance");

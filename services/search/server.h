@@ -56,9 +56,9 @@ class Server {
   const ServerOptions options_;
   MemoryGauge memory_;
   Protocol::acceptor acceptor_;
-  boost::asio::steady_timer pause_;                                      // after a failed accept
-  std::list<Session*> readers_;                                          // longest first
-  std::unordered_map<Session*, std::list<Session*>::iterator> places_;   // in readers_
+  boost::asio::steady_timer pause_;                                     // after a failed accept
+  std::list<Session*> readers_;                                         // longest first
+  std::unordered_map<Session*, std::list<Session*>::iterator> places_;  // in readers_
   size_t connections_ = 0;
   bool accepting_ = false;
   bool bound_ = false;

@@ -35,17 +35,17 @@ Session::Session(Socket socket, Dispatcher& dispatcher, MemoryGauge& memory, std
 
 void Session::Start() {
   ExpectProgress();
-  asio::async_read(socket_, asio::buffer(&length_, sizeof(length_)),
-                   [self = shared_from_this()](const boost::system::error_code& error, std::size_t) {
-                     if (error) {
-                       self->End();
-                     } else if (self->length_ > kMaxMessageBytes) {
-                       self->Answer(Dispatcher::Failure(static_cast<int>(Code::kMalformedRequest),
-                                                        "a message of more than 1 GiB"));
-                     } else {
-                       self->ReadStep();
-                     }
-                   });
+  asio::async_read(
+      socket_, asio::buffer(&length_, sizeof(length_)),
+      [self = shared_from_this()](const boost::system::error_code& error, std::size_t) {
+        if (error) {
+          self->End();
+        } else if (self->length_ > kMaxMessageBytes) {
+          self->Answer(Dispatcher::Failure(static_cast<int>(Code::kMalformedRequest), "a message of more than 1 GiB"));
+        } else {
+          self->ReadStep();
+        }
+      });
 }
 
 void Session::Cut() {
@@ -120,8 +120,8 @@ void Session::Answer(std::string text) {
   Become(Phase::kWriting);
   text_ = std::move(text);
   length_ = text_.size();
-  const std::array<asio::const_buffer, 2> pieces = {
-      asio::buffer(&length_, sizeof(length_)), asio::buffer(text_.data(), std::min(text_.size(), kStepBytes))};
+  const std::array<asio::const_buffer, 2> pieces = {asio::buffer(&length_, sizeof(length_)),
+                                                    asio::buffer(text_.data(), std::min(text_.size(), kStepBytes))};
   ExpectProgress();
   asio::async_write(socket_, pieces,
                     [self = shared_from_this()](const boost::system::error_code& error, std::size_t count) {

@@ -52,11 +52,11 @@ class Session : public std::enable_shared_from_this<Session> {
   const std::chrono::milliseconds patience_;
   const std::function<void(Session&, Phase)> on_change_;
   Phase phase_ = Phase::kReading;
-  std::uint64_t length_ = 0;     // of the message, then of the answer
-  std::uint64_t received_ = 0;   // of the message
-  std::size_t held_bytes_ = 0;   // in memory_
-  bool refused_ = false;         // the message is thrown away
-  std::string text_;             // the message, then the answer
+  std::uint64_t length_ = 0;    // of the message, then of the answer
+  std::uint64_t received_ = 0;  // of the message
+  std::size_t held_bytes_ = 0;  // in memory_
+  bool refused_ = false;        // the message is thrown away
+  std::string text_;            // the message, then the answer
 };
 
 }  // namespace nimoelasticd
