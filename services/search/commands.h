@@ -1,0 +1,40 @@
+// What the daemon can be asked, command by command.
+#pragma once
+
+#include <string>
+
+#include "services/search/catalog.h"
+#include "services/search/request.h"
+
+namespace nimoelasticd {
+
+/// How a command goes with others.
+enum class Traffic {
+  kReading,   ///< at any time
+  kQuestion,  ///< likewise, on a reader's connection; the index has to be open
+  kOrdered,   ///< after what came before for the same index
+  kDocument,  ///< likewise; refused at once while the index is being opened, moved or repaired
+};
+
+/// What is to be known of a command before it is run.
+struct Route {
+  Traffic traffic = Traffic::kReading;
+  std::string index;  ///< the id that decides about the order; "" where there is none
+};
+
+/// Runs commands. Threads: any.
+class Commands {
+ public:
+  explicit Commands(Catalog& catalog) : catalog_(catalog) {}
+
+  /// Throws Refusal kUnknownCommand, kBadMember.
+  static Route RouteOf(const Command& command);
+
+  /// Returns the result, a JSON text, or "" if the command has none. Throws Refusal, search::Error, std::exception.
+  std::string Run(const Command& command);
+
+ private:
+  Catalog& catalog_;
+};
+
+}  // namespace nimoelasticd

@@ -1,0 +1,268 @@
+// A job goes from lane to lane until its commands are done.
+#include "services/search/dispatcher.h"
+
+#include <algorithm>
+#include <array>
+#include <boost/asio/post.hpp>
+#include <optional>
+#include <system_error>
+#include <utility>
+
+#include "services/search/json_text.h"
+#include "services/search/log.h"
+#include "services/search/refusal.h"
+#include "services/search/request.h"
+
+namespace nimoelasticd {
+namespace {
+
+// Longer messages are taken apart on a worker, so that the event loop stays quick; a shorter one takes well below a
+// millisecond.
+constexpr size_t kShortMessage = 64 * 1024;
+
+std::string ErrorMember(int code, const std::string& message) {
+  Json::Value error;
+  error["code"] = code;
+  error["msg"] = message;
+  return "\"error\":" + WriteJson(error);
+}
+
+// After these no command for the index can do anything, or what was done is gone. Clients pass over the failure of
+// single commands, so that the request as a whole has to fail.
+bool IsForTheWhole(int code) {
+  static constexpr std::array kCodes = {
+      static_cast<int>(Code::kNotReady),   static_cast<int>(Code::kPaused),
+      static_cast<int>(Code::kRepairing),  static_cast<int>(Code::kAnswerTooLarge),
+      static_cast<int>(Code::kNoDatabase), static_cast<int>(Code::kDamaged),
+      static_cast<int>(Code::kStorage),    static_cast<int>(search::ErrorCode::kDiskFull)};
+  return std::find(kCodes.begin(), kCodes.end(), code) != kCodes.end();
+}
+
+std::string Success(const std::string& result) {
+  return result.empty() ? R"({"success":true})" : "{\"data\":" + result + ",\"success\":true}";
+}
+
+struct Problem {
+  int code;
+  std::string message;
+};
+
+// What `work` throws, as code and message; nothing when it returns.
+template <typename Work>
+std::optional<Problem> Try(const Work& work) {
+  try {
+    work();
+    return std::nullopt;
+  } catch (const Refusal& refusal) {
+    return Problem{static_cast<int>(refusal.code()), refusal.what()};
+  } catch (const search::Error& error) {
+    return Problem{static_cast<int>(error.code()), error.what()};
+  } catch (const std::bad_alloc&) {
+    return Problem{static_cast<int>(Code::kTooMuchMemory), "out of memory"};
+  } catch (const std::system_error& error) {
+    return Problem{static_cast<int>(Code::kStorage), error.what()};
+  } catch (const std::exception& error) {
+    return Problem{static_cast<int>(Code::kInternal), error.what()};
+  }
+}
+
+}  // namespace
+
+struct Dispatcher::Job {
+  explicit Job(Reply on_reply) : reply(std::move(on_reply)) {}
+  ~Job() {
+    if (counter != nullptr) {
+      --*counter;
+    }
+  }
+  Job(const Job&) = delete;
+  Job& operator=(const Job&) = delete;
+
+  bool done() const { return failed_as_a_whole || next == request->size(); }
+
+  // Takes the outcome of the next command.
+  void Add(const std::optional<Problem>& problem, const std::string& result) {
+    ++next;
+    command.reset();
+    const std::string outcome = problem ? Failure(problem->code, problem->message) : Success(result);
+    if (!request->compound()) {
+      answer = outcome;
+      return;
+    }
+    if (problem && IsForTheWhole(problem->code)) {
+      failed_as_a_whole = true;
+      answer = outcome;
+      return;
+    }
+    has_fail = has_fail || problem;
+    results += (results.empty() ? "" : ",") + outcome;
+  }
+
+  void Finish() {
+    if (request->compound() && !failed_as_a_whole) {
+      answer = "{\"data\":[" + results + "],\"has_fail\":" + (has_fail ? "true" : "false") + ",\"success\":true}";
+    }
+    if (answer.size() > kMaxMessageBytes) {
+      answer = Failure(static_cast<int>(Code::kAnswerTooLarge), "the answer is over 1 GiB");
+    }
+    reply(std::move(answer));
+  }
+
+  Reply reply;
+  std::optional<Request> request;
+  size_t next = 0;
+  std::optional<Command> command;  // the next one, if it was read before its turn
+  std::string results;             // of a compound request
+  std::string answer;
+  bool has_fail = false;
+  bool failed_as_a_whole = false;
+  std::atomic<size_t>* counter = nullptr;  // where it counts as waiting
+};
+
+Dispatcher::Dispatcher(Catalog& catalog, const DispatcherLimits& limits)
+    : catalog_(catalog),
+      commands_(catalog),
+      limits_(limits),
+      writers_(limits.writer_threads),
+      readers_(limits.reader_threads),
+      lanes_(writers_) {
+  catalog_.OnDamage(
+      [this](const std::string& id) { lanes_.Post(id, [this, id] { Try([&] { catalog_.Repair(id); }); }); });
+}
+
+Dispatcher::~Dispatcher() {
+  Stop();
+}
+
+void Dispatcher::Start() {
+  for (const std::string& id : catalog_.Start()) {
+    lanes_.Post(id, [this, id] {
+      if (const std::optional<Problem> problem = Try([&] { catalog_.Open(id); })) {
+        Record(LOG_ERR, "index_not_opened").Add("index", id).Add("reason", problem->message);
+      }
+    });
+  }
+}
+
+void Dispatcher::Stop() {
+  stopping_ = true;
+  writers_.join();
+  readers_.join();
+}
+
+std::string Dispatcher::Failure(int code, const std::string& message) {
+  return "{" + ErrorMember(code, message) + ",\"success\":false}";
+}
+
+void Dispatcher::Submit(std::string message, Reply reply) {
+  const auto job = std::make_shared<Job>(std::move(reply));
+  if (message.size() <= kShortMessage) {
+    Admit(job, std::move(message), Place{});
+    return;
+  }
+  const auto text = std::make_shared<std::string>(std::move(message));
+  boost::asio::post(readers_, [this, job, text] { Admit(job, std::move(*text), Place{true, std::nullopt}); });
+}
+
+void Dispatcher::Admit(const JobPtr& job, std::string&& message, const Place& here) {
+  bool question = false;
+  std::optional<Problem> problem = Try([&] {
+    job->request.emplace(std::move(message));
+    if (!job->request->compound()) {
+      job->command = job->request->At(0);
+      const Traffic traffic = Commands::RouteOf(*job->command).traffic;
+      question = traffic == Traffic::kReading || traffic == Traffic::kQuestion;
+    }
+  });
+  if (!problem) {
+    std::atomic<size_t>& counter = question ? waiting_questions_ : waiting_changes_;
+    job->counter = &counter;
+    if (++counter > limits_.max_waiting) {
+      problem = Problem{static_cast<int>(Code::kTooManyWaiting), "too many requests are waiting"};
+    }
+  }
+  if (problem) {
+    job->reply(Failure(problem->code, problem->message));
+    return;
+  }
+  Continue(job, here);
+}
+
+// What the command needs to be run. Throws what can be said at once.
+Route Dispatcher::Find(const Command& command) const {
+  Route route = Commands::RouteOf(command);
+  if (route.traffic != Traffic::kDocument && route.traffic != Traffic::kQuestion) {
+    return route;
+  }
+  const HostPtr host = catalog_.Find(route.index);
+  const State state = host != nullptr ? host->state() : State::kGone;
+  if (route.traffic == Traffic::kQuestion) {
+    if (state == State::kAbsent) {
+      route.traffic = Traffic::kDocument;  // to have it opened in its turn
+    }
+    return route;
+  }
+  if (host == nullptr && lanes_.Count(route.index) == 0) {
+    throw Refusal(Code::kUnknownIndex, "no such index: " + route.index);
+  }
+  // These take long, and the client knows how to wait.
+  if (state == State::kOpening || state == State::kMoving || state == State::kRepairing) {
+    host->RequireOpen();
+  }
+  return route;
+}
+
+void Dispatcher::Continue(const JobPtr& job, const Place& here) {
+  while (!job->done()) {
+    if (stopping_) {
+      return;  // without an answer; the connection is closed
+    }
+    Route route;
+    const std::optional<Problem> problem = Try([&] {
+      if (!job->command) {
+        job->command = job->request->At(job->next);
+      }
+      route = Find(*job->command);
+    });
+    if (problem) {
+      job->Add(problem, "");
+      continue;
+    }
+    const bool in_turn =
+        route.traffic == Traffic::kReading || route.traffic == Traffic::kQuestion || here.lane == route.index;
+    if (!here.worker || !in_turn) {
+      Post(job, route);
+      return;
+    }
+    Run(*job, route);
+  }
+  job->Finish();
+}
+
+void Dispatcher::Post(const JobPtr& job, const Route& route) {
+  if (route.traffic == Traffic::kReading || route.traffic == Traffic::kQuestion) {
+    boost::asio::post(readers_, [this, job] { Continue(job, Place{true, std::nullopt}); });
+  } else {
+    lanes_.Post(route.index, [this, job, lane = route.index] { Continue(job, Place{true, lane}); });
+  }
+}
+
+void Dispatcher::Run(Job& job, const Route& route) {
+  std::string result;
+  const std::optional<Problem> problem = Try([&] {
+    EnsureOpen(route);
+    result = commands_.Run(*job.command);
+  });
+  job.Add(problem, result);
+}
+
+void Dispatcher::EnsureOpen(const Route& route) {
+  if (route.traffic == Traffic::kDocument) {
+    const HostPtr host = catalog_.Find(route.index);
+    if (host != nullptr && host->state() == State::kAbsent) {
+      catalog_.Open(route.index);
+    }
+  }
+}
+
+}  // namespace nimoelasticd

@@ -1,0 +1,234 @@
+// Opens, closes, repairs.
+#include "services/search/hosted_index.h"
+
+#include <sys/stat.h>
+
+#include <utility>
+
+#include "services/search/log.h"
+#include "services/search/refusal.h"
+
+namespace nimoelasticd {
+
+const char* NameOf(State state) {
+  switch (state) {
+    case State::kOpening:
+      return "opening";
+    case State::kMoving:
+      return "moving";
+    case State::kOpen:
+      return "open";
+    case State::kPaused:
+      return "paused";
+    case State::kRepairing:
+      return "repairing";
+    case State::kAbsent:
+      return "absent";
+    case State::kDamaged:
+      return "damaged";
+    case State::kGone:
+      return "gone";
+  }
+  return "unknown";
+}
+
+HostedIndex::Use::Use(HostedIndex& host) : host_(host), index_(host.Enter()) {}
+
+HostedIndex::Use::~Use() {
+  host_.Leave();
+}
+
+HostedIndex::HostedIndex(std::string path, State state, search::OpenOptions options)
+    : options_(options), state_(state), path_(std::move(path)) {}
+
+State HostedIndex::state() const {
+  const std::lock_guard lock(mutex_);
+  return state_;
+}
+
+std::string HostedIndex::path() const {
+  const std::lock_guard lock(mutex_);
+  return path_;
+}
+
+std::string HostedIndex::problem() const {
+  const std::lock_guard lock(mutex_);
+  return problem_;
+}
+
+void HostedIndex::Refuse() const {
+  switch (state_) {
+    case State::kPaused:
+      throw Refusal(Code::kPaused, "the index is paused");
+    case State::kRepairing:
+      throw Refusal(Code::kRepairing, "the index is being repaired");
+    case State::kAbsent:
+      throw Refusal(Code::kNoDatabase, "the index cannot be opened: " + problem_);
+    case State::kDamaged:
+      throw Refusal(Code::kDamaged, "the index is damaged, delete and create it: " + problem_);
+    case State::kGone:
+      throw Refusal(Code::kUnknownIndex, "the index was deleted");
+    default:
+      throw Refusal(Code::kNotReady, std::string("the index is ") + NameOf(state_));
+  }
+}
+
+void HostedIndex::RequireOpen() const {
+  const std::lock_guard lock(mutex_);
+  if (state_ != State::kOpen) {
+    Refuse();
+  }
+}
+
+search::Index* HostedIndex::Enter() {
+  const std::lock_guard lock(mutex_);
+  if (state_ != State::kOpen) {
+    Refuse();
+  }
+  ++users_;
+  return index_.get();
+}
+
+void HostedIndex::Leave() {
+  const std::lock_guard lock(mutex_);
+  if (--users_ == 0) {
+    unused_.notify_all();
+  }
+}
+
+void HostedIndex::Become(State state, std::unique_ptr<search::Index> index) {
+  const std::lock_guard lock(mutex_);
+  state_ = state;
+  index_ = std::move(index);
+}
+
+void HostedIndex::Create(const Json::Value& mappings, const Json::Value& settings) {
+  Become(State::kOpen, search::Index::Create(path(), mappings, settings, options_));
+}
+
+void HostedIndex::Open() {
+  SetState(State::kOpening);
+  if (TryOpen() == Opened::kDamaged) {
+    RepairFiles();
+  }
+}
+
+bool HostedIndex::MarkDamaged() {
+  const std::lock_guard lock(mutex_);
+  if (state_ != State::kOpen) {
+    return false;
+  }
+  state_ = State::kRepairing;
+  changes_lost_ = true;
+  return true;
+}
+
+void HostedIndex::Repair() {
+  Close(State::kRepairing, false);
+  RepairFiles();
+}
+
+void HostedIndex::RepairFiles() {
+  SetState(State::kRepairing);
+  if (TryRepair() && TryOpen() == Opened::kDamaged) {
+    SetState(State::kDamaged);
+  }
+}
+
+HostedIndex::Opened HostedIndex::TryOpen() {
+  try {
+    Become(State::kOpen, search::Index::Open(path(), options_));
+    Record(LOG_INFO, "index_opened").Add("path", path());
+    return Opened::kDone;
+  } catch (const search::Error& error) {
+    if (problem() != error.what()) {  // each request tries again, and one record is enough
+      Record(LOG_ERR, "index_not_opened").Add("path", path()).Add("reason", error.what());
+    }
+    SetProblem(error.what());
+    if (error.code() == search::ErrorCode::kCorrupt) {
+      return Opened::kDamaged;
+    }
+    SetState(State::kAbsent);
+    return Opened::kNot;
+  }
+}
+
+bool HostedIndex::TryRepair() {
+  Record(LOG_WARNING, "repair_started").Add("path", path());
+  try {
+    bool lost = false;
+    const std::int64_t documents = search::Index::Repair(path(), &lost, options_);
+    Record(LOG_WARNING, "repair_ended")
+        .Add("path", path())
+        .Add("documents", documents)
+        .Add("lost", lost ? "yes" : "no");
+    SetProblem(lost ? "repaired, but not all documents could be read: rebuild the share" : "");
+    return true;
+  } catch (const search::Error& error) {
+    Record(LOG_ERR, "repair_failed").Add("path", path()).Add("reason", error.what());
+    SetProblem(error.what());
+    SetState(error.code() == search::ErrorCode::kCorrupt ? State::kDamaged : State::kAbsent);
+    return false;
+  }
+}
+
+bool HostedIndex::TakeLostChanges() {
+  const std::lock_guard lock(mutex_);
+  return std::exchange(changes_lost_, false);
+}
+
+void HostedIndex::SetProblem(const std::string& problem) {
+  const std::lock_guard lock(mutex_);
+  problem_ = problem;
+}
+
+void HostedIndex::Close(State next, bool commit) {
+  std::unique_lock lock(mutex_);
+  const State before = std::exchange(state_, next);
+  unused_.wait(lock, [this] { return users_ == 0; });
+  if (index_ == nullptr) {
+    return;
+  }
+  // Nobody can come in any more, so the lock need not be held while the disk works; stat and list ask for it.
+  search::Index* const index = index_.get();
+  lock.unlock();
+  if (commit && index->HasUncommitted()) {
+    try {
+      index->Commit();
+    } catch (const search::Error&) {
+      SetState(before);
+      throw;
+    }
+  }
+  index->Close();
+  lock.lock();
+  index_.reset();
+}
+
+void HostedIndex::SetPath(const std::string& path) {
+  const std::lock_guard lock(mutex_);
+  path_ = path;
+}
+
+void HostedIndex::SetState(State state) {
+  const std::lock_guard lock(mutex_);
+  state_ = state;
+}
+
+void HostedIndex::SetEventHandler(std::unique_ptr<EventHandler> handler) {
+  const std::lock_guard lock(mutex_);
+  event_handler_ = std::move(handler);
+}
+
+std::int64_t HostedIndex::BytesOnDisk() const {
+  std::int64_t bytes = 0;
+  for (const std::string& name : search::Index::FileNames()) {
+    struct stat info {};
+    if (stat((path() + "/" + name).c_str(), &info) == 0) {
+      bytes += info.st_size;
+    }
+  }
+  return bytes;
+}
+
+}  // namespace nimoelasticd

@@ -1,0 +1,231 @@
+// People's questions, to one index or to many.
+#include <algorithm>
+#include <array>
+#include <chrono>
+
+#include "services/search/command_table.h"
+#include "services/search/json_text.h"
+#include "services/search/refusal.h"
+#include "services/search/request.h"
+
+namespace nimoelasticd {
+namespace {
+
+using Sort = search::SearchOptions::Sort;
+
+constexpr std::int64_t kMostHits = 10'000;
+
+struct SortName {
+  const char* name;
+  Sort sort;
+  const char* field;  // what hits of several indexes are merged by; null: score or path
+};
+constexpr std::array kSorts = {SortName{"relevance", Sort::kRelevance, nullptr}, SortName{"path", Sort::kPath, nullptr},
+                               SortName{"name", Sort::kName, "NIMOMDFSName"},
+                               SortName{"size", Sort::kSize, "NIMOMDFSSize"},
+                               SortName{"modified", Sort::kModified, "NIMOMDFSContentChangeDate"}};
+
+const SortName& SortOf(const Json::Value& data) {
+  const std::string name = OptionalString(data, "sort", "relevance");
+  for (const SortName& sort : kSorts) {
+    if (name == sort.name) {
+      return sort;
+    }
+  }
+  throw Refusal(Code::kBadMember, "member \"sort\": relevance, path, name, size or modified is wanted");
+}
+
+// "id": one index, or an array of them; without it, all that can be asked now.
+std::vector<std::pair<std::string, HostPtr>> Asked(const Catalog& catalog, const Json::Value& data) {
+  std::vector<std::pair<std::string, HostPtr>> hosts;
+  if (data["id"].isString()) {
+    hosts.emplace_back(data["id"].asString(), catalog.Require(data["id"].asString()));
+  } else if (data.isMember("id")) {
+    for (const std::string& id : OptionalStrings(data, "id")) {
+      hosts.emplace_back(id, catalog.Require(id));
+    }
+  } else {
+    hosts = catalog.All();
+    std::erase_if(hosts, [](const auto& item) { return item.second->state() != State::kOpen; });
+  }
+  return hosts;
+}
+
+search::SearchOptions OptionsOf(const Json::Value& data, const SortName& sort) {
+  search::SearchOptions options;
+  options.offset = static_cast<size_t>(OptionalInt(data, "offset", 0, 0, 1'000'000));
+  options.limit = static_cast<size_t>(OptionalInt(data, "limit", 20, 0, kMostHits));
+  options.sort = sort.sort;
+  options.descending = OptionalBool(data, "descending", false);
+  options.load_fields = OptionalStrings(data, "load_field");
+  options.snippets = OptionalBool(data, "snippets", true);
+  options.facets = OptionalBool(data, "facets", true);
+  options.mark_begin = OptionalString(data, "mark_begin", options.mark_begin);
+  options.mark_end = OptionalString(data, "mark_end", options.mark_end);
+  options.time_limit = std::chrono::milliseconds(OptionalInt(data, "time_limit_ms", 10'000, 1, 60'000));
+  return options;
+}
+
+struct FoundHit {
+  std::string index;
+  search::Hit hit;
+};
+
+// Whether the first of two hits of different indexes comes first.
+bool ComesFirst(const SortName& sort, bool descending, const FoundHit& first, const FoundHit& second) {
+  if (sort.sort == Sort::kRelevance) {
+    return first.hit.score > second.hit.score;
+  }
+  const FoundHit& low = descending ? second : first;
+  const FoundHit& high = descending ? first : second;
+  if (sort.field == nullptr) {
+    return low.hit.path < high.hit.path;
+  }
+  const Json::Value& low_key = low.hit.fields[sort.field];
+  const Json::Value& high_key = high.hit.fields[sort.field];
+  return low_key < high_key;
+}
+
+void AddFacets(search::SearchResult& all, const search::SearchResult& one) {
+  for (const auto& [name, facet] : one.facets) {
+    for (const auto& [value, count] : facet) {
+      search::Facet& sum = all.facets[name];
+      const auto found =
+          std::find_if(sum.begin(), sum.end(), [&value](const auto& item) { return item.first == value; });
+      if (found != sum.end()) {
+        found->second += count;
+      } else {
+        sum.emplace_back(value, count);
+      }
+    }
+  }
+  for (auto& [name, facet] : all.facets) {
+    std::stable_sort(facet.begin(), facet.end(), [](const auto& a, const auto& b) { return a.second > b.second; });
+  }
+}
+
+Json::Value ToJson(const FoundHit& found, const std::vector<std::string>& load_fields) {
+  Json::Value hit;
+  hit["id"] = found.index;
+  hit["path"] = found.hit.path;
+  hit["score"] = found.hit.score;
+  hit["snippet"] = found.hit.snippet;
+  hit["fields"] = Json::Value(Json::objectValue);
+  for (const std::string& field : load_fields) {
+    if (found.hit.fields.isMember(field)) {
+      hit["fields"][field] = found.hit.fields[field];
+    }
+  }
+  return hit;
+}
+
+Json::Value ToJson(const std::map<std::string, search::Facet>& facets) {
+  Json::Value result(Json::objectValue);
+  for (const auto& [name, facet] : facets) {
+    result[name] = Json::Value(Json::arrayValue);
+    for (const auto& [value, count] : facet) {
+      Json::Value item;
+      item["value"] = value;
+      item["count"] = Json::Int64{count};
+      result[name].append(item);
+    }
+  }
+  return result;
+}
+
+search::SearchResult SearchOne(Catalog& catalog, const std::string& id, HostedIndex& host, const std::string& query,
+                               const search::SearchOptions& options) {
+  try {
+    const HostedIndex::Use index(host);
+    return index->Search(query, options);
+  } catch (const search::Error& error) {
+    if (error.code() != search::ErrorCode::kCorrupt) {
+      throw;
+    }
+    catalog.ReportDamage(id);
+    throw Refusal(Code::kRepairing, "the index " + id + " is damaged and will be repaired: " + error.what());
+  }
+}
+
+// Keeps what was asked for of the best hits of each index.
+void Merge(std::vector<FoundHit>& found, const SortName& sort, const search::SearchOptions& wanted) {
+  std::stable_sort(found.begin(), found.end(), [&](const FoundHit& first, const FoundHit& second) {
+    return ComesFirst(sort, wanted.descending, first, second);
+  });
+  found.erase(found.begin(), found.begin() + static_cast<std::ptrdiff_t>(std::min(wanted.offset, found.size())));
+  found.resize(std::min(wanted.limit, found.size()));
+}
+
+std::string ResultText(const search::SearchResult& all, const std::vector<FoundHit>& found,
+                       const std::vector<std::string>& load_fields) {
+  Json::Value result;
+  result["total"] = Json::Int64{all.total};
+  result["exact"] = all.exact;
+  result["facets"] = ToJson(all.facets);
+  result["hits"] = Json::Value(Json::arrayValue);
+  for (const FoundHit& hit : found) {
+    result["hits"].append(ToJson(hit, load_fields));
+  }
+  return WriteJson(result);
+}
+
+}  // namespace
+
+std::string DocumentSearch(Catalog& catalog, const Json::Value& data) {
+  const std::string query = RequireString(data, "query");
+  const SortName& sort = SortOf(data);
+  const search::SearchOptions wanted = OptionsOf(data, sort);
+  const auto hosts = Asked(catalog, data);
+  search::SearchOptions options = wanted;
+  if (hosts.size() > 1) {
+    options.offset = 0;
+    options.limit = std::min<size_t>(wanted.offset + wanted.limit, kMostHits);
+    if (sort.field != nullptr) {
+      options.load_fields.emplace_back(sort.field);
+    }
+  }
+  search::SearchResult all;
+  std::vector<FoundHit> found;
+  for (const auto& [id, host] : hosts) {
+    search::SearchResult one = SearchOne(catalog, id, *host, query, options);
+    all.total += one.total;
+    all.exact = all.exact && one.exact;
+    AddFacets(all, one);
+    for (search::Hit& hit : one.hits) {
+      found.push_back({id, std::move(hit)});
+    }
+  }
+  if (hosts.size() > 1) {
+    Merge(found, sort, wanted);
+  }
+  return ResultText(all, found, wanted.load_fields);
+}
+
+std::string TermSuggest(Catalog& catalog, const Json::Value& data) {
+  const HostPtr host = catalog.Require(RequireString(data, "id"));
+  const std::string prefix = RequireString(data, "prefix");
+  const auto limit = static_cast<size_t>(OptionalInt(data, "limit", 10, 1, 1000));
+  const HostedIndex::Use index(*host);
+  Json::Value words(Json::arrayValue);
+  for (const std::string& word : index->Suggest(prefix, limit)) {
+    words.append(word);
+  }
+  return WriteJson(words);
+}
+
+std::string ListTermSuggDb(Catalog& catalog, const Json::Value&) {
+  Json::Value result;
+  result["unavail"] = Json::Value(Json::arrayValue);
+  for (const auto& [id, host] : catalog.All()) {
+    try {
+      const HostedIndex::Use index(*host);
+      if (!index->SuggestionsAvailable()) {
+        result["unavail"].append(id);
+      }
+    } catch (const Refusal&) {  // nothing can be built for it now
+    }
+  }
+  return WriteJson(result);
+}
+
+}  // namespace nimoelasticd

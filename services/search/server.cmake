@@ -1,0 +1,27 @@
+# nimoelasticd's server: everything round the engine.
+set(server_dir "${CMAKE_CURRENT_LIST_DIR}")
+add_library(nimoelasticd_server STATIC
+  ${server_dir}/catalog.cpp
+  ${server_dir}/commands.cpp
+  ${server_dir}/daemon.cpp
+  ${server_dir}/dispatcher.cpp
+  ${server_dir}/document_commands.cpp
+  ${server_dir}/event_handler.cpp
+  ${server_dir}/hosted_index.cpp
+  ${server_dir}/index_commands.cpp
+  ${server_dir}/json_scanner.cpp
+  ${server_dir}/json_text.cpp
+  ${server_dir}/lanes.cpp
+  ${server_dir}/log.cpp
+  ${server_dir}/mover.cpp
+  ${server_dir}/registry.cpp
+  ${server_dir}/request.cpp
+  ${server_dir}/search_commands.cpp
+  ${server_dir}/server.cpp
+  ${server_dir}/session.cpp
+  ${server_dir}/state_lock.cpp
+  ${server_dir}/whole_file.cpp)
+target_include_directories(nimoelasticd_server PUBLIC "${PROJECT_SOURCE_DIR}")
+target_link_libraries(nimoelasticd_server
+  PUBLIC Boost::headers PkgConfig::JSONCPP Threads::Threads PRIVATE ${CMAKE_DL_LIBS})
+target_compile_definitions(nimoelasticd_server PRIVATE NIMOELASTICD_VERSION="${PROJECT_VERSION}")
