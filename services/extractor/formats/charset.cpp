@@ -4,8 +4,11 @@
 #include <uchardet/uchardet.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <iterator>
 #include <memory>
+#include <utility>
 
 namespace extractor {
 namespace {
@@ -76,10 +79,10 @@ const char* GuessUtf16(std::string_view sample) {
 }
 
 void PrepareCharsets() {
-  for (const char* charset : kCharsets) {
-    // Both ways, as the XML library opens both. The handles are never closed: a converter with no user is unloaded.
-    [[maybe_unused]] const iconv_t from = iconv_open("UTF-8", charset);
-    [[maybe_unused]] const iconv_t to = iconv_open(charset, "UTF-8");
+  // Never closed: a converter with no user is unloaded. Both ways, as the XML library opens both.
+  static std::array<std::pair<iconv_t, iconv_t>, std::size(kCharsets)> kept{};
+  for (std::size_t i = 0; i < kept.size(); ++i) {
+    kept[i] = {iconv_open("UTF-8", kCharsets[i]), iconv_open(kCharsets[i], "UTF-8")};
   }
 }
 

@@ -110,8 +110,8 @@ ExtractResult ExtractContent(int fd, const ExtractOptions& options, Json::Value&
     }
   }
   const bool cut = reading.text.cut();
-  if (std::string text = reading.text.Take(); !text.empty()) {
-    document[names::kMDTextContent] = std::move(text);
+  if (const std::string text = reading.text.Take(); !text.empty()) {
+    document[names::kMDTextContent] = text;
   }
   if (failure) {
     std::rethrow_exception(failure);

@@ -112,9 +112,9 @@ std::optional<std::int64_t> ParseDate(std::string_view text) {
 }  // namespace
 
 void Fields::Text(const char* name, std::string_view value) {
-  std::string text = Shape(value);
+  const std::string text = Shape(value);
   if (!text.empty()) {
-    document_[name] = std::move(text);
+    document_[name] = text;
   }
 }
 
