@@ -86,7 +86,7 @@ class Conversation {
 
   void Wait(short events) {
     for (;;) {
-      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end_ - Clock::now()).count();
+      const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - Clock::now()).count();
       if (left <= 0) {
         Fail("it takes too long");
       }

@@ -80,9 +80,9 @@ void AddAttributes(const Attributes& attributes, const std::string& path, Json::
   document[names::kMDDisplayName] = name;
   document[names::kMDExtension] = extension;
   document[names::kMDKind] = extension;
-  document[names::kMDFSSize] = Json::UInt64{attributes.size_bytes};
-  document[names::kMDLogicalSize] = Json::UInt64{attributes.size_bytes};
-  document[names::kMDPhysicalSize] = Json::UInt64{attributes.allocated_bytes};
+  document[names::kMDFSSize] = static_cast<Json::Int64>(attributes.size_bytes);
+  document[names::kMDLogicalSize] = static_cast<Json::Int64>(attributes.size_bytes);
+  document[names::kMDPhysicalSize] = static_cast<Json::Int64>(attributes.allocated_bytes);
   document[names::kMDFSContentChangeDate] = Json::Int64{attributes.modified};
   document[names::kMDAttributeChangeDate] = Json::Int64{attributes.changed};
   document[names::kMDLastUsedDate] = Json::Int64{attributes.used};

@@ -30,17 +30,8 @@ constexpr rlim_t kMostDescriptors = 16;
 // Mapped files and libraries are no data, but have a bound as well.
 constexpr rlim_t kAddressesBeyondMemory = rlim_t{4} << 30;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kShadowMemory = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr bool kShadowMemory = true;
-#else
-constexpr bool kShadowMemory = false;
-#endif
-#else
-constexpr bool kShadowMemory = false;
-#endif
+// Set by the build when a sanitizer is in the program.
+constexpr bool kShadowMemory = EXTRACTOR_SHADOW_MEMORY != 0;
 
 [[noreturn]] void Fail(int error, const std::string& what) {
   throw std::system_error(error, std::generic_category(), what);

@@ -35,6 +35,9 @@ class EndingDeed : public ExtractorSandbox, public testing::WithParamInterface<s
 
 TEST_P(EndingDeed, FailsItsOwnFileWithAReasonAndNothingElse) {
   const auto [deed, code] = GetParam();
+  if (EXTRACTOR_SHADOW_MEMORY != 0 && std::string(deed).starts_with("allocate")) {
+    GTEST_SKIP() << "a worker with a sanitizer has no bound on memory";
+  }
 
   const Json::Value answer = box_.Do(deed);
 

@@ -1,0 +1,74 @@
+// What is a request and what is none.
+#include "services/extractor/protocol.h"
+
+#include <gtest/gtest.h>
+
+#include "services/extractor/json_text.h"
+
+namespace extractor {
+namespace {
+
+TEST(ParseRequest, UnderstandsGoodOnes) {
+  struct Case {
+    const char* text;
+    const char* path;
+    const char* pseudo_path;
+    bool need_meta;
+  };
+  const Case cases[] = {
+      {R"({"path":"/a"})", "/a", "/a", false},
+      {R"({"path":"/a","need_meta":true})", "/a", "/a", true},
+      {R"({"path":"/a","need_meta":null,"pseudo_path":null})", "/a", "/a", false},
+      {R"({"path":"/a","pseudo_path":"/b/c","need_meta":false})", "/a", "/b/c", false},
+      {"{\"path\":\"/\xff\\u0001\",\"other\":[]}", "/\xff\x01", "/\xff\x01", false},
+      {R"( {"path" : "/"} )", "/", "/", false},
+  };
+  for (const Case& one : cases) {
+    const Request request = ParseRequest(one.text);
+    EXPECT_EQ(request.kind, Request::Kind::kParse) << one.text;
+    EXPECT_EQ(request.path, one.path);
+    EXPECT_EQ(request.pseudo_path, one.pseudo_path);
+    EXPECT_EQ(request.need_meta, one.need_meta);
+  }
+  EXPECT_EQ(ParseRequest(R"({"status":true})").kind, Request::Kind::kStatus);
+}
+
+TEST(ParseRequest, ComplainsAboutBadOnes) {
+  const std::string cases[] = {"",
+                               "{",
+                               "1",
+                               "[{\"path\":\"/a\"}]",
+                               "{}",
+                               R"({"path":""})",
+                               R"({"path":"a"})",
+                               R"({"path":["/a"]})",
+                               R"({"path":"/a\u0000"})",
+                               R"({"path":"/a","pseudo_path":""})",
+                               R"({"path":"/a","pseudo_path":7})",
+                               R"({"path":"/a","need_meta":"yes"})",
+                               R"({"path":"/a"}{)",
+                               R"({"path":"/a","path":"/b"})",
+                               R"({"path":)" + std::string(10'000, '[')};
+  for (const std::string& text : cases) {
+    const Request request = ParseRequest(text);
+    EXPECT_EQ(request.kind, Request::Kind::kMalformed) << text.substr(0, 100);
+    EXPECT_FALSE(request.complaint.empty());
+  }
+}
+
+TEST(Answer, OfAFailureHasCodeAndMessage) {
+  EXPECT_EQ(ErrorAnswer(ErrorCode::kDeadline, "slow"), R"({"error":{"code":4,"msg":"slow"},"success":false})");
+}
+
+TEST(Answer, HasTheDocumentAndWhatStandsBesideIt) {
+  Json::Value data;
+  data["NIMOMDPath"] = "/\xff";
+  Json::Value extra;
+  extra["cut"] = true;
+
+  EXPECT_EQ(DataAnswer(data, extra), "{\"cut\":true,\"data\":{\"NIMOMDPath\":\"/\xff\"},\"success\":true}");
+  EXPECT_EQ(DataAnswer(data), "{\"data\":{\"NIMOMDPath\":\"/\xff\"},\"success\":true}");
+}
+
+}  // namespace
+}  // namespace extractor
