@@ -14,14 +14,23 @@ class AnswerIsNo : public std::exception {};
 /// "event": events of one's own.
 void AddEventCommands(CLI::App& app);
 
+/// "extract": what the extractor sees in a file.
+void AddExtractCommand(CLI::App& app);
+
 /// "folder": the indexed folders.
 void AddFolderCommands(CLI::App& app);
+
+/// "index": the indexes of the search daemon.
+void AddIndexCommands(CLI::App& app);
 
 /// "path": what the library thinks of a path.
 void AddPathCommands(CLI::App& app);
 
 /// "pause", "resume" and "status": whether indexing runs.
 void AddPauseCommands(CLI::App& app);
+
+/// "search" and "suggest": people's questions to the index.
+void AddSearchCommands(CLI::App& app);
 
 /// "share": the shares of this machine.
 void AddShareCommands(CLI::App& app);

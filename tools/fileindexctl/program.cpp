@@ -37,11 +37,14 @@ int Run(int argc, const char* const* argv) {
   app.require_subcommand(1);
   app.footer("'fileindexctl GROUP COMMAND --help' explains a command.");
   AddEventCommands(app);
+  AddExtractCommand(app);
   AddFolderCommands(app);
+  AddIndexCommands(app);
   AddMonitorCommands(app);
   AddPathCommands(app);
   AddPauseCommands(app);
   AddQueueCommands(app);
+  AddSearchCommands(app);
   AddShareCommands(app);
   try {
     app.parse(argc, argv);

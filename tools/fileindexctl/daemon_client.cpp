@@ -1,0 +1,73 @@
+// Questions to the daemons of this machine, answered now or not at all.
+#include "tools/fileindexctl/daemon_client.h"
+
+#include <cstring>
+
+#include "nimo/daemon_connection.h"
+#include "nimo/error.h"
+#include "orbisk/error.h"
+#include "orbisk/json.h"
+
+namespace fileindexctl {
+namespace {
+
+constexpr long kConnectSeconds = 10;
+
+struct Daemon {
+  const char* name;
+  const char* socket;
+  int failure;  // the library's code for a failure to talk to it
+};
+constexpr Daemon kSearch = {"the search daemon", "/var/run/nimoelasticd.sock", 913};
+constexpr Daemon kExtractor = {"the extractor", "/var/run/nimocontentextractd.sock", 914};
+
+[[noreturn]] void Fail(const Daemon& daemon, const std::string& reason) {
+  throw orbisk::Error(orbisk::Code(daemon.failure), std::string(daemon.name) + " " + reason);
+}
+
+// Throws what a response says that is no success.
+[[noreturn]] void ThrowRefusal(const Daemon& daemon, const Json::Value& response) {
+  const Json::Value& error = response["error"];
+  if (!error.isObject() || !error["code"].isInt() || !error["msg"].isString()) {
+    Fail(daemon, "failed without a reason");
+  }
+  throw orbisk::Error(orbisk::Code(error["code"].asInt()), error["msg"].asString());
+}
+
+Json::Value Ask(const Daemon& daemon, const Json::Value& request) {
+  nimodaemon::DomainSockConnection connection(daemon.socket);
+  if (!connection.Connect(kConnectSeconds)) {
+    Fail(daemon, std::string("cannot be reached at ") + daemon.socket + ": " + strerror(NLIBCErrGet()));
+  }
+  std::string text;
+  if (!connection.Send(orbisk::toString(request)) || !connection.Recv(text)) {
+    Fail(daemon, std::string("hung up: ") + strerror(NLIBCErrGet()));
+  }
+  Json::Value response;
+  if (!orbisk::fromString(response, text) || !response.isObject() || !response["success"].isBool()) {
+    Fail(daemon, "gave no proper response");
+  }
+  if (!response["success"].asBool()) {
+    ThrowRefusal(daemon, response);
+  }
+  return response;
+}
+
+}  // namespace
+
+Json::Value AskSearchDaemon(const std::string& command, const Json::Value& data) {
+  Json::Value request;
+  request["command"] = command;
+  request["data"] = data;
+  return Ask(kSearch, request)["data"];
+}
+
+Json::Value AskExtractor(const Json::Value& request) {
+  Json::Value response = Ask(kExtractor, request);
+  if (!response["data"].isObject()) {
+    Fail(kExtractor, "gave no document");
+  }
+  return response;
+}
+
+}  // namespace fileindexctl

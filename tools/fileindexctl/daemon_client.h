@@ -1,0 +1,24 @@
+// Questions to the daemons of this machine, answered now or not at all.
+#pragma once
+
+#include <json/json.h>
+
+#include <string>
+
+namespace fileindexctl {
+
+// A person waits for the answer. So there is one exchange and no waiting for a daemon that does not run, is busy or has
+// its database closed: what the daemon says of that is the error.
+//
+// Threads: every function may be called from any thread.
+
+/// Runs `command` in the search daemon and returns the "data" of its response, null if it has none. Throws
+/// orbisk::Error with the daemon's code and message if it refuses, and Error 913 if it cannot be reached or gives no
+/// proper response.
+Json::Value AskSearchDaemon(const std::string& command, const Json::Value& data);
+
+/// Asks the extractor and returns its whole response, which has an object "data". Throws orbisk::Error with the
+/// daemon's code and message if it refuses, and Error 914 if it cannot be reached or gives no proper response.
+Json::Value AskExtractor(const Json::Value& request);
+
+}  // namespace fileindexctl

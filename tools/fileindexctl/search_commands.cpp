@@ -1,0 +1,190 @@
+// "fileindexctl search" and "suggest": people's questions to the index.
+#include <json/json.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "orbisk/fileindex/elastic_control.h"
+#include "orbisk/json.h"
+#include "tools/fileindexctl/arguments.h"
+#include "tools/fileindexctl/commands.h"
+#include "tools/fileindexctl/daemon_client.h"
+#include "tools/fileindexctl/event_text.h"
+#include "tools/fileindexctl/hit_text.h"
+#include "tools/fileindexctl/output.h"
+
+namespace fileindexctl {
+namespace {
+
+struct Options {
+  std::vector<std::string> words;
+  std::string prefix;
+  std::vector<std::string> shares;
+  std::vector<std::string> types;
+  std::string sort_by = "relevance";
+  bool descending = false;
+  unsigned long offset = 0;
+  unsigned long limit = 0;
+  bool json = false;
+};
+
+Json::Value IndexesOf(const std::vector<std::string>& shares) {
+  Json::Value ids(Json::arrayValue);
+  for (const std::string& share : shares) {
+    ids.append(orbisk::fileindex::elastic::GetFileIndexID(share));
+  }
+  return ids;
+}
+
+std::string Quoted(const std::string& text) {
+  std::string quoted = "\"";
+  for (const char byte : text) {
+    quoted += byte == '"' || byte == '\\' ? std::string("\\") + byte : std::string(1, byte);
+  }
+  return quoted + "\"";
+}
+
+// In parentheses, because an OR in the question binds less than what stands beside it.
+std::string QueryOf(const Options& options) {
+  std::string query;
+  for (const std::string& word : options.words) {
+    query += (query.empty() ? "" : " ") + word;
+  }
+  std::string types;
+  for (const std::string& type : options.types) {
+    types += (types.empty() ? "type:" : " OR type:") + Quoted(type);
+  }
+  if (types.empty()) {
+    return query;
+  }
+  const bool is_blank = query.find_first_not_of(' ') == std::string::npos;
+  return is_blank ? types : "(" + query + ") (" + types + ")";
+}
+
+Json::Value SearchData(const Options& options) {
+  Json::Value data;
+  data["query"] = QueryOf(options);
+  data["sort"] = options.sort_by;
+  data["descending"] = options.descending;
+  data["offset"] = Json::UInt64{options.offset};
+  data["limit"] = Json::UInt64{options.limit};
+  data["load_field"] = HitFields();
+  data["facets"] = options.json;
+  if (!options.json) {
+    data["mark_begin"] = kMarkBegin;
+    data["mark_end"] = kMarkEnd;
+  }
+  if (!options.shares.empty()) {
+    data["id"] = IndexesOf(options.shares);
+  }
+  return data;
+}
+
+void Search(const Options& options) {
+  const Json::Value answer = AskSearchDaemon("document_search", SearchData(options));
+  Output out(STDOUT_FILENO);
+  if (options.json) {
+    out.Write(orbisk::toString(answer) + "\n");
+  } else {
+    const bool color = WantsColor(STDOUT_FILENO);
+    for (const Json::Value& hit : answer["hits"]) {
+      out.Write(HitLine(hit, color));
+    }
+    out.Write(std::to_string(answer["hits"].size()) + " of " + answer["total"].asString() + " hits\n");
+  }
+  out.Flush();
+}
+
+Json::Value OpenIndexes() {
+  Json::Value ids(Json::arrayValue);
+  for (const Json::Value& index : AskSearchDaemon("index_list", Json::Value(Json::objectValue))) {
+    if (index["state"] == "open") {
+      ids.append(index["id"]);
+    }
+  }
+  return ids;
+}
+
+// The words of each index come most frequent first and without numbers: the first words of all come before the second
+// ones of any.
+std::vector<std::string> Merged(const std::vector<Json::Value>& lists, size_t limit) {
+  std::vector<std::string> words;
+  Json::ArrayIndex longest = 0;
+  for (const Json::Value& list : lists) {
+    longest = std::max(longest, list.size());
+  }
+  for (Json::ArrayIndex place = 0; place < longest; ++place) {
+    for (const Json::Value& list : lists) {
+      const std::string word = place < list.size() ? list[place].asString() : "";
+      if (!word.empty() && words.size() < limit && std::find(words.begin(), words.end(), word) == words.end()) {
+        words.push_back(word);
+      }
+    }
+  }
+  return words;
+}
+
+void Suggest(const Options& options) {
+  std::vector<Json::Value> lists;
+  for (const Json::Value& id : options.shares.empty() ? OpenIndexes() : IndexesOf(options.shares)) {
+    Json::Value data;
+    data["id"] = id;
+    data["prefix"] = options.prefix;
+    data["limit"] = Json::UInt64{options.limit};
+    lists.push_back(AskSearchDaemon("term_suggest", data));
+  }
+  const std::vector<std::string> words = Merged(lists, options.limit);
+  Output out(STDOUT_FILENO);
+  if (options.json) {
+    out.Write(orbisk::toString(orbisk::Vec2JsonArr(words)) + "\n");
+  } else {
+    for (const std::string& word : words) {
+      out.Write(OneLine(word) + "\n");
+    }
+  }
+  out.Flush();
+}
+
+// What both commands take.
+void AddCommonOptions(CLI::App& command, Options& options) {
+  command
+      .add_option("--share", options.shares,
+                  "Ask the index of this share; may be given several times. All indexes without it")
+      ->allow_extra_args(false);
+  command.add_option("--limit", options.limit, "Print at most so many")->check(PlainNumber())->capture_default_str();
+  command.add_flag("--json", options.json, "Print one line of JSON");
+}
+
+}  // namespace
+
+void AddSearchCommands(CLI::App& app) {
+  const auto asked = std::make_shared<Options>();
+  asked->limit = 20;
+  CLI::App* const search = app.add_subcommand("search", "Find files by their content, name and metadata");
+  search->add_option("QUERY", asked->words, "Words, \"phrases\", -not, OR, name:value; behind -- if it begins with -")
+      ->required();
+  search->add_option("--type", asked->types, "Only files of this kind or extension; may be given several times")
+      ->allow_extra_args(false);
+  search->add_option("--sort", asked->sort_by, "What comes first")
+      ->check(CLI::IsMember({"relevance", "name", "path", "size", "modified"}))
+      ->capture_default_str();
+  search->add_flag("--desc", asked->descending, "The other way round; not for relevance");
+  search->add_option("--offset", asked->offset, "Leave out the first so many")
+      ->check(PlainNumber())
+      ->capture_default_str();
+  AddCommonOptions(*search, *asked);
+  search->callback([asked] { Search(*asked); });
+
+  const auto begun = std::make_shared<Options>();
+  begun->limit = 10;
+  CLI::App* const suggest = app.add_subcommand("suggest", "Words of the index that begin with a prefix");
+  suggest->add_option("PREFIX", begun->prefix, "How the words begin")->required();
+  AddCommonOptions(*suggest, *begun);
+  suggest->callback([begun] { Suggest(*begun); });
+}
+
+}  // namespace fileindexctl
