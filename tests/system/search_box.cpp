@@ -1,0 +1,97 @@
+// A box with the search daemon and the extractor running, for tests of the whole chain.
+#include "tests/system/search_box.h"
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <stdexcept>
+#include <thread>
+
+#include "orbisk/fileindex/elastic_control.h"
+
+namespace orbisk::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::chrono::seconds kPatience{60};
+
+std::string Daemon(const std::string& name) {
+  const char* const folder = getenv("ORBISK_BIN_DIR");
+  return fs::absolute(folder != nullptr ? folder : "build/release/bin").string() + "/" + name;
+}
+
+void WaitUntilSucceeds(const std::vector<std::string>& arguments) {
+  const auto end = std::chrono::steady_clock::now() + kPatience;
+  while (Fileindexctl(arguments).exit_status != 0) {
+    if (std::chrono::steady_clock::now() > end) {
+      throw std::runtime_error("a daemon does not answer: " + Fileindexctl(arguments).errors);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+}
+
+void End(std::unique_ptr<Subprocess>& daemon, int signal) {
+  if (daemon != nullptr) {
+    daemon->Kill(signal);
+    daemon->Wait(kPatience);
+    daemon.reset();
+  }
+}
+
+}  // namespace
+
+void SearchBox::SetUp() {
+  Box::SetUp();
+  StartSearchDaemon();
+  extractor_ = std::make_unique<Subprocess>(std::vector<std::string>{Daemon("nimocontentextractd")});
+  WaitUntilSucceeds({"extract", "/"});
+}
+
+void SearchBox::TearDown() {
+  End(search_, SIGTERM);
+  StopExtractor();
+  Box::TearDown();
+}
+
+void SearchBox::StartSearchDaemon() {
+  search_ =
+      std::make_unique<Subprocess>(std::vector<std::string>{Daemon("nimoelasticd"), "--state-dir", state_ / "search"});
+  WaitUntilSucceeds({"index", "list"});
+}
+
+void SearchBox::KillSearchDaemon() {
+  End(search_, SIGKILL);
+}
+
+void SearchBox::StopExtractor() {
+  End(extractor_, SIGTERM);
+}
+
+void SearchBox::AddIndexedShare(const std::string& path) {
+  AddShare(path);
+  fileindex::elastic::ShareIndexCreate(fs::path(path).filename());
+}
+
+void SearchBox::Index(const std::string& share, const std::string& path, const std::string& content) {
+  MakeFolder(fs::path(path).parent_path());
+  WriteFile(path, content);
+  fileindex::elastic::IndexUpsert(share, path, true);
+}
+
+std::vector<std::string> SearchBox::Find(const std::vector<std::string>& arguments) {
+  std::vector<std::string> command = {"search", "--json"};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  const ProcessResult result = Fileindexctl(command);
+  EXPECT_EQ(result.exit_status, 0) << result.errors;
+  const Json::Value answer = Parse(result.output);
+  std::vector<std::string> paths;
+  for (const Json::Value& hit : answer["hits"]) {
+    paths.push_back(hit["path"].asString());
+  }
+  return paths;
+}
+
+}  // namespace orbisk::test

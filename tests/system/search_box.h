@@ -1,0 +1,41 @@
+// A box with the search daemon and the extractor running, for tests of the whole chain.
+#pragma once
+
+#include <json/json.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/support/subprocess.h"
+#include "tests/support/temp_dir.h"
+#include "tests/system/fileindexctl_box.h"
+
+namespace orbisk::test {
+
+/// Each test gets daemons of its own, without an index.
+class SearchBox : public Box {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  /// Starts the search daemon again on what it has stored, after KillSearchDaemon.
+  void StartSearchDaemon();
+  /// Ends the search daemon at once, as a crash does.
+  void KillSearchDaemon();
+  void StopExtractor();
+
+  /// Makes a share with an index.
+  void AddIndexedShare(const std::string& path);
+  /// Makes a file with its folders, and its document.
+  static void Index(const std::string& share, const std::string& path, const std::string& content);
+  /// The paths that `fileindexctl search` finds, in its order. Fails the test if the command fails.
+  static std::vector<std::string> Find(const std::vector<std::string>& arguments);
+
+ private:
+  TempDir state_{"/tmp"};
+  std::unique_ptr<Subprocess> search_;
+  std::unique_ptr<Subprocess> extractor_;
+};
+
+}  // namespace orbisk::test
