@@ -64,6 +64,19 @@ TEST_F(SearchCommands, AHitIsALineWithPathSizeDateAndSnippet) {
                                           "weir.\n1 of 1 hits\n"));
 }
 
+TEST_F(SearchCommands, SizesAreShortAndAFolderHasNone) {
+  Index("docs", OnFirst("docs/a.txt"), "heron" + std::string(1018, ' '));
+  Index("docs", OnFirst("docs/b.txt"), "heron" + std::string(1531, ' '));
+  Index("docs", OnFirst("docs/c.txt"), "heron" + std::string(20'000, ' '));
+  elastic::IndexUpsert("docs", OnFirst("docs"), true);
+  elastic::IndexCommit("docs");
+
+  const std::string lines = Fileindexctl({"search", "heron OR type:folder"}).output;
+
+  EXPECT_THAT(lines, AllOf(HasSubstr("/a.txt  1023B  "), HasSubstr("/b.txt  1.5K  "), HasSubstr("/c.txt  19K  ")));
+  EXPECT_THAT(lines, AllOf(HasSubstr("/docs  dir  "), HasSubstr("  -\n")));
+}
+
 TEST_F(SearchCommands, NothingFoundIsNoFailure) {
   EXPECT_TRUE(Succeeds(Fileindexctl({"search", "heron"}), "0 of 0 hits\n"));
 }

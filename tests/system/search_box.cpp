@@ -66,6 +66,10 @@ void SearchBox::KillSearchDaemon() {
   End(search_, SIGKILL);
 }
 
+void SearchBox::WaitUntilOpen(const std::string& share) {
+  WaitUntilSucceeds({"search", "anything", "--share", share});
+}
+
 void SearchBox::StopExtractor() {
   End(extractor_, SIGTERM);
 }

@@ -23,6 +23,8 @@ class SearchBox : public Box {
   void StartSearchDaemon();
   /// Ends the search daemon at once, as a crash does.
   void KillSearchDaemon();
+  /// Waits until the index of `share` answers questions, which a daemon that was killed first has to check.
+  static void WaitUntilOpen(const std::string& share);
   void StopExtractor();
 
   /// Makes a share with an index.

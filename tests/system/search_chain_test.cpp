@@ -198,8 +198,7 @@ TEST_F(SearchChain, AKilledSearchDaemonHasAllThatWasCommittedAndNothingElse) {
   KillSearchDaemon();
   StartSearchDaemon();
 
-  // The library waits while the database is being opened; a question does not.
-  EXPECT_NO_THROW(elastic::IndexCommit("docs"));
+  WaitUntilOpen("docs");
   EXPECT_THAT(Find({"kingfisher"}), ElementsAre(kept));
 }
 
