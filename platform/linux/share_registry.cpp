@@ -10,8 +10,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <compare>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <memory>
 #include <mutex>
 #include <stdexcept>
 
@@ -164,16 +166,22 @@ class WriteLock {
     } else if (errno != EEXIST) {
       ThrowErrno(std::string("cannot make ") + kFolder);
     }
-    file_ = UniqueFd(open(kLock, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
-    int locked = file_.ok() ? 0 : -1;
-    while (file_.ok() && (locked = flock(file_.get(), LOCK_EX)) != 0 && errno == EINTR) {
-    }
-    if (locked != 0) {
+    // Who can open it can lock it, and keep everybody else out: the writers alone, also where it had another mode.
+    file_ = UniqueFd(open(kLock, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (!file_.ok() || fchmod(file_.get(), 0600) != 0 || !Lock(file_.get())) {
       ThrowErrno(std::string("cannot lock ") + kLock);
     }
   }
 
  private:
+  static bool Lock(int fd) {
+    int locked = -1;
+    do {
+      locked = flock(fd, LOCK_EX);
+    } while (locked != 0 && errno == EINTR);
+    return locked == 0;
+  }
+
   UniqueFd file_;
 };
 
@@ -225,6 +233,14 @@ std::vector<Entry> LoadForChange() {
   return std::move(registry.shares);
 }
 
+std::string RealPath(const std::string& path) {
+  const std::unique_ptr<char, decltype(&free)> resolved(realpath(path.c_str(), nullptr), &free);
+  if (resolved == nullptr) {
+    ThrowErrno(path);
+  }
+  return resolved.get();
+}
+
 void RequireRoomFor(const Entry& entry, const std::vector<Entry>& shares) {
   if (const std::string reason = ReasonAgainst(entry); !reason.empty()) {
     throw std::runtime_error(reason);
@@ -235,6 +251,11 @@ void RequireRoomFor(const Entry& entry, const std::vector<Entry>& shares) {
   }
   if (!S_ISDIR(status.st_mode)) {
     throw std::runtime_error(entry.path + ": not a folder");
+  }
+  // Through a link a share could lie in another one unseen, and nothing in it would ever be indexed.
+  const std::string plain = RealPath(entry.path);
+  if (plain != entry.path) {
+    throw std::runtime_error(entry.path + " leads through a link, to " + plain);
   }
   for (const Entry& other : shares) {
     if (other.name != entry.name &&

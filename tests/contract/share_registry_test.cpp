@@ -157,6 +157,17 @@ TEST_F(ShareRegistry, RefusesWhatCannotBeAShareAndChangesNothing) {
   EXPECT_EQ(volume_ / "photo", List().at(0).path);
 }
 
+TEST_F(ShareRegistry, RefusesAFolderBehindALinkAsItCouldLieInAnotherShare) {
+  Register(MakeShare("photo"));
+  fs::create_directories(volume_ / "photo/inner");
+  fs::create_directory_symlink(".", volume_ / "link");
+
+  const std::string reason = ReasonOf([&] { Register({.name = "inner", .path = volume_ / "link/photo/inner"}); });
+
+  EXPECT_EQ(volume_ / "link/photo/inner leads through a link, to " + (volume_ / "photo/inner"), reason);
+  EXPECT_EQ("photo ", Names());
+}
+
 TEST_F(ShareRegistry, TakesAShareBesideOneWhoseNameItBeginsWith) {
   Register(MakeShare("photo"));
   Register(MakeShare("photos"));
@@ -170,6 +181,18 @@ TEST_F(ShareRegistry, CanBeReadByEverybodyWhateverTheMask) {
   umask(before);
   EXPECT_EQ(fs::perms(0644), fs::status(kRegistry).permissions());
   EXPECT_EQ(fs::perms(0755), fs::status("/etc/nimo").permissions());
+}
+
+TEST_F(ShareRegistry, CanBeLockedByNobodyWhoMayNotWriteIt) {
+  constexpr char kLock[] = "/etc/nimo/shares.json.lock";
+  Register(MakeShare("photo"));
+  const fs::perms made = fs::status(kLock).permissions();
+  fs::permissions(kLock, fs::perms(0644));  // as earlier versions made it
+
+  Register(MakeShare("music"));
+
+  EXPECT_EQ(fs::perms(0600), made);
+  EXPECT_EQ(fs::perms(0600), fs::status(kLock).permissions());
 }
 
 TEST_F(ShareRegistry, LeavesNothingButItselfAndItsLockBehind) {
