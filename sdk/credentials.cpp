@@ -42,6 +42,7 @@ SDKCredentials::SDKCredentials(const std::string& user) : euid_(geteuid()), egid
   AsUser(user);
 }
 
+// NOLINTNEXTLINE(bugprone-exception-escape): a guard that cannot go back says so, as its header promises.
 SDKCredentials::~SDKCredentials() noexcept(false) {
   const LockMutex lock(SDKMutex());
   if (geteuid() == euid_ && getegid() == egid_) {

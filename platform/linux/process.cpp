@@ -93,9 +93,11 @@ int NLIBCExecl(const char* program, unsigned flags, ...) {
   std::vector<char*> arguments{const_cast<char*>(program)};
   va_list list;
   va_start(list, flags);
-  do {
-    arguments.push_back(va_arg(list, char*));
-  } while (arguments.back() != nullptr);
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): it does not see va_start
+  for (char* text = va_arg(list, char*); text != nullptr; text = va_arg(list, char*)) {
+    arguments.push_back(text);
+  }
   va_end(list);
+  arguments.push_back(nullptr);
   return nimo::Run(program, arguments);
 }

@@ -113,10 +113,7 @@ void FanotifyWatcher::OfferPaths(uint64_t file_system, const std::string& anothe
 
 // A mark is removed through any path in its file system; the watched folder itself may be gone by now.
 void FanotifyWatcher::UnmarkFileSystem(const std::string& path, uint64_t file_system) {
-  std::string at = path;
-  while (!at.empty() && FileSystemId(at) != file_system) {
-    at.erase(at.rfind('/'));
-  }
+  const std::string at = NearestIn(file_system, path);
   if (!at.empty()) {
     fanotify_mark(fd_.get(), FAN_MARK_REMOVE | FAN_MARK_FILESYSTEM, kFileSystemMask, AT_FDCWD, at.c_str());
   }

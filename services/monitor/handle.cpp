@@ -41,6 +41,15 @@ std::optional<uint64_t> FileSystemId(const std::string& path) {
   return id;
 }
 
+std::string NearestIn(uint64_t file_system, const std::string& path) {
+  for (std::string at = path; !at.empty(); at.erase(at.rfind('/'))) {
+    if (FileSystemId(at) == file_system) {
+      return at;
+    }
+  }
+  return FileSystemId("/") == file_system ? "/" : "";
+}
+
 std::optional<Handle> HandleAt(uint64_t file_system, int at, const char* path, int flags) {
   Room room;
   room.get()->handle_bytes = Handle::kMaxBytes;

@@ -46,6 +46,9 @@ std::optional<Handle> HandleOf(const fanotify_event_info_fid& info);
 /// The id that events of the file system of `path` carry; nothing, with errno, if it cannot be had.
 std::optional<uint64_t> FileSystemId(const std::string& path);
 
+/// The longest path above or at `path` (absolute) that is there and lies in `file_system`; empty if there is none.
+std::string NearestIn(uint64_t file_system, const std::string& path);
+
 /// The handle of the object at `path` below the folder `at` (AT_FDCWD, or a descriptor), which lies in `file_system`.
 /// `flags` as for name_to_handle_at. Nothing, with errno, on failure: EOPNOTSUPP if the file system cannot give one
 /// and EOVERFLOW if it is too long.

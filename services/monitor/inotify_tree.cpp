@@ -2,8 +2,11 @@
 #include "services/monitor/inotify_tree.h"
 
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -24,27 +27,38 @@ constexpr uint32_t kNameGuardMask = kGuardMask | IN_CREATE | IN_DELETE | IN_MOVE
 
 constexpr size_t kFoldersNamed = 100;  // in records of one kind
 
-}  // namespace
+constexpr int kOpenFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
 
-UniqueFd OpenFolder(const std::string& path) {
-  constexpr int kFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
-  if (path.size() < PATH_MAX) {
-    return UniqueFd(open(path.c_str(), kFlags));
-  }
-  // Longer than the kernel takes at once: in parts, each up to the last slash that fits.
-  size_t start = path.rfind('/', PATH_MAX - 2);
-  UniqueFd fd(open(path.substr(0, start).c_str(), kFlags));
-  while (fd.valid() && start < path.size()) {
-    ++start;
+UniqueFd OpenWithoutLinks(int at, const std::string& path) {
+  open_how how{};
+  how.flags = kOpenFlags;
+  how.resolve = RESOLVE_NO_SYMLINKS;
+  return UniqueFd(static_cast<int>(syscall(SYS_openat2, at, path.c_str(), &how, sizeof(how))));
+}
+
+UniqueFd OpenPart(int at, const std::string& path, bool follow_links) {
+  static const bool can_refuse_links = OpenWithoutLinks(AT_FDCWD, "/").valid();  // a sandbox may not know the call
+  return follow_links || !can_refuse_links ? UniqueFd(openat(at, path.c_str(), kOpenFlags))
+                                           : OpenWithoutLinks(at, path);
+}
+
+// A path longer than the kernel takes at once is opened in parts, each up to the last slash that fits.
+UniqueFd OpenFolder(int at, const std::string& path, bool follow_links) {
+  UniqueFd fd;
+  for (size_t start = 0;;) {
     size_t end = path.size();
     if (end - start >= PATH_MAX) {
       end = path.rfind('/', start + PATH_MAX - 2);
     }
-    fd = UniqueFd(openat(fd.get(), path.substr(start, end - start).c_str(), kFlags));
-    start = end;
+    fd = OpenPart(fd.valid() ? fd.get() : at, path.substr(start, end - start), follow_links);
+    if (!fd.valid() || end == path.size()) {
+      return fd;
+    }
+    start = end + 1;
   }
-  return fd;
 }
+
+}  // namespace
 
 InotifyTree::InotifyTree(int fd, const WatchBudget& budget, const Recorder& recorder)
     : fd_(fd), budget_(budget), recorder_(&recorder), said_polled_(kFoldersNamed), said_refused_(kFoldersNamed) {}
@@ -253,8 +267,8 @@ void InotifyTree::ShareWatch(int watch, InotifyFolder& folder, int fd) {
   std::vector<InotifyFolder*>& sharers = by_watch_[watch];
   std::erase_if(sharers, [&](InotifyFolder* other) {
     struct stat there {};
-    if (other == &folder || (fstat(OpenFolder(PathOf(*other)).get(), &there) == 0 && there.st_ino == here.st_ino &&
-                             there.st_dev == here.st_dev)) {
+    if (other == &folder ||
+        (fstat(Open(*other).get(), &there) == 0 && there.st_ino == here.st_ino && there.st_dev == here.st_dev)) {
       return other == &folder;
     }
     other->watch = -1;
@@ -266,12 +280,12 @@ void InotifyTree::ShareWatch(int watch, InotifyFolder& folder, int fd) {
 }
 
 bool InotifyTree::WatchOne(InotifyFolder& folder, std::vector<uint64_t>& found) {
-  const UniqueFd fd = OpenFolder(PathOf(folder));
+  const UniqueFd fd = Open(folder);
   if (!fd.valid() || !SetWatch(folder, fd.get())) {
     const int error = errno;
     if (!folder.polled) {
       missed_.push_back(folder.id);
-      if (folder.parent != nullptr && error != ENOENT && error != ENOTDIR) {
+      if (folder.parent != nullptr && error != ENOENT && error != ENOTDIR && error != ELOOP) {
         SayRefused(folder, error);
       }
     }
@@ -363,6 +377,18 @@ bool InotifyTree::Guards(int watch, std::string_view name) const {
 
 // ---- paths
 
+UniqueFd InotifyTree::Open(const InotifyFolder& folder) const {
+  const InotifyFolder* root = &folder;
+  while (root->parent != nullptr) {
+    root = root->parent;
+  }
+  UniqueFd fd = OpenFolder(AT_FDCWD, root->name, true);
+  if (fd.valid() && root != &folder) {
+    fd = OpenFolder(fd.get(), PathOf(folder).substr(root->name == "/" ? 1 : root->name.size() + 1), false);
+  }
+  return fd;
+}
+
 std::string InotifyTree::PathOf(const InotifyFolder& folder) const {
   std::vector<const InotifyFolder*> chain;
   const InotifyFolder* at = &folder;
@@ -403,7 +429,7 @@ void InotifyTree::StartPolling(InotifyFolder& folder) {
   }
   folder.polled = true;
   polled_.insert(&folder);
-  folder.digest = DigestOf(OpenFolder(path).get(), path, recorder_->scopes());
+  folder.digest = DigestOf(Open(folder).get(), path, recorder_->scopes());
 }
 
 void InotifyTree::SayRefused(const InotifyFolder& folder, int error) {
@@ -450,7 +476,7 @@ bool InotifyTree::PollOne(InotifyFolder& folder) {
     std::erase(missed_, folder.id);
   }
   const std::string path = PathOf(folder);
-  folder.digest = DigestOf(OpenFolder(path).get(), path, recorder_->scopes());
+  folder.digest = DigestOf(Open(folder).get(), path, recorder_->scopes());
   return folder.digest != before;
 }
 

@@ -73,6 +73,10 @@ class InotifyTree {
   bool IsGuard(int watch) const { return guards_.count(watch) != 0; }
   bool Guards(int watch, std::string_view name) const;
 
+  /// Opens (O_PATH) a folder, however long its path is. No link below the root is followed: the tree may be behind the
+  /// disk, and a link that has taken a folder's place leads to what nobody registered. Invalid, with errno, on failure.
+  UniqueFd Open(const InotifyFolder& folder) const;
+
   const FolderViews& ViewsOf(InotifyFolder& folder);
   std::string PathOf(const InotifyFolder& folder) const;
 
@@ -130,9 +134,5 @@ class InotifyTree {
   SaidOnce said_polled_;
   SaidOnce said_refused_;
 };
-
-/// Opens (O_PATH, not following a link at the end) the folder at `path`, however long the path is. Invalid, with errno,
-/// on failure.
-UniqueFd OpenFolder(const std::string& path);
 
 }  // namespace nimotifyd

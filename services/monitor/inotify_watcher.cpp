@@ -330,8 +330,7 @@ bool InotifyWatcher::MoveFolder(InotifyFolder& from, const std::string& old_name
 void InotifyWatcher::LookAgain(uint64_t folder_id, const std::string& name) {
   InotifyFolder* folder = tree_.FindById(folder_id);
   struct stat info {};
-  if (folder == nullptr ||
-      fstatat(OpenFolder(tree_.PathOf(*folder)).get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+  if (folder == nullptr || fstatat(tree_.Open(*folder).get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
     return;
   }
   if (S_ISDIR(info.st_mode)) {

@@ -85,6 +85,9 @@ AppendResult AppendToQueueFile(const std::string& path, std::string_view lines, 
     if (fstat(file.get(), &locked) != 0) {
       return Failure(errno);
     }
+    if (!S_ISREG(locked.st_mode)) {
+      return Failure(EINVAL);  // a pipe or device would take the lines, and nobody could read them as a queue
+    }
     if (stat(path.c_str(), &at_path) != 0 || at_path.st_dev != locked.st_dev || at_path.st_ino != locked.st_ino) {
       continue;  // moved aside between open and lock
     }

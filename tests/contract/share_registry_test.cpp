@@ -26,6 +26,33 @@
 #include "tests/support/record_capture.h"
 #include "tests/support/temp_dir.h"
 
+namespace {
+
+// Makes timestamps as coarse as those of older kernels and simpler file systems.
+bool coarse_timestamps = false;
+
+int Coarsen(int result, struct stat* status) {
+  constexpr long kTickNs = 10000000;
+  if (result == 0 && coarse_timestamps) {
+    status->st_mtim.tv_nsec -= status->st_mtim.tv_nsec % kTickNs;
+    status->st_ctim.tv_nsec -= status->st_ctim.tv_nsec % kTickNs;
+  }
+  return result;
+}
+
+}  // namespace
+
+extern "C" {
+
+[[gnu::visibility("default")]] int stat(const char* path, struct stat* status) noexcept {
+  return Coarsen(fstatat(AT_FDCWD, path, status, 0), status);
+}
+
+[[gnu::visibility("default")]] int fstat(int fd, struct stat* status) noexcept {
+  return Coarsen(fstatat(fd, "", status, AT_EMPTY_PATH), status);
+}
+}
+
 namespace orbisk::test {
 namespace {
 
@@ -225,11 +252,13 @@ TEST_F(ShareRegistry, IsAsItWasWhenItCannotBeWritten) {
 }
 
 TEST_F(ShareRegistry, NoticesEveryChangeAtOnce) {
-  // As fast as the file can be replaced: timestamps and inode numbers alone would not tell.
+  // As fast as the file can be written: timestamps alone do not tell.
+  coarse_timestamps = true;
   for (int i = 0; i < 300; ++i) {
     WriteRegistry(R"([{"name":"s)" + std::to_string(100 + i) + R"(","path":"/v/s)" + std::to_string(100 + i) + "\"}]");
     ASSERT_EQ("s" + std::to_string(100 + i) + " ", Names());
   }
+  coarse_timestamps = false;
   fs::remove(kRegistry);
   EXPECT_TRUE(List().empty());
 }
@@ -336,6 +365,20 @@ TEST_F(ShareRegistry, TakesWhatAnAdministratorOrANewerVersionWrites) {
   EXPECT_FALSE(List()[0].recycle);
   WriteRegistry("[]");
   EXPECT_EQ("", Names());
+}
+
+TEST_F(ShareRegistry, FindsTheInnerOfTwoSharesThatAnAdministratorNested) {
+  for (const char* text : {R"([{"name":"a","path":"/v/a"},{"name":"b","path":"/v/a/b"}])",
+                           R"([{"name":"b","path":"/v/a/b"},{"name":"a","path":"/v/a"}])"}) {
+    WriteRegistry(text);
+    char name[512];
+    char path[4096];
+    EXPECT_EQ(0, NIMOShareNamePathGet("/v/a/b/c", name, sizeof(name), path, sizeof(path)));
+    EXPECT_STREQ("b", name);
+    EXPECT_STREQ("/v/a/b", path);
+    EXPECT_EQ(0, NIMOShareNamePathGet("/v//a/bc", name, sizeof(name), path, sizeof(path)));
+    EXPECT_STREQ("a", name);
+  }
 }
 
 TEST_F(ShareRegistry, ThatIsNoFileIsAFailure) {

@@ -20,6 +20,10 @@ run() {
   for name in update rename reindex delete; do
     wanted "^ *[1-9][0-9]* $name\$"
   done
+  wanted '^  /photos +Pictures .* processing$'
+  wanted '^  /photos +Pictures .* paused$'
+  wanted '^  /photos +Pictures .* finished$'
+  wanted '^  /music/lost +.* error: invalid_path$'
   tail -1 "$scratch.out" | grep -q '^Where to look next: ' || { echo "the last line is another"; exit 1; }
   events=$(sed -n 's/^\([0-9]*\) events became.*/\1/p' "$scratch.out")
   operations=$(sed -n 's/^.* events became \([0-9]*\) operations.*/\1/p' "$scratch.out")

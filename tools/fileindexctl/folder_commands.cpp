@@ -8,9 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "orbisk/error.h"
 #include "orbisk/fileindex/folder_mgr.h"
 #include "orbisk/json.h"
+#include "tools/fileindexctl/arguments.h"
 #include "tools/fileindexctl/commands.h"
+#include "tools/fileindexctl/error_text.h"
 #include "tools/fileindexctl/output.h"
 #include "tools/fileindexctl/table.h"
 
@@ -19,6 +22,8 @@ namespace {
 
 using orbisk::fileindex::Folder;
 using orbisk::fileindex::FolderMgr;
+
+constexpr char kFoldersFile[] = "/var/packages/Orbisk/etc/fileindex.folders";
 
 struct Options {
   std::string path;
@@ -76,12 +81,55 @@ std::string ListText(const Json::Value& folders, const Options& options, unsigne
   return table.Text() + std::to_string(folders.size()) + " of " + std::to_string(total) + " folders\n";
 }
 
+// Where in the folders file the first entry stands that cannot be read.
+std::string PlaceOfBadEntry() {
+  Json::Value entries;
+  orbisk::fromFile(entries, kFoldersFile);
+  for (Json::ArrayIndex i = 0; entries.isArray() && i < entries.size(); ++i) {
+    try {
+      const Folder checked(entries[i]);
+    } catch (const orbisk::Error&) {
+      return "entry " + std::to_string(i + 1) + " of " + kFoldersFile;
+    }
+  }
+  return kFoldersFile;
+}
+
+// The folders file may be edited by hand, so a fault in it is shown with its place.
+FolderMgr LoadFolders() {
+  try {
+    return {};
+  } catch (const orbisk::Error& error) {
+    if (error.reason().find(kFoldersFile) != std::string::npos) {
+      throw;
+    }
+    throw WithContext(error, PlaceOfBadEntry());
+  }
+}
+
+// The data of all `folders`, which are asked together: that reads each queue once. Only when this fails are they asked
+// one by one, to name the one at fault.
+Json::Value DataOf(const std::vector<std::shared_ptr<Folder>>& folders, const Json::Value& additional) {
+  try {
+    return GetDataWithAdditional(folders, additional);
+  } catch (const orbisk::Error&) {
+    for (const auto& folder : folders) {
+      try {
+        folder->GetDataWithAdditional(additional);
+      } catch (const orbisk::Error& error) {
+        throw WithContext(error, "indexed folder " + folder->GetPath());
+      }
+    }
+    throw;
+  }
+}
+
 void List(const Options& options) {
   std::vector<std::shared_ptr<Folder>> page;
   unsigned long total = 0;
-  FolderMgr().List(page, total, options.offset, options.limit, options.sort_by, options.descending ? "desc" : "asc",
-                   options.group, options.keyword);
-  const Json::Value folders = GetDataWithAdditional(page, Additional(options));
+  LoadFolders().List(page, total, options.offset, options.limit, options.sort_by, options.descending ? "desc" : "asc",
+                     options.group, options.keyword);
+  const Json::Value folders = DataOf(page, Additional(options));
   Output out(STDOUT_FILENO);
   if (options.json) {
     Json::Value answer;
@@ -112,7 +160,7 @@ std::string FolderText(const Json::Value& folder, const Options& options) {
 
 void Get(const Options& options) {
   std::shared_ptr<Folder> folder;
-  FolderMgr().Get(folder, options.path);
+  LoadFolders().Get(folder, options.path);
   const Json::Value data = folder->GetDataWithAdditional(Additional(options));
   Output out(STDOUT_FILENO);
   out.Write(options.json ? orbisk::toString(data) + "\n" : FolderText(data, options));
@@ -134,8 +182,13 @@ void AddFolderCommands(CLI::App& app) {
   list->add_option("--group", options->group, "Only folders of this group; 'all' for any, '' for none")
       ->capture_default_str();
   list->add_option("--keyword", options->keyword, "Only folders with this in their name, in any case");
-  list->add_option("--offset", options->offset, "Leave out the first so many")->capture_default_str();
-  list->add_option("--limit", options->limit, "At most so many; all if not given")->type_name("COUNT");
+  list->add_option("--offset", options->offset, "Leave out the first so many")
+      ->type_name("COUNT")
+      ->check(PlainNumber())
+      ->capture_default_str();
+  list->add_option("--limit", options->limit, "At most so many; all if not given")
+      ->type_name("COUNT")
+      ->check(PlainNumber());
   list->callback([options] { List(*options); });
 
   CLI::App* const get = group->add_subcommand("get", "One indexed folder");

@@ -6,6 +6,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "orbisk/error.h"
@@ -13,6 +14,7 @@
 #include "orbisk/fileindex/util.h"
 #include "orbisk/json.h"
 #include "tools/fileindexctl/commands.h"
+#include "tools/fileindexctl/error_text.h"
 #include "tools/fileindexctl/event_text.h"
 #include "tools/fileindexctl/output.h"
 
@@ -30,8 +32,8 @@ struct Options {
 };
 
 struct Rule {
-  const char* name;  // stable, for programs
-  const char* text;
+  std::string_view name;  // stable, for programs
+  std::string_view text;
 };
 
 Rule RuleOf(PathVerdict verdict) {
@@ -65,22 +67,33 @@ Rule RuleOf(PathVerdict verdict) {
   return {"unknown", "unknown"};
 }
 
+// What the rules say; a path that no share holds is refused like others.
+Rule RuleFor(const std::string& full_path) {
+  try {
+    return RuleOf(orbisk::fileindex::JudgeFullPath(full_path));
+  } catch (const orbisk::Error& error) {
+    if (!IsInNoShare(error)) {
+      throw;
+    }
+    return {"no_share", "it lies in no share"};
+  }
+}
+
 // Whether the path may be indexed.
 bool Check(const Options& options) {
   std::string full_path = options.path;
   if (options.share_path) {
     orbisk::fileindex::GetFullPath(full_path, options.path);
   }
-  const PathVerdict verdict = orbisk::fileindex::JudgeFullPath(full_path);
-  const bool indexable = verdict == PathVerdict::kIndexable;
-  const Rule rule = RuleOf(verdict);
+  const Rule rule = RuleFor(full_path);
+  const bool indexable = rule.name == RuleOf(PathVerdict::kIndexable).name;
   Output out(STDOUT_FILENO);
   if (options.json) {
     Json::Value answer;
     answer["full_path"] = full_path;
     answer["indexable"] = indexable;
-    answer["rule"] = rule.name;
-    answer["text"] = rule.text;
+    answer["rule"] = std::string(rule.name);
+    answer["text"] = std::string(rule.text);
     out.Write(orbisk::toString(answer) + "\n");
   } else {
     out.Write(OneLine(full_path) +

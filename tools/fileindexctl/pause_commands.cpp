@@ -14,6 +14,7 @@
 #include "orbisk/fileindex/status_mgr.h"
 #include "orbisk/json.h"
 #include "orbisk/sdk/share.h"
+#include "tools/fileindexctl/arguments.h"
 #include "tools/fileindexctl/commands.h"
 #include "tools/fileindexctl/output.h"
 #include "tools/fileindexctl/table.h"
@@ -109,6 +110,7 @@ void AddPauseCommands(CLI::App& app) {
 
   CLI::App* const pause = app.add_subcommand("pause", "Pause indexing");
   pause->add_option("HOURS", options->hours, "For so many hours; without end if 0 or not given")
+      ->check(PlainNumber())
       ->check(CLI::Range(0, kMostHours));
   pause->callback([options] { Pause(*options); });
 

@@ -7,7 +7,9 @@
 #include <string>
 
 #include "orbisk/error.h"
+#include "tools/fileindexctl/arguments.h"
 #include "tools/fileindexctl/commands.h"
+#include "tools/fileindexctl/error_text.h"
 #include "tools/fileindexctl/event_text.h"
 #include "tools/fileindexctl/output.h"
 
@@ -20,6 +22,11 @@ constexpr int kWrongUsage = 2;
 int Fail(const std::string& reason) {
   fprintf(stderr, "fileindexctl: %s\n", OneLine(reason).c_str());
   return kFailure;
+}
+
+// Asking for help comes here as well, and is none.
+int Refuse(const CLI::App& app, const CLI::ParseError& error) {
+  return app.exit(error) == 0 ? 0 : kWrongUsage;
 }
 
 }  // namespace
@@ -38,14 +45,20 @@ int Run(int argc, const char* const* argv) {
   AddShareCommands(app);
   try {
     app.parse(argc, argv);
+  } catch (const CLI::RequiredError& error) {
+    // The parser looks for what is missing before it looks at what is too much.
+    const std::string unknown = UnknownCommand(app);
+    return Refuse(app, unknown.empty()
+                           ? error
+                           : CLI::RequiredError("No such command: " + unknown, CLI::ExitCodes::RequiredError));
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : kWrongUsage;
+    return Refuse(app, error);
   } catch (const ReaderGone&) {
     return 0;
   } catch (const AnswerIsNo&) {
     return kFailure;
   } catch (const orbisk::Error& error) {
-    return Fail("error " + std::to_string(error.code()) + (error.reason().empty() ? "" : ": " + error.reason()));
+    return Fail(ErrorLine(error));
   } catch (const std::exception& error) {
     return Fail(error.what());
   }

@@ -44,7 +44,7 @@ std::string OwnPath() {
 void Notify(const Arguments& arguments) {
   const std::string file = arguments.strings_file.empty() ? FindStringTable(OwnPath()) : arguments.strings_file;
   const StringTable table = StringTable::Load(file, arguments.application);
-  const std::string title = table.Text(arguments.title_key);
+  const std::string& title = table.Text(arguments.title_key);
   std::vector<std::string> texts = arguments.texts;
   for (std::string& text : texts) {
     text = arguments.escape ? text : WithoutTags(text);

@@ -51,7 +51,7 @@ const std::string& StringTable::Text(const std::string& key) const {
 std::string FindStringTable(const std::string& program) {
   const std::string folder = program.substr(0, program.rfind('/') + 1);
   for (const char* place : {"", "../share/orbisk/", "../../share/orbisk/"}) {
-    const std::string file = folder + place + kFileName;
+    std::string file = folder + place + kFileName;
     if (access(file.c_str(), R_OK) == 0) {
       return file;
     }

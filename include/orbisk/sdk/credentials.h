@@ -29,7 +29,7 @@ class ORBISK_EXPORT SDKCredentials {
 
   /// Goes to the account described above if the effective user or group is not what it was at construction. A switch
   /// that fails is recorded and leaves the identity as it is; it throws Error 503 unless an exception is under way.
-  ~SDKCredentials() noexcept(false);
+  ~SDKCredentials() noexcept(false);  // NOLINT(bugprone-exception-escape)
 
   SDKCredentials(const SDKCredentials&) = delete;
   SDKCredentials& operator=(const SDKCredentials&) = delete;

@@ -122,6 +122,13 @@ TEST(QueueFileTest, LinkAtTheQueuesPathIsNotFollowed) {
   EXPECT_EQ(ReadFile(folder / "target"), "");
 }
 
+TEST(QueueFileTest, PipeInTheQueuesPlaceIsAFailure) {
+  const TempDir folder;
+  ASSERT_EQ(mkfifo((folder / "q").c_str(), 0644), 0);
+
+  EXPECT_EQ(Append(folder / "q", "1\n").outcome, AppendOutcome::kFailed);
+}
+
 TEST(QueueFileTest, FolderInTheQueuesPlaceIsAFailure) {
   const TempDir folder;
   EXPECT_EQ(Append(folder.path(), "1\n").outcome, AppendOutcome::kFailed);
