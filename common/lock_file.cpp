@@ -23,14 +23,18 @@ void Pause() {
   usleep(static_cast<useconds_t>(rand() % kPauses) * kPauseStepMicroseconds);
 }
 
-// Opens the lock file, making it if it is missing. With fs.protected_regular the kernel refuses O_CREAT, also to root,
-// for a file in /tmp that belongs to somebody else: one user's failed try would lock the box's own programs out.
+// Opens the lock file, making it if it is missing. Lock files lie in /tmp, where anybody may put something first: a
+// link would have root make a file of that user's choice, and a fifo would be waited for.
+//
+// With fs.protected_regular the kernel refuses O_CREAT, also to root, for a file in /tmp that belongs to somebody else:
+// one user's failed try would lock the box's own programs out.
 int OpenOrMake(const std::string& path) {
-  const int fd = open(path.c_str(), O_RDONLY | O_CREAT, 0644);
+  constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK;
+  const int fd = open(path.c_str(), kFlags | O_CREAT, 0644);
   if (0 <= fd || EACCES != errno) {
     return fd;
   }
-  const int present = open(path.c_str(), O_RDONLY);
+  const int present = open(path.c_str(), kFlags);
   if (0 > present) {
     errno = EACCES;
   }

@@ -121,6 +121,7 @@ void Folder::Validate() const {
 
 Json::Value GetDataWithAdditional(const std::vector<std::shared_ptr<Folder>>& folders, const Json::Value& additional) {
   std::vector<const Folder*> asked;
+  asked.reserve(folders.size());
   for (const auto& folder : folders) {
     asked.push_back(folder.get());
   }

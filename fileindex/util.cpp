@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/split.hpp>
 #include <climits>
 #include <cstdlib>
@@ -72,7 +71,7 @@ PathVerdict JudgeFileSystem(const string& full_path) {
 
 bool HasPreservedComponent(const string& full_path) {
   std::vector<string> components;
-  boost::split(components, full_path, boost::is_any_of("/"));
+  boost::split(components, full_path, [](char byte) { return byte == '/'; });
   return std::any_of(components.begin(), components.end(), IsSystemPreservedFileName);
 }
 
@@ -137,6 +136,7 @@ string GetFileExtension(const string& path, bool lower) {
 }
 
 void GetShareNameByPath(string& share, const string& share_path) {
+  // NOLINTNEXTLINE(readability-container-size-empty): the record shows the condition as log readers know it.
   ORBISK_CHECK_AT(811, 1 > share_path.size() || '/' != share_path.at(0), 120, "");
   const size_t end = share_path.find('/', 1);
   share = share_path.substr(1, end == string::npos ? end : end - 1);

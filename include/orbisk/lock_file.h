@@ -26,9 +26,9 @@ class ORBISK_EXPORT LockFile {
   ///
   /// `exclusive` asks for the exclusive lock, else for a shared one.
   ///
-  /// Throws Error 506 with "open failed, path=<path>, reason=<text>" at once when the file cannot be opened, with
-  /// "Exceed max retry, path=<path>" when the tries are used up, and with the system's text alone when the file system
-  /// cannot lock; in this last case the descriptor stays open.
+  /// Throws Error 506 with "open failed, path=<path>, reason=<text>" at once when the file cannot be opened or is a
+  /// symbolic link, with "Exceed max retry, path=<path>" when the tries are used up, and with the system's text alone
+  /// when the file system cannot lock; in this last case the descriptor stays open.
   LockFile(const std::string& path, bool exclusive);
   ~LockFile();
   LockFile(const LockFile&) = delete;

@@ -30,20 +30,31 @@ constexpr int kPlan9 = 23;
 constexpr int kAfs = 24;
 constexpr int kCoda = 25;
 constexpr int kRemoteFuse = 26;
+constexpr int kCluster = 27;  // other machines change it too, on common disks or on servers
+constexpr int kHost = 28;     // a folder of the machine that this virtual one runs on
 constexpr int kLastRemote = 29;
 constexpr int kFirstImage = 30;
 constexpr int kIso9660 = 30;
 constexpr int kUdf = 31;
 constexpr int kSquashfs = 32;
 constexpr int kImageFuse = 33;
+constexpr int kOtherImage = 34;
 constexpr int kLastImage = 39;
 
 // Not in the kernel's exported headers.
+constexpr uint32_t kBeeGfsMagic = 0x19830326;
 constexpr uint32_t kConfigfsMagic = 0x62656570;
 constexpr uint32_t kFusectlMagic = 0x65735543;
+constexpr uint32_t kGfs2Magic = 0x01161970;
+constexpr uint32_t kGpfsMagic = 0x47504653;
+constexpr uint32_t kLustreMagic = 0x0bd00bd0;
 constexpr uint32_t kMqueueMagic = 0x19800202;
 constexpr uint32_t kNfsdMagic = 0x6e667364;
+constexpr uint32_t kOrangeFsMagic = 0x20030528;
+constexpr uint32_t kRomfsMagic = 0x7275;
 constexpr uint32_t kRpcPipefsMagic = 0x67596969;
+constexpr uint32_t kVboxsfMagic = 0x786f4256;
+constexpr uint32_t kVmhgfsMagic = 0xbacbacbc;
 
 struct MagicKind {
   uint32_t magic;
@@ -59,9 +70,20 @@ constexpr MagicKind kKinds[] = {
     {AFS_SUPER_MAGIC, kAfs},
     {AFS_FS_MAGIC, kAfs},
     {CODA_SUPER_MAGIC, kCoda},
+    {kBeeGfsMagic, kCluster},
+    {kGfs2Magic, kCluster},
+    {kGpfsMagic, kCluster},
+    {kLustreMagic, kCluster},
+    {kOrangeFsMagic, kCluster},
+    {OCFS2_SUPER_MAGIC, kCluster},
+    {kVboxsfMagic, kHost},
+    {kVmhgfsMagic, kHost},
     {ISOFS_SUPER_MAGIC, kIso9660},
     {UDF_SUPER_MAGIC, kUdf},
     {SQUASHFS_MAGIC, kSquashfs},
+    {CRAMFS_MAGIC, kOtherImage},
+    {EROFS_SUPER_MAGIC_V1, kOtherImage},
+    {kRomfsMagic, kOtherImage},
     {PROC_SUPER_MAGIC, NIMO_FS_TYPE_PSEUDO},
     {SYSFS_MAGIC, NIMO_FS_TYPE_PSEUDO},
     {DEBUGFS_MAGIC, NIMO_FS_TYPE_PSEUDO},

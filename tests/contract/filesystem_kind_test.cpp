@@ -63,9 +63,20 @@ TEST(FileSystemKind, FollowsTheMagicNumber) {
       {0x01021997, Kind::kRemote},                     // 9P
       {0x5346414f, Kind::kRemote},                     // AFS
       {0x6b414653, Kind::kRemote},                     // AFS of the kernel
+      {0x0bd00bd0, Kind::kRemote},                     // Lustre
+      {0x19830326, Kind::kRemote},                     // BeeGFS
+      {0x47504653, Kind::kRemote},                     // GPFS
+      {0x20030528, Kind::kRemote},                     // OrangeFS
+      {0x01161970, Kind::kRemote},                     // GFS2
+      {0x7461636f, Kind::kRemote},                     // OCFS2
+      {0x786f4256, Kind::kRemote},                     // vboxsf
+      {0xbacbacbc, Kind::kRemote},                     // vmhgfs
       {0x9660, Kind::kImage},
       {0x15013346, Kind::kImage},   // UDF
       {0x73717368, Kind::kImage},   // squashfs
+      {0x28cd3d45, Kind::kImage},   // cramfs
+      {0xe0f5e1e2, Kind::kImage},   // EROFS
+      {0x7275, Kind::kImage},       // romfs
       {0x9fa0, Kind::kPseudo},      // proc
       {0x62656572, Kind::kPseudo},  // sysfs
       {0x64626720, Kind::kPseudo},  // debugfs

@@ -158,6 +158,8 @@ TEST_F(StoredStatus, APauseShowsWhereWorkWaitsUntilItIsResumed) {
 
   ASSERT_TRUE(Succeeds(Fileindexctl({"pause", "1"})));
   EXPECT_EQ(StatusOf("/photo/2019"), "paused");
+  ASSERT_TRUE(Succeeds(Fileindexctl({"pause"})));
+  EXPECT_EQ(StatusOf("/photo/2019"), "paused");
   EXPECT_EQ(StatusOf("/docs"), "finished");
   ASSERT_TRUE(Succeeds(Fileindexctl({"resume"})));
   EXPECT_EQ(StatusOf("/photo/2019"), "processing");

@@ -32,7 +32,7 @@ std::string RegistryTrouble() {
 std::string Meaning(const orbisk::Error& error) {
   const bool is_about_shares =
       error.code() == kShareEnumeration || error.code() == kNoSuchShare || IsNoShareForPath(error);
-  if (const std::string trouble = is_about_shares ? RegistryTrouble() : ""; !trouble.empty()) {
+  if (std::string trouble = is_about_shares ? RegistryTrouble() : ""; !trouble.empty()) {
     return trouble;
   }
   if (IsNoShareForPath(error)) {

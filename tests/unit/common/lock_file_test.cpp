@@ -116,6 +116,23 @@ TEST_F(LockFileTest, OpensReadOnlyAndLetsTheDescriptorPassThroughExec) {
   EXPECT_TRUE(found);
 }
 
+TEST_F(LockFileTest, RefusesALinkAndMakesNothingBehindIt) {
+  const std::string target = dir_ / "target";
+  std::filesystem::create_symlink(target, path_);
+
+  EXPECT_EQ("open failed, path=" + path_ + ", reason=Too many levels of symbolic links", ReasonOf(path_));
+
+  EXPECT_FALSE(std::filesystem::exists(target));
+}
+
+TEST_F(LockFileTest, DoesNotWaitForTheOtherEndOfAFifo) {
+  ASSERT_EQ(0, mkfifo(path_.c_str(), 0644));
+
+  const LockFile lock(path_, true);
+
+  EXPECT_FALSE(Other(path_).Try(LOCK_EX));
+}
+
 TEST_F(LockFileTest, FailsAtOnceWhereTheFolderIsMissing) {
   const std::string path = dir_ / "missing/test.lock";
   const std::string reason = ReasonOf(path);

@@ -5,12 +5,9 @@
 #include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
-#include <csignal>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -23,6 +20,7 @@
 #include "tests/support/fake_share.h"
 #include "tests/support/fake_time.h"
 #include "tests/support/fake_user.h"
+#include "tests/support/lock_holder.h"
 #include "tests/support/private_mounts.h"
 #include "tests/support/record_capture.h"
 #include "tests/support/temp_dir.h"
@@ -78,6 +76,8 @@ using orbisk::test::FakeShare;
 using orbisk::test::FakeShares;
 using orbisk::test::FakeTime;
 using orbisk::test::FakeUsers;
+using orbisk::test::IsLocked;
+using orbisk::test::LockHolder;
 using orbisk::test::ReadFile;
 using orbisk::test::RecordCapture;
 using orbisk::test::TempDir;
@@ -86,52 +86,6 @@ using orbisk::test::WriteFile;
 namespace fs = std::filesystem;
 
 constexpr char kStatusFile[] = "/var/packages/Orbisk/etc/fileindex.status";
-
-// A process that holds the lock on a file until it is told to go.
-class LockHolder {
- public:
-  explicit LockHolder(const std::string& path) {
-    std::array<int, 2> ready{};
-    EXPECT_EQ(0, pipe(ready.data()));
-    pid_ = fork();
-    if (pid_ == 0) {
-      const int fd = open(path.c_str(), O_RDONLY | O_CREAT, 0644);
-      const bool locked = fd >= 0 && syscall(SYS_flock, fd, LOCK_EX) == 0;
-      const long written = syscall(SYS_write, ready[1], locked ? "y" : "n", 1);
-      while (written == 1) {
-        pause();
-      }
-      _exit(1);
-    }
-    char answer = 0;
-    EXPECT_EQ(1, read(ready[0], &answer, 1));
-    EXPECT_EQ('y', answer);
-    close(ready[0]);
-    close(ready[1]);
-  }
-  ~LockHolder() { Release(); }
-  LockHolder(const LockHolder&) = delete;
-  LockHolder& operator=(const LockHolder&) = delete;
-
-  void Release() {
-    if (pid_ > 0) {
-      kill(pid_, SIGKILL);
-      waitpid(pid_, nullptr, 0);
-      pid_ = -1;
-    }
-  }
-
- private:
-  pid_t pid_ = -1;
-};
-
-// Whether somebody holds the lock exclusively: not even a shared one can be had.
-bool IsLocked(const std::string& path) {
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  const bool locked = fd >= 0 && syscall(SYS_flock, fd, LOCK_SH | LOCK_NB) != 0;
-  close(fd);
-  return locked;
-}
 
 int OpenDescriptors() {
   return static_cast<int>(std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));

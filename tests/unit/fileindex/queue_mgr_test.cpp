@@ -5,10 +5,8 @@
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -16,6 +14,7 @@
 #include "orbisk/error.h"
 #include "orbisk/lock_file.h"
 #include "tests/support/fake_time.h"
+#include "tests/support/lock_holder.h"
 #include "tests/support/record_capture.h"
 #include "tests/unit/fileindex/queue_lines.h"
 #include "tests/unit/record_match.h"
@@ -26,57 +25,14 @@ namespace {
 using Lines = std::vector<std::string>;
 using orbisk::test::ExpectFailure;
 using orbisk::test::FakeTime;
+using orbisk::test::IsLocked;
+using orbisk::test::LockHolder;
 using orbisk::test::ReadFile;
 using orbisk::test::RecordCapture;
 using orbisk::test::WriteFile;
 
 bool Exists(const std::string& path) {
   return std::filesystem::exists(std::filesystem::symlink_status(path));
-}
-
-// A process of its own that holds the lock on a file until it is told to go.
-class LockHolder {
- public:
-  explicit LockHolder(const std::string& path) {
-    std::array<int, 2> ready{};
-    EXPECT_EQ(0, pipe(ready.data()));
-    pid_ = fork();
-    if (pid_ == 0) {
-      const int fd = open(path.c_str(), O_RDONLY);
-      const bool locked = fd >= 0 && flock(fd, LOCK_EX) == 0;
-      const ssize_t written = write(ready[1], locked ? "y" : "n", 1);
-      while (written == 1) {
-        pause();
-      }
-      _exit(1);
-    }
-    char answer = 0;
-    EXPECT_EQ(1, read(ready[0], &answer, 1));
-    EXPECT_EQ('y', answer);
-    close(ready[0]);
-    close(ready[1]);
-  }
-  ~LockHolder() { Release(); }
-  LockHolder(const LockHolder&) = delete;
-  LockHolder& operator=(const LockHolder&) = delete;
-
-  void Release() {
-    if (pid_ > 0) {
-      kill(pid_, SIGKILL);
-      waitpid(pid_, nullptr, 0);
-      pid_ = -1;
-    }
-  }
-
- private:
-  pid_t pid_ = -1;
-};
-
-bool IsLocked(const std::string& path) {
-  const int fd = open(path.c_str(), O_RDONLY);
-  const bool locked = flock(fd, LOCK_EX | LOCK_NB) != 0;
-  close(fd);
-  return locked;
 }
 
 class QueueMgrTest : public testing::Test {
