@@ -93,7 +93,7 @@ struct SearchResult {
   std::vector<Hit> hits;
   int64_t total = 0;
   bool more = false;  ///< there are more than `total`, which is counted up to 100,000; pages reach no further
-  /// False when there are more hits than are ranked and counted by facet one by one (2,000): then the facets are those
+  /// False when there are more hits than are ranked and counted by facet one by one (1,000): then the facets are those
   /// of the newest, and the rank prefers hits in names, then the newest documents.
   bool exact = true;
   std::map<std::string, Facet> facets;  ///< "kind", "extension"

@@ -11,7 +11,7 @@ namespace search {
 namespace {
 
 // Ranking costs some microseconds for a hit. Who gets more hits than this has asked for a word that tells little.
-constexpr int64_t kRankedHits = 2'000;
+constexpr int64_t kRankedHits = 1'000;
 // Counting costs a fraction of a microsecond for a hit; nobody needs to know how many millions there are.
 constexpr size_t kCountedHits = 100'000;
 constexpr size_t kMaxLimit = 10'000;
