@@ -111,7 +111,7 @@ struct StatResult {
 ///
 /// Changes are made in one transaction that lasts until Commit: a crash, a full disk or Close without Commit leave the
 /// state of the last Commit. When a change fails because of the disk (kDiskFull, kStorage, kCorrupt), all changes since
-/// the last commit are gone, and the next Commit says so again by throwing the same error once.
+/// the last commit are gone; the next Commit gives up what came after them too, and throws the same error once.
 ///
 /// Threads: any thread may call any function but Close and the destructor. Writing calls exclude each other. Reading
 /// calls with View::kCommitted run side by side on connections of their own and never wait for a writer.
