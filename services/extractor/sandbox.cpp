@@ -271,14 +271,14 @@ void EnterEmptyRoot() {
   }
 }
 
-void CloseSandbox(int channel, size_t memory_bytes) {
-  const pid_t parent = getppid();
+void CloseSandbox(int channel, size_t memory_bytes, pid_t parent) {
   BecomeNobody();
   // The kernel forgets this when the user changes, so it comes after.
   if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || prctl(PR_SET_DUMPABLE, 0) != 0 ||
       prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) {
     Fail(errno, "prctl");
   }
+  // It may have died before the kernel knew that this process wants to follow.
   if (getppid() != parent) {
     Fail(ESRCH, "the parent is gone");
   }
