@@ -39,7 +39,7 @@ void VolunteerForKilling() {
   }
 }
 
-[[noreturn]] void BecomeWorker(ContentReader& reader, UniqueFd channel, size_t memory_bytes) {
+[[noreturn]] void BecomeWorker(ContentReader& reader, UniqueFd channel, size_t memory_bytes, pid_t parent) {
   prctl(PR_SET_NAME, "nimoce-worker");
   if (dup2(channel.get(), kChannel) < 0) {
     _exit(kWorkerNoSandbox);
@@ -49,7 +49,7 @@ void VolunteerForKilling() {
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
-  RunWorker(reader, kChannel, memory_bytes);
+  RunWorker(reader, kChannel, memory_bytes, parent);
 }
 
 class Nursery {
@@ -120,9 +120,10 @@ class Nursery {
   }
 
   pid_t Fork(UniqueFd channel) {
+    const pid_t self = getpid();
     const pid_t pid = fork();
     if (pid == 0) {
-      BecomeWorker(reader_, std::move(channel), memory_bytes_);
+      BecomeWorker(reader_, std::move(channel), memory_bytes_, self);
     }
     if (pid < 0) {
       throw std::system_error(errno, std::generic_category(), "fork");

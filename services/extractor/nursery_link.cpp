@@ -89,11 +89,7 @@ Message Receive(int control) {
 }  // namespace
 
 NurseryLink::NurseryLink(boost::asio::io_context& context, size_t memory_bytes, OnEnd on_end, OnGone on_gone)
-    : context_(context),
-      memory_bytes_(memory_bytes),
-      on_end_(std::move(on_end)),
-      on_gone_(std::move(on_gone)),
-      ends_(context) {}
+    : memory_bytes_(memory_bytes), on_end_(std::move(on_end)), on_gone_(std::move(on_gone)), ends_(context) {}
 
 NurseryLink::~NurseryLink() {
   Stop();

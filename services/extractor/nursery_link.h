@@ -55,7 +55,6 @@ class NurseryLink {
   void Launch(UniqueFd control, UniqueFd ends);
   void AwaitReady();
 
-  boost::asio::io_context& context_;
   size_t memory_bytes_;
   OnEnd on_end_;
   OnGone on_gone_;

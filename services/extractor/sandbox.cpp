@@ -129,8 +129,8 @@ void AllowReading(const Filter& filter) {
   // The C library's fstat. With a path it would look at other files, but the path is behind a pointer that a filter
   // cannot follow; the empty root folder is what keeps those away.
   Add(filter, SCMP_ACT_ALLOW, SCMP_SYS(newfstatat), {HasBits(3, AT_EMPTY_PATH, AT_EMPTY_PATH)});
-  for (const uint64_t command : {F_GETFD, F_SETFD, F_GETFL, F_DUPFD, F_DUPFD_CLOEXEC}) {
-    Add(filter, SCMP_ACT_ALLOW, SCMP_SYS(fcntl), {Equals(1, command)});
+  for (const int command : {F_GETFD, F_SETFD, F_GETFL, F_DUPFD, F_DUPFD_CLOEXEC}) {
+    Add(filter, SCMP_ACT_ALLOW, SCMP_SYS(fcntl), {Equals(1, static_cast<uint64_t>(command))});
   }
 }
 
@@ -140,9 +140,9 @@ void AllowMemory(const Filter& filter) {
   }
   // Private memory counts as data, and shared memory of a file is that file; shared memory of none would escape the
   // bound. Nothing is ever made executable.
-  for (const uint64_t kind : {MAP_PRIVATE, MAP_PRIVATE | MAP_ANONYMOUS, MAP_SHARED}) {
+  for (const int kind : {MAP_PRIVATE, MAP_PRIVATE | MAP_ANONYMOUS, MAP_SHARED}) {
     Add(filter, SCMP_ACT_ALLOW, SCMP_SYS(mmap),
-        {HasBits(2, PROT_EXEC, 0), HasBits(3, MAP_PRIVATE | MAP_SHARED | MAP_ANONYMOUS, kind)});
+        {HasBits(2, PROT_EXEC, 0), HasBits(3, MAP_PRIVATE | MAP_SHARED | MAP_ANONYMOUS, static_cast<uint64_t>(kind))});
   }
   Add(filter, SCMP_ACT_ALLOW, SCMP_SYS(mprotect), {HasBits(2, PROT_EXEC, 0)});
 }
@@ -152,9 +152,9 @@ void AllowTalking(const Filter& filter, int channel) {
   Add(filter, SCMP_ACT_ALLOW, SCMP_SYS(recvmsg), {Equals(0, fd)});
   Add(filter, SCMP_ACT_ALLOW, SCMP_SYS(sendmsg), {Equals(0, fd)});
   // What libraries print goes to the null device.
-  for (const uint64_t output : {STDOUT_FILENO, STDERR_FILENO}) {
-    Add(filter, SCMP_ACT_ALLOW, SCMP_SYS(write), {Equals(0, output)});
-    Add(filter, SCMP_ACT_ALLOW, SCMP_SYS(writev), {Equals(0, output)});
+  for (const int output : {STDOUT_FILENO, STDERR_FILENO}) {
+    Add(filter, SCMP_ACT_ALLOW, SCMP_SYS(write), {Equals(0, static_cast<uint64_t>(output))});
+    Add(filter, SCMP_ACT_ALLOW, SCMP_SYS(writev), {Equals(0, static_cast<uint64_t>(output))});
   }
 }
 
@@ -271,14 +271,14 @@ void EnterEmptyRoot() {
   }
 }
 
-void CloseSandbox(int channel, size_t memory_bytes) {
-  const pid_t parent = getppid();
+void CloseSandbox(int channel, size_t memory_bytes, pid_t parent) {
   BecomeNobody();
   // The kernel forgets this when the user changes, so it comes after.
   if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || prctl(PR_SET_DUMPABLE, 0) != 0 ||
       prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) {
     Fail(errno, "prctl");
   }
+  // It may have died before the kernel knew that this process wants to follow.
   if (getppid() != parent) {
     Fail(ESRCH, "the parent is gone");
   }

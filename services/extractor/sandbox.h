@@ -1,6 +1,8 @@
 // The cage of a worker.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 
 namespace extractor {
@@ -17,10 +19,10 @@ void EnterEmptyRoot();
 /// use `memory_bytes` of memory for data. Attempts that a library makes in good faith (opening a file, starting a
 /// thread) fail with EPERM; those that only an attacker makes (running a program, making a socket) end it with SIGSYS.
 ///
-/// As root it becomes nobody first. It dies with its parent.
+/// As root it becomes nobody first. It dies with `parent`, the process that started it.
 ///
 /// Throws std::system_error when the kernel refuses what the cage cannot do without. Landlock is used where the kernel
 /// has it.
-void CloseSandbox(int channel, size_t memory_bytes);
+void CloseSandbox(int channel, size_t memory_bytes, pid_t parent);
 
 }  // namespace extractor

@@ -38,7 +38,7 @@ double Seconds(Clock::duration time) {
 }  // namespace
 
 Service::Service(boost::asio::io_context& context, const Options& options)
-    : options_(options), failures_(kMostFailures), pool_(context, options) {}
+    : failures_(kMostFailures), pool_(context, options) {}
 
 void Service::Handle(const std::string& request, const Reply& reply) {
   const Request understood = ParseRequest(request);

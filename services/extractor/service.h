@@ -50,7 +50,6 @@ class Service {
   void Note(const std::string& path, const std::string& reason, const std::string& message);
   Json::Value Status() const;
 
-  const Options& options_;
   FailureList failures_;
   uint64_t requests_ = 0;
   uint64_t contents_ = 0;                   // read to their end

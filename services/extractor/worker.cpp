@@ -163,7 +163,7 @@ void Worker::OnEndUnknown() {
   Outcome outcome;
   outcome.kind = Outcome::Kind::kKilled;
   outcome.message = "somebody ended the workers";
-  state_ = State::kFinished;
+  Finish();  // it may be dying still
   Deliver(verdict_ ? std::move(*verdict_) : std::move(outcome));
 }
 

@@ -49,9 +49,9 @@ std::string TextOf(Reply& reply) {
 
 }  // namespace
 
-void RunWorker(ContentReader& reader, int channel, size_t memory_bytes) {
+void RunWorker(ContentReader& reader, int channel, size_t memory_bytes, pid_t parent) {
   try {
-    CloseSandbox(channel, memory_bytes);
+    CloseSandbox(channel, memory_bytes, parent);
   } catch (const std::exception&) {
     _exit(kWorkerNoSandbox);
   }

@@ -7,6 +7,7 @@
 
 #include <csignal>
 #include <cstring>
+#include <fstream>
 #include <stdexcept>
 #include <thread>
 
@@ -110,6 +111,14 @@ std::string ParseText(const std::string& path, bool need_meta) {
   request["path"] = path;
   request["need_meta"] = need_meta;
   return extractor::ToText(request);
+}
+
+bool IsRunning(pid_t pid) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+  std::string stat;
+  std::getline(file, stat);
+  const size_t name_end = stat.rfind(") ");
+  return name_end != std::string::npos && stat[name_end + 2] != 'Z' && stat[name_end + 2] != 'X';
 }
 
 bool SoonHolds(const std::function<bool()>& holds, std::chrono::milliseconds limit) {

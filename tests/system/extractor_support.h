@@ -2,6 +2,7 @@
 #pragma once
 
 #include <json/json.h>
+#include <sys/types.h>
 
 #include <chrono>
 #include <functional>
@@ -66,6 +67,9 @@ class ExtractorBox {
 
 /// The text of a request for `path`.
 std::string ParseText(const std::string& path, bool need_meta = true);
+
+/// Whether a process runs. One that ended does not, even if nobody has asked how it ended.
+bool IsRunning(pid_t pid);
 
 /// Calls `holds` until it is true; false if it is not within `limit`.
 bool SoonHolds(const std::function<bool()>& holds, std::chrono::milliseconds limit = std::chrono::seconds(20));

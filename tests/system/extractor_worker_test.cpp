@@ -74,6 +74,17 @@ TEST_F(ExtractorWorker, ThatClosesItsChannelIsEnded) {
   EXPECT_TRUE(IsServed());
 }
 
+TEST_F(ExtractorWorker, ThatSpeaksOutOfTurnIsNotAskedAgain) {
+  box_.Start({"--workers", "1"});
+  ASSERT_TRUE(IsServed());
+  const pid_t worker = OnlyWorker();
+
+  box_.Do("reply_twice");
+
+  EXPECT_TRUE(SoonHolds([&] { return OnlyWorker() != worker; }, std::chrono::seconds(5)));
+  EXPECT_FALSE(box_.Do("plain words")["data"].isMember("NIMOMDTitle"));
+}
+
 TEST_F(ExtractorWorker, ReadsManyFiles) {
   box_.Start({"--workers", "1"});
 
@@ -199,24 +210,31 @@ TEST_F(ExtractorWorker, SurvivesTheProcessThatItIsForkedFrom) {
     ExtractorClient client(box_.socket());
     client.Send(ParseText(box_ / "slow"));
     ASSERT_TRUE(SoonHolds([&] { return box_.Status()["in_work"].size() == 1; }));
+    const pid_t worker = OnlyWorker();
 
     kill(nursery, SIGKILL);
 
     const auto answer = extractor::FromText(client.Receive());
     EXPECT_EQ((*answer)["error"]["code"], kDied);
+    EXPECT_TRUE(SoonHolds([&] { return !IsRunning(worker); }));
     ASSERT_TRUE(IsServed()) << "round " << i;
   }
 }
 
-TEST_F(ExtractorWorker, DiesWithTheDaemon) {
-  box_.Start({"--workers", "1"});
-  ASSERT_TRUE(IsServed());
-  const pid_t worker = OnlyWorker();
+TEST_F(ExtractorWorker, DiesWithTheDaemonEvenWhenItHasJustBeenBorn) {
+  WriteFile(box_ / "slow", "stall");
+  for (int i = 0; i < 20; ++i) {
+    box_.Start({"--workers", "1"});
+    ExtractorClient client(box_.socket());
+    client.Send(ParseText(box_ / "slow"));
+    ASSERT_TRUE(SoonHolds([&] { return box_.Status()["in_work"].size() == 1; }));
+    const pid_t worker = OnlyWorker();
 
-  box_.daemon().Kill(SIGKILL);
-  box_.daemon().Wait(std::chrono::seconds(5));
+    box_.daemon().Kill(SIGKILL);
+    box_.daemon().Wait(std::chrono::seconds(5));
 
-  EXPECT_TRUE(SoonHolds([&] { return kill(worker, 0) != 0; }));
+    ASSERT_TRUE(SoonHolds([&] { return !IsRunning(worker); })) << "round " << i;
+  }
 }
 
 TEST_F(ExtractorWorker, OthersGoOnWhileOneStalls) {

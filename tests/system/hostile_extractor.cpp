@@ -127,6 +127,12 @@ const std::map<std::string, Deed>& EndingDeeds() {
       {"endless_reply", [](int, Argument, Json::Value&) { Say(std::string(8, '\x7f')), Stall(); }},
       {"garbled_reply", [](int, Argument, Json::Value&) { Say(std::string("\3\0\0\0\0\0\0\0xyz", 11)), Stall(); }},
       {"half_reply", [](int, Argument, Json::Value&) { Say(std::string("\3\0\0\0\0\0\0\0x", 9)), Stall(); }},
+      {"reply_twice",
+       [](int, Argument, Json::Value& d) {
+         const std::string first = R"({"cut":false,"fields":{"NIMOMDTitle":"first"}})";
+         Say(std::string(1, static_cast<char>(first.size())) + std::string(7, '\0') + first);
+         d["NIMOMDTitle"] = "second";
+       }},
       {"hang_up", [](int, Argument, Json::Value&) { close(kChannel), Stall(); }},
       {"socket", [](int, Argument, Json::Value& d) { Report(d, socket(AF_INET, SOCK_STREAM, 0) >= 0); }},
       {"unix_socket", [](int, Argument, Json::Value& d) { Report(d, socket(AF_UNIX, SOCK_STREAM, 0) >= 0); }},
