@@ -46,6 +46,21 @@ TEST(Sound, IsKnownByItsContentWhateverItsName) {
   EXPECT_EQ(extraction["NIMOMDTitle"], "Morning Heron");
 }
 
+TEST(Sound, OfAKindThatNothingReadsIsNotBroken) {
+  const std::string midi("MThd\0\0\0\6\0\0\0\1\0\x60MTrk\0\0\0\4\0\xFF\x2F\0", 26);
+
+  const Extraction extraction = Extract(midi, "a.mid");
+
+  EXPECT_EQ(extraction.error, "");
+  EXPECT_EQ(extraction["NIMOMDContentType"], "audio/midi");
+}
+
+TEST(Sound, CutToItsFirstBytesIsBroken) {
+  for (const char* name : {"sound.flac", "sound.wma", "film.mp4", "film.avi"}) {
+    EXPECT_NE(Extract(Sample(name).substr(0, 40), name).error, "") << name;
+  }
+}
+
 TEST(Film, OfEveryKindGivesTitleLengthAndStreams) {
   for (const char* name : {"film.mp4", "film.mov", "film.mkv", "film.avi"}) {
     const Extraction extraction = Extract(Sample(name), "");
