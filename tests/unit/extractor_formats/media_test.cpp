@@ -46,13 +46,11 @@ TEST(Sound, IsKnownByItsContentWhateverItsName) {
   EXPECT_EQ(extraction["NIMOMDTitle"], "Morning Heron");
 }
 
-TEST(Sound, OfAKindThatNothingReadsIsNotBroken) {
-  const std::string midi("MThd\0\0\0\6\0\0\0\1\0\x60MTrk\0\0\0\4\0\xFF\x2F\0", 26);
-
-  const Extraction extraction = Extract(midi, "a.mid");
+TEST(Film, OfAKindThatNothingReadsIsNotBroken) {
+  const Extraction extraction = Extract("\x8AMNG\r\n\x1A\n" + std::string(64, '\x01'), "a.mng");
 
   EXPECT_EQ(extraction.error, "");
-  EXPECT_EQ(extraction["NIMOMDContentType"], "audio/midi");
+  EXPECT_EQ(extraction["NIMOMDContentType"], "video/x-mng");
 }
 
 TEST(Sound, CutToItsFirstBytesIsBroken) {
