@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <clocale>
+#include <cstdlib>
+#include <ctime>
 #include <exception>
 #include <string_view>
 
@@ -50,7 +52,19 @@ constexpr Format kFormats[] = {
     {"application/zstd", ReadArchive},
     {"video/", ReadVideo},
     {"application/ogg", ReadAudio},
-    {"audio/", ReadAudio},
+    {"audio/mpeg", ReadAudio},
+    {"audio/mp4", ReadAudio},
+    {"audio/x-m4a", ReadAudio},
+    {"audio/flac", ReadAudio},
+    {"audio/x-flac", ReadAudio},
+    {"audio/ogg", ReadAudio},
+    {"audio/x-wav", ReadAudio},
+    {"audio/x-aiff", ReadAudio},
+    {"audio/x-ape", ReadAudio},
+    {"audio/x-musepack", ReadAudio},
+    {"audio/x-wavpack", ReadAudio},
+    {"audio/x-mpegurl", ReadText},
+    {"audio/", ReadVideo},  // what else carries sound, if libmediainfo knows it
     {"image/jpeg", ReadImage},
     {"image/png", ReadImage},
     {"image/tiff", ReadImage},
@@ -87,6 +101,9 @@ void Prepare() {
   }
   // Names in archives and tags are wide characters on their way, which plain "C" cuts to ASCII.
   std::setlocale(LC_CTYPE, "C.UTF-8");
+  // Without a zone set, every date of a zip looks /etc/localtime up again.
+  setenv("TZ", "UTC0", 1);
+  tzset();
   PrepareSniffer();
   PrepareCharsets();
   xmlInitParser();

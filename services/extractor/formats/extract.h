@@ -25,7 +25,8 @@ struct ExtractResult {
 };
 
 /// Loads all that the readers ever open by path: the libmagic database, character set converters, the folders of the
-/// PDF library. Also sets LC_CTYPE of the process to C.UTF-8, which several of the libraries below read names with.
+/// PDF library. Also sets LC_CTYPE of the process to C.UTF-8, which several of the libraries below read names with, and
+/// its time zone to UTC.
 /// Call once before the first ExtractContent and before the sandbox closes; later calls do nothing.
 ///
 /// Throws std::runtime_error when something that every file needs cannot be loaded.
@@ -39,7 +40,7 @@ void Prepare();
 ///
 /// `fd` must be a regular file open for reading; it stays the caller's, its file offset is moved. Nothing is opened by
 /// path, nothing is written, no process and no thread is started: after Prepare() the calls that reach the kernel are
-/// read, pread, lseek, fstat, mmap, munmap, mremap, madvise, brk, futex and the clocks.
+/// read, pread, lseek, fstat, mmap, munmap, mremap, mprotect, madvise, brk, futex, getrandom and the clocks.
 ///
 /// Content of no known format is no error: the document gets only its NIMOMDContentType.
 /// Throws an exception derived from std::exception whose what() is the reason, for people, when the content is broken,

@@ -88,8 +88,11 @@ std::string RefineZip(const Input& input) {
         break;
       }
       if (*path == "mimetype") {
+        // Any word can stand there; only those that make the zip a document are believed.
         std::string type = TrimmedMimetype(source.ReadHead(128));
-        return type.empty() ? "application/zip" : type;
+        const bool is_document =
+            type == "application/epub+zip" || type.starts_with("application/vnd.oasis.opendocument.");
+        return is_document ? type : "application/zip";
       }
       if (*path == "word/document.xml") {
         return std::string(kOpenXml) + "wordprocessingml.document";

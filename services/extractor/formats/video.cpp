@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
+#include <string_view>
 #include <vector>
 
 #include "services/extractor/formats/reading.h"
@@ -101,6 +103,14 @@ void WriteStreams(MediaInfo& media, Fields& fields) {
   }
 }
 
+/// Of these it is certain that libmediainfo reads them, so that finding nothing means that there is a fault.
+bool IsKnownContainer(const std::string& media_type) {
+  static constexpr std::string_view kTypes[] = {
+      "video/mp4",  "video/quicktime", "video/x-m4v",    "video/3gpp", "video/x-matroska",
+      "video/webm", "video/x-msvideo", "video/x-ms-asf", "video/mpeg", "video/ogg"};
+  return std::find(std::begin(kTypes), std::end(kTypes), media_type) != std::end(kTypes);
+}
+
 }  // namespace
 
 void PrepareVideo() {
@@ -119,10 +129,13 @@ void ReadVideo(Reading& reading) {
   const bool has_video = media.Count_Get(MediaInfoLib::Stream_Video) > 0;
   const bool has_audio = media.Count_Get(MediaInfoLib::Stream_Audio) > 0;
   if (!has_video && !has_audio) {
-    throw BrokenContent("broken " + reading.media_type);
+    if (IsKnownContainer(reading.media_type)) {
+      throw BrokenContent("broken " + reading.media_type);
+    }
+    return;
   }
   // Containers of films hold sound alone too, whose tags TagLib knows better.
-  if (!has_video && reading.media_type != "video/x-matroska") {
+  if (!has_video && IsKnownContainer(reading.media_type)) {
     try {
       ReadAudio(reading);
       return;

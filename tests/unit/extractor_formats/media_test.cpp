@@ -46,6 +46,19 @@ TEST(Sound, IsKnownByItsContentWhateverItsName) {
   EXPECT_EQ(extraction["NIMOMDTitle"], "Morning Heron");
 }
 
+TEST(Film, OfAKindThatNothingReadsIsNotBroken) {
+  const Extraction extraction = Extract("\x8AMNG\r\n\x1A\n" + std::string(64, '\x01'), "a.mng");
+
+  EXPECT_EQ(extraction.error, "");
+  EXPECT_EQ(extraction["NIMOMDContentType"], "video/x-mng");
+}
+
+TEST(Sound, CutToItsFirstBytesIsBroken) {
+  for (const char* name : {"sound.flac", "sound.wma", "film.mp4", "film.avi"}) {
+    EXPECT_NE(Extract(Sample(name).substr(0, 40), name).error, "") << name;
+  }
+}
+
 TEST(Film, OfEveryKindGivesTitleLengthAndStreams) {
   for (const char* name : {"film.mp4", "film.mov", "film.mkv", "film.avi"}) {
     const Extraction extraction = Extract(Sample(name), "");

@@ -38,6 +38,13 @@ TEST(Office, MediaTypesAreThoseOfTheFormats) {
   EXPECT_EQ(Extract(Sample("book.epub"))["NIMOMDContentType"], "application/epub+zip");
 }
 
+TEST(Office, AZipIsNotWhatItCallsItselfUnlessThatIsADocument) {
+  const Extraction extraction = Extract(MakeArchive("zip", "", {{"mimetype", "text/html"}, {"heron.txt", "x"}}));
+
+  EXPECT_EQ(extraction["NIMOMDContentType"], "application/zip");
+  EXPECT_EQ(extraction.Text(), "mimetype\nheron.txt");
+}
+
 TEST(Office, BooksGiveTheirPages) {
   const Extraction extraction = Extract(Sample("book.epub"));
 

@@ -1,4 +1,5 @@
 // The readers keep working where nothing can be opened.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <seccomp.h>
 #include <sys/wait.h>
@@ -14,12 +15,15 @@ namespace {
 /// What a reader may ask the kernel for; anything else ends the process.
 void CloseTheSandbox() {
   const scmp_filter_ctx filter = seccomp_init(SCMP_ACT_KILL_PROCESS);
-  for (const int call : {SCMP_SYS(read), SCMP_SYS(pread64), SCMP_SYS(lseek), SCMP_SYS(fstat), SCMP_SYS(newfstatat),
-                         SCMP_SYS(mmap), SCMP_SYS(munmap), SCMP_SYS(mremap), SCMP_SYS(mprotect), SCMP_SYS(madvise),
-                         SCMP_SYS(brk), SCMP_SYS(futex), SCMP_SYS(clock_gettime), SCMP_SYS(gettimeofday),
-                         SCMP_SYS(getpid), SCMP_SYS(getrandom), SCMP_SYS(write), SCMP_SYS(exit_group)}) {
+  for (const int call : {SCMP_SYS(read), SCMP_SYS(pread64), SCMP_SYS(lseek), SCMP_SYS(fstat), SCMP_SYS(mmap),
+                         SCMP_SYS(munmap), SCMP_SYS(mremap), SCMP_SYS(mprotect), SCMP_SYS(madvise), SCMP_SYS(brk),
+                         SCMP_SYS(futex), SCMP_SYS(clock_gettime), SCMP_SYS(gettimeofday), SCMP_SYS(getpid),
+                         SCMP_SYS(getrandom), SCMP_SYS(write), SCMP_SYS(exit_group)}) {
     seccomp_rule_add(filter, SCMP_ACT_ALLOW, call, 0);
   }
+  // The C library's fstat; by a path it is refused.
+  seccomp_rule_add(filter, SCMP_ACT_ALLOW, SCMP_SYS(newfstatat), 1,
+                   SCMP_A3(SCMP_CMP_MASKED_EQ, AT_EMPTY_PATH, AT_EMPTY_PATH));
   if (seccomp_load(filter) != 0) {
     _exit(77);
   }
@@ -53,46 +57,65 @@ std::string ExtractInSandbox(std::string_view content, const std::string& name) 
   return answer;
 }
 
-TEST(Sandbox, ReadsEverySampleAsItIsReadOutside) {
-#ifdef __SANITIZE_ADDRESS__
-  GTEST_SKIP() << "the sanitizer itself opens files";
-#endif
-  extractor::Prepare();
-  for (const std::string& name : SampleNames()) {
-    const std::string inside = ExtractInSandbox(Sample(name), name);
-
-    // Afterwards, so that nothing was loaded by a first extraction outside.
-    EXPECT_EQ(inside, Extract(Sample(name), name).document.toStyledString()) << name;
-  }
+/// A page in a font whose characters are named by a map that the PDF library would look for in its own folder.
+std::string EastAsianPdf() {
+  return "%PDF-1.4\n1 0 obj<</Type/Catalog/Pages 2 0 R>>endobj 2 0 obj<</Type/Pages/Count 1/Kids[3 0 R]>>endobj\n"
+         "3 0 obj<</Type/Page/Parent 2 0 R/MediaBox[0 0 200 200]/Contents 4 0 R/Resources<</Font<</F 5 0 R/G 8 0 R>>>>"
+         ">>endobj\n4 0 obj<</Length 75>>stream\nBT /G 12 Tf 10 50 Td (heron) Tj /F 12 Tf 0 -20 Td <9DFA9DFA> Tj ET    "
+         "  "
+         "          \nendstream endobj\n5 0 obj<</Type/Font/Subtype/Type0/BaseFont/A/Encoding/UniGB-UCS2-H"
+         "/DescendantFonts[6 0 R]>>endobj\n6 0 obj<</Type/Font/Subtype/CIDFontType0/BaseFont/A/CIDSystemInfo"
+         "<</Registry(Adobe)/Ordering(GB1)/Supplement 2>>/FontDescriptor 7 0 R>>endobj\n"
+         "7 0 obj<</Type/FontDescriptor/FontName/A/Flags 4>>endobj\n"
+         "8 0 obj<</Type/Font/Subtype/Type1/BaseFont/Helvetica>>endobj\ntrailer<</Root 1 0 R/Size 9>>\n";
 }
 
-TEST(Sandbox, ReadsOldCharacterSetsAndArchives) {
-#ifdef __SANITIZE_ADDRESS__
-  GTEST_SKIP() << "the sanitizer itself opens files";
-#endif
-  extractor::Prepare();
-  const std::string mail =
-      "From: a@b\r\nSubject: =?iso-2022-jp?B?GyRCO3UbKEI=?=\r\nContent-Type: text/plain; "
-      "charset=big5\r\n\r\n\xC4\xF3\r\n";
+std::vector<std::pair<std::string, std::string>> Files() {
   std::string russian;
   for (int i = 0; i < 20; ++i) {
     russian += "\xF3\xC5\xD2\xC1\xD1 \xC3\xC1\xD0\xCC\xD1 \xD3\xD4\xCF\xD1\xCC\xC1 \xD5 \xD0\xCC\xCF\xD4\xC9\xCE\xD9. ";
   }
-  const std::pair<std::string, std::string> files[] = {
-      {"a.eml", mail},
+  const Entries entries = {{"heron", "x"}};
+  std::vector<std::pair<std::string, std::string>> files = {
+      {"a.eml",
+       "From: a@b\r\nSubject: =?iso-2022-jp?B?GyRCO3UbKEI=?=\r\nContent-Type: text/plain; charset=big5\r\n\r\n"
+       "\xC4\xF3\r\n"},
       {"a.txt", russian},
       {"a.xml", "<?xml version=\"1.0\" encoding=\"shift_jis\"?><a>\x8D\xEB</a>"},
       {"a.html", "<html><meta charset=euc-kr><p>\xBF\xD6</html>"},
-      {"a.rtf", "{\\rtf1\\ansicpg936 \\'b0\\'d7}"},
-      {"a.tgz", MakeArchive("tar", "gzip", {{"heron", "x"}})},
-      {"a.7z", MakeArchive("7z", "", {{"heron", "x"}})},
-      {"a.txz", MakeArchive("tar", "xz", {{"heron", "x"}})}};
-  for (const auto& [name, content] : files) {
-    const std::string inside = ExtractInSandbox(content, name);
-    const Extraction outside = Extract(content, name);
+      {"a.rtf", "{\\rtf1\\ansi\\ansicpg936 \\'b0\\'d7}"},
+      {"a.pdf", EastAsianPdf()},
+      {"a.zip", MakeArchive("zip", "", entries)},
+      {"a.tar", MakeArchive("tar", "", entries)},
+      {"a.tgz", MakeArchive("tar", "gzip", entries)},
+      {"a.txz", MakeArchive("tar", "xz", entries)},
+      {"a.tbz", MakeArchive("tar", "bzip2", entries)},
+      {"a.tar.zst", MakeArchive("tar", "zstd", entries)},
+      {"a.7z", MakeArchive("7z", "", entries)}};
+  for (const std::string& name : SampleNames()) {
+    files.emplace_back(name, Sample(name));
+  }
+  return files;
+}
 
-    EXPECT_NE(outside.Text(), "") << name;
-    EXPECT_EQ(inside, outside.document.toStyledString()) << name;
+TEST(Sandbox, ReadsEveryFormatAsItIsReadOutside) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "the sanitizer itself opens files";
+#endif
+  extractor::Prepare();
+  const auto files = Files();
+  std::vector<std::string> inside;
+
+  // All of them before the first outside, which would load for good what it needs.
+  for (const auto& [name, content] : files) {
+    inside.push_back(ExtractInSandbox(content, name));
+  }
+
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    const auto& [name, content] = files[i];
+    const Extraction outside = Extract(content, name);
+    EXPECT_EQ(outside.error, "") << name;
+    EXPECT_EQ(inside[i], outside.document.toStyledString()) << name;
   }
 }
 

@@ -4,6 +4,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdint>
+#include <fstream>
+
 #include "services/extractor/formats/charset.h"
 #include "tests/unit/extractor_formats/extraction.h"
 
@@ -118,6 +121,28 @@ TEST(PlainText, OfNoBytesIsNoError) {
 
   EXPECT_EQ(extraction.error, "");
   EXPECT_EQ(extraction.result.media_type, "inode/x-empty");
+}
+
+/// Bytes that this process has read so far, from whatever.
+std::int64_t BytesRead() {
+  std::ifstream io("/proc/self/io");
+  std::string name;
+  std::int64_t count = 0;
+  io >> name >> count;
+  return name == "rchar:" ? count : -1;
+}
+
+TEST(PlainText, BeyondTheBoundIsNotReadAtAll) {
+  const MemoryFile file;
+  file.Append(std::string(std::size_t{32} << 20, 'x'));
+  extractor::Prepare();
+  const std::int64_t before = BytesRead();
+  ASSERT_GE(before, 0);
+
+  const Extraction extraction = ExtractFrom(file.fd(), "a.txt", 100'000);
+
+  EXPECT_TRUE(extraction.result.cut);
+  EXPECT_LT(BytesRead() - before, 1'000'000);
 }
 
 TEST(PlainText, OfHundredsOfMegabytesIsReadInBoundedMemory) {
