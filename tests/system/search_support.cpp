@@ -207,7 +207,8 @@ std::vector<std::string> SearchBox::PathsBelow(const std::string& id, const std:
   data["query"]["qsl"]["prefix"]["NIMOMDPath"] = folder + "/";
   data["load_field"].append("NIMOMDPath");
   std::vector<std::string> paths;
-  for (const Json::Value& hit : AskPatiently("document_get_by_query", data)["data"]) {
+  const Json::Value answer = AskPatiently("document_get_by_query", data);
+  for (const Json::Value& hit : answer["data"]) {
     paths.push_back(hit["NIMOMDPath"].asString());
   }
   return paths;

@@ -26,6 +26,7 @@ Json::Value Mappings() {
   mappings["property_id"] = "NIMOMDPath";
   mappings["properties"]["NIMOMDPath"]["type"] = "string";
   mappings["properties"]["NIMOMDPath"]["analyzer"] = "keyword";
+  mappings["properties"]["NIMOMDTextContent"]["type"] = "text";
   return mappings;
 }
 
