@@ -299,6 +299,12 @@ Node Conditions::Words(const std::string& name, std::string_view text, WordMatch
     const TokenMode mode = keyword ? kKeyword : match == WordMatch::kAnyForm && !beginning ? kWords : kPlainWords;
     ways.push_back(Node::Text(*columns + Quote(mode, text) + (beginning ? " *" : "")));
   }
+  // What stands between white space, and whole values, are tokens beside the words in them.
+  const std::string folded = Fold(text);
+  if (columns && match == WordMatch::kAnyForm && !keyword && tokens.count() > 0 &&
+      (tokens.count() > 1 || tokens.single() != folded)) {
+    ways.push_back(Node::Text(*columns + Quote(kVerbatim, folded)));
+  }
   const std::optional<std::string> piece_columns = pieces ? ColumnFilter(name, true) : std::nullopt;
   const std::string expression = piece_columns ? PiecesExpression(text) : "";
   if (!expression.empty()) {
