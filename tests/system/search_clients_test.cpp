@@ -91,6 +91,25 @@ TEST(SearchProgram, TermEndsItWithinASecondAndKeepsNothingUncommitted) {
   EXPECT_EQ(std::vector<std::string>{"/v/kept"}, box.PathsBelow("a", "/v"));
 }
 
+TEST(SearchProgram, CommitAfterARestartTellsOnceThatChangesAreGone) {
+  SearchBox box;
+  box.Start();
+  box.CreateIndex("a");
+  box.Put("a", "/v/half", "one");
+  box.Kill();
+  box.Start();
+  box.Put("a", "/v/more", "two");
+
+  EXPECT_EQ(1224, box.CodeOf("commit", Object("{'id':'a'}")));
+  EXPECT_EQ(0, box.CodeOf("commit", Object("{'id':'a'}")));
+
+  EXPECT_EQ(std::vector<std::string>{"/v/more"}, box.PathsBelow("a", "/v"));
+  box.Kill();
+  box.Start();
+  box.Put("a", "/v/last", "three");
+  EXPECT_EQ(0, box.CodeOf("commit", Object("{'id':'a'}"))) << "everything was committed before this kill";
+}
+
 TEST(SearchProgram, MissingEventHandlerIsRecordedOnce) {
   SearchBox box;
   box.Start();
@@ -104,6 +123,28 @@ TEST(SearchProgram, MissingEventHandlerIsRecordedOnce) {
   const size_t first = records.find("event_handler_missing");
   ASSERT_NE(std::string::npos, first) << records;
   EXPECT_EQ(std::string::npos, records.find("event_handler_missing", first + 1));
+}
+
+TEST(SearchProgram, DatabaseShrinksAfterDeletionsWhenNobodyAsks) {
+  SearchBox box;
+  box.Start({"--quiet-ms", "200"});
+  box.CreateIndex("a");
+  for (int i = 0; i < 400; ++i) {
+    std::string text;
+    for (int word = 0; word < 300; ++word) {
+      text += "w" + std::to_string(i * 1009 + word * 7919) + " ";
+    }
+    box.Put("a", "/v/" + std::to_string(i), text);
+  }
+  box.CodeOf("commit", Object("{'id':'a'}"));
+  const auto bytes = [&] { return box.Ask("index_stat", Object("{'id':'a'}"))["data"]["bytes"].asInt64(); };
+  ASSERT_TRUE(EventuallyTrue([&] { return bytes() > 500'000; }));
+  const auto before = bytes();
+
+  box.CodeOf("document_del_by_query", Object("{'id':'a','query':{'qsl':{'prefix':{'NIMOMDPath':'/v/'}}}}"));
+  box.CodeOf("commit", Object("{'id':'a'}"));
+
+  EXPECT_TRUE(EventuallyTrue([&] { return bytes() < before / 2; })) << before << " " << bytes();
 }
 
 long Switches(pid_t pid) {

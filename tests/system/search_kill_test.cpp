@@ -18,6 +18,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kKills = 200;
+constexpr int kChangesLost = 1224;
 
 // Kills the daemon after `delay` while `work` goes on asking it.
 template <typename Work>
@@ -54,7 +55,11 @@ TEST(SearchKill, EveryCommittedDocumentIsFoundAfterEachOf200Kills) {
         }
         batch.push_back(path);
       }
-      if (box.CodeOf("commit", Object("{'id':'a'}")) != 0) {
+      const int code = box.CodeOf("commit", Object("{'id':'a'}"));
+      if (code == kChangesLost) {
+        return true;  // what the daemon before this one had not committed; an indexer sends its batch again
+      }
+      if (code != 0) {
         return false;
       }
       committed.insert(batch.begin(), batch.end());

@@ -233,6 +233,19 @@ TEST_F(CatalogStart, EventHandlerThatOthersMayWriteIsNotLoaded) {
   EXPECT_EQ(nullptr, EventHandler::Load("a", description));
 }
 
+TEST(EventHandler, IsLoadedWhereThereIsOne) {
+  const std::string maps = ReadFile("/proc/self/maps");
+  const size_t end = maps.find(".so");
+  const size_t start = maps.rfind(' ', end) + 1;
+  Json::Value description;
+  description["lib_path"] = maps.substr(start, maps.find('\n', end) - start);
+
+  EXPECT_NE(nullptr, EventHandler::Load("a", description)) << description["lib_path"].asString();
+  description["lib_path"] = "/nowhere.so";
+  EXPECT_EQ(nullptr, EventHandler::Load("a", description));
+  EXPECT_EQ(nullptr, EventHandler::Load("a", Json::Value("text")));
+}
+
 TEST(Lanes, TasksOfOneNameRunInOrderAndOfOthersBeside) {
   boost::asio::thread_pool pool(4);
   Lanes lanes(pool);
