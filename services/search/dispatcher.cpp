@@ -272,7 +272,8 @@ void Dispatcher::Compact(const std::string& id, std::chrono::milliseconds budget
     bool more = false;
     const std::optional<Problem> problem = Try([&] {
       const HostedIndex::Use index(*host);
-      more = index->Compact(budget);
+      // What is not committed ends in a commit, after which this is asked again.
+      more = !index->HasUncommitted() && index->Compact(budget);
     });
     if (problem && problem->code == static_cast<int>(Code::kDamaged)) {
       catalog_.ReportDamage(id);

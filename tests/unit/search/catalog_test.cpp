@@ -2,7 +2,6 @@
 #include "services/search/catalog.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -224,23 +223,27 @@ TEST_F(CatalogStart, FilesOfAnUnknownIndexAreReplacedByANewOne) {
   EXPECT_EQ(State::kOpen, catalog.Require("new")->state());
 }
 
-TEST_F(CatalogStart, EventHandlerThatOthersMayWriteIsNotLoaded) {
-  WriteFile(dir_ / "handler.so", "no library");
-  Json::Value description;
-  description["lib_path"] = dir_ / "handler.so";
-  chmod((dir_ / "handler.so").c_str(), 0666);
-
-  EXPECT_EQ(nullptr, EventHandler::Load("a", description));
-}
-
-TEST(EventHandler, IsLoadedWhereThereIsOne) {
+// The path of a library that this program has loaded.
+std::string SomeLibrary() {
   const std::string maps = ReadFile("/proc/self/maps");
   const size_t end = maps.find(".so");
   const size_t start = maps.rfind(' ', end) + 1;
-  Json::Value description;
-  description["lib_path"] = maps.substr(start, maps.find('\n', end) - start);
+  return maps.substr(start, maps.find('\n', end) - start);
+}
 
-  EXPECT_NE(nullptr, EventHandler::Load("a", description)) << description["lib_path"].asString();
+TEST(EventHandler, IsLoadedUnlessItIsMissingOrOthersMayWriteIt) {
+  TempDir dir;
+  fs::copy_file(SomeLibrary(), dir / "handler.so");
+  Json::Value description;
+  description["lib_path"] = dir / "handler.so";
+
+  fs::permissions(dir / "handler.so", fs::perms{0644});
+  EXPECT_NE(nullptr, EventHandler::Load("a", description));
+  fs::permissions(dir / "handler.so", fs::perms{0664});
+  EXPECT_EQ(nullptr, EventHandler::Load("a", description));
+  WriteFile(dir / "rubbish.so", "no library");
+  description["lib_path"] = dir / "rubbish.so";
+  EXPECT_EQ(nullptr, EventHandler::Load("a", description));
   description["lib_path"] = "/nowhere.so";
   EXPECT_EQ(nullptr, EventHandler::Load("a", description));
   EXPECT_EQ(nullptr, EventHandler::Load("a", Json::Value("text")));
