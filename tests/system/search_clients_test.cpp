@@ -224,9 +224,9 @@ TEST(SearchClients, ClientThatTakesNoAnswerIsCutOffAndOthersAreServed) {
     box.Put("a", "/v/" + std::string(200, 'n') + std::to_string(i), std::string(20'000, 't'));
   }
   RawClient deaf(box.socket());
-  const std::string request = JsonLine(Object(
-      "{'command':'document_get_by_query','data':{'id':'a','load_field':['NIMOMDTextContent'],"
-      "'query':{'qsl':{'match_all':{}}}}}"));
+  const std::string request =
+      JsonLine(Object("{'command':'document_get_by_query','data':{'id':'a','load_field':['NIMOMDTextContent'],"
+                      "'query':{'qsl':{'match_all':{}}}}}"));
   deaf.SendLength(request.size());
   deaf.Send(request);
   std::this_thread::sleep_for(milliseconds(1500));
@@ -303,9 +303,10 @@ TEST(SearchClients, TooManyWaitingAreToldToComeBack) {
   box.CreateIndex("a");
   std::string compound = "{\"compound\":[";
   for (int i = 0; i < 20'000; ++i) {
-    compound += (i > 0 ? "," : "") + JsonLine(Object("{'command':'document_upsert_by_id','data':{'id':'a','doc_id':'/v/" +
-                                                     std::to_string(i) + "','data':{'NIMOMDPath':'/v/" +
-                                                     std::to_string(i) + "','NIMOMDTextContent':'some words'}}}"));
+    compound +=
+        (i > 0 ? "," : "") +
+        JsonLine(Object("{'command':'document_upsert_by_id','data':{'id':'a','doc_id':'/v/" + std::to_string(i) +
+                        "','data':{'NIMOMDPath':'/v/" + std::to_string(i) + "','NIMOMDTextContent':'some words'}}}"));
   }
   compound += "]}";
   RawClient busy(box.socket());
@@ -341,9 +342,10 @@ TEST(SearchClients, SearchDoesNotWaitForALongChange) {
   box.CodeOf("commit", Object("{'id':'a'}"));
   std::string compound = "{\"compound\":[";
   for (int i = 0; i < 60'000; ++i) {
-    compound += (i > 0 ? "," : "") + JsonLine(Object("{'command':'document_upsert_by_id','data':{'id':'a','doc_id':'/v/" +
-                                                     std::to_string(i) + "','data':{'NIMOMDPath':'/v/" +
-                                                     std::to_string(i) + "','NIMOMDTextContent':'pear'}}}"));
+    compound +=
+        (i > 0 ? "," : "") +
+        JsonLine(Object("{'command':'document_upsert_by_id','data':{'id':'a','doc_id':'/v/" + std::to_string(i) +
+                        "','data':{'NIMOMDPath':'/v/" + std::to_string(i) + "','NIMOMDTextContent':'pear'}}}"));
   }
   compound += "]}";
   RawClient busy(box.socket());

@@ -67,8 +67,9 @@ TEST_F(SearchCommands, DeletionsSayHowManyAndAMissingDocumentIsNoError) {
   box_.Put("a", "/v/d/y", "two");
   box_.Put("a", "/v/dd", "three");
 
-  EXPECT_EQ(2, Data("document_del_by_query", "{'id':'a','query':{'qsl':{'prefix':{'NIMOMDPath':'/v/d/'}}}}")["deleted"]
-                   .asInt());
+  EXPECT_EQ(
+      2,
+      Data("document_del_by_query", "{'id':'a','query':{'qsl':{'prefix':{'NIMOMDPath':'/v/d/'}}}}")["deleted"].asInt());
   EXPECT_EQ(1, Data("document_del_by_id", "{'id':'a','doc_id':'/v/dd'}")["deleted"].asInt());
   EXPECT_EQ(0, Data("document_del_by_id", "{'id':'a','doc_id':'/v/dd'}")["deleted"].asInt());
 }
@@ -107,10 +108,10 @@ TEST_F(SearchCommands, TextThatIsNoRequestIsMalformed) {
 TEST_F(SearchCommands, CompoundRunsEachCommandAndTellsOfFailures) {
   box_.Put("a", "/v/x", "one");
 
-  const Json::Value answer = box_.Ask(
-      Object("{'compound':[{'command':'document_set_by_id','data':{'id':'a','doc_id':'/gone','data':{}}},"
-             "{'command':'document_set_by_id','data':{'id':'a','doc_id':'/v/x','data':{'NIMOMDPath':'/v/y'}}},"
-             "{'command':'nonsense','data':{}}]}"));
+  const Json::Value answer =
+      box_.Ask(Object("{'compound':[{'command':'document_set_by_id','data':{'id':'a','doc_id':'/gone','data':{}}},"
+                      "{'command':'document_set_by_id','data':{'id':'a','doc_id':'/v/x','data':{'NIMOMDPath':'/v/y'}}},"
+                      "{'command':'nonsense','data':{}}]}"));
 
   EXPECT_TRUE(answer["success"].asBool());
   EXPECT_TRUE(answer["has_fail"].asBool());

@@ -60,10 +60,28 @@ TEST(Request, BadCommandInACompoundIsRefusedAlone) {
 }
 
 TEST(Request, BrokenTextIsMalformed) {
-  for (const char* text :
-       {"", " ", "{", "}", "[]", "7", "\"x\"", "{]", "{\"a\"}", "{\"a\":}", "{\"a\":1,}", "{\"a\":1 \"b\":2}", "{a:1}",
-        "{\"a\":\"x}", "{\"a\":[1}", "{\"a\":1}}", "{\"compound\":{}}", "{\"compound\":[,]}", "{\"compound\":[1,]}",
-        "{\"compound\":[1 2]}", "{\"compound\":[{]}", "{\"\\q\":1}"}) {
+  for (const char* text : {"",
+                           " ",
+                           "{",
+                           "}",
+                           "[]",
+                           "7",
+                           "\"x\"",
+                           "{]",
+                           "{\"a\"}",
+                           "{\"a\":}",
+                           "{\"a\":1,}",
+                           "{\"a\":1 \"b\":2}",
+                           "{a:1}",
+                           "{\"a\":\"x}",
+                           "{\"a\":[1}",
+                           "{\"a\":1}}",
+                           "{\"compound\":{}}",
+                           "{\"compound\":[,]}",
+                           "{\"compound\":[1,]}",
+                           "{\"compound\":[1 2]}",
+                           "{\"compound\":[{]}",
+                           "{\"\\q\":1}"}) {
     EXPECT_EQ(Code::kMalformedRequest, CodeOf([&] { const Request request{std::string(text)}; })) << text;
   }
 }
