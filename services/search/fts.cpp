@@ -105,7 +105,7 @@ struct RankState {
 };
 
 // A phrase of more rows is common, however common; counting on would cost more than it tells.
-constexpr int64_t kCountedRows = 5'000;
+constexpr int64_t kCountedRows = 2'000;
 
 int CountRow(const Fts5ExtensionApi*, Fts5Context*, void* count) {
   return ++*static_cast<int64_t*>(count) < kCountedRows ? SQLITE_OK : SQLITE_DONE;

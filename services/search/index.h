@@ -46,7 +46,7 @@ class Error : public std::runtime_error {
 /// Bounds of an open index.
 struct OpenOptions {
   int64_t cache_bytes = 32 << 20;         ///< page cache of the writer; each reader takes a quarter of it
-  int64_t batch_bytes = 16 << 20;         ///< memory for words that are not yet in the database file
+  int64_t batch_bytes = 1 << 20;          ///< memory for words that are not yet in the database file
   int64_t max_document_bytes = 64 << 20;  ///< a larger document is refused
   int64_t max_database_bytes = 0;         ///< the database file grows no further than this; 0: no bound
   size_t idle_readers = 4;                ///< connections kept open for the next search
@@ -92,8 +92,9 @@ using Facet = std::vector<std::pair<std::string, int64_t>>;
 struct SearchResult {
   std::vector<Hit> hits;
   int64_t total = 0;
-  /// False when there are more hits than are ranked and counted by facet one by one: then the
-  /// facets are those of a sample, and the rank prefers hits in names, then the newest documents. `total` is exact.
+  bool more = false;  ///< there are more than `total`, which is counted up to 100,000; pages reach no further
+  /// False when there are more hits than are ranked and counted by facet one by one (1,000): then the facets are those
+  /// of the newest, and the rank prefers hits in names, then the newest documents.
   bool exact = true;
   std::map<std::string, Facet> facets;  ///< "kind", "extension"
 };

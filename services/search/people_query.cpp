@@ -292,6 +292,9 @@ class Parser {
       word.pop_back();
     }
     Mark(word, beginning);
+    if (const std::string parts = negative_ ? "" : conditions_.NameParts(word); !parts.empty()) {
+      query_.name_match += (query_.name_match.empty() ? "(" : " OR (") + parts + ")";
+    }
     return conditions_.Words(field, word, beginning ? WordMatch::kBeginning : WordMatch::kAnyForm, true);
   }
 

@@ -313,6 +313,12 @@ Node Conditions::Words(const std::string& name, std::string_view text, WordMatch
   return ways.empty() ? Node::None() : ways.size() == 1 ? std::move(ways.front()) : Node::Or(std::move(ways));
 }
 
+std::string Conditions::NameParts(std::string_view text) const {
+  const std::optional<std::string> columns = ColumnFilter(kAllFields, true);
+  const std::string expression = columns ? PiecesExpression(text) : "";
+  return expression.empty() ? "" : *columns + expression;
+}
+
 Node Conditions::AllWords(const std::string& name, std::string_view text) const {
   std::vector<Node> parts;
   constexpr std::string_view kBlanks = " \t\r\n\f\v";

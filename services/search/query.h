@@ -74,6 +74,8 @@ class Conditions {
   /// Words in `field` ("_all" for the catch-all). With `pieces`, parts of names count as well. kNone when `text` holds
   /// nothing to look for.
   Node Words(const std::string& field, std::string_view text, WordMatch match, bool pieces) const;
+  /// FTS5 expression for `text` as a part of a name; "" when it is too short for that.
+  std::string NameParts(std::string_view text) const;
   /// Each blank-separated part of `text`, anywhere.
   Node AllWords(const std::string& field, std::string_view text) const;
   Node Term(const std::string& field, const Json::Value& value) const;
@@ -101,6 +103,7 @@ struct PeopleQuery {
   Node node;
   std::vector<std::string> words;     ///< what snippets mark: texts whose words count in any form
   std::vector<std::string> prefixes;  ///< and beginnings of words
+  std::string name_match;             ///< FTS5 expression for any of its words in a name; "" for none
 };
 
 /// Throws Error kBadQuery, with the place of what is wrong.

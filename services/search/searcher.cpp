@@ -11,7 +11,9 @@ namespace search {
 namespace {
 
 // Ranking costs some microseconds for a hit. Who gets more hits than this has asked for a word that tells little.
-constexpr int64_t kRankedHits = 5'000;
+constexpr int64_t kRankedHits = 1'000;
+// Counting costs a fraction of a microsecond for a hit; nobody needs to know how many millions there are.
+constexpr size_t kCountedHits = 100'000;
 constexpr size_t kMaxLimit = 10'000;
 constexpr size_t kFacetValues = 100;
 constexpr int kInstructionsBetweenLooks = 10'000;
@@ -71,13 +73,15 @@ SearchResult Searcher::Run(const std::string& text) {
   }
   PeopleQuery question = ParsePeopleQuery(text, *database_.schema(), options_.now);
   query_ = Compile(std::move(question.node));
+  name_match_ = std::move(question.name_match);
   Deadline deadline{std::chrono::steady_clock::now() + options_.time_limit};
   sqlite3* handle = database_.connection().handle();
   sqlite3_progress_handler(handle, kInstructionsBetweenLooks, IsLate, &deadline);
   SearchResult result;
   try {
     Collect();
-    result.total = static_cast<int64_t>(found_.size());
+    result.total = static_cast<int64_t>(total_);
+    result.more = more_;
     result.exact = result.total <= kRankedHits;
     if (options_.facets) {
       CountFacets(result);
@@ -101,40 +105,42 @@ void Searcher::Collect() {
   const std::string id = query_.match.empty() ? "d.id" : "fts.rowid";
   const std::string score = rank ? "nimo_rank(fts, " + std::to_string(kRankedHits) + ")" : "0.0";
   const std::string from = only_words ? " FROM fts" : From();
-  Statement statement(database_.connection().handle(),
-                      "SELECT " + id + ", " + score + from + Where() + " ORDER BY " + id + " DESC");
+  Statement statement(database_.connection().handle(), "SELECT " + id + ", " + score + from + Where() + " ORDER BY " +
+                                                           id + " DESC LIMIT " + std::to_string(kCountedHits + 1));
   BindQuestion(statement, 1);
   while (statement.Step()) {
     found_.push_back({statement.Int(0), statement.Double(1)});
   }
-  if (rank && found_.size() > static_cast<size_t>(kRankedHits)) {
+  more_ = found_.size() > kCountedHits;
+  found_.resize(std::min(found_.size(), kCountedHits));
+  total_ = found_.size();
+  if (rank && total_ > static_cast<size_t>(kRankedHits) && !name_match_.empty()) {
     RankNames();
   }
 }
 
-// Where too many were found to rank them all, those whose name alone answers the question are ranked beside the newest.
+// Where too many were found to rank them all, those with a word in their name are ranked beside the newest. Their
+// names' pieces are far fewer than the places of a common word, and FTS5 skips from one to the next.
 void Searcher::RankNames() {
-  const Schema& schema = *database_.schema();
-  const Field* name = schema.Find(kNameField);
-  if (name == nullptr || name->words < 0) {
-    return;
-  }
-  std::string columns = "w" + std::to_string(name->words);
-  columns += name->pieces >= 0 ? " w" + std::to_string(name->pieces) : "";
-  const std::string match = "{" + columns + "} : (" + query_.match + ")";
   Statement statement(database_.connection().handle(),
                       "SELECT fts.rowid, nimo_rank(fts, " + std::to_string(kRankedHits) + ")" + From() + Where() +
                           " ORDER BY fts.rowid DESC LIMIT " + std::to_string(kRankedHits));
+  const std::string match = "(" + query_.match + ") AND (" + name_match_ + ")";
   statement.BindText(1, match);
   BindAll(statement, 2, query_.parameters);
   // Both lists begin with the newest, so one walk through both finds what they share.
-  auto place = found_.begin();
+  size_t place = 0;
+  const size_t counted = found_.size();
   while (statement.Step()) {
-    const int64_t id = statement.Int(0);
-    place =
-        std::lower_bound(place, found_.end(), id, [](const Found& found, int64_t value) { return found.id > value; });
-    if (place != found_.end() && place->id == id) {
-      place->score = std::max(place->score, statement.Double(1));
+    const Found named{statement.Int(0), statement.Double(1)};
+    const auto counted_end = found_.begin() + static_cast<std::ptrdiff_t>(counted);
+    const auto at = std::lower_bound(found_.begin() + static_cast<std::ptrdiff_t>(place), counted_end, named.id,
+                                     [](const Found& found, int64_t id) { return found.id > id; });
+    place = static_cast<size_t>(at - found_.begin());
+    if (at == counted_end) {
+      found_.push_back(named);  // older than all that were counted
+    } else {
+      at->score = std::max(at->score, named.score);
     }
   }
 }
@@ -171,30 +177,31 @@ std::vector<Searcher::Found> Searcher::SortedPage(const std::string& order) {
 
 void Searcher::CountFacets(SearchResult& result) {
   const Schema& schema = *database_.schema();
-  const std::pair<const char*, std::string> facets[] = {{"kind", schema.ColumnSql(kKindField)},
-                                                        {"extension", schema.ColumnSql(kExtensionField)}};
-  for (const auto& [name, column] : facets) {
-    result.facets[name];
-    if (column.empty()) {
-      continue;
-    }
-    std::unordered_map<std::string, int64_t> counts;
-    Statement statement(database_.connection().handle(), "SELECT " + column + " FROM doc d WHERE d.id = ?1");
-    const size_t looked_at = std::min(found_.size(), static_cast<size_t>(kRankedHits));
-    for (size_t i = 0; i < looked_at; ++i) {
-      const ScopedReset reset(statement);
-      statement.Bind(1, found_[i].id);
-      if (statement.Step() && !statement.IsNull(0)) {
-        ++counts[std::string(statement.Bytes(0))];
+  const std::string columns[] = {schema.ColumnSql(kKindField), schema.ColumnSql(kExtensionField)};
+  const char* const names[] = {"kind", "extension"};
+  std::unordered_map<std::string, int64_t> counts[2];
+  Statement statement(
+      database_.connection().handle(),
+      "SELECT " + columns[0] + ", " + (columns[1].empty() ? "NULL" : columns[1]) + " FROM doc d WHERE d.id = ?1");
+  const size_t looked_at = std::min(found_.size(), static_cast<size_t>(kRankedHits));
+  for (size_t i = 0; i < looked_at; ++i) {
+    const ScopedReset reset(statement);
+    statement.Bind(1, found_[i].id);
+    const bool row = statement.Step();
+    for (int column = 0; row && column < 2; ++column) {
+      const std::string_view value = statement.Bytes(column);
+      if (!value.empty()) {
+        ++counts[column][std::string(value)];
       }
     }
-    counts.erase("");
-    Facet facet(counts.begin(), counts.end());
+  }
+  for (size_t i = 0; i < 2; ++i) {
+    Facet facet(counts[i].begin(), counts[i].end());
     std::sort(facet.begin(), facet.end(), [](const auto& a, const auto& b) {
       return a.second != b.second ? a.second > b.second : a.first < b.first;
     });
     facet.resize(std::min(facet.size(), kFacetValues));
-    result.facets[name] = std::move(facet);
+    result.facets[names[i]] = std::move(facet);
   }
 }
 

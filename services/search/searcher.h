@@ -36,7 +36,10 @@ class Searcher {
   Database& database_;
   const SearchOptions& options_;
   CompiledQuery query_;
-  std::vector<Found> found_;  // every hit, newest first; the first kRankedHits of them have scores
+  std::string name_match_;    // the full text's expression for a word of the question in a name; "" for none
+  std::vector<Found> found_;  // hits, newest first; the first kRankedHits of them, and those in names, have scores
+  size_t total_ = 0;
+  bool more_ = false;
 };
 
 }  // namespace search

@@ -381,6 +381,22 @@ TEST_F(QueryTest, RareWordsAndShortTextsRankHigher) {
   EXPECT_EQ(result.hits[1].path, "/v/long");
 }
 
+TEST_F(QueryTest, OfTooManyHitsToRankThoseInNamesComeFirst) {
+  Add("/v/0 platypus.txt", "nothing", 1, 1);
+  for (int i = 0; i < 3'000; ++i) {
+    Add("/v/many/" + std::to_string(i), "platypus", 1, 1);
+  }
+  index().Commit();
+
+  const SearchResult result = index().Search("platypus");
+
+  EXPECT_FALSE(result.exact);
+  EXPECT_FALSE(result.more);
+  EXPECT_EQ(result.total, 3'001);
+  EXPECT_EQ(result.hits.at(0).path, "/v/0 platypus.txt");
+  EXPECT_EQ(result.hits.at(1).path, "/v/many/2999");
+}
+
 TEST_F(QueryTest, SnippetsShowMarkedWordsInOneLine) {
   std::string text;
   for (int i = 0; i < 500; ++i) {
