@@ -110,17 +110,15 @@ void RaiseDescriptorLimit() {
   }
 }
 
-// Ends the process if Stop takes too long: a search or a deletion in work cannot be interrupted.
-class StopWatch {
- public:
-  StopWatch() {
-    std::thread([] {
-      std::this_thread::sleep_for(kStopLimit);
-      Record(LOG_NOTICE, "stopped").Add("reason", "work in progress was given up");
-      _exit(kExitStopped);
-    }).detach();
-  }
-};
+// Ends the process if stopping takes too long: a search or a deletion in work cannot be interrupted.
+void LimitStopping() {
+  std::thread watch([] {
+    std::this_thread::sleep_for(kStopLimit);
+    Record(LOG_NOTICE, "stopped").Add("reason", "work in progress was given up");
+    _exit(kExitStopped);
+  });
+  watch.detach();
+}
 
 int Serve(const CommandLine& line) {
   const StateLock lock(line.state_dir);
@@ -143,7 +141,7 @@ int Serve(const CommandLine& line) {
   });
   Record(LOG_NOTICE, "started").Add("indexes", static_cast<long long>(catalog.All().size()));
   context.run();
-  const StopWatch watch;
+  LimitStopping();
   server.Close();
   dispatcher.Stop();
   catalog.CloseAll();

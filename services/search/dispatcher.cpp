@@ -18,7 +18,7 @@ namespace {
 
 // Longer messages are taken apart on a worker, so that the event loop stays quick; a shorter one takes well below a
 // millisecond.
-constexpr size_t kShortMessage = 64 * 1024;
+constexpr size_t kShortMessage = size_t{64} * 1024;
 
 std::string ErrorMember(int code, const std::string& message) {
   Json::Value error;

@@ -19,7 +19,7 @@ namespace asio = boost::asio;
 
 // Short messages are read whatever the memory bound says: their number is bounded, and one huge request must not keep
 // all others out for the quarter of an hour that they wait when they are told 1401.
-constexpr std::uint64_t kAlwaysReadBytes = 64 * 1024;
+constexpr std::uint64_t kAlwaysReadBytes = std::uint64_t{64} * 1024;
 
 }  // namespace
 

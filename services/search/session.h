@@ -26,7 +26,7 @@ namespace nimoelasticd {
 class Session : public std::enable_shared_from_this<Session> {
  public:
   using Socket = boost::asio::local::stream_protocol::socket;
-  static constexpr std::size_t kStepBytes = 256 * 1024;
+  static constexpr std::size_t kStepBytes = std::size_t{256} * 1024;
   enum class Phase { kReading, kWorking, kWriting, kEnded };
 
   /// `on_change` is told of each new phase, kEnded the last. All that is referred to outlives the event loop.

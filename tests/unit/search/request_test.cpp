@@ -81,7 +81,9 @@ TEST(Request, BrokenTextIsMalformed) {
                            "{\"compound\":[1,]}",
                            "{\"compound\":[1 2]}",
                            "{\"compound\":[{]}",
-                           "{\"\\q\":1}"}) {
+                           "{\"\\q\":1}",
+                           "{\"a\":1,\n}",
+                           "{\"compound\":[{},]}"}) {
     EXPECT_EQ(Code::kMalformedRequest, CodeOf([&] { const Request request{std::string(text)}; })) << text;
   }
 }
@@ -122,6 +124,17 @@ TEST(JsonText, BytesComeBackAsTheyWere) {
 
   EXPECT_EQ(bytes, ReadJson(WriteJson(value))["x"].asString());
   EXPECT_EQ(std::string::npos, WriteJson(value).find('\n'));
+}
+
+TEST(JsonText, WhatIsNearlyJsonIsRefused) {
+  for (const char* text : {"{} {}", "[1,]", "{\"a\":1,}", "/* c */ {}", "{'a':1}", "[,]", "{\"a\":1,\"a\":2}", "nul"}) {
+    EXPECT_EQ(Code::kMalformedRequest, CodeOf([&] { ReadJson(text); })) << text;
+  }
+}
+
+TEST(JsonText, ZeroByteIsNoEndOfTheText) {
+  EXPECT_EQ(Code::kMalformedRequest, CodeOf([] { ReadJson(std::string_view("{}\0", 3)); }));
+  EXPECT_EQ(Code::kMalformedRequest, CodeOf([] { ReadJson(std::string_view("{}\0 rubbish", 11)); }));
 }
 
 Json::Value RandomValue(std::mt19937& random, int depth) {
