@@ -111,7 +111,7 @@ void Catalog::FinishInterrupted(const Entry& entry) {
   if (entry.phase == Phase::kMoving) {
     SettleMove(entry);
   } else {
-    search::Index::Remove(entry.path);
+    HostedIndex::RemoveFiles(entry.path);
     registry_.Remove(entry.id);
   }
 }
@@ -130,7 +130,7 @@ void Catalog::SettleMove(const Entry& entry) {
   DropPartialCopy(entry.new_path);
   if (at_new) {
     // Complete, or it would not have that name; what is left at the old place may be not.
-    search::Index::Remove(entry.path);
+    HostedIndex::RemoveFiles(entry.path);
     settled.id = entry.new_id;
     settled.path = entry.new_path;
   }
@@ -149,7 +149,7 @@ void Catalog::Create(const std::string& id, const std::string& path, const Json:
   try {
     if (HasIndexFiles(entry.path, search::Index::FileNames())) {
       Record(LOG_WARNING, "unknown_files_replaced").Add("index", id).Add("path", entry.path);
-      search::Index::Remove(entry.path);
+      HostedIndex::RemoveFiles(entry.path);
     }
     auto host = std::make_shared<HostedIndex>(entry.path, State::kOpening, options_);
     host->Create(mappings, settings);
@@ -168,7 +168,7 @@ void Catalog::Create(const std::string& id, const std::string& path, const Json:
 // What remains if this fails is found by the next Start.
 void Catalog::Abandon(const Entry& entry) {
   try {
-    search::Index::Remove(entry.path);
+    HostedIndex::RemoveFiles(entry.path);
     registry_.Remove(entry.id);
   } catch (const std::exception& error) {
     Record(LOG_ERR, "not_settled").Add("index", entry.id).Add("reason", error.what());
@@ -185,7 +185,7 @@ void Catalog::Delete(const std::string& id) {
   entry->phase = Phase::kDeleting;
   registry_.Put(*entry);
   host->Close(State::kGone, false);
-  search::Index::Remove(entry->path);
+  HostedIndex::RemoveFiles(entry->path);
   registry_.Remove(id);
   {
     const std::lock_guard lock(mutex_);
@@ -294,7 +294,7 @@ void Catalog::MoveFiles(const Entry& entry, const Entry& wanted) {
       registry_.Replace(entry.id, entry);
       throw Refusal(Code::kMoveFailed, std::string("the index cannot be moved: ") + error.what());
     }
-    search::Index::Remove(entry.path);
+    HostedIndex::RemoveFiles(entry.path);
   }
   registry_.Replace(entry.id, wanted);
 }

@@ -17,6 +17,7 @@
 #include "services/search/catalog.h"
 #include "services/search/dispatcher.h"
 #include "services/search/log.h"
+#include "services/search/maintenance.h"
 #include "services/search/server.h"
 #include "services/search/state_lock.h"
 
@@ -33,6 +34,7 @@ struct CommandLine {
   ServerOptions server;
   DispatcherLimits limits;
   search::OpenOptions index;
+  std::chrono::milliseconds quiet{30'000};
   int log_level = LOG_NOTICE;
   bool log_to_stderr = false;
 };
@@ -44,6 +46,7 @@ struct Numbers {
   std::int64_t batch_mib = 16;
   std::int64_t document_mib = 64;
   long patience_ms = 30'000;
+  long quiet_ms = 30'000;
 };
 
 void AddOptions(CLI::App& app, CommandLine& line, Numbers& numbers) {
@@ -67,6 +70,8 @@ void AddOptions(CLI::App& app, CommandLine& line, Numbers& numbers) {
       ->check(CLI::Range(2, 100'000));
   app.add_option("--client-timeout-ms", numbers.patience_ms, "patience with clients that neither send nor take")
       ->check(CLI::Range(10, 3'600'000));
+  app.add_option("--quiet-ms", numbers.quiet_ms, "how long an index is left alone before it is tidied up")
+      ->check(CLI::Range(10, 86'400'000));
   app.add_option("--writers", line.limits.writer_threads, "indexes that are changed at once")
       ->check(CLI::Range(1, 256));
   app.add_option("--readers", line.limits.reader_threads, "questions that are answered at once")
@@ -90,6 +95,7 @@ std::optional<int> Parse(int argc, const char* const* argv, CommandLine& line) {
   }
   line.server.max_memory_bytes = numbers.memory_mib << 20;
   line.server.patience = std::chrono::milliseconds(numbers.patience_ms);
+  line.quiet = std::chrono::milliseconds(numbers.quiet_ms);
   line.index.cache_bytes = numbers.cache_mib << 20;
   line.index.batch_bytes = numbers.batch_mib << 20;
   line.index.max_document_bytes = numbers.document_mib << 20;
@@ -104,17 +110,15 @@ void RaiseDescriptorLimit() {
   }
 }
 
-// Ends the process if Stop takes too long: a search or a deletion in work cannot be interrupted.
-class StopWatch {
- public:
-  StopWatch() {
-    std::thread([] {
-      std::this_thread::sleep_for(kStopLimit);
-      Record(LOG_NOTICE, "stopped").Add("reason", "work in progress was given up");
-      _exit(kExitStopped);
-    }).detach();
-  }
-};
+// Ends the process if stopping takes too long: a search or a deletion in work cannot be interrupted.
+void LimitStopping() {
+  std::thread watch([] {
+    std::this_thread::sleep_for(kStopLimit);
+    Record(LOG_NOTICE, "stopped").Add("reason", "work in progress was given up");
+    _exit(kExitStopped);
+  });
+  watch.detach();
+}
 
 int Serve(const CommandLine& line) {
   const StateLock lock(line.state_dir);
@@ -122,6 +126,8 @@ int Serve(const CommandLine& line) {
   asio::io_context context(1);
   asio::signal_set signals(context, SIGTERM, SIGINT);
   Dispatcher dispatcher(catalog, line.limits);
+  Maintenance maintenance(context, dispatcher, line.quiet);
+  dispatcher.OnCommit([&maintenance](const std::string& id) { maintenance.NoteCommit(id); });
   Server server(context, dispatcher, line.server);
   dispatcher.Start();
   if (!server.Open()) {
@@ -135,7 +141,7 @@ int Serve(const CommandLine& line) {
   });
   Record(LOG_NOTICE, "started").Add("indexes", static_cast<long long>(catalog.All().size()));
   context.run();
-  const StopWatch watch;
+  LimitStopping();
   server.Close();
   dispatcher.Stop();
   catalog.CloseAll();

@@ -18,7 +18,7 @@ namespace {
 
 // Longer messages are taken apart on a worker, so that the event loop stays quick; a shorter one takes well below a
 // millisecond.
-constexpr size_t kShortMessage = 64 * 1024;
+constexpr size_t kShortMessage = size_t{64} * 1024;
 
 std::string ErrorMember(int code, const std::string& message) {
   Json::Value error;
@@ -253,7 +253,37 @@ void Dispatcher::Run(Job& job, const Route& route) {
     EnsureOpen(route);
     result = commands_.Run(*job.command);
   });
+  if (!problem && on_commit_ && job.command->name == "commit") {
+    on_commit_(route.index);
+  }
   job.Add(problem, result);
+}
+
+void Dispatcher::OnCommit(std::function<void(const std::string& id)> on_commit) {
+  on_commit_ = std::move(on_commit);
+}
+
+void Dispatcher::Compact(const std::string& id, std::chrono::milliseconds budget, std::function<void(bool more)> done) {
+  lanes_.Post(id, [this, id, budget, done = std::move(done)] {
+    const HostPtr host = catalog_.Find(id);
+    if (stopping_ || host == nullptr || host->state() != State::kOpen) {
+      return;
+    }
+    bool more = false;
+    const std::optional<Problem> problem = Try([&] {
+      const HostedIndex::Use index(*host);
+      // What is not committed ends in a commit, after which this is asked again.
+      more = !index->HasUncommitted() && index->Compact(budget);
+    });
+    if (problem && problem->code == static_cast<int>(Code::kDamaged)) {
+      catalog_.ReportDamage(id);
+    }
+    if (problem) {
+      Record(LOG_WARNING, "compaction_failed").Add("index", id).Add("reason", problem->message);
+      return;
+    }
+    done(more);
+  });
 }
 
 void Dispatcher::EnsureOpen(const Route& route) {

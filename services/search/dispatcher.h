@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <boost/asio/thread_pool.hpp>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -38,6 +39,11 @@ class Dispatcher {
   /// Settles what a crash left, and has every index opened.
   void Start();
   void Submit(std::string message, Reply reply);
+  /// `on_commit` is called with the id of an index that was committed, on any thread. Call this before Start.
+  void OnCommit(std::function<void(const std::string& id)> on_commit);
+  /// Tidies an index up, in its turn, for about `budget`; `done` gets to know whether there is more to do. Does nothing
+  /// if it is not open.
+  void Compact(const std::string& id, std::chrono::milliseconds budget, std::function<void(bool more)> done);
   /// The answer for a client whose message is not even read.
   static std::string Failure(int code, const std::string& message);
 
@@ -64,6 +70,7 @@ class Dispatcher {
   Catalog& catalog_;
   Commands commands_;
   const DispatcherLimits limits_;
+  std::function<void(const std::string& id)> on_commit_;
   std::atomic<bool> stopping_{false};
   std::atomic<size_t> waiting_changes_{0};
   std::atomic<size_t> waiting_questions_{0};

@@ -7,6 +7,8 @@
 namespace nimoelasticd {
 namespace {
 
+constexpr auto kChanging = HostedIndex::Use::For::kChanging;
+
 HostPtr HostOf(Catalog& catalog, const Json::Value& data, const char* member = "id") {
   return catalog.Require(RequireString(data, member));
 }
@@ -15,27 +17,27 @@ HostPtr HostOf(Catalog& catalog, const Json::Value& data, const char* member = "
 
 std::string DocumentUpsertById(Catalog& catalog, const Json::Value& data) {
   const HostPtr host = HostOf(catalog, data);
-  const HostedIndex::Use index(*host);
+  const HostedIndex::Use index(*host, kChanging);
   index->Upsert(RequireString(data, "doc_id"), RequireObject(data, "data"));
   return "";
 }
 
 std::string DocumentSetById(Catalog& catalog, const Json::Value& data) {
   const HostPtr host = HostOf(catalog, data);
-  const HostedIndex::Use index(*host);
+  const HostedIndex::Use index(*host, kChanging);
   const search::SetResult result = index->Set(RequireString(data, "doc_id"), RequireObject(data, "data"));
   return result.replaced ? R"({"replaced":true})" : R"({"replaced":false})";
 }
 
 std::string DocumentDelById(Catalog& catalog, const Json::Value& data) {
   const HostPtr host = HostOf(catalog, data);
-  const HostedIndex::Use index(*host);
+  const HostedIndex::Use index(*host, kChanging);
   return index->Delete(RequireString(data, "doc_id")) ? R"({"deleted":1})" : R"({"deleted":0})";
 }
 
 std::string DocumentDelByQuery(Catalog& catalog, const Json::Value& data) {
   const HostPtr host = HostOf(catalog, data);
-  const HostedIndex::Use index(*host);
+  const HostedIndex::Use index(*host, kChanging);
   return "{\"deleted\":" + std::to_string(index->DeleteByQuery(RequireObject(data, "query"))) + "}";
 }
 
@@ -72,12 +74,13 @@ std::string Commit(Catalog& catalog, const Json::Value& data) {
     throw Refusal(Code::kStorage, "changes since the last commit were lost");
   }
   index->Commit();
+  host->NoteCommitted();
   return "";
 }
 
 std::string UpdateTermSuggestion(Catalog& catalog, const Json::Value& data) {
   const HostPtr host = HostOf(catalog, data, "db_name");
-  const HostedIndex::Use index(*host);
+  const HostedIndex::Use index(*host, kChanging);
   index->AddSuggestions(RequireString(data, "doc_id_field"));
   return "";
 }

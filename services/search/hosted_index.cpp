@@ -1,14 +1,26 @@
 // Opens, closes, repairs.
 #include "services/search/hosted_index.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <utility>
 
 #include "services/search/log.h"
 #include "services/search/refusal.h"
+#include "services/search/unique_fd.h"
 
 namespace nimoelasticd {
+namespace {
+
+// Lies in the index's folder while there are changes that are not committed. A daemon that finds it knows that clients
+// count on changes that are gone. It need not survive a power cut: those clients do not either, and begin anew.
+std::string MarkerOf(const std::string& path) {
+  return path + "/uncommitted";
+}
+
+}  // namespace
 
 const char* NameOf(State state) {
   switch (state) {
@@ -32,7 +44,7 @@ const char* NameOf(State state) {
   return "unknown";
 }
 
-HostedIndex::Use::Use(HostedIndex& host) : host_(host), index_(host.Enter()) {}
+HostedIndex::Use::Use(HostedIndex& host, For purpose) : host_(host), index_(host.Enter(purpose)) {}
 
 HostedIndex::Use::~Use() {
   host_.Leave();
@@ -80,10 +92,14 @@ void HostedIndex::RequireOpen() const {
   }
 }
 
-search::Index* HostedIndex::Enter() {
+search::Index* HostedIndex::Enter(Use::For purpose) {
   const std::lock_guard lock(mutex_);
   if (state_ != State::kOpen) {
     Refuse();
+  }
+  if (purpose == Use::For::kChanging && !changed_) {
+    changed_ = true;
+    UniqueFd(open(MarkerOf(path_).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
   }
   ++users_;
   return index_.get();
@@ -138,6 +154,7 @@ void HostedIndex::RepairFiles() {
 HostedIndex::Opened HostedIndex::TryOpen() {
   try {
     Become(State::kOpen, search::Index::Open(path(), options_));
+    NoteLostChanges();
     Record(LOG_INFO, "index_opened").Add("path", path());
     return Opened::kDone;
   } catch (const search::Error& error) {
@@ -172,9 +189,33 @@ bool HostedIndex::TryRepair() {
   }
 }
 
+void HostedIndex::NoteLostChanges() {
+  const std::lock_guard lock(mutex_);
+  changed_ = false;
+  changes_lost_ = changes_lost_ || access(MarkerOf(path_).c_str(), F_OK) == 0;
+}
+
 bool HostedIndex::TakeLostChanges() {
   const std::lock_guard lock(mutex_);
-  return std::exchange(changes_lost_, false);
+  if (!std::exchange(changes_lost_, false)) {
+    return false;
+  }
+  if (!changed_) {
+    unlink(MarkerOf(path_).c_str());
+  }
+  return true;
+}
+
+void HostedIndex::NoteCommitted() {
+  const std::lock_guard lock(mutex_);
+  if (std::exchange(changed_, false) && !changes_lost_) {
+    unlink(MarkerOf(path_).c_str());
+  }
+}
+
+void HostedIndex::RemoveFiles(const std::string& path) {
+  unlink(MarkerOf(path).c_str());
+  search::Index::Remove(path);
 }
 
 void HostedIndex::SetProblem(const std::string& problem) {
@@ -199,6 +240,7 @@ void HostedIndex::Close(State next, bool commit) {
       SetState(before);
       throw;
     }
+    NoteCommitted();
   }
   index->Close();
   lock.lock();

@@ -34,7 +34,9 @@ class HostedIndex {
   /// A right to call the open index. It is not held for longer than one call takes.
   class Use {
    public:
-    explicit Use(HostedIndex& host);
+    enum class For { kReading, kChanging };
+    /// Throws Refusal if it is not open.
+    explicit Use(HostedIndex& host, For purpose = For::kReading);
     ~Use();
     Use(const Use&) = delete;
     Use& operator=(const Use&) = delete;
@@ -63,8 +65,13 @@ class HostedIndex {
   bool MarkDamaged();
   /// Closes the files of a damaged index, repairs and opens them.
   void Repair();
-  /// Whether changes that were answered with success are gone without a commit; says so once.
+  /// Whether changes that were answered with success are gone without a commit, because of damage or because a daemon
+  /// ended before it; says so once.
   bool TakeLostChanges();
+  /// Everything so far is committed.
+  void NoteCommitted();
+  /// Removes the files of an index that is not open. Throws search::Error.
+  static void RemoveFiles(const std::string& path);
   /// Refuses further use with `next`, waits for those who have one, closes the files. With `commit`, what is not
   /// committed is; if that fails it throws search::Error, and the index stays open.
   void Close(State next, bool commit);
@@ -79,12 +86,13 @@ class HostedIndex {
   std::string problem() const;
 
  private:
-  search::Index* Enter();
+  search::Index* Enter(Use::For purpose);
   void Leave();
   [[noreturn]] void Refuse() const;  // with mutex_ held
   enum class Opened { kDone, kDamaged, kNot };
   Opened TryOpen();
   bool TryRepair();
+  void NoteLostChanges();
   void RepairFiles();
   void Become(State state, std::unique_ptr<search::Index> index);
   void SetProblem(const std::string& problem);
@@ -97,6 +105,7 @@ class HostedIndex {
   std::string path_;
   std::string problem_;
   bool changes_lost_ = false;
+  bool changed_ = false;  // since the last commit
   int users_ = 0;
   std::unique_ptr<search::Index> index_;
   std::unique_ptr<EventHandler> event_handler_;

@@ -13,6 +13,7 @@ add_library(nimoelasticd_server STATIC
   ${server_dir}/json_text.cpp
   ${server_dir}/lanes.cpp
   ${server_dir}/log.cpp
+  ${server_dir}/maintenance.cpp
   ${server_dir}/mover.cpp
   ${server_dir}/registry.cpp
   ${server_dir}/request.cpp

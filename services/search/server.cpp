@@ -26,7 +26,9 @@ Server::Server(boost::asio::io_context& context, Dispatcher& dispatcher, ServerO
       pause_(context) {}
 
 Server::~Server() {
-  Close();
+  if (bound_) {
+    unlink(options_.socket.c_str());
+  }
 }
 
 bool Server::Bind() {

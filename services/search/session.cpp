@@ -17,10 +17,9 @@ namespace {
 
 namespace asio = boost::asio;
 
-constexpr std::size_t kStepBytes = 256 * 1024;
 // Short messages are read whatever the memory bound says: their number is bounded, and one huge request must not keep
 // all others out for the quarter of an hour that they wait when they are told 1401.
-constexpr std::uint64_t kAlwaysReadBytes = 64 * 1024;
+constexpr std::uint64_t kAlwaysReadBytes = std::uint64_t{64} * 1024;
 
 }  // namespace
 
@@ -69,24 +68,15 @@ void Session::ReadStep() {
     return;
   }
   const auto step = static_cast<std::size_t>(std::min<std::uint64_t>(length_ - received_, kStepBytes));
-  // Memory is taken as the bytes come, not as the other end announces them.
-  if (!refused_ && length_ <= kAlwaysReadBytes) {
-    memory_.Add(step);
-    held_bytes_ += step;
-  } else if (!refused_ && memory_.Take(step, held_bytes_)) {
-    held_bytes_ += step;
-  } else {
+  if (!refused_ && !MakeSpace(step)) {
     refused_ = true;
     memory_.Release(std::exchange(held_bytes_, 0));
-    text_.resize(kStepBytes);
-    text_.shrink_to_fit();
+    text_ = std::string();
+    waste_ = std::make_unique<std::array<char, kStepBytes>>();
   }
-  const std::size_t place = refused_ ? 0 : static_cast<std::size_t>(received_);
-  if (!refused_) {
-    text_.resize(place + step);
-  }
+  char* const place = refused_ ? waste_->data() : text_.data() + received_;
   ExpectProgress();
-  asio::async_read(socket_, asio::buffer(text_.data() + place, step),
+  asio::async_read(socket_, asio::buffer(place, step),
                    [self = shared_from_this()](const boost::system::error_code& error, std::size_t count) {
                      if (error) {
                        self->End();
@@ -95,6 +85,22 @@ void Session::ReadStep() {
                        self->ReadStep();
                      }
                    });
+}
+
+// Takes memory as the bytes come, not as the other end announces them.
+bool Session::MakeSpace(std::size_t step) {
+  if (length_ <= kAlwaysReadBytes) {
+    memory_.Add(step);
+  } else if (!memory_.Take(step, held_bytes_)) {
+    return false;
+  }
+  held_bytes_ += step;
+  try {
+    text_.resize(static_cast<std::size_t>(received_) + step);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  return true;
 }
 
 void Session::Submit() {

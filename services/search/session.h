@@ -1,6 +1,7 @@
 // One connection: a request in, an answer out.
 #pragma once
 
+#include <array>
 #include <boost/asio/local/stream_protocol.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
@@ -25,6 +26,7 @@ namespace nimoelasticd {
 class Session : public std::enable_shared_from_this<Session> {
  public:
   using Socket = boost::asio::local::stream_protocol::socket;
+  static constexpr std::size_t kStepBytes = std::size_t{256} * 1024;
   enum class Phase { kReading, kWorking, kWriting, kEnded };
 
   /// `on_change` is told of each new phase, kEnded the last. All that is referred to outlives the event loop.
@@ -38,7 +40,7 @@ class Session : public std::enable_shared_from_this<Session> {
  private:
   void ExpectProgress();
   void ReadStep();
-  void OnBytes(std::size_t count);
+  bool MakeSpace(std::size_t step);
   void Submit();
   void Answer(std::string text);
   void WriteStep(std::size_t written);
@@ -52,11 +54,12 @@ class Session : public std::enable_shared_from_this<Session> {
   const std::chrono::milliseconds patience_;
   const std::function<void(Session&, Phase)> on_change_;
   Phase phase_ = Phase::kReading;
-  std::uint64_t length_ = 0;    // of the message, then of the answer
-  std::uint64_t received_ = 0;  // of the message
-  std::size_t held_bytes_ = 0;  // in memory_
-  bool refused_ = false;        // the message is thrown away
-  std::string text_;            // the message, then the answer
+  std::uint64_t length_ = 0;                             // of the message, then of the answer
+  std::uint64_t received_ = 0;                           // of the message
+  std::size_t held_bytes_ = 0;                           // in memory_
+  std::unique_ptr<std::array<char, kStepBytes>> waste_;  // where it is thrown away
+  bool refused_ = false;                                 // the message is thrown away
+  std::string text_;                                     // the message, then the answer
 };
 
 }  // namespace nimoelasticd

@@ -1,0 +1,364 @@
+// The search daemon as a program, and among clients that mean harm.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <thread>
+
+#include "tests/system/search_support.h"
+
+namespace orbisk::test {
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+bool Answers(const SearchBox& box) {
+  return box.CodeOf("index_list", Json::objectValue) == 0;
+}
+
+TEST(SearchProgram, HelpNamesTheOptionsAndVersionIsOneLine) {
+  const ProcessResult help = RunProcess({SearchDaemonProgram(), "--help"});
+  const ProcessResult version = RunProcess({SearchDaemonProgram(), "--version"});
+
+  EXPECT_EQ(0, help.exit_status);
+  for (const char* option : {"--socket", "--state-dir", "--log-level", "--memory-limit-mib", "--max-waiting"}) {
+    EXPECT_NE(std::string::npos, help.output.find(option)) << option;
+  }
+  EXPECT_EQ(0U, version.output.find("nimoelasticd "));
+}
+
+TEST(SearchProgram, WrongUsageIsExitStatus2) {
+  EXPECT_EQ(2, RunProcess({SearchDaemonProgram(), "--no-such-option"}).exit_status);
+  EXPECT_EQ(2, RunProcess({SearchDaemonProgram(), "--log-level", "loud"}).exit_status);
+  EXPECT_EQ(2, RunProcess({SearchDaemonProgram(), "--max-waiting", "0"}).exit_status);
+}
+
+TEST(SearchProgram, SecondDaemonForOneListOfIndexesNamesTheFirst) {
+  SearchBox box;
+  box.Start();
+
+  const ProcessResult second =
+      RunProcess({SearchDaemonProgram(), "--socket", box.root() + "/other", "--state-dir", box.root() + "/state"});
+
+  EXPECT_EQ(1, second.exit_status);
+  EXPECT_NE(std::string::npos, second.errors.find("process " + std::to_string(box.daemon().pid()))) << second.errors;
+  EXPECT_TRUE(Answers(box));
+}
+
+TEST(SearchProgram, DamagedListOfIndexesIsKeptAndNotStartedFrom) {
+  SearchBox box;
+  fs::create_directories(box.root() + "/state");
+  WriteFile(box.root() + "/state/indexes.json", "rubbish");
+
+  const ProcessResult result =
+      RunProcess({SearchDaemonProgram(), "--socket", box.socket(), "--state-dir", box.root() + "/state"});
+
+  EXPECT_EQ(1, result.exit_status);
+  EXPECT_EQ("rubbish", ReadFile(box.root() + "/state/indexes.json"));
+}
+
+TEST(SearchProgram, SocketIsForRootAndGroupAndGoneAfterTheEnd) {
+  SearchBox box;
+  box.Start();
+  struct stat info {};
+  ASSERT_EQ(0, stat(box.socket().c_str(), &info));
+  EXPECT_EQ(0660U, info.st_mode & 0777);
+
+  EXPECT_EQ(0, box.Stop().exit_status);
+  EXPECT_FALSE(fs::exists(box.socket()));
+}
+
+TEST(SearchProgram, TermEndsItWithinASecondAndKeepsNothingUncommitted) {
+  SearchBox box;
+  box.Start();
+  box.CreateIndex("a");
+  box.Put("a", "/v/kept", "one");
+  box.CodeOf("commit", Object("{'id':'a'}"));
+  box.Put("a", "/v/half", "two");
+
+  const auto start = std::chrono::steady_clock::now();
+  const ProcessResult result = box.Stop();
+  const auto took = std::chrono::steady_clock::now() - start;
+
+  EXPECT_EQ(0, result.exit_status);
+  EXPECT_LT(took, milliseconds(1500));  // a second, and what a busy machine adds
+  box.Start();
+  EXPECT_EQ(std::vector<std::string>{"/v/kept"}, box.PathsBelow("a", "/v"));
+}
+
+TEST(SearchProgram, CommitAfterARestartTellsOnceThatChangesAreGone) {
+  SearchBox box;
+  box.Start();
+  box.CreateIndex("a");
+  box.Put("a", "/v/half", "one");
+  box.Kill();
+  box.Start();
+  box.Put("a", "/v/more", "two");
+
+  EXPECT_EQ(1224, box.CodeOf("commit", Object("{'id':'a'}")));
+  EXPECT_EQ(0, box.CodeOf("commit", Object("{'id':'a'}")));
+
+  EXPECT_EQ(std::vector<std::string>{"/v/more"}, box.PathsBelow("a", "/v"));
+  box.Kill();
+  box.Start();
+  box.Put("a", "/v/last", "three");
+  EXPECT_EQ(0, box.CodeOf("commit", Object("{'id':'a'}"))) << "everything was committed before this kill";
+}
+
+TEST(SearchProgram, MissingEventHandlerIsRecordedOnce) {
+  SearchBox box;
+  box.Start();
+  box.CreateIndex("a");
+  box.Put("a", "/v/x", "one");
+  box.CodeOf("index_pause", Object("{'id':'a'}"));
+  box.CodeOf("index_resume", Object("{'id':'a'}"));
+
+  const std::string records = box.Stop().errors;
+
+  const size_t first = records.find("event_handler_missing");
+  ASSERT_NE(std::string::npos, first) << records;
+  EXPECT_EQ(std::string::npos, records.find("event_handler_missing", first + 1));
+}
+
+TEST(SearchProgram, DatabaseShrinksAfterDeletionsWhenNobodyAsks) {
+  SearchBox box;
+  box.Start({"--quiet-ms", "200"});
+  box.CreateIndex("a");
+  for (int i = 0; i < 1500; ++i) {  // fewer deletions are not worth the work
+    std::string text;
+    for (int word = 0; word < 100; ++word) {
+      text += "w" + std::to_string(i * 1009 + word * 7919) + " ";
+    }
+    box.Put("a", "/v/" + std::to_string(i), text);
+  }
+  box.CodeOf("commit", Object("{'id':'a'}"));
+  const auto bytes = [&] { return box.Ask("index_stat", Object("{'id':'a'}"))["data"]["bytes"].asInt64(); };
+  ASSERT_TRUE(EventuallyTrue([&] { return bytes() > 500'000; }));
+  const auto before = bytes();
+
+  box.CodeOf("document_del_by_query", Object("{'id':'a','query':{'qsl':{'prefix':{'NIMOMDPath':'/v/'}}}}"));
+  box.CodeOf("commit", Object("{'id':'a'}"));
+
+  EXPECT_TRUE(EventuallyTrue([&] { return bytes() < before / 2; })) << before << " " << bytes();
+}
+
+long Switches(pid_t pid) {
+  long switches = 0;
+  for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
+    const std::string status = ReadFile(task.path() / "status");
+    for (const char* name : {"\nvoluntary_ctxt_switches:", "\nnonvoluntary_ctxt_switches:"}) {
+      switches += strtol(status.c_str() + status.find(name) + strlen(name), nullptr, 10);
+    }
+  }
+  return switches;
+}
+
+TEST(SearchProgram, IdleDaemonNeitherWakesUpNorWrites) {
+  SearchBox box;
+  box.Start({"--client-timeout-ms", "500"});
+  box.CreateIndex("a");
+  box.Put("a", "/v/x", "one");
+  box.CodeOf("commit", Object("{'id':'a'}"));
+  std::this_thread::sleep_for(seconds(3));  // the last timers run out
+  const std::string io = "/proc/" + std::to_string(box.daemon().pid()) + "/io";
+
+  const long switches = Switches(box.daemon().pid());
+  const std::string before = ReadFile(io);
+  std::this_thread::sleep_for(seconds(10));
+
+  EXPECT_EQ(switches, Switches(box.daemon().pid()));
+  EXPECT_EQ(before, ReadFile(io));
+}
+
+TEST(SearchClients, LengthOverTheBoundIsRefusedBeforeAnythingIsRead) {
+  SearchBox box;
+  box.Start();
+  RawClient client(box.socket());
+
+  client.SendLength((std::uint64_t{1} << 30) + 1);
+  const std::optional<std::string> answer = client.ReceiveMessage();
+
+  ASSERT_TRUE(answer);
+  EXPECT_NE(std::string::npos, answer->find("\"code\":1201"));
+  EXPECT_TRUE(Answers(box));
+}
+
+TEST(SearchClients, HugeAnnouncedLengthTakesNoMemory) {
+  SearchBox box;
+  box.Start();
+  std::vector<std::unique_ptr<RawClient>> clients;
+  for (int i = 0; i < 100; ++i) {
+    clients.push_back(std::make_unique<RawClient>(box.socket()));
+    clients.back()->SendLength(std::uint64_t{1} << 30);
+  }
+
+  ASSERT_TRUE(Answers(box));
+  const std::string status = ReadFile("/proc/" + std::to_string(box.daemon().pid()) + "/status");
+  const long resident_kib = strtol(status.c_str() + status.find("VmRSS:") + 6, nullptr, 10);
+
+  EXPECT_LT(resident_kib, 200 * 1024);
+}
+
+TEST(SearchClients, SilentAndSlowClientsAreCutOff) {
+  SearchBox box;
+  box.Start({"--client-timeout-ms", "300"});
+  RawClient silent(box.socket());
+  RawClient halfway(box.socket());
+  halfway.SendLength(100);
+  halfway.Send("{");
+
+  EXPECT_EQ("", silent.ReceiveAll(seconds(10)));
+  EXPECT_EQ("", halfway.ReceiveAll(seconds(10)));
+}
+
+TEST(SearchClients, ClientThatTakesNoAnswerIsCutOffAndOthersAreServed) {
+  SearchBox box;
+  box.Start({"--client-timeout-ms", "300"});
+  box.CreateIndex("a");
+  for (int i = 0; i < 40; ++i) {
+    box.Put("a", "/v/" + std::string(200, 'n') + std::to_string(i), std::string(20'000, 't'));
+  }
+  RawClient deaf(box.socket());
+  const std::string request =
+      JsonLine(Object("{'command':'document_get_by_query','data':{'id':'a','load_field':['NIMOMDTextContent'],"
+                      "'query':{'qsl':{'match_all':{}}}}}"));
+  deaf.SendLength(request.size());
+  deaf.Send(request);
+  std::this_thread::sleep_for(milliseconds(1500));
+
+  EXPECT_TRUE(Answers(box));
+  EXPECT_FALSE(deaf.ReceiveMessage()) << "the answer ends in the middle";
+}
+
+TEST(SearchClients, SilentClientsMakeRoomForThoseWhoAsk) {
+  SearchBox box;
+  box.Start({"--max-connections", "8"});
+  std::vector<std::unique_ptr<RawClient>> silent;
+  for (int i = 0; i < 100; ++i) {
+    silent.push_back(std::make_unique<RawClient>(box.socket()));
+  }
+
+  EXPECT_TRUE(Answers(box));
+  EXPECT_EQ("", silent.front()->ReceiveAll(seconds(10)));
+}
+
+TEST(SearchClients, ManyConnectionsInTurnLeaveNothingBehind) {
+  SearchBox box;
+  box.Start();
+  ASSERT_TRUE(Answers(box));
+  const std::string descriptors = "/proc/" + std::to_string(box.daemon().pid()) + "/fd";
+  const auto count = [&] { return std::distance(fs::directory_iterator(descriptors), fs::directory_iterator()); };
+  const auto before = count();
+
+  for (int i = 0; i < 5000; ++i) {
+    RawClient client(box.socket());
+    if (i % 3 == 0) {
+      client.SendLength(5);
+    } else if (i % 3 == 1) {
+      client.SendLength(2);
+      client.Send("{}");
+    }
+  }
+
+  EXPECT_TRUE(Answers(box));
+  EXPECT_TRUE(EventuallyTrue([&] { return count() == before; }));
+}
+
+TEST(SearchClients, RequestOverTheMemoryBoundIsReadAndToldToComeBack) {
+  SearchBox box;
+  box.Start({"--memory-limit-mib", "1"});
+  box.CreateIndex("a");
+  const std::string half(900 * 1024, ' ');
+  RawClient first(box.socket());
+  first.SendLength(half.size() + 100);
+  first.Send(half);
+  std::this_thread::sleep_for(milliseconds(300));
+
+  RawClient second(box.socket());
+  second.SendLength(half.size());
+  ASSERT_TRUE(second.Send(half));
+  const std::optional<std::string> answer = second.ReceiveMessage();
+
+  ASSERT_TRUE(answer);
+  EXPECT_NE(std::string::npos, answer->find("\"code\":1401")) << *answer;
+  EXPECT_EQ(0, box.Put("a", "/v/x", "one")) << "short requests go on";
+}
+
+TEST(SearchClients, LoneRequestOverTheMemoryBoundIsServed) {
+  SearchBox box;
+  box.Start({"--memory-limit-mib", "1"});
+  box.CreateIndex("a");
+
+  EXPECT_EQ(0, box.Put("a", "/v/x", std::string(3 << 20, 'x')));
+}
+
+TEST(SearchClients, TooManyWaitingAreToldToComeBack) {
+  SearchBox box;
+  box.Start({"--max-waiting", "4"});
+  box.CreateIndex("a");
+  std::string compound = "{\"compound\":[";
+  for (int i = 0; i < 20'000; ++i) {
+    compound +=
+        (i > 0 ? "," : "") +
+        JsonLine(Object("{'command':'document_upsert_by_id','data':{'id':'a','doc_id':'/v/" + std::to_string(i) +
+                        "','data':{'NIMOMDPath':'/v/" + std::to_string(i) + "','NIMOMDTextContent':'some words'}}}"));
+  }
+  compound += "]}";
+  RawClient busy(box.socket());
+  busy.SendLength(compound.size());
+  busy.Send(compound);
+  std::vector<std::unique_ptr<RawClient>> clients;
+  const std::string commit = JsonLine(Object("{'command':'commit','data':{'id':'a'}}"));
+  for (int i = 0; i < 20; ++i) {
+    clients.push_back(std::make_unique<RawClient>(box.socket()));
+    clients.back()->SendLength(commit.size());
+    clients.back()->Send(commit);
+  }
+
+  int refused = 0;
+  for (const auto& client : clients) {
+    const std::optional<std::string> answer = client->ReceiveMessage(seconds(60));
+    ASSERT_TRUE(answer);
+    refused += answer->find("\"code\":1400") != std::string::npos ? 1 : 0;
+  }
+  EXPECT_GE(refused, 16);
+  EXPECT_LT(refused, 20);
+  const std::optional<std::string> done = busy.ReceiveMessage(seconds(60));
+  ASSERT_TRUE(done);
+  EXPECT_NE(std::string::npos, done->find("\"has_fail\":false"));
+  EXPECT_EQ(20'000U, box.PathsBelow("a", "/v").size());
+}
+
+TEST(SearchClients, SearchDoesNotWaitForALongChange) {
+  SearchBox box;
+  box.Start();
+  box.CreateIndex("a");
+  box.Put("a", "/v/first", "pear");
+  box.CodeOf("commit", Object("{'id':'a'}"));
+  std::string compound = "{\"compound\":[";
+  for (int i = 0; i < 60'000; ++i) {
+    compound +=
+        (i > 0 ? "," : "") +
+        JsonLine(Object("{'command':'document_upsert_by_id','data':{'id':'a','doc_id':'/v/" + std::to_string(i) +
+                        "','data':{'NIMOMDPath':'/v/" + std::to_string(i) + "','NIMOMDTextContent':'pear'}}}"));
+  }
+  compound += "]}";
+  RawClient busy(box.socket());
+  busy.SendLength(compound.size());
+  busy.Send(compound);
+  std::this_thread::sleep_for(milliseconds(200));
+
+  const Json::Value found = box.Ask("document_search", Object("{'id':'a','query':'pear'}"));
+  const bool still_busy = !busy.ReceiveMessage(milliseconds(1)).has_value();
+
+  EXPECT_EQ(1, found["data"]["total"].asInt());
+  EXPECT_TRUE(still_busy) << "the change was too short to prove anything";
+}
+
+}  // namespace
+}  // namespace orbisk::test
