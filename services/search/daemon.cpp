@@ -145,7 +145,7 @@ int Serve(const CommandLine& line) {
   server.Close();
   dispatcher.Stop();
   catalog.CloseAll();
-  Record(LOG_NOTICE, "stopped");
+  Record(LOG_NOTICE, "stopped").Add("reason", "asked to");
   return kExitStopped;
 }
 

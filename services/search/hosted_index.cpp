@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <utility>
 
 #include "services/search/log.h"
@@ -263,10 +264,11 @@ void HostedIndex::SetEventHandler(std::unique_ptr<EventHandler> handler) {
 }
 
 std::int64_t HostedIndex::BytesOnDisk() const {
+  const std::filesystem::path folder = path();
   std::int64_t bytes = 0;
   for (const std::string& name : search::Index::FileNames()) {
     struct stat info {};
-    if (stat((path() + "/" + name).c_str(), &info) == 0) {
+    if (stat((folder / name).c_str(), &info) == 0) {
       bytes += info.st_size;
     }
   }

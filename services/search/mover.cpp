@@ -72,7 +72,7 @@ void CopyFolder(const std::string& from, const std::string& to, const std::vecto
   try {
     fs::create_directory(copy, from);
     for (const std::string& name : names) {
-      CopyFile(from + "/" + name, copy + "/" + name);
+      CopyFile(fs::path(from) / name, fs::path(copy) / name);
     }
     SyncFolder(copy);
     Require(rename(copy.c_str(), to.c_str()) == 0, "rename " + copy);
@@ -87,7 +87,7 @@ void CopyFolder(const std::string& from, const std::string& to, const std::vecto
 bool HasIndexFiles(const std::string& folder, const std::vector<std::string>& names) {
   for (const std::string& name : names) {
     struct stat info {};
-    if (lstat((folder + "/" + name).c_str(), &info) == 0) {
+    if (lstat((fs::path(folder) / name).c_str(), &info) == 0) {
       return true;
     }
   }

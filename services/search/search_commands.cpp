@@ -88,14 +88,14 @@ bool ComesFirst(const SortName& sort, bool descending, const FoundHit& first, co
 
 void AddFacets(search::SearchResult& all, const search::SearchResult& one) {
   for (const auto& [name, facet] : one.facets) {
-    for (const auto& [value, count] : facet) {
-      search::Facet& sum = all.facets[name];
+    search::Facet& sum = all.facets[name];
+    for (const auto& entry : facet) {
       const auto found =
-          std::find_if(sum.begin(), sum.end(), [&value](const auto& item) { return item.first == value; });
+          std::find_if(sum.begin(), sum.end(), [&entry](const auto& item) { return item.first == entry.first; });
       if (found != sum.end()) {
-        found->second += count;
+        found->second += entry.second;
       } else {
-        sum.emplace_back(value, count);
+        sum.push_back(entry);
       }
     }
   }
