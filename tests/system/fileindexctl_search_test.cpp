@@ -157,6 +157,7 @@ TEST_F(SearchCommands, APausedIndexIsSaidToBePausedAtOnce) {
   EXPECT_EQ(result.exit_status, 1);
   EXPECT_THAT(result.errors, StartsWith("fileindexctl: error 608: "));
   EXPECT_TRUE(Succeeds(Fileindexctl({"search", "heron"}), "0 of 0 hits\n"));
+  EXPECT_TRUE(Succeeds(Fileindexctl({"suggest", "her"})));
 }
 
 TEST_F(SearchCommands, SuggestGivesTheWordsOfOneIndexOrOfAll) {
