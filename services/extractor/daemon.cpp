@@ -102,7 +102,7 @@ int Serve(const Options& options) {
   Record(LOG_NOTICE, "started").Add("workers", static_cast<long long>(options.workers)).Add("socket", options.socket);
   context.run();
   service.Stop();
-  Record(LOG_NOTICE, "stopped");
+  Record(LOG_NOTICE, "stopped");  // NOLINT(bugprone-unused-raii): is written when it goes
   return kExitStopped;
 }
 
