@@ -9,7 +9,8 @@ function(orbisk_add_layer name)
 endfunction()
 
 # One test program and its ctest entry.
-#   LABELS      unit, contract, system ... (ctest -L)
+#   LABELS      unit, contract, system ... (ctest -L); "threads" besides where threads run in the test or in what it
+#               starts: the thread sanitizer looks at these (target threads_tests)
 #   TIMEOUT     seconds for the whole program; each test case inside has its own limit (tests/support)
 #   SERIAL      do not run beside other tests
 #   ARGS        arguments for the run
@@ -24,6 +25,9 @@ function(orbisk_add_test name)
   add_test(NAME ${name} COMMAND ${name} ${ARG_ARGS})
   set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${ARG_TIMEOUT}
     ENVIRONMENT "ORBISK_BIN_DIR=${CMAKE_BINARY_DIR}/bin;UBSAN_OPTIONS=print_stacktrace=1;TSAN_OPTIONS=halt_on_error=1")
+  if("threads" IN_LIST ARG_LABELS)
+    add_dependencies(threads_tests ${name})
+  endif()
   if(ARG_SERIAL)
     set_tests_properties(${name} PROPERTIES RUN_SERIAL ON)
   endif()
