@@ -45,7 +45,7 @@ void AppendWay(const std::string& path, std::vector<WayStep>& steps) {
       return;
     }
     at = target[0] == '/' ? "/" : at;
-    rest = std::string(target.data(), static_cast<size_t>(size)) + "/" + rest;
+    rest.insert(0, std::string(target.data(), static_cast<size_t>(size)) + "/");
   }
 }
 

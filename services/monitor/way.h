@@ -12,7 +12,7 @@ struct WayStep {
   std::string folder;      ///< where it is looked up: absolute, without links
   std::string name;        ///< never empty, "." or ".."
   bool is_folder = false;  ///< a folder tells itself when it goes; a link, or what is not there, does not
-  auto operator<=>(const WayStep&) const = default;
+  auto operator<=>(const WayStep&) const = default;  // NOLINT(modernize-use-nullptr): clang-tidy misreads it
 };
 
 /// The steps to all of `paths` (absolute) as far as they lead now, each once, sorted. Links are followed, also those

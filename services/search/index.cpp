@@ -146,7 +146,7 @@ void Index::Impl::Commit() {
     const Error error = *lost_;
     sqlite3_exec(writer_->connection().handle(), "ROLLBACK", nullptr, nullptr, nullptr);
     lost_.reset();
-    throw error;
+    throw Error(error);
   }
   if (!writer_->connection().InTransaction()) {
     return;

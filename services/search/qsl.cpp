@@ -14,9 +14,9 @@ constexpr int kMaxConditions = 1024;
   throw Error(ErrorCode::kBadQuery, "qsl: " + message);
 }
 
-class Reader {
+class QslReader {
  public:
-  explicit Reader(const Schema& schema) : conditions_(schema) {}
+  explicit QslReader(const Schema& schema) : conditions_(schema) {}
 
   Node Read(const Json::Value& query, int depth) {
     if (depth > kMaxDepth || ++count_ > kMaxConditions) {
@@ -138,7 +138,7 @@ Node ParseQsl(const Json::Value& query, const Schema& schema) {
   if (!query.isObject() || !query.isMember("qsl")) {
     Bad("a query must be an object with the member \"qsl\"");
   }
-  return Reader(schema).Read(query["qsl"], 0);
+  return QslReader(schema).Read(query["qsl"], 0);
 }
 
 }  // namespace search

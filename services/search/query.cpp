@@ -116,6 +116,7 @@ Node Simplify(Node node) {
     std::string text = JoinText(with, is_and ? "AND" : "OR");
     if (!without.empty()) {
       std::vector<Node> unwanted;
+      unwanted.reserve(without.size());
       for (Node& child : without) {
         unwanted.push_back(std::move(child.children.front()));
       }
