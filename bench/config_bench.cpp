@@ -47,6 +47,7 @@ void WriteEntries(int count) {
 
 std::vector<std::string> Paths() {
   std::vector<std::string> paths;
+  paths.reserve(kPaths);
   for (int i = 0; i < kPaths; ++i) {
     paths.push_back("/volume1" + EntryPath(i % kEntries) + "/some/folder/picture " + std::to_string(i) + ".jpg");
   }
@@ -133,6 +134,7 @@ BENCHMARK(HundredNanoseconds)->UseManualTime()->Iterations(1000);
 
 std::vector<std::shared_ptr<Folder>> StatusFolders() {
   std::vector<std::shared_ptr<Folder>> folders;
+  folders.reserve(kStatusFolders);
   for (int i = 0; i < kStatusFolders; ++i) {
     folders.push_back(
         std::make_shared<Folder>("/status/" + std::to_string(i), "f", "", "", true, true, true, true, false, false));
