@@ -87,6 +87,10 @@ __attribute__((visibility("default"))) const char* __asan_default_options() {
   return "allocator_may_return_null=1";
 }
 
+__attribute__((visibility("default"))) const char* __tsan_default_options() {
+  return "allocator_may_return_null=1";
+}
+
 ssize_t write(int fd, const void* buffer, size_t size) {
   if (CallTrace* const trace = CallTrace::current) {
     trace->writes.push_back(size);
