@@ -46,7 +46,8 @@ void End(std::unique_ptr<Subprocess>& daemon, int signal) {
 void SearchBox::SetUp() {
   Box::SetUp();
   StartSearchDaemon();
-  extractor_ = std::make_unique<Subprocess>(std::vector<std::string>{Daemon("nimocontentextractd")});
+  extractor_ = std::make_unique<Subprocess>(
+      std::vector<std::string>{Daemon("nimocontentextractd"), "--state-dir", state_ / "extractor"});
   WaitUntilSucceeds({"extract", "/"});
 }
 
