@@ -73,8 +73,8 @@ void ExtractorBox::Start(const std::vector<std::string>& arguments) {
   Launch(Command(arguments));
 }
 
-void ExtractorBox::StartProgram(const std::string& program) {
-  std::vector<std::string> command = Command({});
+void ExtractorBox::StartProgram(const std::string& program, const std::vector<std::string>& arguments) {
+  std::vector<std::string> command = Command(arguments);
   command.front() = program;
   Launch(command);
 }

@@ -50,7 +50,7 @@ class ExtractorBox {
   /// Starts the daemon and waits until it answers.
   void Start(const std::vector<std::string>& arguments = {});
   /// The same with another program file.
-  void StartProgram(const std::string& program);
+  void StartProgram(const std::string& program, const std::vector<std::string>& arguments = {});
   ProcessResult Stop();
   Subprocess& daemon() { return *daemon_; }
 
