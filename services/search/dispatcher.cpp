@@ -8,12 +8,15 @@
 #include <system_error>
 #include <utility>
 
-#include "services/search/json_text.h"
-#include "services/search/log.h"
+#include "services/base/json_text.h"
+#include "services/base/log.h"
 #include "services/search/refusal.h"
 #include "services/search/request.h"
 
 namespace nimoelasticd {
+
+using service::Record;
+
 namespace {
 
 // Longer messages are taken apart on a worker, so that the event loop stays quick; a shorter one takes well below a
@@ -24,7 +27,7 @@ std::string ErrorMember(int code, const std::string& message) {
   Json::Value error;
   error["code"] = code;
   error["msg"] = message;
-  return "\"error\":" + WriteJson(error);
+  return "\"error\":" + service::ToText(error);
 }
 
 // After these no command for the index can do anything, or what was done is gone. Clients pass over the failure of

@@ -8,11 +8,15 @@
 #include <filesystem>
 #include <utility>
 
-#include "services/search/log.h"
+#include "services/base/log.h"
+#include "services/base/unique_fd.h"
 #include "services/search/refusal.h"
-#include "services/search/unique_fd.h"
 
 namespace nimoelasticd {
+
+using service::Record;
+using service::UniqueFd;
+
 namespace {
 
 // Lies in the index's folder while there are changes that are not committed. A daemon that finds it knows that clients

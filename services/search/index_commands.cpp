@@ -1,6 +1,6 @@
 // Commands for whole indexes.
+#include "services/base/json_text.h"
 #include "services/search/command_table.h"
-#include "services/search/json_text.h"
 #include "services/search/refusal.h"
 #include "services/search/request.h"
 
@@ -58,7 +58,7 @@ std::string IndexList(Catalog& catalog, const Json::Value&) {
   for (const auto& [id, host] : catalog.All()) {
     list.append(Describe(id, *host));
   }
-  return WriteJson(list);
+  return service::ToText(list);
 }
 
 std::string IndexStat(Catalog& catalog, const Json::Value& data) {
@@ -68,7 +68,7 @@ std::string IndexStat(Catalog& catalog, const Json::Value& data) {
   Json::Value result = Describe(id, *host);
   result["bytes"] = Json::Int64{host->BytesOnDisk()};
   if (host->state() != State::kOpen) {
-    return WriteJson(result);
+    return service::ToText(result);
   }
   const HostedIndex::Use index(*host);
   const search::StatResult stat = index->Stat(check);
@@ -83,7 +83,7 @@ std::string IndexStat(Catalog& catalog, const Json::Value& data) {
       catalog.ReportDamage(id);
     }
   }
-  return WriteJson(result);
+  return service::ToText(result);
 }
 
 }  // namespace nimoelasticd

@@ -3,8 +3,8 @@
 #include <array>
 #include <chrono>
 
+#include "services/base/json_text.h"
 #include "services/search/command_table.h"
-#include "services/search/json_text.h"
 #include "services/search/refusal.h"
 #include "services/search/request.h"
 
@@ -166,7 +166,7 @@ std::string ResultText(const search::SearchResult& all, const std::vector<FoundH
   for (const FoundHit& hit : found) {
     result["hits"].append(ToJson(hit, load_fields));
   }
-  return WriteJson(result);
+  return service::ToText(result);
 }
 
 }  // namespace
@@ -210,7 +210,7 @@ std::string TermSuggest(Catalog& catalog, const Json::Value& data) {
   for (const std::string& word : index->Suggest(prefix, limit)) {
     words.append(word);
   }
-  return WriteJson(words);
+  return service::ToText(words);
 }
 
 std::string ListTermSuggDb(Catalog& catalog, const Json::Value&) {
@@ -225,7 +225,7 @@ std::string ListTermSuggDb(Catalog& catalog, const Json::Value&) {
     } catch (const Refusal&) {  // nothing can be built for it now
     }
   }
-  return WriteJson(result);
+  return service::ToText(result);
 }
 
 }  // namespace nimoelasticd
