@@ -59,7 +59,7 @@ std::string DocumentGetByQuery(Catalog& catalog, const Json::Value& data) {
       throw Refusal(Code::kAnswerTooLarge, "the answer is over 1 GiB: ask for fewer fields or a smaller folder");
     }
   };
-  const HostedIndex::Use index(*host);
+  const HostedIndex::Use index(*host, committed ? HostedIndex::Use::For::kAsking : HostedIndex::Use::For::kReading);
   index->Get(RequireObject(data, "query"), load_fields, add_hit,
              committed ? search::View::kCommitted : search::View::kLatest);
   hits += ']';

@@ -67,6 +67,9 @@ std::string IndexStat(Catalog& catalog, const Json::Value& data) {
   const HostPtr host = catalog.Require(id);
   Json::Value result = Describe(id, *host);
   result["bytes"] = Json::Int64{host->BytesOnDisk()};
+  if (check && WillOpenSoon(host->state())) {
+    host->RequireOpen();  // who asks for a check is not helped by an answer without one
+  }
   if (host->state() != State::kOpen) {
     return service::ToText(result);
   }
