@@ -16,8 +16,8 @@
 #include <string_view>
 #include <utility>
 
-#include "services/extractor/json_text.h"
-#include "services/extractor/log.h"
+#include "services/base/json_text.h"
+#include "services/base/log.h"
 
 namespace extractor {
 namespace {
@@ -29,6 +29,9 @@ constexpr size_t kMostSuspects = 1'000;
 constexpr size_t kLinesPerEntry = 4;
 constexpr size_t kLinesAnyway = 100;
 
+using service::FromText;
+using service::Record;
+using service::ToText;
 using Identity = FailureList::Identity;
 
 Json::Value NumbersOf(const Identity& identity) {
@@ -80,7 +83,7 @@ std::optional<Json::Value> ObjectOf(std::string_view text) {
   return value && value->isObject() ? value : std::nullopt;
 }
 
-std::string ReadWhole(const UniqueFd& file) {
+std::string ReadWhole(const service::UniqueFd& file) {
   std::string text;
   std::array<char, 65536> buffer;
   ssize_t got = 0;
@@ -90,12 +93,12 @@ std::string ReadWhole(const UniqueFd& file) {
   return text;
 }
 
-bool WriteWhole(const UniqueFd& file, std::string_view text) {
+bool WriteWhole(const service::UniqueFd& file, std::string_view text) {
   return write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
-UniqueFd OpenIn(const std::string& folder, const char* name, int flags) {
-  return UniqueFd(open((folder + "/" + name).c_str(), flags | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+service::UniqueFd OpenIn(const std::string& folder, const char* name, int flags) {
+  return service::UniqueFd(open((folder + "/" + name).c_str(), flags | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
 }
 
 }  // namespace
@@ -233,8 +236,8 @@ void FailureStore::Rewrite() {
   for (const auto& [identity, path] : suspects_) {
     add(SuspectLineOf(identity, path, true));
   }
-  UniqueFd fresh = OpenIn(folder_, "failures.new", O_RDWR | O_APPEND | O_TRUNC);
-  const UniqueFd folder(open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  service::UniqueFd fresh = OpenIn(folder_, "failures.new", O_RDWR | O_APPEND | O_TRUNC);
+  const service::UniqueFd folder(open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!fresh.valid() || !folder.valid() || !WriteWhole(fresh, text) || fdatasync(fresh.get()) != 0 ||
       renameat(folder.get(), "failures.new", folder.get(), "failures") != 0 || fsync(folder.get()) != 0) {
     GiveUp("rewrite");

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "services/base/unique_fd.h"
 #include "services/extractor/failure_list.h"
-#include "services/extractor/unique_fd.h"
 
 namespace extractor {
 
@@ -72,8 +72,8 @@ class FailureStore {
   std::string reader_;
   FailureList failures_;
   std::map<FailureList::Identity, std::string> suspects_;
-  UniqueFd list_;
-  UniqueFd in_work_;
+  service::UniqueFd list_;
+  service::UniqueFd in_work_;
   size_t lines_ = 0;  // of the list
   std::vector<bool> slots_;
 };

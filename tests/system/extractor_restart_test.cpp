@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <memory>
 
-#include "services/extractor/json_text.h"
+#include "services/base/json_text.h"
 #include "tests/support/temp_dir.h"
 #include "tests/system/extractor_support.h"
 
@@ -122,8 +122,8 @@ TEST_F(ExtractorRestart, ReadsASuspectOnceMoreWithNoOtherFileInWork) {
 
   ASSERT_TRUE(SoonHolds([&] { return box_.Status()["waiting"] == 1; }));
   EXPECT_EQ(box_.Status()["in_work"][0]["path"], box_ / "suspect");
-  EXPECT_TRUE((*extractor::FromText(suspect.Receive()))["success"].asBool());
-  EXPECT_TRUE((*extractor::FromText(other.Receive()))["success"].asBool());
+  EXPECT_TRUE((*service::FromText(suspect.Receive()))["success"].asBool());
+  EXPECT_TRUE((*service::FromText(other.Receive()))["success"].asBool());
   EXPECT_EQ(box_.Status()["suspects"], 0);
 }
 

@@ -41,7 +41,7 @@ class SearchBox : public Box {
  private:
   void StartExtractor();
 
-  TempDir state_{"/tmp"};
+  TempDir state_;
   std::unique_ptr<Subprocess> search_;
   std::unique_ptr<Subprocess> extractor_;
 };
