@@ -149,7 +149,8 @@ TEST_F(DaemonConnection, MessageGoesOutWholeHoweverLateItIsRead) {
   const std::string message = std::string(2'000'000, 'm') + std::string(2'000'000, 'n');
   std::string received;
   std::thread daemon([&] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1500));  // longer than connecting may take
+    // More than twice what connecting may take: a send that is cut short by a timeout once has sent something.
+    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
     received = daemon_.Read(8 + message.size());
   });
 

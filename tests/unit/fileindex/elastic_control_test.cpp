@@ -38,12 +38,6 @@ using testing::IsEmpty;
 using testing::SizeIs;
 using testing::StartsWith;
 
-// An error of a kind that the library does not throw itself.
-class FurtherError : public Error {
- public:
-  using Error::Error;
-};
-
 Json::Value Parsed(const std::string& text) {
   Json::Value value;
   EXPECT_TRUE(fromString(value, text)) << text;
@@ -511,20 +505,6 @@ TEST_F(ElasticControl, ACommitThatSucceedsDoesNotLookAtTheShare) {
   EXPECT_EQ("none", ErrorOf([] { IndexCommit("music"); }));
 
   EXPECT_THAT(FakeShares().get.calls(), IsEmpty());
-}
-
-TEST_F(ElasticControl, AFailedCommitIsThrownOnAsACopy) {
-  FakeConnections().send.Next([](const std::string&) -> bool { throw FurtherError(Code(608), "paused"); });
-
-  try {
-    IndexCommit("photo");
-    ADD_FAILURE() << "nothing is thrown";
-  } catch (const FurtherError&) {
-    ADD_FAILURE() << "the same object is thrown again";
-  } catch (const Error& error) {
-    EXPECT_EQ(608, error.code());
-    EXPECT_STREQ("paused", error.what());
-  }
 }
 
 TEST_F(ElasticControl, ACommitsOtherExceptionsPassOnAFullVolumeToo) {

@@ -33,6 +33,9 @@ TEST(SearchSteps, TheLibrarySendsTheRequestsOfTheTable) {
 
     EXPECT_EQ(requests, FakeConnections().requests()) << step.name;
     EXPECT_THAT(time.waits(), testing::IsEmpty()) << step.name;
+    for (const SeamCall& call : FakeConnections().send.calls()) {
+      EXPECT_FALSE(call.sdk_mutex_held) << step.name << " may keep other threads from the box for many minutes";
+    }
   }
 }
 
