@@ -50,8 +50,9 @@ ORBISK_EXPORT void IndexDelDir(const std::string& share, const std::string& dir)
 ORBISK_EXPORT void IndexUpsert(const std::string& share, const std::string& path, bool need_meta);
 /// Reads the file's attributes and sets them in its document. Throws Error 917 if it has none, and as IndexUpsert.
 ORBISK_EXPORT void IndexAttr(const std::string& share, const std::string& path);
-/// Gives the document of `old_path`, and all below it, their places at and below `new_path`; no file is read. Throws
-/// Error 917 if `old_path` has no document, 916 and 120 for a response that lacks what is needed.
+/// Gives the document of `old_path`, and all below it, their places at and below `new_path`, which comes first; no file
+/// is read. What fails behind the first document leaves that one renamed. Throws Error 917 if `old_path` has no
+/// document, 916 and 120 for a response that lacks what is needed.
 ORBISK_EXPORT void IndexRename(const std::string& share, const std::string& new_path, const std::string& old_path);
 /// Appends the paths of all documents below `dir` to `paths`. `index_id` is an index's identifier, not a share. Throws
 /// Error 916 for a response without documents, 120 for a document without a path.
