@@ -5,9 +5,11 @@
 #include <exception>
 #include <utility>
 
-#include "services/extractor/log.h"
+#include "services/base/log.h"
 
 namespace extractor {
+
+using service::Record;
 
 Pool::Pool(boost::asio::io_context& context, const Options& options)
     : context_(context),

@@ -6,11 +6,15 @@
 #include <exception>
 #include <utility>
 
-#include "services/extractor/json_text.h"
-#include "services/extractor/log.h"
+#include "services/base/json_text.h"
+#include "services/base/log.h"
 #include "services/extractor/open_file.h"
 
 namespace extractor {
+
+using service::Record;
+using service::UniqueFd;
+
 namespace {
 
 constexpr size_t kMostFailures = 10'000;

@@ -43,8 +43,8 @@ class Service {
   };
 
   void Parse(const Request& request, const Reply& reply);
-  void ReadContent(const Request& request, const UniqueFd& subject, const Attributes& attributes, Json::Value document,
-                   const Reply& reply);
+  void ReadContent(const Request& request, const service::UniqueFd& subject, const Attributes& attributes,
+                   Json::Value document, const Reply& reply);
   void OnOutcome(const Request& request, const Attributes& attributes, Json::Value document, Outcome outcome,
                  const Reply& reply);
   void Note(const std::string& path, const std::string& reason, const std::string& message);

@@ -10,18 +10,18 @@
 #include <optional>
 #include <string>
 
+#include "services/base/unique_fd.h"
 #include "services/extractor/frame.h"
 #include "services/extractor/nursery_link.h"
 #include "services/extractor/options.h"
 #include "services/extractor/outcome.h"
-#include "services/extractor/unique_fd.h"
 #include "services/extractor/worker_reply.h"
 
 namespace extractor {
 
 /// A content to be read.
 struct Job {
-  UniqueFd file;
+  service::UniqueFd file;
   std::string path;  ///< for the status
   std::string name;
   std::function<void(Outcome)> done;

@@ -11,8 +11,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "services/base/json_text.h"
 #include "services/extractor/frame.h"
-#include "services/extractor/json_text.h"
 
 namespace orbisk::test {
 namespace {
@@ -88,7 +88,7 @@ ProcessResult ExtractorBox::Stop() {
 Json::Value ExtractorBox::Ask(const std::string& request) const {
   ExtractorClient client(socket());
   client.Send(request);
-  const auto answer = extractor::FromText(client.Receive());
+  const auto answer = service::FromText(client.Receive());
   return answer ? *answer : Json::Value();
 }
 
@@ -110,7 +110,7 @@ std::string ParseText(const std::string& path, bool need_meta) {
   Json::Value request;
   request["path"] = path;
   request["need_meta"] = need_meta;
-  return extractor::ToText(request);
+  return service::ToText(request);
 }
 
 bool IsRunning(pid_t pid) {

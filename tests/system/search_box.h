@@ -35,7 +35,7 @@ class SearchBox : public Box {
   static std::vector<std::string> Find(const std::vector<std::string>& arguments);
 
  private:
-  TempDir state_{"/tmp"};
+  TempDir state_;
   std::unique_ptr<Subprocess> search_;
   std::unique_ptr<Subprocess> extractor_;
 };

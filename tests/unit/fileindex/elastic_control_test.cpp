@@ -51,7 +51,7 @@ std::string Hits(const std::string& array) {
 class ElasticControl : public testing::Test {
  protected:
   static void SetUpTestSuite() {
-    orbisk::test::EnterPrivateMounts({"/var/packages/Orbisk/etc", "/var/run"});
+    orbisk::test::EnterPrivateMounts({"/var/packages/Orbisk/etc", "/var/run", "/tmp"});
     orbisk::test::WriteFile("/var/run/nimoelasticd.sock", "");
   }
 

@@ -234,6 +234,34 @@ TEST(TempDir, IsGoneWithAllThatIsInIt) {
   EXPECT_FALSE(fs::exists(path));
 }
 
+// In processes of their own: what they mount and set stays.
+TEST(TempDirDeathTest, IsGoneWithAFileSystemThatWasMountedAtIt) {
+  const auto leaves_nothing = [] {
+    std::string path;
+    try {
+      EnterPrivateMounts({});
+      const TempDir dir;
+      path = dir.path();
+      MountEmptyFileSystem(path, size_t{1} << 20);
+      MountEmptyFileSystem(path, size_t{1} << 20);
+      WriteFile(dir / "file", "x");
+    } catch (const std::system_error&) {
+      return path.empty();  // the machine does not allow it
+    }
+    return !fs::exists(path);
+  };
+  EXPECT_EXIT(_exit(leaves_nothing() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+TEST(TempDirDeathTest, IsMadeWhereTheUsualPlaceIsCoveredToo) {
+  const auto makes_one = [] {
+    setenv("TMPDIR", "/tmp/there/is/no/such/folder", 1);
+    const TempDir dir;
+    return fs::is_empty(dir.path());
+  };
+  EXPECT_EXIT(_exit(makes_one() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
 // The last test of the program: what it covers stays covered.
 TEST(ZPrivateMounts, MakeFixedPathsEmptyAndPrivate) {
   const bool existed = fs::exists("/var/packages/Orbisk/etc");
