@@ -33,6 +33,8 @@ void AddOptions(CLI::App& app, Options& options, Numbers& numbers) {
   app.add_option("--socket", options.socket, "socket that clients ask over");
   app.add_option("--socket-group", options.socket_group, "group that may ask, beside root");
   app.add_option("--pid-file", options.pid_file, "file with the process number");
+  app.add_option("--state-dir", options.state_folder, "folder that keeps which contents workers died of")
+      ->capture_default_str();
   app.add_option("--memory", numbers.memory_mib, "mebibytes of memory that a worker may have")
       ->check(CLI::Range(32, 65'536));
   app.add_option("--deadline", numbers.deadline_seconds, "seconds that the content of one file may take")

@@ -57,15 +57,30 @@ ExtractorBox::~ExtractorBox() {
 }
 
 std::vector<std::string> ExtractorBox::Command(const std::vector<std::string>& arguments) const {
-  std::vector<std::string> command = {ProgramBeside("hostile_extractor"), "--socket", socket(), "--pid-file",
-                                      pid_file()};
+  std::vector<std::string> command = {ProgramBeside("hostile_extractor"),
+                                      "--socket",
+                                      socket(),
+                                      "--pid-file",
+                                      pid_file(),
+                                      "--state-dir",
+                                      state_folder()};
   command.insert(command.end(), {"--log-stderr", "--log-level", "info"});
   command.insert(command.end(), arguments.begin(), arguments.end());
   return command;
 }
 
 void ExtractorBox::Start(const std::vector<std::string>& arguments) {
-  daemon_ = std::make_unique<Subprocess>(Command(arguments));
+  Launch(Command(arguments));
+}
+
+void ExtractorBox::StartProgram(const std::string& program, const std::vector<std::string>& arguments) {
+  std::vector<std::string> command = Command(arguments);
+  command.front() = program;
+  Launch(command);
+}
+
+void ExtractorBox::Launch(const std::vector<std::string>& command) {
+  daemon_ = std::make_unique<Subprocess>(command);
   const bool answers = SoonHolds([&] {
     try {
       return Status().isObject();
