@@ -1,0 +1,46 @@
+// The daemon's socket: a length and so many bytes, in both directions.
+#pragma once
+
+#include <json/json.h>
+
+#include <boost/asio/io_context.hpp>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "services/base/listener.h"
+
+namespace fileindexd {
+
+/// Answers the messages of any number of clients, up to a bound, with what `handle` makes of each. A client that sends
+/// what is no message is cut off, and so is one that stops in the middle of one; others do not notice.
+///
+/// Threads: that of the event loop.
+class CommandSocket {
+ public:
+  /// Answers one message; `answer` is called once, perhaps later.
+  using Handle = std::function<void(const Json::Value& message, std::function<void(const Json::Value& answer)> answer)>;
+
+  /// All arguments outlive it. Listens from Open on.
+  CommandSocket(boost::asio::io_context& context, std::string path, Handle handle);
+  ~CommandSocket();
+  CommandSocket(const CommandSocket&) = delete;
+  CommandSocket& operator=(const CommandSocket&) = delete;
+
+  /// Throws std::runtime_error as service::Listener does. `group` may use the socket besides root, if there is one.
+  void Open(const std::string& group);
+
+ private:
+  class Session;
+  struct Gate;
+
+  void Serve(service::Listener::Socket socket);
+  void OnEnd();
+
+  Handle handle_;
+  std::shared_ptr<Gate> gate_;
+  int clients_ = 0;
+  service::Listener listener_;
+};
+
+}  // namespace fileindexd

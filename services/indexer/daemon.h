@@ -1,0 +1,10 @@
+// The program, for main and for tests.
+#pragma once
+
+namespace fileindexd {
+
+/// Parses the arguments and runs until SIGTERM or SIGINT; SIGHUP reads the configuration again. Returns as
+/// service::RunProgram does.
+int RunDaemon(int argc, const char* const* argv);
+
+}  // namespace fileindexd

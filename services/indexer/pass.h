@@ -1,0 +1,47 @@
+// One batch of operations, applied to the index.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "orbisk/fileindex/op.h"
+#include "services/indexer/reconciler.h"
+
+namespace fileindexd {
+
+/// Takes the operations of one batch and applies them all at the end.
+///
+/// Renames come first: what was filed on something below a folder that is renamed later is delivered before the rename,
+/// under the path that it gets by it. Then the single files, then the trees: those that were asked for, and both sides
+/// of each rename.
+///
+/// Threads: one.
+class Pass {
+ public:
+  /// `share_folder` is looked through when the queue has crashed.
+  explicit Pass(std::string share_folder) : share_folder_(std::move(share_folder)) {}
+
+  void Take(const orbisk::fileindex::OP& operation);
+  /// Has the tree at `path` compared too.
+  void TakeTree(std::string path) { trees_.push_back(std::move(path)); }
+
+  /// Applies what was taken. `again`: the batch was begun before, so what looks current was read then.
+  void Apply(Reconciler& reconciler, Progress& progress, bool again);
+
+ private:
+  struct Single {
+    std::string path;
+    bool attributes = false;  // alone
+  };
+
+  void ReduceTrees();
+
+  std::string share_folder_;
+  std::vector<std::pair<std::string, std::string>> renames_;  // from, to
+  std::vector<Single> singles_;
+  std::vector<std::string> trees_;
+};
+
+}  // namespace fileindexd

@@ -1,0 +1,384 @@
+// The comparison.
+#include "services/indexer/reconciler.h"
+
+#include <dirent.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <optional>
+
+#include "orbisk/error.h"
+
+namespace fileindexd {
+
+using orbisk::Error;
+
+namespace {
+
+constexpr std::uint64_t kMilestoneChanges = 5'000;
+constexpr std::chrono::seconds kMilestoneTime{5};
+constexpr int kNotBuilt = 914;  // by the extractor
+constexpr int kNoDocument = 917;
+constexpr int kNotAccepted = 1210;  // by the search daemon
+
+// What fails the document and not the pass.
+bool IsOfTheDocument(const Error& error) {
+  return error.code() == kNotBuilt || error.code() == kNotAccepted;
+}
+
+// What IndexRename may fail with while the index is as sound as before: both trees are compared afterwards anyway.
+bool IsOfTheMove(const Error& error) {
+  constexpr int kArgument = 120;
+  constexpr int kNoAnswer = 913;
+  constexpr int kIncomplete = 916;
+  constexpr int kUnknownDocument = 1200;
+  constexpr int kAnswerTooLong = 1207;
+  switch (error.code()) {
+    case kArgument:
+    case kNoAnswer:
+    case kIncomplete:
+    case kNoDocument:
+    case kUnknownDocument:
+    case kAnswerTooLong:
+      return true;
+    default:
+      return false;
+  }
+}
+
+struct Listing {
+  std::vector<std::string> names;
+  bool readable = true;  // false: what is in it cannot be known; a folder that is gone is readable and empty
+};
+
+Listing List(const std::string& folder) {
+  Listing listing;
+  const std::unique_ptr<DIR, int (*)(DIR*)> stream(opendir(folder.c_str()), closedir);
+  if (stream == nullptr) {
+    listing.readable = errno == ENOENT || errno == ENOTDIR;
+    return listing;
+  }
+  errno = 0;
+  while (const dirent* const entry = readdir(stream.get())) {
+    const std::string name = entry->d_name;
+    if (name != "." && name != "..") {
+      listing.names.push_back(name);
+    }
+    errno = 0;
+  }
+  listing.readable = errno == 0;
+  return listing;
+}
+
+}  // namespace
+
+// The documents of a tree, and which of them stand for something on disk.
+class Reconciler::Known {
+ public:
+  explicit Known(std::vector<Entry> entries) : entries_(std::move(entries)), seen_(entries_.size()) {
+    const auto by_path = [](const Entry& a, const Entry& b) { return a.path < b.path; };
+    std::sort(entries_.begin(), entries_.end(), by_path);
+  }
+
+  // The document of `path`, which is on disk.
+  const Entry* See(const std::string& path) {
+    const auto at = At(path);
+    if (at == entries_.end() || at->path != path) {
+      return nullptr;
+    }
+    seen_[static_cast<size_t>(at - entries_.begin())] = true;
+    return &*at;
+  }
+
+  // Nothing can be said of what is below `folder`.
+  void KeepBelow(const std::string& folder) {
+    for (auto at = At(folder + "/"); at != entries_.end() && IsAtOrBelow(at->path, folder); ++at) {
+      seen_[static_cast<size_t>(at - entries_.begin())] = true;
+    }
+  }
+
+  size_t size() const { return entries_.size(); }
+  const std::string& PathOf(size_t i) const { return entries_[i].path; }
+  bool IsSeen(size_t i) const { return seen_[i]; }
+
+  enum class Below { kNothing, kUnseen, kSomeSeen };
+  Below LookBelow(const std::string& folder) const {
+    Below below = Below::kNothing;
+    for (auto at = At(folder + "/"); at != entries_.end() && IsAtOrBelow(at->path, folder); ++at) {
+      if (seen_[static_cast<size_t>(at - entries_.begin())]) {
+        return Below::kSomeSeen;
+      }
+      below = Below::kUnseen;
+    }
+    return below;
+  }
+
+ private:
+  std::vector<Entry>::const_iterator At(const std::string& path) const {
+    return std::lower_bound(entries_.begin(), entries_.end(), path,
+                            [](const Entry& entry, const std::string& wanted) { return entry.path < wanted; });
+  }
+
+  std::vector<Entry> entries_;
+  std::vector<bool> seen_;
+};
+
+Reconciler::Reconciler(DocumentIndex& index, const Policy& policy, const Box& box, Progress& progress)
+    : index_(index),
+      policy_(policy),
+      box_(box),
+      progress_(progress),
+      milestone_time_(std::chrono::steady_clock::now()) {}
+
+void Reconciler::Update(const std::string& path, bool trust) {
+  CheckInterrupted();
+  if (policy_.IsPaused(path)) {
+    return;
+  }
+  const Found found = FindOnDisk(path);
+  const bool is_folder = found.kind == Kind::kFolder;
+  const std::optional<Entry> known = trust || is_folder ? index_.Find(path) : std::nullopt;
+  if (is_folder && !(known && known->stamp && known->stamp->identity == found.stamp.identity)) {
+    Tree(path);  // not the folder that the index knows, so nothing is known of what is in it
+    return;
+  }
+  progress_.BeginFile(path);
+  const std::uint64_t before = changes_;
+  if (IsWanted(path, found)) {
+    Settle(path, found, known ? &*known : nullptr, trust || is_folder);
+    if (remember_reads) {
+      read_[path] = found.stamp;
+    }
+  } else {
+    Remove(path);
+  }
+  progress_.EndFile(changes_ != before);
+}
+
+void Reconciler::UpdateAttributes(const std::string& path) {
+  Update(path, true);
+}
+
+void Reconciler::Move(const std::string& from, const std::string& to) {
+  CheckInterrupted();
+  if (from == to || policy_.IsPaused(from) || policy_.IsPaused(to)) {
+    return;
+  }
+  const std::optional<Entry> source = index_.Find(from);
+  const Found there = Look(from, false);
+  // In a pass that is done again, another file may have come to where the document was moved away from.
+  if (!source || (source->stamp && there.kind != Kind::kNothing && source->stamp->identity == there.stamp.identity)) {
+    return;
+  }
+  try {
+    index_.Move(from, to);
+    CountChange();
+  } catch (const Error& error) {
+    if (!IsOfTheMove(error)) {
+      throw;
+    }
+  }
+}
+
+void Reconciler::Tree(const std::string& path) {
+  CheckInterrupted();
+  Known known(index_.FindTree(path));
+  std::vector<std::string> folders;
+  const Found found = FindOnDisk(path);
+  progress_.AddWork(1);
+  if (IsWanted(path, found) && !policy_.IsPaused(path)) {
+    Settle(path, found, known.See(path), true);
+  }
+  progress_.EndFile(false);
+  if (found.kind == Kind::kFolder) {
+    folders.push_back(path);
+  }
+  while (!folders.empty()) {
+    const std::string folder = std::move(folders.back());
+    folders.pop_back();
+    WalkFolder(folder, known, folders);
+  }
+  RemoveVanished(known);
+}
+
+// Adds the folders in it to `folders`.
+void Reconciler::WalkFolder(const std::string& folder, Known& known, std::vector<std::string>& folders) {
+  const Listing listing = List(folder);
+  if (!listing.readable) {
+    progress_.AddFailure(folder, "the folder cannot be read");
+    known.KeepBelow(folder);
+  }
+  progress_.AddWork(listing.names.size());
+  for (const std::string& name : listing.names) {
+    CheckInterrupted();
+    const std::string path = (folder == "/" ? "" : folder) + "/" + name;
+    const std::uint64_t before = changes_;
+    progress_.BeginFile(path);
+    const bool governed = policy_.Governs(path);
+    if (governed || policy_.LeadsToFolder(path)) {
+      const Found found = FindForWalk(path, name);
+      if (governed && !policy_.IsPaused(path) && found.kind != Kind::kNothing) {
+        Settle(path, found, known.See(path), true);
+      }
+      if (found.kind == Kind::kFolder) {
+        folders.push_back(path);
+      }
+    }
+    progress_.EndFile(changes_ != before);
+  }
+}
+
+void Reconciler::RemoveVanished(Known& known) {
+  for (size_t i = 0; i < known.size(); ++i) {
+    if (policy_.IsPaused(known.PathOf(i))) {
+      known.See(known.PathOf(i));
+    }
+  }
+  for (size_t i = 0; i < known.size(); ++i) {
+    if (known.IsSeen(i)) {
+      continue;
+    }
+    CheckInterrupted();
+    const std::string& path = known.PathOf(i);
+    if (known.LookBelow(path) == Known::Below::kUnseen) {
+      index_.RemoveBelow(path);
+      known.KeepBelow(path);  // nothing is left to be removed
+    }
+    index_.RemoveOne(path);
+    CountChange();
+  }
+}
+
+// What there is at the path of an operation, which can be any.
+Found Reconciler::FindOnDisk(const std::string& path) const {
+  Found found = Look(path, policy_.NeedsMeta(path));
+  if (found.kind != Kind::kNothing && (!box_.may_be_indexed(path) || IsBehindMount(path))) {
+    found.kind = Kind::kNothing;
+  }
+  return found;
+}
+
+// The rules forbid a mount point and say nothing of what is below it, where a walk never comes.
+bool Reconciler::IsBehindMount(const std::string& path) const {
+  std::string above = path;
+  while (true) {
+    above.resize(above.rfind('/'));
+    if (above.empty() || !policy_.Governs(above)) {
+      return false;
+    }
+    if (Look(above, false).mounted && !box_.may_be_indexed(above)) {
+      return true;
+    }
+  }
+}
+
+// What there is in a folder that may be indexed: much cheaper to find out for a file.
+Found Reconciler::FindForWalk(const std::string& path, const std::string& name) const {
+  Found found = Look(path, policy_.NeedsMeta(path));
+  const bool odd = found.mounted || found.kind == Kind::kFolder || name.find('#') != std::string::npos;
+  if (box_.is_preserved(name) || (odd && found.kind != Kind::kNothing && !box_.may_be_indexed(path))) {
+    found.kind = Kind::kNothing;
+  }
+  return found;
+}
+
+bool Reconciler::IsWanted(const std::string& path, const Found& found) const {
+  return found.kind != Kind::kNothing && policy_.Governs(path);
+}
+
+// `known` is the document as it is, if it was asked for; `trust` it where it looks current.
+void Reconciler::Settle(const std::string& path, const Found& found, const Entry* known, bool trust) {
+  const auto earlier = read_.find(path);
+  if (earlier != read_.end() && earlier->second == found.stamp && known != nullptr) {
+    return;
+  }
+  if (trust && known != nullptr && known->stamp && known->stamp->SameContent(found.stamp)) {
+    if (!known->stamp->Same(found.stamp)) {
+      SetAttributes(path, found);
+    }
+    return;
+  }
+  Index(path, found);
+}
+
+void Reconciler::Index(const std::string& path, const Found& found) {
+  const bool need_meta = found.kind == Kind::kFile && policy_.NeedsMeta(path);
+  try {
+    index_.Upsert(path, need_meta);
+  } catch (const Error& error) {
+    if (!IsOfTheDocument(error)) {
+      throw;
+    }
+    IndexWithoutContent(path, found, error.reason());
+    return;
+  }
+  SetStamp(path, found);
+}
+
+void Reconciler::IndexWithoutContent(const std::string& path, const Found& found, const std::string& reason) {
+  if (Look(path, false).kind == Kind::kNothing) {
+    Remove(path);  // it went while it was read
+    return;
+  }
+  try {
+    index_.Upsert(path, false);
+  } catch (const Error& error) {
+    if (!IsOfTheDocument(error)) {
+      throw;
+    }
+    if (!box_.extractor_answers()) {
+      throw NoExtractor();
+    }
+    if (Look(path, false).kind != Kind::kNothing) {
+      progress_.AddFailure(path, error.reason());
+    }
+    Remove(path);
+    return;
+  }
+  progress_.AddFailure(path, reason);
+  SetStamp(path, found);
+}
+
+void Reconciler::SetAttributes(const std::string& path, const Found& found) {
+  try {
+    index_.SetAttributes(path);
+  } catch (const Error& error) {
+    if (!IsOfTheDocument(error) && error.code() != kNoDocument) {
+      throw;
+    }
+    Index(path, found);
+    return;
+  }
+  SetStamp(path, found);
+}
+
+// Comes after the content, so that a document never says that it is newer than it is.
+void Reconciler::SetStamp(const std::string& path, const Found& found) {
+  index_.SetStamp(path, ToText(found.stamp, found.young));
+  CountChange();
+}
+
+void Reconciler::Remove(const std::string& path) {
+  index_.RemoveBelow(path);
+  index_.RemoveOne(path);
+  CountChange();
+}
+
+void Reconciler::CheckInterrupted() const {
+  if (box_.interrupted()) {
+    throw Interrupted();
+  }
+}
+
+void Reconciler::CountChange() {
+  ++changes_;
+  const auto now = std::chrono::steady_clock::now();
+  if (changes_ - milestone_changes_ >= kMilestoneChanges || now - milestone_time_ >= kMilestoneTime) {
+    on_milestone();
+    milestone_changes_ = changes_;
+    milestone_time_ = now;
+  }
+}
+
+}  // namespace fileindexd

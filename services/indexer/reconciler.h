@@ -1,0 +1,98 @@
+// Makes the index equal to the disk: at one path, or at a path and all below it.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "services/indexer/document_index.h"
+#include "services/indexer/policy.h"
+#include "services/indexer/progress.h"
+
+namespace fileindexd {
+
+/// The work has to end now: the daemon stops, or indexing is paused.
+struct Interrupted {};
+
+/// The share cannot be reached: nothing may be concluded from what is not on disk.
+struct Offline {};
+
+/// The extractor does not answer at all.
+struct NoExtractor {};
+
+/// What one pass does to the index of one share. The index has a document for each file and each folder that a folder
+/// of the configuration governs and that may be indexed; documents of anything else are removed. Paused folders are
+/// left alone.
+///
+/// Whatever it is told, it believes the disk: a change of a file that is gone removes its document, a delete of a file
+/// that is there updates it. So it does not matter in which order it is told, and nothing is wrong in telling it twice.
+///
+/// Threads: one.
+class Reconciler {
+ public:
+  /// What it asks of the box. Tests answer in their own way.
+  struct Box {
+    /// Whether a path may be indexed: that of an operation, or a folder on a walk.
+    std::function<bool(const std::string& path)> may_be_indexed;
+    /// Whether a name is never indexed.
+    std::function<bool(const std::string& name)> is_preserved;
+    /// Whether the extractor answers at all.
+    std::function<bool()> extractor_answers;
+    /// Whether the work has to end now.
+    std::function<bool()> interrupted;
+  };
+
+  /// All arguments outlive it.
+  Reconciler(DocumentIndex& index, const Policy& policy, const Box& box, Progress& progress);
+
+  /// The content of `path` may have changed. It is read even if its document looks current, unless `trust` says so.
+  void Update(const std::string& path, bool trust);
+  /// The attributes of `path` changed.
+  void UpdateAttributes(const std::string& path);
+  /// Moves the documents of `from` to `to`, if they do not belong where they are. Tree of both has to follow.
+  void Move(const std::string& from, const std::string& to);
+  /// Compares all at and below `path` and puts right what differs.
+  void Tree(const std::string& path);
+
+  /// Changes of the index so far.
+  std::uint64_t changes() const { return changes_; }
+
+  /// Is called between files, when a commit would make a good part of the work durable.
+  std::function<void()> on_milestone = [] {};
+
+  /// Keeps in mind what Update reads, so that Tree does not read it again. Costs memory for each.
+  bool remember_reads = false;
+
+ private:
+  class Known;
+
+  Found FindOnDisk(const std::string& path) const;
+  Found FindForWalk(const std::string& path, const std::string& name) const;
+  bool IsBehindMount(const std::string& path) const;
+  bool IsWanted(const std::string& path, const Found& found) const;
+  void Settle(const std::string& path, const Found& found, const Entry* known, bool trust);
+  void Index(const std::string& path, const Found& found);
+  void IndexWithoutContent(const std::string& path, const Found& found, const std::string& reason);
+  void SetAttributes(const std::string& path, const Found& found);
+  void SetStamp(const std::string& path, const Found& found);
+  void Remove(const std::string& path);
+  void WalkFolder(const std::string& folder, Known& known, std::vector<std::string>& folders);
+  void RemoveVanished(Known& known);
+  void CheckInterrupted() const;
+  void CountChange();
+
+  DocumentIndex& index_;
+  const Policy& policy_;
+  const Box& box_;
+  Progress& progress_;
+  std::unordered_map<std::string, Stamp> read_;  // in this pass: a young stamp need not have them read again
+  std::uint64_t changes_ = 0;
+  std::uint64_t milestone_changes_ = 0;
+  std::chrono::steady_clock::time_point milestone_time_;
+};
+
+}  // namespace fileindexd

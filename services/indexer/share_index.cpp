@@ -1,0 +1,120 @@
+// Requests, and the one field that is the daemon's own.
+#include "services/indexer/share_index.h"
+
+#include <json/json.h>
+
+#include <utility>
+
+#include "orbisk/comm.h"
+#include "orbisk/error.h"
+#include "orbisk/fileindex/elastic_control.h"
+#include "orbisk/fileindex/metadata_names.h"
+
+namespace fileindexd {
+
+namespace elastic = orbisk::fileindex::elastic;
+
+namespace {
+
+// Not in the mappings, so it is stored with the document and nobody finds it by searching.
+constexpr char kStampField[] = "_NIMOMDIndexStamp";
+
+class Turn {
+ public:
+  explicit Turn(Extractions& extractions) : extractions_(extractions) { extractions_.acquire(); }
+  ~Turn() { extractions_.release(); }
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+
+ private:
+  Extractions& extractions_;
+};
+
+Json::Value PathIs(const std::string& path) {
+  Json::Value condition;
+  condition["term"][elastic::kMDPath] = path;
+  return condition;
+}
+
+Json::Value IsBelow(const std::string& path) {
+  Json::Value condition;
+  condition["prefix"][elastic::kMDPath] = path + "/";
+  return condition;
+}
+
+}  // namespace
+
+ShareIndex::ShareIndex(std::string share, Extractions& extractions)
+    : share_(std::move(share)), id_(elastic::GetFileIndexID(share_)), extractions_(extractions) {}
+
+std::vector<Entry> ShareIndex::Query(Json::Value condition) const {
+  Json::Value request;
+  request["command"] = "document_get_by_query";
+  request["data"]["id"] = id_;
+  request["data"]["query"]["qsl"] = std::move(condition);
+  request["data"]["load_field"].append(elastic::kMDPath);
+  request["data"]["load_field"].append(kStampField);
+  Json::Value answer;
+  orbisk::SendRequest(answer, request);
+  if (!answer["data"].isArray()) {
+    throw orbisk::Error(orbisk::Code(916));
+  }
+  std::vector<Entry> entries;
+  entries.reserve(answer["data"].size());
+  for (Json::Value& hit : answer["data"]) {
+    const Json::Value& stamp = hit[kStampField];
+    entries.push_back(
+        {hit[elastic::kMDPath].asString(), stamp.isString() ? StampFromText(stamp.asString()) : std::nullopt});
+    hit = Json::Value();  // there may be a million of each
+  }
+  return entries;
+}
+
+std::optional<Entry> ShareIndex::Find(const std::string& path) {
+  std::vector<Entry> entries = Query(PathIs(path));
+  return entries.empty() ? std::nullopt : std::optional(std::move(entries.front()));
+}
+
+std::vector<Entry> ShareIndex::FindTree(const std::string& path) {
+  Json::Value either;
+  either["bool"]["should"].append(PathIs(path));
+  either["bool"]["should"].append(IsBelow(path));
+  return Query(std::move(either));
+}
+
+void ShareIndex::Upsert(const std::string& path, bool need_meta) {
+  const Turn turn(extractions_);
+  elastic::IndexUpsert(share_, path, need_meta);
+}
+
+void ShareIndex::SetAttributes(const std::string& path) {
+  const Turn turn(extractions_);
+  elastic::IndexAttr(share_, path);
+}
+
+void ShareIndex::SetStamp(const std::string& path, const std::string& stamp) {
+  Json::Value request;
+  request["command"] = "document_set_by_id";
+  request["data"]["id"] = id_;
+  request["data"]["doc_id"] = path;
+  request["data"]["data"][kStampField] = stamp;
+  orbisk::SendRequest(request);
+}
+
+void ShareIndex::RemoveOne(const std::string& path) {
+  elastic::IndexDel(share_, path);
+}
+
+void ShareIndex::RemoveBelow(const std::string& path) {
+  elastic::IndexDelDir(share_, path);
+}
+
+void ShareIndex::Move(const std::string& from, const std::string& to) {
+  elastic::IndexRename(share_, to, from);
+}
+
+void ShareIndex::Commit() {
+  elastic::IndexCommit(share_);
+}
+
+}  // namespace fileindexd

@@ -1,0 +1,41 @@
+// The index of one share, over the library.
+#pragma once
+
+#include <json/json.h>
+
+#include <semaphore>
+#include <string>
+#include <vector>
+
+#include "services/indexer/document_index.h"
+
+namespace fileindexd {
+
+/// How many files may be read at once, by all workers together.
+using Extractions = std::counting_semaphore<1024>;
+
+/// Threads: one at a time.
+class ShareIndex : public DocumentIndex {
+ public:
+  /// `extractions` outlives it.
+  ShareIndex(std::string share, Extractions& extractions);
+
+  std::optional<Entry> Find(const std::string& path) override;
+  std::vector<Entry> FindTree(const std::string& path) override;
+  void Upsert(const std::string& path, bool need_meta) override;
+  void SetAttributes(const std::string& path) override;
+  void SetStamp(const std::string& path, const std::string& stamp) override;
+  void RemoveOne(const std::string& path) override;
+  void RemoveBelow(const std::string& path) override;
+  void Move(const std::string& from, const std::string& to) override;
+  void Commit() override;
+
+ private:
+  std::vector<Entry> Query(Json::Value condition) const;
+
+  std::string share_;
+  std::string id_;
+  Extractions& extractions_;
+};
+
+}  // namespace fileindexd

@@ -1,0 +1,44 @@
+// By what a document says which state of which file it was made from.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace fileindexd {
+
+/// What lies at a path, as far as the index is concerned with it.
+enum class Kind { kNothing, kFile, kFolder };
+
+/// Three digests of a file's attributes. They are kept with the document, so that a later look tells whether the file
+/// is another one, has other content, or other attributes alone, by nanoseconds and inode and not by seconds.
+struct Stamp {
+  std::uint64_t identity = 0;    ///< which file: device's inode, birth, kind
+  std::uint64_t content = 0;     ///< identity, size, date of change, and how it was read; 0 matches nothing
+  std::uint64_t attributes = 0;  ///< everything, the date of the last change of any attribute too
+
+  bool operator==(const Stamp&) const = default;
+  /// Whether a document with this stamp has the content that `now` says; never for a stamp that was made too early.
+  bool SameContent(const Stamp& now) const { return content != 0 && content == now.content; }
+  bool Same(const Stamp& now) const { return SameContent(now) && attributes == now.attributes; }
+};
+
+/// What there is at a path.
+struct Found {
+  Kind kind = Kind::kNothing;
+  bool mounted = false;  ///< another file system begins here
+  Stamp stamp;
+  /// So recently changed that one more change could leave the same dates: the clock of the file system ticks only every
+  /// few milliseconds.
+  bool young = false;
+};
+
+/// Looks at `path` itself: links, devices, pipes and sockets count as nothing, and so does what cannot be looked at.
+/// `need_meta` and the name's extension are part of how a file is read.
+Found Look(const std::string& path, bool need_meta);
+
+/// The stamp as a document keeps it, and back; nothing for other text. One that is `young` matches no content.
+std::string ToText(const Stamp& stamp, bool young);
+std::optional<Stamp> StampFromText(const std::string& text);
+
+}  // namespace fileindexd

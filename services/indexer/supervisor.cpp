@@ -1,0 +1,253 @@
+// Commands and configuration.
+#include "services/indexer/supervisor.h"
+
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <chrono>
+#include <ctime>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "orbisk/error.h"
+#include "orbisk/fileindex/folder_mgr.h"
+#include "orbisk/fileindex/status_mgr.h"
+#include "services/base/log.h"
+
+namespace fileindexd {
+
+namespace fi = orbisk::fileindex;
+using orbisk::Error;
+using service::Record;
+
+namespace {
+
+constexpr std::chrono::seconds kLongestDeletion{10};
+
+Json::Value Success() {
+  Json::Value answer;
+  answer["success"] = true;
+  return answer;
+}
+
+Json::Value Refusal(const std::string& reason) {
+  Json::Value answer;
+  answer["success"] = false;
+  answer["error"]["msg"] = reason;
+  return answer;
+}
+
+// The share that a command is about; "" if it names none.
+std::string ShareOf(const Json::Value& data) {
+  const bool named = data.isObject() && data["share_name"].isString();
+  return named ? data["share_name"].asString() : "";
+}
+
+}  // namespace
+
+Supervisor::Supervisor(boost::asio::io_context& context, const SupervisorSettings& settings)
+    : context_(context),
+      settings_(settings),
+      extractions_(settings.extractions),
+      watch_(context),
+      pause_end_(context) {}
+
+void Supervisor::Start() {
+  watch_.Add(settings_.worker.folders_file, [this] { Configure(); });
+  watch_.Add(settings_.share_registry, [this] { Configure(); });
+  watch_.Add(settings_.status_file, [this] { ReadPause(); });
+  Reload();
+}
+
+void Supervisor::Reload() {
+  ReadPause();
+  Configure();
+}
+
+void Supervisor::Stop() {
+  for (auto& [share, slot] : slots_) {
+    slot.worker->Stop();
+  }
+}
+
+void Supervisor::Handle(const Json::Value& message, Answer answer) {
+  const std::string type = message.isObject() && message["type"].isString() ? message["type"].asString() : "";
+  const Json::Value& data = message.isObject() ? message["data"] : Json::Value::nullSingleton();
+  const std::string share = ShareOf(data);
+  if (type == "status") {
+    answer(Status());
+  } else if (type == "pause" || type == "resume") {
+    ReadPause();
+    answer(Success());
+  } else if (type == "notify_setting_changed") {
+    deleted_.erase(share);
+    Configure();
+    answer(Success());
+  } else if (type == "worker_create" && !share.empty()) {
+    deleted_.erase(share);
+    Configure();
+    answer(Success());
+  } else if (type == "worker_delete" && !share.empty()) {
+    DeleteWorker(share, std::move(answer));
+  } else {
+    answer(Refusal("unknown command: " + type));
+  }
+}
+
+// Workers come and go as the configuration says; those that stay look at it themselves.
+void Supervisor::Configure() {
+  watch_.LookForMissing();
+  std::set<std::string> wanted;
+  try {
+    wanted = WantedShares();
+  } catch (const Error& error) {
+    Record(LOG_ERR, "configuration_unreadable").Add("reason", error.reason());
+    return;
+  }
+  for (auto& [share, slot] : slots_) {
+    if (wanted.count(share) == 0) {
+      Leave(slot);
+    } else {
+      slot.worker->NoteConfiguration();
+    }
+  }
+  problems_.clear();
+  for (const std::string& share : wanted) {
+    CreateWorker(share);
+  }
+}
+
+std::set<std::string> Supervisor::WantedShares() {
+  std::set<std::string> shares = fi::FolderMgr().GetIndexedShares();
+  for (const std::string& share : deleted_) {
+    shares.erase(share);
+  }
+  return shares;
+}
+
+// One that works at another place than the share's present one has to go first.
+void Supervisor::CreateWorker(const std::string& share) {
+  ShareInfo info;
+  try {
+    info = ShareInfo::Of(share);
+  } catch (const Error& error) {
+    problems_[share] = error.code() == 800 ? "there is no such share" : error.reason();
+    Record(LOG_WARNING, "share_not_served").Add("share", share).Add("reason", problems_[share]);
+    return;  // what it has, if anything, finds that out by itself
+  }
+  const auto present = slots_.find(share);
+  if (present != slots_.end()) {
+    if (!present->second.leaving && !(present->second.worker->share() == info)) {
+      Leave(present->second);
+    }
+    return;
+  }
+  std::error_code ignored;  // a share that cannot be reached has none
+  if (std::filesystem::is_directory(info.folder, ignored)) {
+    std::filesystem::create_directories(std::filesystem::path(info.queue).parent_path(), ignored);
+  }
+  Slot& slot = slots_[share];
+  slot.worker = std::make_unique<Worker>(info, settings_.worker, extractions_, paused_, [this, share] {
+    boost::asio::post(context_, [this, share] { OnEnd(share); });
+  });
+  Worker* const worker = slot.worker.get();
+  slot.watch = watch_.Add(info.queue, [worker] { worker->NoteQueue(); });
+  worker->NoteConfiguration();  // for what was written before the watch stood
+}
+
+void Supervisor::Leave(Slot& slot) {
+  if (!std::exchange(slot.leaving, true)) {
+    watch_.Remove(slot.watch);
+    slot.worker->Stop();
+  }
+}
+
+void Supervisor::OnEnd(const std::string& share) {
+  const auto found = slots_.find(share);
+  if (found == slots_.end()) {
+    return;
+  }
+  const std::vector<std::function<void()>> on_gone = std::move(found->second.on_gone);
+  slots_.erase(found);
+  for (const auto& gone : on_gone) {
+    gone();
+  }
+  Configure();  // it may be wanted again
+}
+
+void Supervisor::DeleteWorker(const std::string& share, Answer answer) {
+  deleted_.insert(share);
+  const auto found = slots_.find(share);
+  if (found == slots_.end()) {
+    answer(Success());
+    return;
+  }
+  // Whichever comes first answers.
+  const auto once = std::make_shared<Answer>(std::move(answer));
+  const auto respond = [once] {
+    if (const Answer pending = std::exchange(*once, nullptr)) {
+      pending(Success());
+    }
+  };
+  const auto limit = std::make_shared<boost::asio::steady_timer>(context_, kLongestDeletion);
+  limit->async_wait([respond, limit](const boost::system::error_code&) { respond(); });
+  found->second.on_gone.push_back([respond, limit] {
+    respond();
+    limit->cancel();
+  });
+  Leave(found->second);
+}
+
+// The pause is stored before anybody is told of it. One with an end ends by itself.
+void Supervisor::ReadPause() {
+  try {
+    pause_until_ = fi::StatusMgr().GetPauseInfo();
+  } catch (const Error& error) {
+    Record(LOG_ERR, "status_unreadable").Add("reason", error.reason());
+    return;
+  }
+  const bool paused = pause_until_ == 0 || pause_until_ > static_cast<long>(time(nullptr));
+  pause_end_.cancel();
+  if (paused && pause_until_ != 0) {
+    pause_end_.expires_at(std::chrono::system_clock::from_time_t(pause_until_));
+    pause_end_.async_wait([this](const boost::system::error_code& error) {
+      if (!error) {
+        ReadPause();
+      }
+    });
+  }
+  if (paused != paused_) {
+    Record(LOG_NOTICE, paused ? "paused" : "resumed");
+  }
+  paused_ = paused;
+  for (auto& [share, slot] : slots_) {
+    slot.worker->SetPaused(paused);
+  }
+}
+
+Json::Value Supervisor::Status() const {
+  Json::Value answer = Success();
+  Json::Value& data = answer["data"];
+  data["paused"] = paused_;
+  data["resume_time"] = paused_ ? Json::Int64{pause_until_} : Json::Int64{-1};
+  Json::Value& shares = data["shares"] = Json::Value(Json::arrayValue);
+  for (const auto& [share, slot] : slots_) {
+    shares.append(slot.worker->Report());
+  }
+  for (const auto& [share, problem] : problems_) {
+    if (slots_.count(share) == 0) {
+      Json::Value& without = shares.append(Json::Value());
+      without["share"] = share;
+      without["state"] = "offline";
+      without["problem"] = problem;
+    }
+  }
+  for (const std::string& share : deleted_) {
+    Json::Value& stopped = shares.append(Json::Value());
+    stopped["share"] = share;
+    stopped["state"] = "deleted";
+  }
+  return answer;
+}
+
+}  // namespace fileindexd

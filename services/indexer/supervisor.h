@@ -1,0 +1,78 @@
+// Which shares have a worker, and the commands that change it.
+#pragma once
+
+#include <json/json.h>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/system_timer.hpp>
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "services/indexer/file_watch.h"
+#include "services/indexer/worker.h"
+
+namespace fileindexd {
+
+struct SupervisorSettings {
+  WorkerSettings worker;
+  std::string status_file = "/var/packages/Orbisk/etc/fileindex.status";
+  std::string share_registry = "/etc/nimo/shares.json";  ///< watched, never read here
+  int extractions = 1;                                   ///< at once
+};
+
+/// Keeps one worker for each share that has indexed folders, that exists, and whose worker nobody has deleted.
+///
+/// Threads: that of the event loop.
+class Supervisor {
+ public:
+  using Answer = std::function<void(const Json::Value& answer)>;
+
+  /// `context` and `settings` outlive it; the context is not run any more when it goes.
+  Supervisor(boost::asio::io_context& context, const SupervisorSettings& settings);
+
+  /// Reads the configuration and starts the workers. A configuration that cannot be read means none until it can.
+  void Start();
+  /// Asks all workers to end. Going, it waits for them.
+  void Stop();
+
+  /// Reads configuration and pause again.
+  void Reload();
+
+  /// Does what a message of the daemon's socket says: an object with "type" and "data". `answer` is called once,
+  /// perhaps later: what deletes a worker is answered when the worker has ended, or after 10 s.
+  void Handle(const Json::Value& message, Answer answer);
+
+ private:
+  struct Slot {
+    std::unique_ptr<Worker> worker;
+    FileWatch::Id watch = 0;
+    bool leaving = false;
+    std::vector<std::function<void()>> on_gone;
+  };
+
+  void Configure();
+  std::set<std::string> WantedShares();
+  void CreateWorker(const std::string& share);
+  void Leave(Slot& slot);
+  void OnEnd(const std::string& share);
+  void DeleteWorker(const std::string& share, Answer answer);
+  void ReadPause();
+  Json::Value Status() const;
+
+  boost::asio::io_context& context_;
+  const SupervisorSettings& settings_;
+  Extractions extractions_;
+  FileWatch watch_;
+  boost::asio::system_timer pause_end_;
+  bool paused_ = false;
+  long pause_until_ = 0;                         // while paused: seconds since 1970, 0 for no end
+  std::set<std::string> deleted_;                // shares whose worker was deleted by command
+  std::map<std::string, std::string> problems_;  // of shares without a worker
+  std::map<std::string, Slot> slots_;
+};
+
+}  // namespace fileindexd

@@ -1,0 +1,332 @@
+// The passes, and what becomes of those that fail.
+#include "services/indexer/worker.h"
+
+#include <pthread.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+#include "nimo/content_extract.h"
+#include "orbisk/error.h"
+#include "orbisk/fileindex/elastic_control.h"
+#include "orbisk/fileindex/queue_mgr.h"
+#include "orbisk/fileindex/status_mgr.h"
+#include "orbisk/fileindex/util.h"
+#include "orbisk/notification.h"
+#include "orbisk/sdk/share.h"
+#include "services/base/log.h"
+#include "services/indexer/limits.h"
+#include "services/indexer/pass.h"
+
+namespace fileindexd {
+
+namespace fi = orbisk::fileindex;
+using orbisk::Error;
+using service::Record;
+
+namespace {
+
+constexpr std::chrono::milliseconds kFirstBackOff{250};
+constexpr int kNeedsReindex = 1;  // a flag of the share's status
+
+// Codes of the search daemon and the library that ask for something.
+constexpr int kSystem = 502;
+constexpr int kIndexPaused = 608;
+constexpr int kNoShare = 800;
+constexpr int kNoSpaceOnVolume = 1003;
+constexpr int kNoSuchIndex = 1204;
+constexpr int kFilesMissing = 1221;
+constexpr int kIndexDamaged = 1222;
+constexpr int kNoRoom = 1223;
+
+bool HasContent(const std::string& path) {
+  struct stat info {};
+  return stat(path.c_str(), &info) == 0 && info.st_size > 0;
+}
+
+bool Exists(const std::string& path) {
+  struct stat info {};
+  return lstat(path.c_str(), &info) == 0;
+}
+
+// A share that is gone answers no question about its paths; nothing may be concluded from that.
+bool MayBeIndexed(const std::string& path) {
+  try {
+    return fi::CanFullPathBeIndexed(path);
+  } catch (const Error&) {
+    throw Offline();
+  }
+}
+
+bool ExtractorAnswers(const std::string& share_folder) {
+  Json::Value options;
+  options["need_meta"] = false;
+  Json::Value document;
+  try {
+    NIMO_CONTENT_EXTRACT_ParseFile(share_folder, options, document);
+    return true;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+}  // namespace
+
+ShareInfo ShareInfo::Of(const std::string& name) {
+  const orbisk::sdk::SDKShare share(name);
+  return {name, share.GetPath(), share.GetQueuePath(), share.GetDBPath()};
+}
+
+Worker::Worker(ShareInfo share, const WorkerSettings& settings, Extractions& extractions, bool paused,
+               std::function<void()> on_end)
+    : share_(std::move(share)),
+      settings_(settings),
+      on_end_(std::move(on_end)),
+      settle_(settings.settle, settings.settle_limit),
+      paused_(paused),
+      interrupt_(paused),
+      index_(share_.name, extractions),
+      thread_([this] { Run(); }) {}
+
+Worker::~Worker() {
+  Stop();
+  thread_.join();
+}
+
+void Worker::NoteQueue() {
+  const std::lock_guard lock(mutex_);
+  settle_.Note(Clock::now());
+  wake_.notify_one();
+}
+
+void Worker::NoteConfiguration() {
+  const std::lock_guard lock(mutex_);
+  configuration_ = true;
+  look_again_ = true;
+  retry_at_.reset();
+  wake_.notify_one();
+}
+
+void Worker::SetPaused(bool paused) {
+  const std::lock_guard lock(mutex_);
+  look_again_ = look_again_ || (paused_ && !paused);
+  paused_ = paused;
+  interrupt_ = paused || stop_;
+  wake_.notify_one();
+}
+
+void Worker::Stop() {
+  const std::lock_guard lock(mutex_);
+  stop_ = true;
+  interrupt_ = true;
+  wake_.notify_one();
+}
+
+Json::Value Worker::Report() const {
+  Json::Value report = progress_.ToJson();
+  report["share"] = share_.name;
+  return report;
+}
+
+void Worker::Run() {
+  pthread_setname_np(pthread_self(), ("i-" + share_.name).substr(0, 15).c_str());
+  LowerPriority(settings_.nice);
+  Record(LOG_NOTICE, "worker_started").Add("share", share_.name);
+  while (WaitForWork()) {
+    TryPass();
+  }
+  Record(LOG_NOTICE, "worker_stopped").Add("share", share_.name);
+  on_end_();
+}
+
+// False when it is to end.
+bool Worker::WaitForWork() {
+  std::unique_lock lock(mutex_);
+  while (!stop_) {
+    if (paused_) {
+      progress_.SetState(Progress::State::kPaused);
+      wake_.wait(lock);
+      continue;
+    }
+    std::optional<Clock::time_point> due = retry_at_ ? retry_at_ : settle_.Due();
+    if (look_again_ || (due && *due <= Clock::now())) {
+      settle_.Take();
+      look_again_ = false;
+      retry_at_.reset();
+      return true;
+    }
+    due ? static_cast<void>(wake_.wait_until(lock, *due)) : wake_.wait(lock);
+  }
+  return false;
+}
+
+void Worker::TryPass() {
+  try {
+    DoPass();
+    back_off_ = {};
+    missing_since_.reset();
+    told_no_space_ = false;
+    progress_.SetProblem("");
+  } catch (const Interrupted&) {
+    // Paused or stopped; or the configuration changed, which has woken it already.
+  } catch (const Offline&) {
+    RetryLater(Progress::State::kOffline, "the share cannot be reached");
+  } catch (const NoExtractor&) {
+    RetryLater(Progress::State::kFailing, "the extractor does not answer");
+  } catch (const Error& error) {
+    OnError(error.code(), error.reason());
+  } catch (const std::exception& error) {
+    RetryLater(Progress::State::kFailing, error.what());
+  }
+}
+
+void Worker::DoPass() {
+  configuration_ = false;
+  ReadPolicy();
+  if (!policy_.HasWork()) {
+    progress_.SetState(policy_.folders().empty() ? Progress::State::kIdle : Progress::State::kPaused);
+    return;
+  }
+  share_identity_ = 0;
+  CheckOnline();
+  if (!probed_) {
+    index_.Find(share_.folder);
+    probed_ = true;
+  }
+  whole_share_ = whole_share_ || (fi::StatusMgr().GetShareStatus(share_.name) & kNeedsReindex) != 0;
+  const bool again = Exists(share_.queue + ".tmp");
+  const bool has_batch = again || HasContent(share_.queue);
+  if (has_batch || whole_share_ || !changed_folders_.empty()) {
+    Apply(has_batch, again);
+  }
+  progress_.SetState(Progress::State::kIdle);
+  if (again && HasContent(share_.queue)) {
+    NoteQueue();  // what came while the left-over batch kept the queue waiting
+  }
+}
+
+void Worker::Apply(bool has_batch, bool again) {
+  progress_.BeginPass();
+  Pass pass(share_.folder);
+  if (whole_share_) {
+    pass.TakeTree(share_.folder);
+  }
+  for (const std::string& folder : changed_folders_) {
+    pass.TakeTree(folder);
+  }
+  int operations = 0;
+  if (has_batch) {
+    fi::QueueMgr queue(share_.queue);
+    operations = queue.ProcessOP([&pass](const std::shared_ptr<fi::OP>& operation) { pass.Take(*operation); }, true);
+  }
+  const Reconciler::Box box = AskedOfTheBox();
+  Reconciler reconciler(index_, policy_, box, progress_);
+  reconciler.on_milestone = [this] { index_.Commit(); };
+  pass.Apply(reconciler, progress_, again);
+  CheckOnline();
+  if (reconciler.changes() > 0 || again || whole_share_) {
+    index_.Commit();
+  }
+  fi::QueueMgr(share_.queue).DeleteTmp();
+  if (whole_share_ && (fi::StatusMgr().GetShareStatus(share_.name) & kNeedsReindex) != 0) {
+    fi::StatusMgr().UnsetShareStatus(share_.name, kNeedsReindex);
+  }
+  whole_share_ = false;
+  changed_folders_.clear();
+  progress_.EndPass(static_cast<std::uint64_t>(std::max(operations, 0)));
+}
+
+Reconciler::Box Worker::AskedOfTheBox() {
+  return {MayBeIndexed, fi::IsSystemPreservedFileName, [this] { return ExtractorAnswers(share_.folder); },
+          [this] { return interrupt_.load() || !PolicyIsCurrent(); }};
+}
+
+// What changed in the configuration is compared, whoever changed it: the events that go with a change may be missing.
+void Worker::ReadPolicy() {
+  Policy now = Policy::Read(share_.name);
+  if (has_policy_) {
+    for (std::string& folder : policy_.Changes(now)) {
+      changed_folders_.push_back(std::move(folder));
+    }
+  }
+  policy_ = std::move(now);
+  has_policy_ = true;
+}
+
+bool Worker::PolicyIsCurrent() {
+  if (!configuration_.exchange(false)) {
+    return true;
+  }
+  try {
+    return Policy::Read(share_.name).folders() == policy_.folders();
+  } catch (const Error&) {
+    return true;  // it cannot be read; the next pass will say so
+  }
+}
+
+// The share's folder is there, and the one that it was when the pass began.
+void Worker::CheckOnline() {
+  const Found found = Look(share_.folder, false);
+  if (found.kind != Kind::kFolder || (share_identity_ != 0 && share_identity_ != found.stamp.identity)) {
+    throw Offline();
+  }
+  share_identity_ = found.stamp.identity;
+}
+
+void Worker::OnError(int code, const std::string& reason) {
+  const std::string problem = "error " + std::to_string(code) + (reason.empty() ? "" : ": " + reason);
+  const bool folder_missing = !Exists(share_.index);
+  if (code == kNoSuchIndex) {
+    // Whoever deletes an index tells why afterwards: the share is no longer indexed, or there is a new one.
+    missing_since_ = missing_since_.value_or(Clock::now());
+    if (Clock::now() - *missing_since_ >= settings_.missing_index) {
+      RebuildIndex(false);
+    } else {
+      RetryLater(Progress::State::kFailing, problem);
+    }
+  } else if (code == kIndexDamaged || (code == kFilesMissing && folder_missing)) {
+    RebuildIndex(true);
+  } else if (code == kNoRoom || code == kNoSpaceOnVolume) {
+    if (!std::exchange(told_no_space_, true)) {
+      orbisk::fileindex::SendNXMNotify();
+    }
+    RetryLater(Progress::State::kNoSpace, problem);
+  } else if (code == kNoShare || code == kSystem) {
+    RetryLater(Progress::State::kOffline, problem);
+  } else {
+    RetryLater(code == kIndexPaused ? Progress::State::kPaused : Progress::State::kFailing, problem);
+  }
+}
+
+void Worker::RebuildIndex(bool delete_first) {
+  Record(LOG_WARNING, "index_rebuilt").Add("share", share_.name);
+  try {
+    if (delete_first) {
+      fi::elastic::ShareIndexDelete(share_.name);
+    }
+    fi::elastic::ShareIndexCreate(share_.name);
+    missing_since_.reset();
+    whole_share_ = true;
+    const std::lock_guard lock(mutex_);
+    look_again_ = true;
+  } catch (const Error& error) {
+    RetryLater(Progress::State::kFailing, error.reason());
+  }
+}
+
+void Worker::RetryLater(Progress::State state, const std::string& problem) {
+  probed_ = false;
+  back_off_ = std::min(settings_.retry_limit, back_off_.count() == 0 ? kFirstBackOff : back_off_ * 2);
+  progress_.SetState(state);
+  progress_.SetProblem(problem);
+  Record(LOG_WARNING, "pass_failed")
+      .Add("share", share_.name)
+      .Add("reason", problem)
+      .Add("retry_ms", back_off_.count());
+  const std::lock_guard lock(mutex_);
+  retry_at_ = Clock::now() + back_off_;
+}
+
+}  // namespace fileindexd

@@ -1,0 +1,121 @@
+// Keeps the index of one share current, in a thread of its own.
+#pragma once
+
+#include <json/json.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "services/indexer/policy.h"
+#include "services/indexer/progress.h"
+#include "services/indexer/reconciler.h"
+#include "services/indexer/settle.h"
+#include "services/indexer/share_index.h"
+
+namespace fileindexd {
+
+/// What all workers go by.
+struct WorkerSettings {
+  std::string folders_file = "/var/packages/Orbisk/etc/fileindex.folders";
+  std::chrono::milliseconds settle{200};
+  std::chrono::milliseconds settle_limit{2'000};
+  std::chrono::milliseconds retry_limit{60'000};   ///< between two tries of what fails, at most
+  std::chrono::milliseconds missing_index{5'000};  ///< how long whoever removed an index may take to say why
+  int nice = 10;
+};
+
+/// One share, as the box knows it.
+struct ShareInfo {
+  std::string name;
+  std::string folder;  ///< full path
+  std::string queue;   ///< its queue file
+  std::string index;   ///< the folder of its index
+  bool operator==(const ShareInfo&) const = default;
+
+  /// Asks the box. Throws orbisk::Error.
+  static ShareInfo Of(const std::string& name);
+};
+
+/// Waits for the share's queue file, and applies what comes: one pass after another. A pass that fails is tried again
+/// after a while, from the side file.
+///
+/// Threads: that of its owner, but for Report.
+class Worker {
+ public:
+  /// Starts working, beginning with what is in the queue already. `settings`, `extractions` outlive it. `on_end` is
+  /// called in the worker's thread, as the last thing.
+  Worker(ShareInfo share, const WorkerSettings& settings, Extractions& extractions, bool paused,
+         std::function<void()> on_end);
+  /// Stops it and waits for the end.
+  ~Worker();
+  Worker(const Worker&) = delete;
+  Worker& operator=(const Worker&) = delete;
+
+  const ShareInfo& share() const { return share_; }
+
+  /// The queue file was written to.
+  void NoteQueue();
+  /// What it works by may have changed, or what it failed for: it looks again at once.
+  void NoteConfiguration();
+  /// While paused it leaves the queue alone; a pass in work is broken off, and done again afterwards.
+  void SetPaused(bool paused);
+  /// Asks it to end soon.
+  void Stop();
+  /// What Progress says, and "share". Any thread.
+  Json::Value Report() const;
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  void Run();
+  bool WaitForWork();
+  void TryPass();
+  void DoPass();
+  void Apply(bool has_batch, bool again);
+  void ReadPolicy();
+  bool PolicyIsCurrent();
+  void CheckOnline();
+  void OnError(int code, const std::string& reason);
+  void RebuildIndex(bool delete_first);
+  void RetryLater(Progress::State state, const std::string& problem);
+  Reconciler::Box AskedOfTheBox();
+
+  const ShareInfo share_;
+  const WorkerSettings& settings_;
+  const std::function<void()> on_end_;
+
+  mutable std::mutex mutex_;  // guards the block below
+  std::condition_variable wake_;
+  Settle settle_;
+  std::optional<Clock::time_point> retry_at_;
+  bool look_again_ = true;  // the start, or NoteConfiguration
+  bool paused_;
+  bool stop_ = false;
+
+  std::atomic<bool> interrupt_{false};      // stopped or paused
+  std::atomic<bool> configuration_{false};  // may have changed since the pass began
+
+  // The worker's thread alone.
+  ShareIndex index_;
+  Policy policy_;
+  bool has_policy_ = false;
+  std::uint64_t share_identity_ = 0;
+  std::vector<std::string> changed_folders_;  // of the configuration, not compared yet
+  bool whole_share_ = false;                  // has to be compared
+  bool probed_ = false;                       // the index has answered
+  std::optional<Clock::time_point> missing_since_;
+  bool told_no_space_ = false;
+  std::chrono::milliseconds back_off_{0};
+
+  Progress progress_;
+  std::thread thread_;
+};
+
+}  // namespace fileindexd

@@ -1,0 +1,74 @@
+// An index in memory, which notes what it is asked.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "orbisk/error.h"
+#include "services/indexer/document_index.h"
+#include "services/indexer/policy.h"
+#include "tests/support/temp_dir.h"
+
+namespace fileindexd {
+
+class FakeIndex : public DocumentIndex {
+ public:
+  struct Document {
+    std::string text;
+    std::string stamp;
+  };
+
+  std::optional<Entry> Find(const std::string& path) override {
+    const auto found = documents.find(path);
+    return found == documents.end() ? std::nullopt : std::optional(Entry{path, StampFromText(found->second.stamp)});
+  }
+  std::vector<Entry> FindTree(const std::string& path) override {
+    std::vector<Entry> entries;
+    for (const auto& [at, document] : documents) {
+      if (IsAtOrBelow(at, path)) {
+        entries.push_back({at, StampFromText(document.stamp)});
+      }
+    }
+    return entries;
+  }
+  void Upsert(const std::string& path, bool need_meta) override {
+    calls.push_back((need_meta ? "read " : "add ") + path);
+    if ((need_meta && unreadable.count(path) != 0) || Look(path, false).kind == Kind::kNothing || extractor_down) {
+      throw orbisk::Error(orbisk::Code(914), "Parse failed");
+    }
+    const bool is_file = Look(path, false).kind == Kind::kFile;
+    documents[path] = {is_file && need_meta ? orbisk::test::ReadFile(path) : "", ""};
+  }
+  void SetAttributes(const std::string& path) override { calls.push_back("attributes " + path); }
+  void SetStamp(const std::string& path, const std::string& stamp) override { documents[path].stamp = stamp; }
+  void RemoveOne(const std::string& path) override { documents.erase(path); }
+  void RemoveBelow(const std::string& path) override {
+    std::erase_if(documents,
+                  [&](const auto& document) { return document.first != path && IsAtOrBelow(document.first, path); });
+  }
+  void Move(const std::string& from, const std::string& to) override {
+    calls.push_back("move " + from + " " + to);
+    std::map<std::string, Document> moved;
+    for (const auto& [path, document] : documents) {
+      if (IsAtOrBelow(path, from)) {
+        moved[to + path.substr(from.size())] = document;
+      }
+    }
+    moved.insert(documents.begin(), documents.end());
+    std::erase_if(moved, [&](const auto& document) {
+      return documents.count(document.first) != 0 && IsAtOrBelow(document.first, from);
+    });
+    documents = std::move(moved);
+  }
+  void Commit() override { calls.push_back("commit"); }
+
+  std::map<std::string, Document> documents;
+  std::vector<std::string> calls;
+  std::set<std::string> unreadable;
+  bool extractor_down = false;
+};
+
+}  // namespace fileindexd

@@ -1,0 +1,135 @@
+// In which order a batch is applied.
+#include "services/indexer/pass.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "orbisk/fileindex/queue_mgr.h"
+#include "tests/support/temp_dir.h"
+#include "tests/unit/indexer/fake_index.h"
+
+namespace fileindexd {
+namespace {
+
+namespace fi = orbisk::fileindex;
+namespace fs = std::filesystem;
+using orbisk::test::TempDir;
+using orbisk::test::WriteFile;
+using testing::ElementsAre;
+using testing::UnorderedElementsAre;
+
+class PassTest : public testing::Test {
+ protected:
+  PassTest() : policy_(Policy::Folders{{At(""), {}}}) {
+    fs::create_directory(At(""));
+    box_ = {[](const std::string&) { return true; }, [](const std::string&) { return false; }, [] { return true; },
+            [] { return false; }};
+  }
+
+  std::string At(const std::string& name) const { return dir_.path() + "/share" + (name.empty() ? "" : "/" + name); }
+  void Write(const std::string& name, const std::string& text) const {
+    fs::create_directories(fs::path(At(name)).parent_path());
+    WriteFile(At(name), text);
+  }
+  void AddLine(int event, const std::string& path, const std::string& path_old = "", bool is_dir = false) {
+    lines_ += "{\"event\":" + std::to_string(event) + ",\"is_dir\":" + (is_dir ? "true" : "false") + ",\"path\":\"" +
+              path + "\",\"path_old\":\"" + path_old + "\"}\n";
+  }
+  // One pass over what AddLine wrote; what it did to the index.
+  std::vector<std::string> Run() {
+    usleep(30'000);  // so that no stamp is young
+    WriteFile(dir_ / "queue", lines_);
+    lines_.clear();
+    fi::QueueMgr queue(dir_ / "queue");
+    Pass pass(At(""));
+    queue.ProcessOP([&pass](const std::shared_ptr<fi::OP>& operation) { pass.Take(*operation); }, true);
+    Reconciler reconciler(index_, policy_, box_, progress_);
+    pass.Apply(reconciler, progress_, false);
+    queue.DeleteTmp();
+    return std::exchange(index_.calls, {});
+  }
+  void Build() {
+    AddLine(fi::EVENT_QUEUE_CRASHED, At(""));
+    Run();
+  }
+
+  TempDir dir_;
+  FakeIndex index_;
+  Policy policy_;
+  Reconciler::Box box_;
+  Progress progress_;
+  std::string lines_;
+};
+
+TEST_F(PassTest, ACrashedQueueHasTheWholeShareCompared) {
+  Write("a.txt", "one");
+  Write("x/b.txt", "two");
+
+  Build();
+
+  EXPECT_EQ(index_.documents.size(), 4U);
+}
+
+TEST_F(PassTest, AChangeCarriedByARenameIsReadOnceAtItsNewPlace) {
+  Write("x/a.txt", "one");
+  Write("x/b.txt", "two");
+  Build();
+  Write("x/a.txt", "ONE");
+  fs::rename(At("x"), At("y"));
+  AddLine(fi::EVENT_MODIFY, At("x/a.txt"));
+  AddLine(fi::EVENT_RENAME, At("y"), At("x"), true);
+
+  EXPECT_THAT(Run(), ElementsAre("move " + At("x") + " " + At("y"), "read " + At("y/a.txt"), "attributes " + At("y")));
+  EXPECT_EQ(index_.documents[At("y/a.txt")].text, "ONE");
+}
+
+TEST_F(PassTest, OfTwoThatChangePlacesOneIsRead) {
+  Write("a.txt", "one");
+  Write("b.txt", "two");
+  Build();
+  fs::rename(At("a.txt"), At("t"));
+  fs::rename(At("b.txt"), At("a.txt"));
+  fs::rename(At("t"), At("b.txt"));
+  AddLine(fi::EVENT_RENAME, At("t"), At("a.txt"));
+  AddLine(fi::EVENT_RENAME, At("a.txt"), At("b.txt"));
+  AddLine(fi::EVENT_RENAME, At("b.txt"), At("t"));
+
+  // The fold carries the first rename along with the last one, so it comes first and covers the other document.
+  EXPECT_THAT(Run(), UnorderedElementsAre("move " + At("a.txt") + " " + At("b.txt"), "read " + At("a.txt"),
+                                          "attributes " + At("b.txt")));
+  EXPECT_EQ(index_.documents[At("a.txt")].text, "two");
+  EXPECT_EQ(index_.documents[At("b.txt")].text, "one");
+  EXPECT_EQ(index_.documents.size(), 3U);
+}
+
+TEST_F(PassTest, ARenameOfWhatWasNeverIndexedHasTheTargetRead) {
+  Build();
+  Write("y/a.txt", "one");
+  AddLine(fi::EVENT_RENAME, At("y"), At("x"), true);
+
+  Run();
+
+  EXPECT_EQ(index_.documents[At("y/a.txt")].text, "one");
+}
+
+TEST_F(PassTest, ATreeWithinATreeIsComparedOnce) {
+  Write("x/a.txt", "one");
+  Write("x!/b.txt", "two");
+  AddLine(fi::EVENT_REINDEX, At("x"));
+  AddLine(fi::EVENT_REINDEX, At("x!"));
+  AddLine(fi::EVENT_UPDATE_DIRECTORY, At("x/a.txt"));
+  AddLine(fi::EVENT_RENAME, At("x/c"), At("x/d"));
+
+  Run();
+
+  EXPECT_EQ(progress_.ToJson()["done"].asInt(), 4);
+  EXPECT_EQ(index_.documents.size(), 4U);
+}
+
+}  // namespace
+}  // namespace fileindexd

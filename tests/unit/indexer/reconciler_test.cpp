@@ -1,0 +1,319 @@
+// The comparison of index and disk, on real files and an index in memory.
+#include "services/indexer/reconciler.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tests/support/temp_dir.h"
+#include "tests/unit/indexer/fake_index.h"
+
+namespace fileindexd {
+namespace {
+
+namespace fs = std::filesystem;
+using orbisk::test::ReadFile;
+using orbisk::test::TempDir;
+using orbisk::test::WriteFile;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+using testing::UnorderedElementsAre;
+
+class ReconcilerTest : public testing::Test {
+ protected:
+  ReconcilerTest() {
+    policy_ = Policy(Policy::Folders{{dir_.path(), {}}});
+    box_.may_be_indexed = [](const std::string& path) { return path.find("forbidden") == std::string::npos; };
+    box_.is_preserved = [](const std::string& name) { return name == ".git"; };
+    box_.extractor_answers = [this] { return !index_.extractor_down; };
+    box_.interrupted = [this] { return interrupted_; };
+  }
+
+  std::string At(const std::string& name) const { return dir_ / name; }
+  void Write(const std::string& name, const std::string& text) const {
+    fs::create_directories(fs::path(At(name)).parent_path());
+    WriteFile(At(name), text);
+  }
+  // Files are old enough for their stamps to count.
+  static void Age() { usleep(30'000); }
+
+  Reconciler Fresh() { return Reconciler(index_, policy_, box_, progress_); }
+  void Tree(const std::string& path) { Fresh().Tree(path); }
+  void Build() {
+    Age();
+    Tree(dir_.path());
+    index_.calls.clear();
+  }
+
+  std::map<std::string, std::string> Texts() const {
+    std::map<std::string, std::string> texts;
+    for (const auto& [path, document] : index_.documents) {
+      texts[path.substr(dir_.path().size())] = document.text;
+    }
+    return texts;
+  }
+  std::map<std::string, std::string> DiskTexts() const {
+    std::map<std::string, std::string> texts = {{"", ""}};
+    for (const auto& entry : fs::recursive_directory_iterator(dir_.path())) {
+      texts[entry.path().string().substr(dir_.path().size())] = entry.is_regular_file() ? ReadFile(entry.path()) : "";
+    }
+    return texts;
+  }
+
+  TempDir dir_;
+  FakeIndex index_;
+  Policy policy_;
+  Reconciler::Box box_;
+  Progress progress_;
+  bool interrupted_ = false;
+};
+
+TEST_F(ReconcilerTest, ATreeIsIndexedWithItsFolders) {
+  Write("a.txt", "one");
+  Write("x/y/b.txt", "two");
+
+  Tree(dir_.path());
+
+  EXPECT_EQ(Texts(), DiskTexts());
+  EXPECT_EQ(Texts().size(), 5U);
+}
+
+TEST_F(ReconcilerTest, WhatIsUnchangedIsLeftAlone) {
+  Write("a.txt", "one");
+  Write("x/b.txt", "two");
+  Build();
+
+  Tree(dir_.path());
+
+  EXPECT_THAT(index_.calls, IsEmpty());
+}
+
+TEST_F(ReconcilerTest, AFileThatWasYoungIsReadOnceMore) {
+  Write("a.txt", "one");
+  Tree(dir_.path());
+  index_.calls.clear();
+  Age();
+
+  Tree(dir_.path());
+  EXPECT_THAT(index_.calls, Contains("read " + At("a.txt")));
+  index_.calls.clear();
+
+  Tree(dir_.path());
+  EXPECT_THAT(index_.calls, IsEmpty());
+}
+
+TEST_F(ReconcilerTest, OnlyWhatChangedIsReadAndOnlyAttributesIfTheyChanged) {
+  Write("a.txt", "one");
+  Write("b.txt", "two");
+  Write("c.txt", "three");
+  Build();
+  Write("a.txt", "ONE");
+  fs::permissions(At("b.txt"), fs::perms::owner_read);
+
+  Tree(dir_.path());
+
+  EXPECT_THAT(index_.calls, UnorderedElementsAre("read " + At("a.txt"), "attributes " + At("b.txt")));
+  EXPECT_EQ(Texts(), DiskTexts());
+}
+
+TEST_F(ReconcilerTest, WhatVanishedIsRemoved) {
+  Write("a.txt", "one");
+  Write("a!/b.txt", "two");
+  Write("a/c.txt", "three");
+  Write("a/d/e.txt", "four");
+  Build();
+  fs::remove_all(At("a"));
+
+  Tree(dir_.path());
+
+  EXPECT_EQ(Texts(), DiskTexts());
+}
+
+TEST_F(ReconcilerTest, AFolderInThePlaceOfAFileAndTheOtherWayRound) {
+  Write("a", "one");
+  Write("b/c.txt", "two");
+  Build();
+  fs::remove(At("a"));
+  fs::remove_all(At("b"));
+  Write("a/x.txt", "three");
+  Write("b", "four");
+
+  Fresh().Update(At("a"), false);
+  Tree(At("b"));
+
+  EXPECT_EQ(Texts(), DiskTexts());
+}
+
+TEST_F(ReconcilerTest, AnUpdateOfWhatIsGoneRemovesItAndADeleteOfWhatIsThereReadsIt) {
+  Write("a.txt", "one");
+  Write("x/b.txt", "two");
+  Build();
+  fs::remove_all(At("x"));
+  Write("a.txt", "ONE");
+
+  Fresh().Update(At("x"), false);
+  Fresh().Update(At("a.txt"), false);
+
+  EXPECT_EQ(Texts(), DiskTexts());
+}
+
+TEST_F(ReconcilerTest, AnUpdateIsBelievedUnlessItIsDoneAgain) {
+  Write("a.txt", "one");
+  Build();
+
+  Fresh().Update(At("a.txt"), true);
+  EXPECT_THAT(index_.calls, IsEmpty());
+
+  Fresh().Update(At("a.txt"), false);
+  EXPECT_THAT(index_.calls, ElementsAre("read " + At("a.txt")));
+}
+
+TEST_F(ReconcilerTest, WhatMayNotBeIndexedIsSkippedAndTakenOut) {
+  Write("ok.txt", "one");
+  Write("forbidden/a.txt", "two");
+  Write(".git/config", "three");
+  index_.documents[At("forbidden/a.txt")] = {"two", ""};
+
+  Tree(dir_.path());
+
+  EXPECT_EQ(Texts(), (std::map<std::string, std::string>{{"", ""}, {"/ok.txt", "one"}}));
+}
+
+TEST_F(ReconcilerTest, AFolderWithinOneThatIsNoLongerConfiguredStays) {
+  Write("a.txt", "one");
+  Write("x/b.txt", "two");
+  Build();
+  policy_ = Policy(Policy::Folders{{At("x"), {}}});
+
+  Tree(dir_.path());
+
+  EXPECT_EQ(Texts(), (std::map<std::string, std::string>{{"/x", ""}, {"/x/b.txt", "two"}}));
+  EXPECT_THAT(index_.calls, IsEmpty());
+}
+
+TEST_F(ReconcilerTest, APausedFolderIsLeftAsItIs) {
+  Write("a.txt", "one");
+  Write("x/b.txt", "two");
+  Build();
+  policy_ = Policy(Policy::Folders{{dir_.path(), {}}, {At("x"), {true, true, true, true, true}}});
+  fs::remove_all(At("x"));
+
+  Tree(dir_.path());
+  Fresh().Update(At("x/b.txt"), false);
+
+  EXPECT_EQ(Texts()["/x/b.txt"], "two");
+}
+
+TEST_F(ReconcilerTest, AFileThatCannotBeReadIsIndexedByItsAttributesAndNotTriedAgainUntilItChanges) {
+  Write("a.txt", "one");
+  Age();
+  index_.unreadable = {At("a.txt")};
+
+  Tree(dir_.path());
+  EXPECT_THAT(index_.calls, ElementsAre("add " + dir_.path(), "read " + At("a.txt"), "add " + At("a.txt")));
+  EXPECT_EQ(progress_.ToJson()["failures"][0]["path"].asString(), At("a.txt"));
+  index_.calls.clear();
+
+  Tree(dir_.path());
+  EXPECT_THAT(index_.calls, IsEmpty());
+
+  Write("a.txt", "two");
+  index_.unreadable.clear();
+  Tree(dir_.path());
+  EXPECT_EQ(Texts(), DiskTexts());
+}
+
+TEST_F(ReconcilerTest, WithoutAnExtractorNothingIsTakenOut) {
+  Write("a.txt", "one");
+  Build();
+  Write("a.txt", "two");
+  index_.extractor_down = true;
+
+  EXPECT_THROW(Fresh().Update(At("a.txt"), false), NoExtractor);
+  EXPECT_EQ(Texts()["/a.txt"], "one");
+}
+
+TEST_F(ReconcilerTest, ARenamedFolderIsMovedAndNotRead) {
+  Write("x/a.txt", "one");
+  Write("x/y/b.txt", "two");
+  Build();
+  fs::rename(At("x"), At("z"));
+
+  Fresh().Move(At("x"), At("z"));
+  Tree(At("x"));
+  Tree(At("z"));
+
+  EXPECT_THAT(index_.calls, ElementsAre("move " + At("x") + " " + At("z"), "attributes " + At("z")));
+  EXPECT_EQ(Texts(), DiskTexts());
+}
+
+TEST_F(ReconcilerTest, ADocumentThatBelongsWhereItIsStaysThere) {
+  Write("x.txt", "old");
+  Build();
+  fs::rename(At("x.txt"), At("z.txt"));
+  Fresh().Move(At("x.txt"), At("z.txt"));
+  Write("x.txt", "new");
+  Age();
+  Tree(dir_.path());
+  index_.calls.clear();
+
+  Fresh().Move(At("x.txt"), At("z.txt"));
+
+  EXPECT_THAT(index_.calls, IsEmpty());
+}
+
+TEST_F(ReconcilerTest, ItEndsBetweenTwoFilesWhenItIsInterrupted) {
+  Write("a.txt", "one");
+  interrupted_ = true;
+
+  EXPECT_THROW(Tree(dir_.path()), Interrupted);
+  EXPECT_THROW(Fresh().Update(At("a.txt"), false), Interrupted);
+  EXPECT_THAT(index_.documents, IsEmpty());
+}
+
+// Whatever happens to the files: a comparison of the whole leaves the index equal to the disk.
+TEST_F(ReconcilerTest, AfterAnyChangesTheIndexEqualsTheDisk) {
+  std::mt19937 random(7);
+  const auto pick = [&random](unsigned bound) { return std::uniform_int_distribution<unsigned>(0, bound - 1)(random); };
+  const auto any = [&] {
+    std::string path = dir_.path();
+    for (unsigned depth = 1 + pick(3); depth > 0; --depth) {
+      path += std::string("/") + "abc"[pick(3)] + (pick(2) == 0 ? ".txt" : "");
+    }
+    return path;
+  };
+  std::error_code ignored;
+  for (int round = 0; round < 300; ++round) {
+    for (int step = 0; step < 8; ++step) {
+      const std::string path = any();
+      switch (pick(4)) {
+        case 0:
+          fs::rename(path, any(), ignored);
+          break;
+        case 1:
+          fs::remove_all(path, ignored);
+          break;
+        default:
+          fs::create_directories(fs::path(path).parent_path(), ignored);
+          if (fs::is_directory(fs::path(path).parent_path(), ignored) && !fs::is_directory(path, ignored)) {
+            WriteFile(path, std::to_string(random()).substr(0, 4));
+          }
+      }
+    }
+
+    Tree(dir_.path());
+
+    ASSERT_EQ(Texts(), DiskTexts()) << "round " << round;
+  }
+}
+
+}  // namespace
+}  // namespace fileindexd
