@@ -1,0 +1,66 @@
+// A box on which everything runs: monitor, extractor, search daemon and indexing daemon.
+#pragma once
+
+#include <json/json.h>
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/support/subprocess.h"
+#include "tests/system/search_box.h"
+
+namespace orbisk::test {
+
+/// What the index, or the disk, has of one path.
+struct Indexed {
+  bool is_folder = false;
+  std::string permissions;
+  std::string text;  ///< of a file, without white space at the end
+  bool operator==(const Indexed&) const = default;
+};
+using IndexedTree = std::map<std::string, Indexed>;
+std::ostream& operator<<(std::ostream& stream, const Indexed& indexed);
+
+/// Calls `holds` until it is true; false if it is not within `limit`.
+bool Soon(const std::function<bool()>& holds, std::chrono::milliseconds limit = std::chrono::seconds(30));
+
+/// Each test gets daemons of its own. The share "docs" on the first volume is indexed as a whole.
+class IndexerBox : public SearchBox {
+ protected:
+  static void SetUpTestSuite();
+  void SetUp() override;
+  void TearDown() override;
+
+  std::string Docs(const std::string& name = "") const { return OnFirst(name.empty() ? "docs" : "docs/" + name); }
+
+  void StartMonitor();
+  void KillMonitor();
+  void StartIndexer(const std::vector<std::string>& arguments = {});
+  void KillIndexer();
+  /// Asks it to end; its exit status.
+  int StopIndexer();
+  Subprocess& indexer() { return *indexer_; }
+
+  /// Sends one command to the indexing daemon; its answer.
+  static Json::Value Command(const std::string& type, const Json::Value& data = Json::Value());
+  /// What "status" says of the share.
+  static Json::Value StatusOf(const std::string& share = "docs");
+  static Json::Value About(const std::string& share);
+
+  /// The documents of the share as searches see them. Empty when the search daemon does not answer.
+  IndexedTree InIndex() const;
+  /// The files and folders that are on disk at and below the share's folder, links left out.
+  IndexedTree OnDisk() const;
+  /// Waits until the two are equal; what differs, if they do not become so.
+  testing::AssertionResult BecomesEqual(std::chrono::milliseconds limit = std::chrono::seconds(30)) const;
+
+ private:
+  std::unique_ptr<Subprocess> monitor_;
+  std::unique_ptr<Subprocess> indexer_;
+};
+
+}  // namespace orbisk::test

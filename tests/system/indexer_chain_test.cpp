@@ -1,0 +1,300 @@
+// The indexing daemon with the real daemons round it: what happens on disk is found.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+#include "nimo/daemon_connection.h"
+#include "orbisk/error.h"
+#include "orbisk/fileindex/communication.h"
+#include "orbisk/fileindex/elastic_control.h"
+#include "orbisk/fileindex/op.h"
+#include "orbisk/fileindex/status_mgr.h"
+#include "orbisk/fileindex/util.h"
+#include "tests/system/indexer_box.h"
+
+namespace orbisk::test {
+namespace {
+
+namespace fs = std::filesystem;
+using fileindex::AddCustomEvent;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class IndexerChain : public IndexerBox {
+ protected:
+  void Write(const std::string& name, const std::string& text) const {
+    MakeFolder(fs::path(Docs(name)).parent_path());
+    WriteFile(Docs(name), text);
+  }
+
+  // As the management calls do for a folder that is new.
+  void Announce(const std::string& path) const {
+    Json::Value kinds;
+    for (const char* const kind : {"document", "audio", "video", "photo"}) {
+      kinds[kind] = true;
+    }
+    AddCustomEvent(fileindex::EVENT_UPDATE_DIRECTORY, path, "", kinds);
+  }
+
+  void StartWithFiles() {
+    Write("a.txt", "kingfisher");
+    Write("deep/er/b.txt", "bittern");
+    Write("deep/c.txt", "heron");
+    StartIndexer();
+    Announce(Docs());
+    ASSERT_TRUE(BecomesEqual());
+  }
+
+  // By the extractor since it started.
+  static Json::Value ContentsRead() {
+    nimodaemon::DomainSockConnection extractor("/var/run/nimocontentextractd.sock");
+    std::string text;
+    EXPECT_TRUE(extractor.Connect(5) && extractor.Send("{\"status\":true}") && extractor.Recv(text));
+    return Parse(text)["data"]["contents"];
+  }
+
+  static bool Idle() { return StatusOf()["state"].asString() == "idle"; }
+};
+
+TEST_F(IndexerChain, ANewFolderIsIndexedAndChangesInItFollow) {
+  StartWithFiles();
+
+  Write("a.txt", "dipper");
+  Write("new/d.txt", "curlew");
+  fs::remove_all(Docs("deep/er"));
+  fs::permissions(Docs("deep/c.txt"), fs::perms::owner_read);
+
+  EXPECT_TRUE(BecomesEqual());
+  EXPECT_THAT(Find({"dipper"}), ElementsAre(Docs("a.txt")));
+  EXPECT_THAT(Find({"bittern"}), IsEmpty());
+}
+
+TEST_F(IndexerChain, ARenameOfAFolderReadsNoFile) {
+  StartWithFiles();
+  ASSERT_TRUE(Soon(Idle));
+  // What was read right after it was written is read once more when it is met again.
+  usleep(50'000);
+  const int passes = StatusOf()["passes"].asInt();
+  AddCustomEvent(fileindex::EVENT_REINDEX, Docs(), "", Json::Value());
+  ASSERT_TRUE(Soon([&] { return StatusOf()["passes"].asInt() > passes && Idle(); }));
+  const Json::Value before = ContentsRead();
+
+  fs::rename(Docs("deep/er"), Docs("lower"));
+
+  EXPECT_TRUE(BecomesEqual());
+  EXPECT_THAT(Find({"bittern"}), ElementsAre(Docs("lower/b.txt")));
+  EXPECT_EQ(ContentsRead(), before);
+}
+
+TEST_F(IndexerChain, ALinkIsNotFollowedAndNotIndexed) {
+  StartWithFiles();
+
+  fs::create_symlink("a.txt", Docs("link.txt"));
+  fs::create_directory_symlink("deep", Docs("loop"));
+  Write("mark.txt", "dunlin");
+
+  EXPECT_TRUE(BecomesEqual());
+}
+
+TEST_F(IndexerChain, WhatIsNotWantedIsIndexedByItsAttributesAlone) {
+  StartWithFiles();
+  Json::Value entry = Entry("/docs", "all");
+  entry["document"] = false;
+
+  WriteFolders({entry});
+
+  EXPECT_TRUE(Soon([&] { return Find({"kingfisher"}).empty(); }));
+  EXPECT_EQ(InIndex().size(), OnDisk().size());
+  EXPECT_EQ(InIndex()[Docs("a.txt")].text, "");
+
+  WriteFolders({Entry("/docs", "all")});
+
+  EXPECT_TRUE(BecomesEqual());
+}
+
+TEST_F(IndexerChain, AFolderTakenOutOfTheConfigurationIsFoundNoMore) {
+  StartWithFiles();
+
+  WriteFolders({Entry("/docs/deep/er", "some")});
+
+  EXPECT_TRUE(Soon([&] {
+    const IndexedTree index = InIndex();
+    return index.size() == 2 && index.count(Docs("deep/er")) == 1 && index.count(Docs("deep/er/b.txt")) == 1;
+  }));
+}
+
+TEST_F(IndexerChain, PreservedNamesAreLeftOut) {
+  Write(".git/config", "hidden");
+  Write("x/@eaDir/y.txt", "hidden");
+  Write("x/z.txt", "hidden");
+  StartIndexer();
+  Announce(Docs());
+
+  EXPECT_TRUE(Soon([&] { return Find({"hidden"}) == std::vector{Docs("x/z.txt")}; }));
+  EXPECT_TRUE(Soon(Idle));
+  EXPECT_EQ(InIndex().count(Docs(".git/config")), 0U);
+  EXPECT_EQ(InIndex().count(Docs("x/@eaDir")), 0U);
+}
+
+TEST_F(IndexerChain, WhileIndexingIsPausedNothingHappensAndThenEverything) {
+  SkipWithoutIdentities();
+  StartWithFiles();
+  fileindex::StatusMgr().Pause(0);
+  EXPECT_EQ(Command("status")["data"]["paused"], Json::Value(true));
+
+  Write("a.txt", "dipper");
+  usleep(500'000);
+  EXPECT_EQ(InIndex()[Docs("a.txt")].text, "kingfisher");
+  fileindex::StatusMgr().Resume();
+
+  EXPECT_TRUE(BecomesEqual());
+}
+
+TEST_F(IndexerChain, APauseEndsByItself) {
+  StartWithFiles();
+  WriteFile(kStatusFile, "{\"resume_time\":" + std::to_string(time(nullptr) + 2) + "}");
+  Command("pause");
+  ASSERT_EQ(Command("status")["data"]["paused"], Json::Value(true));
+
+  Write("a.txt", "dipper");
+
+  EXPECT_TRUE(BecomesEqual());
+  EXPECT_EQ(Command("status")["data"]["paused"], Json::Value(false));
+}
+
+TEST_F(IndexerChain, ADeletedWorkerWorksNoMoreUntilItIsMadeAgain) {
+  StartWithFiles();
+  fileindex::SendCommandToDaemon("worker_delete", About("docs"));
+  EXPECT_EQ(StatusOf()["state"].asString(), "deleted");
+
+  Write("a.txt", "dipper");
+  usleep(500'000);
+  EXPECT_EQ(InIndex()[Docs("a.txt")].text, "kingfisher");
+  fileindex::SendCommandToDaemon("worker_create", About("docs"));
+
+  EXPECT_TRUE(BecomesEqual());
+}
+
+TEST_F(IndexerChain, AMissingIndexIsMadeAgain) {
+  StartWithFiles();
+  fileindex::elastic::ShareIndexDelete("docs");
+
+  Write("mark.txt", "dunlin");
+
+  EXPECT_TRUE(BecomesEqual());
+}
+
+TEST_F(IndexerChain, AnIndexThatIsMissingAtTheStartIsMadeWithoutAnEvent) {
+  Write("a.txt", "kingfisher");
+  fileindex::elastic::ShareIndexDelete("docs");
+
+  StartIndexer();
+
+  EXPECT_TRUE(BecomesEqual());
+}
+
+TEST_F(IndexerChain, AShareThatIsMarkedIsComparedAndTheMarkTaken) {
+  SkipWithoutIdentities();
+  Write("a.txt", "kingfisher");
+  KillMonitor();
+  fs::remove(QueueOf("docs"));
+  fileindex::StatusMgr().SetShareStatus("docs", 1);
+
+  StartIndexer();
+
+  EXPECT_TRUE(BecomesEqual());
+  EXPECT_TRUE(Soon([] { return fileindex::StatusMgr().GetShareStatus("docs") == 0; }));
+}
+
+TEST_F(IndexerChain, ADeadSearchDaemonCostsNothingButTime) {
+  StartWithFiles();
+  KillSearchDaemon();
+  Write("a.txt", "dipper");
+  StartSearchDaemon();
+
+  EXPECT_TRUE(BecomesEqual());
+}
+
+TEST_F(IndexerChain, WithoutAnExtractorNothingIsForgotten) {
+  StartWithFiles();
+  StopExtractor();
+  Write("a.txt", "dipper");
+  ASSERT_TRUE(Soon([] { return StatusOf()["state"].asString() == "failing"; }));
+  EXPECT_EQ(InIndex()[Docs("a.txt")].text, "kingfisher");
+
+  ReplaceExtractor();
+
+  EXPECT_TRUE(BecomesEqual());
+}
+
+TEST_F(IndexerChain, ItStopsInTimeAndTakesItsSocketAlong) {
+  StartWithFiles();
+
+  EXPECT_EQ(StopIndexer(), 0);
+
+  EXPECT_FALSE(fs::exists("/var/run/fileindexd.sock"));
+  EXPECT_FALSE(fs::exists("/var/run/fileindexd.pid"));
+}
+
+TEST_F(IndexerChain, AMessageThatIsNoneClosesItsConnectionAlone) {
+  StartIndexer();
+  nimodaemon::DomainSockConnection good("/var/run/fileindexd.sock");
+  nimodaemon::DomainSockConnection bad("/var/run/fileindexd.sock");
+  ASSERT_TRUE(good.Connect(5));
+  ASSERT_TRUE(bad.Connect(5));
+  std::string text;
+
+  ASSERT_TRUE(bad.Send("{"));
+  EXPECT_FALSE(bad.Recv(text));
+
+  ASSERT_TRUE(good.Send("{\"type\":\"status\",\"data\":null}"));
+  EXPECT_TRUE(good.Recv(text));
+  ASSERT_TRUE(good.Send("{\"type\":\"nonsense\"}"));
+  ASSERT_TRUE(good.Recv(text));
+  EXPECT_EQ(Parse(text)["success"], Json::Value(false));
+}
+
+TEST_F(IndexerChain, AnAnnouncementOfTooMuchClosesTheConnection) {
+  StartIndexer();
+  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  strcpy(address.sun_path, "/var/run/fileindexd.sock");
+  ASSERT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+  const std::uint64_t length = std::uint64_t{1} << 40;
+
+  ASSERT_EQ(write(fd, &length, sizeof(length)), 8);
+
+  char byte = 0;
+  EXPECT_EQ(read(fd, &byte, 1), 0);
+  close(fd);
+  EXPECT_EQ(Command("status")["success"], Json::Value(true));
+}
+
+TEST_F(IndexerChain, IdleItDoesNotWakeUp) {
+  StartWithFiles();
+  ASSERT_TRUE(Soon(Idle));
+  usleep(300'000);
+  const auto switches = [&] {
+    long sum = 0;
+    for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(indexer().pid()) + "/task")) {
+      const std::string status = ReadFile(task.path() / "status");
+      sum += std::stol(status.substr(status.find("\nvoluntary_ctxt_switches:") + 25));
+    }
+    return sum;
+  };
+  const long before = switches();
+
+  usleep(2'000'000);
+
+  EXPECT_EQ(switches(), before);
+}
+
+}  // namespace
+}  // namespace orbisk::test
