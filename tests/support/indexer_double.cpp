@@ -1,14 +1,13 @@
 // The indexing daemon as its clients see it.
-#include "tests/system/indexer_double.h"
+#include "tests/support/indexer_double.h"
 
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdint>
-#include <cstring>
-#include <system_error>
+#include <utility>
+
+#include "tests/support/local_socket.h"
 
 namespace orbisk::test {
 namespace {
@@ -22,11 +21,18 @@ bool ReadAll(int fd, void* buffer, size_t bytes) {
 
 std::string ReadCommand(int connection) {
   std::uint64_t bytes = 0;
-  if (!ReadAll(connection, &bytes, sizeof(bytes)) || bytes > kLongestCommand) {
-    return "no command";
+  if (!ReadAll(connection, &bytes, sizeof(bytes)) || bytes == 0 || bytes > kLongestCommand) {
+    return "[no command]";
   }
   std::string command(bytes, '\0');
-  return ReadAll(connection, command.data(), command.size()) ? command : "half a command";
+  if (!ReadAll(connection, command.data(), command.size())) {
+    return "[half a command]";
+  }
+  if (command.back() != '\0') {
+    return "[no NUL byte: " + command + "]";
+  }
+  command.pop_back();
+  return command;
 }
 
 void SendAnswer(int connection) {
@@ -38,24 +44,18 @@ void SendAnswer(int connection) {
 
 }  // namespace
 
-IndexerDouble::IndexerDouble() : listener_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  memcpy(address.sun_path, kSocket, sizeof(kSocket));
-  unlink(kSocket);
-  if (bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 || listen(listener_, 8) != 0) {
-    const int error = errno;
-    close(listener_);
-    throw std::system_error(error, std::generic_category(), kSocket);
-  }
-  thread_ = std::thread([this] { Run(); });
-}
+IndexerDouble::IndexerDouble() : listener_(ListenAt(kSocket)), thread_([this] { Run(); }) {}
 
 IndexerDouble::~IndexerDouble() {
   shutdown(listener_, SHUT_RDWR);  // ends the wait for connections
   thread_.join();
   close(listener_);
   unlink(kSocket);
+}
+
+void IndexerDouble::OnCommand(std::function<void()> action) {
+  const std::lock_guard lock(mutex_);
+  action_ = std::move(action);
 }
 
 std::vector<std::string> IndexerDouble::commands() const {
@@ -70,9 +70,14 @@ void IndexerDouble::Run() {
       return;
     }
     const std::string command = ReadCommand(connection);
+    std::function<void()> action;
     {
       const std::lock_guard lock(mutex_);
       commands_.push_back(command);
+      action = action_;
+    }
+    if (action) {
+      action();
     }
     SendAnswer(connection);
     close(connection);
