@@ -109,8 +109,7 @@ void ManagementBox::MakeFolders(const std::vector<std::string>& share_paths) con
 
 Story ManagementBox::StoryOf(const std::function<void()>& action) {
   const size_t first_call = FakePlatform::calls().size();
-  notes_.clear();
-  log_.Clear();
+  Forget();
   {
     const SystemCalls calls([this](const SystemCall& call) {
       if (const std::string note = NoteOf(call); !note.empty()) {
@@ -121,6 +120,8 @@ Story ManagementBox::StoryOf(const std::function<void()>& action) {
       action();
     } catch (const Error& error) {
       Note("Error " + std::to_string(error.code()) + " " + error.what());
+    } catch (const std::exception& error) {
+      Note(std::string("not an Error: ") + error.what());
     }
   }
   Story story = Merge(first_call);
@@ -128,6 +129,12 @@ Story ManagementBox::StoryOf(const std::function<void()>& action) {
     ReplaceAll(line, config_.Full(""), "V");
   }
   return story;
+}
+
+void ManagementBox::Forget() {
+  log_.Clear();
+  const std::lock_guard lock(mutex_);
+  notes_.clear();
 }
 
 void ManagementBox::Note(const std::string& text) {

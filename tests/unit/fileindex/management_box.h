@@ -47,19 +47,20 @@ class ManagementBox {
   DaemonDouble& daemon() { return daemon_; }
 
  private:
+  void Forget();
   void Note(const std::string& text);
   Story Merge(size_t first_call) const;
 
   ConfigBox config_;
   const orbisk::test::FakeTime time_;
   orbisk::test::RecordCapture log_;
-  DaemonDouble daemon_;
   mutable std::mutex mutex_;  // guards the notes
   struct Placed {
     size_t calls_before;  // calls of the platform
     std::string text;
   };
   std::vector<Placed> notes_;
+  DaemonDouble daemon_;  // the last: its thread takes notes
 };
 
 /// The stories of SetupRelatedServices on a box whose Spotlight answer is not as wanted.

@@ -19,13 +19,21 @@ namespace {
 
 struct Watch {
   std::function<void(const SystemCall&)> see;
-  size_t calls_to_failure = 0;  // 0 for none
-  int error = 0;
-  std::string failed;
-  bool busy = false;  // in `see`, whose own calls do not count
+  bool seeing = false;
 };
 
-thread_local Watch* watch = nullptr;
+struct Failure {
+  size_t calls_to_go = 0;
+  int error = 0;
+  std::string failed;
+};
+
+thread_local std::unique_ptr<Watch> watch;
+thread_local std::unique_ptr<Failure> failure;
+
+bool IsWatched() {
+  return watch != nullptr && !watch->seeing;
+}
 
 std::string PathOf(int fd) {
   char target[PATH_MAX];
@@ -36,21 +44,19 @@ std::string PathOf(int fd) {
 
 // Whether the call has to fail; errno is set then.
 bool Fails(const SystemCall& call) {
-  if (watch == nullptr || watch->busy) {
+  if (!IsWatched()) {
     return false;
   }
-  if (watch->calls_to_failure > 0 && --watch->calls_to_failure == 0) {
-    watch->failed = call.function + " " + call.path;
-    errno = watch->error;
+  if (failure != nullptr && failure->calls_to_go > 0 && --failure->calls_to_go == 0) {
+    failure->failed = call.function + " " + call.path;
+    errno = failure->error;
     return true;
   }
-  if (watch->see) {
-    const int saved_errno = errno;
-    watch->busy = true;
-    watch->see(call);
-    watch->busy = false;
-    errno = saved_errno;
-  }
+  const int saved_errno = errno;
+  watch->seeing = true;
+  watch->see(call);
+  watch->seeing = false;
+  errno = saved_errno;
   return false;
 }
 
@@ -59,7 +65,7 @@ bool Fails(const char* function, const char* path) {
 }
 
 bool Fails(const char* function, int fd, int operation = 0, std::string_view data = {}) {
-  if (watch == nullptr || watch->busy) {
+  if (!IsWatched()) {
     return false;  // what the descriptor leads to is not asked for nothing
   }
   const int saved_errno = errno;
@@ -71,21 +77,23 @@ bool Fails(const char* function, int fd, int operation = 0, std::string_view dat
 }  // namespace
 
 SystemCalls::SystemCalls(std::function<void(const SystemCall&)> see) {
-  watch = std::make_unique<Watch>(Watch{std::move(see), 0, 0, "", false}).release();
+  watch = std::make_unique<Watch>(Watch{std::move(see)});
 }
 
 SystemCalls::~SystemCalls() {
-  const std::unique_ptr<Watch> owned(watch);
   watch = nullptr;
 }
 
-void SystemCalls::FailAt(size_t nth, int error) {
-  watch->calls_to_failure = nth;
-  watch->error = error;
+SystemFailure::SystemFailure(size_t nth, int error) {
+  failure = std::make_unique<Failure>(Failure{nth, error, ""});
 }
 
-std::string SystemCalls::failed() const {
-  return watch->failed;
+SystemFailure::~SystemFailure() {
+  failure = nullptr;
+}
+
+std::string SystemFailure::failed() const {
+  return failure->failed;
 }
 
 }  // namespace orbisk::fileindex::test

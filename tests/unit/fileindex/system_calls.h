@@ -17,17 +17,25 @@ struct SystemCall {
 };
 
 /// While one lives, open, mkostemp, read, write, fsync, fchmod, chmod, rename, unlink, flock, socket, connect and
-/// setsockopt of the thread that made it are watched. Without one they are as always. One at a time.
+/// setsockopt of the thread that made it are seen by `see`. What it calls itself is not seen. One at a time.
 class SystemCalls {
  public:
-  explicit SystemCalls(std::function<void(const SystemCall&)> see = nullptr);
+  explicit SystemCalls(std::function<void(const SystemCall&)> see);
   ~SystemCalls();
   SystemCalls(const SystemCalls&) = delete;
   SystemCalls& operator=(const SystemCalls&) = delete;
+};
 
-  /// Makes the `nth` call (1: the next) fail with `error` instead of reaching the kernel.
-  void FailAt(size_t nth, int error);
-  /// What was made to fail, "" if it did not come yet.
+/// While one lives, the `nth` of those calls (1: the first; 0: none) that are seen fails with `error` instead of
+/// reaching the kernel, and is not seen. For the thread that made it. One at a time.
+class SystemFailure {
+ public:
+  SystemFailure(size_t nth, int error);
+  ~SystemFailure();
+  SystemFailure(const SystemFailure&) = delete;
+  SystemFailure& operator=(const SystemFailure&) = delete;
+
+  /// What was made to fail, "open /path"; "" if it did not come.
   std::string failed() const;
 };
 
