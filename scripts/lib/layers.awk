@@ -13,7 +13,7 @@ BEGIN {
   allow("fileindex", "standard json orbisk seam common orbisk/sdk sdk orbisk/fileindex fileindex boost")
   allow("platform/include", "standard json seam")
   allow("platform/linux", "standard json seam platform/linux boost third-party")
-  allow("services", "standard json orbisk orbisk/sdk orbisk/fileindex seam boost third-party")
+  allow("services", "standard json orbisk orbisk/sdk orbisk/fileindex seam services/base boost third-party")
   allow("tools", "standard json orbisk orbisk/sdk orbisk/fileindex seam boost third-party")
 
   # The lock round calls into the platform: declared in sdk, but a lock like others, so it stands on the ground floor.

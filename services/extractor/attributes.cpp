@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -60,7 +59,6 @@ Attributes AttributesOf(int fd) {
   attributes.has_born = (answer.stx_mask & STATX_BTIME) != 0;
   attributes.born = attributes.has_born ? answer.stx_btime.tv_sec : 0;
   attributes.encrypted = (answer.stx_attributes & STATX_ATTR_ENCRYPTED) != 0;
-  attributes.device = makedev(answer.stx_dev_major, answer.stx_dev_minor);
   attributes.inode = answer.stx_ino;
   attributes.modified_ns = answer.stx_mtime.tv_nsec;
   attributes.changed_ns = answer.stx_ctime.tv_nsec;

@@ -24,7 +24,6 @@ struct Attributes {
   bool encrypted = false;
 
   // What tells one state of one file from every other.
-  uint64_t device = 0;
   uint64_t inode = 0;
   uint32_t modified_ns = 0;
   uint32_t changed_ns = 0;

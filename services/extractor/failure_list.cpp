@@ -6,8 +6,8 @@
 namespace extractor {
 
 FailureList::Identity FailureList::IdentityOf(const Attributes& attributes) {
-  return {attributes.device,      attributes.inode,   attributes.size_bytes, attributes.modified,
-          attributes.modified_ns, attributes.changed, attributes.changed_ns};
+  return {attributes.inode,       attributes.size_bytes, attributes.modified,
+          attributes.modified_ns, attributes.changed,    attributes.changed_ns};
 }
 
 void FailureList::Add(const Identity& content, Failure failure) {
@@ -19,6 +19,12 @@ void FailureList::Add(const Identity& content, Failure failure) {
   if (order_.size() > most_) {
     failures_.erase(order_.front());
     order_.pop_front();
+  }
+}
+
+void FailureList::ForEach(const std::function<void(const Identity&, const Failure&)>& visit) const {
+  for (const Identity& content : order_) {
+    visit(content, failures_.at(content));
   }
 }
 

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <string>
 #include <tuple>
@@ -19,13 +20,15 @@ namespace extractor {
 /// Threads: one at a time.
 class FailureList {
  public:
-  /// One content: a file in one state.
-  using Identity = std::tuple<uint64_t, uint64_t, uint64_t, int64_t, uint32_t, int64_t, uint32_t>;
+  /// One content: a file in one state, by inode, size and dates. Without the file system, whose number may be another
+  /// one after the next start of the machine.
+  using Identity = std::tuple<uint64_t, uint64_t, int64_t, uint32_t, int64_t, uint32_t>;
 
   /// A failure as it was.
   struct Failure {
     Outcome::Kind kind = Outcome::Kind::kDied;
     std::string message;
+    std::string path{};  ///< where the content was then; for people
   };
 
   explicit FailureList(size_t most) : most_(most) {}
@@ -36,6 +39,8 @@ class FailureList {
   /// Null if nothing is known against it.
   const Failure* Find(const Identity& content) const;
   size_t size() const { return failures_.size(); }
+  /// Calls `visit` with each content and its failure, the oldest first.
+  void ForEach(const std::function<void(const Identity&, const Failure&)>& visit) const;
 
  private:
   size_t most_;

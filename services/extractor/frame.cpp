@@ -6,6 +6,9 @@
 #include <cerrno>
 
 namespace extractor {
+
+using service::UniqueFd;
+
 namespace {
 
 // Room for one descriptor, aligned as the kernel wants it.

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "services/extractor/unique_fd.h"
+#include "services/base/unique_fd.h"
 
 namespace extractor {
 
@@ -42,7 +42,7 @@ bool SendBytes(int fd, std::string_view bytes, int passed = -1);
 /// A message and the descriptor that came with it, if one did.
 struct ReceivedFrame {
   std::string message;
-  UniqueFd passed;
+  service::UniqueFd passed;
 };
 
 /// Waits for a whole message of at most `longest` bytes. Nothing when the other end is gone or announces more.
@@ -50,6 +50,6 @@ std::optional<ReceivedFrame> ReceiveFrame(int fd, size_t longest);
 
 /// Waits for some bytes, at most `size`, and takes a descriptor that comes with them into `passed`. Returns how many,
 /// 0 when the other end is gone, -1 with errno on failure.
-ssize_t ReceiveSome(int fd, char* bytes, size_t size, UniqueFd& passed);
+ssize_t ReceiveSome(int fd, char* bytes, size_t size, service::UniqueFd& passed);
 
 }  // namespace extractor

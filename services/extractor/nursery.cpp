@@ -17,12 +17,15 @@
 #include <string>
 #include <system_error>
 
+#include "services/base/unique_fd.h"
 #include "services/extractor/frame.h"
 #include "services/extractor/sandbox.h"
-#include "services/extractor/unique_fd.h"
 #include "services/extractor/worker_main.h"
 
 namespace extractor {
+
+using service::UniqueFd;
+
 namespace {
 
 constexpr int kChannel = 3;  // of a worker; it has no use for the nursery's sockets

@@ -19,6 +19,9 @@
 #include "services/extractor/frame.h"
 
 namespace extractor {
+
+using service::UniqueFd;
+
 namespace {
 
 // For a nursery that hangs while it loads the readers' data, or over a fork.

@@ -8,16 +8,16 @@
 #include <functional>
 #include <stdexcept>
 
+#include "services/base/unique_fd.h"
 #include "services/extractor/nursery.h"
-#include "services/extractor/unique_fd.h"
 
 namespace extractor {
 
 /// A worker that has just been forked.
 struct NewWorker {
   pid_t pid = 0;
-  UniqueFd process;  ///< its process descriptor, by which it is killed without mistaking it for another
-  UniqueFd channel;  ///< stream socket
+  service::UniqueFd process;  ///< its process descriptor, by which it is killed without mistaking it for another
+  service::UniqueFd channel;  ///< stream socket
 };
 
 /// The nursery lives and says why it has no worker to give.
@@ -52,14 +52,14 @@ class NurseryLink {
 
  private:
   void Listen();
-  void Launch(UniqueFd control, UniqueFd ends);
+  void Launch(service::UniqueFd control, service::UniqueFd ends);
   void AwaitReady();
 
   size_t memory_bytes_;
   OnEnd on_end_;
   OnGone on_gone_;
   pid_t pid_ = -1;
-  UniqueFd control_;
+  service::UniqueFd control_;
   boost::asio::posix::stream_descriptor ends_;
   WorkerEnd end_;
 };

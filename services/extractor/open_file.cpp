@@ -12,6 +12,9 @@
 #include <vector>
 
 namespace extractor {
+
+using service::UniqueFd;
+
 namespace {
 
 constexpr int kMostLinks = 40;  // the kernel's own bound

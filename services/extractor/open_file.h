@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "services/extractor/unique_fd.h"
+#include "services/base/unique_fd.h"
 
 namespace extractor {
 
@@ -14,10 +14,10 @@ namespace extractor {
 /// file of the box read for him. Such a path fails with EPERM, more than 40 links with ELOOP.
 ///
 /// Throws std::system_error.
-UniqueFd OpenSubject(const std::string& path);
+service::UniqueFd OpenSubject(const std::string& path);
 
 /// A descriptor for reading the regular file behind `subject`. Reading through it leaves the date of last use alone
 /// where the kernel permits that, and opening does not wait for a holder of a lease. Throws std::system_error.
-UniqueFd OpenForReading(const UniqueFd& subject);
+service::UniqueFd OpenForReading(const service::UniqueFd& subject);
 
 }  // namespace extractor

@@ -31,6 +31,17 @@ const char* NameOf(Outcome::Kind kind) {
   return "unknown";
 }
 
+std::optional<Outcome::Kind> KindNamed(std::string_view name) {
+  for (const Outcome::Kind kind :
+       {Outcome::Kind::kRead, Outcome::Kind::kBroken, Outcome::Kind::kDied, Outcome::Kind::kDeadline,
+        Outcome::Kind::kMemory, Outcome::Kind::kRefused, Outcome::Kind::kKilled, Outcome::Kind::kNoWorker}) {
+    if (name == NameOf(kind)) {
+      return kind;
+    }
+  }
+  return std::nullopt;
+}
+
 bool IsContentsFault(Outcome::Kind kind) {
   return kind == Outcome::Kind::kDied || kind == Outcome::Kind::kDeadline || kind == Outcome::Kind::kMemory ||
          kind == Outcome::Kind::kRefused;

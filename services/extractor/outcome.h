@@ -3,7 +3,9 @@
 
 #include <json/json.h>
 
+#include <optional>
 #include <string>
+#include <string_view>
 
 namespace extractor {
 
@@ -27,6 +29,9 @@ struct Outcome {
 
 /// A word for the status: "broken", "deadline" and so on.
 const char* NameOf(Outcome::Kind kind);
+
+/// The kind with that name; nothing if there is none.
+std::optional<Outcome::Kind> KindNamed(std::string_view name);
 
 /// Whether the content is to blame, so that reading it again while it is the same would end the same.
 bool IsContentsFault(Outcome::Kind kind);

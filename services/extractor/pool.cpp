@@ -5,9 +5,11 @@
 #include <exception>
 #include <utility>
 
-#include "services/extractor/log.h"
+#include "services/base/log.h"
 
 namespace extractor {
+
+using service::Record;
 
 Pool::Pool(boost::asio::io_context& context, const Options& options)
     : context_(context),
@@ -23,6 +25,10 @@ void Pool::Submit(Job job) {
 void Pool::Stop() {
   waiting_.clear();
   nursery_.Stop();
+  // What still waits in the context holds them, but must not hold what their jobs belong to.
+  for (const std::shared_ptr<Worker>& worker : workers_) {
+    worker->Abandon();
+  }
   workers_.clear();
 }
 
@@ -32,15 +38,25 @@ void Pool::Dispatch() {
     return;
   }
   dispatching_ = true;
-  while (!waiting_.empty() && (GiveToIdle() || Hire())) {
+  while (!waiting_.empty() && MayStart() && (GiveToIdle() || Hire())) {
   }
   dispatching_ = false;
+}
+
+bool Pool::MayStart() const {
+  return std::none_of(workers_.begin(), workers_.end(), [this](const std::shared_ptr<Worker>& worker) {
+    return worker->job() && (worker->job()->alone || waiting_.front().alone);
+  });
 }
 
 // False when nobody is idle.
 bool Pool::GiveToIdle() {
   for (const std::shared_ptr<Worker>& worker : workers_) {
-    if (worker->state() == Worker::State::kIdle && worker->Start(waiting_.front())) {
+    if (worker->state() != Worker::State::kIdle) {
+      continue;
+    }
+    waiting_.front().on_start();
+    if (worker->Start(waiting_.front())) {
       waiting_.pop_front();
       return true;
     }

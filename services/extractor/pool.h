@@ -12,14 +12,18 @@
 
 namespace extractor {
 
-/// Gives jobs to workers in the order in which they came, at most `options.workers` at a time. Workers are started when
-/// they are first needed, kept while they behave, and replaced when not.
+/// Gives jobs to workers in the order in which they came, at most `options.workers` at a time; one that is to be read
+/// alone waits for those before it, and those behind wait for it. Workers are started when they are first needed, kept
+/// while they behave, and replaced when not.
 ///
 /// Threads: that of the context.
 class Pool {
  public:
   /// `options` must outlive it.
   Pool(boost::asio::io_context& context, const Options& options);
+  ~Pool() { Stop(); }
+  Pool(const Pool&) = delete;
+  Pool& operator=(const Pool&) = delete;
 
   /// Makes sure that workers can be had. Throws std::exception with the reason.
   void Start() { nursery_.Start(); }
@@ -33,6 +37,7 @@ class Pool {
 
  private:
   void Dispatch();
+  bool MayStart() const;
   bool GiveToIdle();
   bool Hire();
   void OnEnd(const WorkerEnd& end);

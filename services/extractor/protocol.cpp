@@ -4,9 +4,13 @@
 #include <utility>
 
 #include "orbisk/fileindex/metadata_names.h"
-#include "services/extractor/json_text.h"
+#include "services/base/json_text.h"
 
 namespace extractor {
+
+using service::FromText;
+using service::ToText;
+
 namespace {
 
 namespace names = orbisk::fileindex::elastic;

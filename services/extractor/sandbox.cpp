@@ -20,9 +20,12 @@
 #include <string>
 #include <system_error>
 
-#include "services/extractor/unique_fd.h"
+#include "services/base/unique_fd.h"
 
 namespace extractor {
+
+using service::UniqueFd;
+
 namespace {
 
 constexpr uid_t kNobody = 65534;

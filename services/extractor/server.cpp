@@ -1,21 +1,17 @@
 // Serves connections.
 #include "services/extractor/server.h"
 
-#include <grp.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <array>
 #include <boost/asio/buffer.hpp>
+#include <boost/asio/post.hpp>
 #include <boost/asio/read.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/write.hpp>
-#include <cerrno>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
-#include <system_error>
 #include <utility>
 
 #include "services/extractor/frame.h"
@@ -105,77 +101,42 @@ class Session : public std::enable_shared_from_this<Session> {
   std::string answer_;
 };
 
-gid_t GroupCalled(const std::string& name) {
-  const group* found = getgrnam(name.c_str());
-  if (found == nullptr) {
-    throw std::runtime_error("there is no group " + name);
+service::SocketAccess AccessFor(const std::string& group) {
+  if (group.empty()) {
+    return {};
   }
-  return found->gr_gid;
+  const std::optional<gid_t> found = service::FindGroup(group);
+  if (!found) {
+    throw std::runtime_error("there is no group " + group);
+  }
+  return {0660, found};
 }
 
 }  // namespace
 
 Server::Server(asio::io_context& context, const Options& options, Service& service)
-    : context_(context), options_(options), service_(service), acceptor_(context) {}
-
-Server::~Server() {
-  if (bound_) {
-    unlink(options_.socket.c_str());
-  }
-}
+    : context_(context),
+      options_(options),
+      service_(service),
+      listener_(context, options.socket, {[this](Protocol::socket socket) { OnClient(std::move(socket)); }}) {}
 
 void Server::Open() {
-  if (options_.socket.size() >= sizeof(sockaddr_un::sun_path)) {
-    throw std::runtime_error("the path of the socket is too long");
-  }
-  unlink(options_.socket.c_str());
-  acceptor_.open(Protocol());
-  // Nobody else may connect in the moment before the group is set.
-  const mode_t before = umask(0177);
-  boost::system::error_code error;
-  acceptor_.bind(Protocol::endpoint(options_.socket), error);
-  umask(before);
-  if (error) {
-    throw boost::system::system_error(error);
-  }
-  bound_ = true;
-  Restrict();
-  acceptor_.listen(Protocol::acceptor::max_listen_connections);
-  Accept();
+  listener_.Open(AccessFor(options_.socket_group));
+  listener_.Accept();
 }
 
-void Server::Restrict() {
-  if (options_.socket_group.empty()) {
-    return;
-  }
-  if (chown(options_.socket.c_str(), static_cast<uid_t>(-1), GroupCalled(options_.socket_group)) != 0 ||
-      chmod(options_.socket.c_str(), 0660) != 0) {
-    throw std::system_error(errno, std::generic_category(), "the socket's group cannot be set");
-  }
-}
-
-void Server::Accept() {
-  if (accepting_ || connections_ >= options_.connections) {
-    return;
-  }
-  accepting_ = true;
-  acceptor_.async_accept([this](const boost::system::error_code& error, Protocol::socket socket) {
-    accepting_ = false;
-    if (error == asio::error::operation_aborted) {
-      return;
+void Server::OnClient(Protocol::socket socket) {
+  ++connections_;
+  const auto on_end = [this, alive = std::weak_ptr<bool>(alive_)] {
+    if (!alive.expired()) {
+      --connections_;
+      asio::post(context_, [this] { listener_.Accept(); });
     }
-    if (!error) {
-      ++connections_;
-      const auto on_end = [this, alive = std::weak_ptr<bool>(alive_)] {
-        if (!alive.expired()) {
-          --connections_;
-          asio::post(context_, [this] { Accept(); });
-        }
-      };
-      std::make_shared<Session>(std::move(socket), service_, options_.patience, on_end)->ReadRequest();
-    }
-    Accept();
-  });
+  };
+  std::make_shared<Session>(std::move(socket), service_, options_.patience, on_end)->ReadRequest();
+  if (connections_ < options_.connections) {
+    listener_.Accept();
+  }
 }
 
 }  // namespace extractor

@@ -4,13 +4,20 @@
 #include <sys/stat.h>
 
 #include <exception>
+#include <memory>
+#include <optional>
 #include <utility>
 
-#include "services/extractor/json_text.h"
-#include "services/extractor/log.h"
+#include "services/base/json_text.h"
+#include "services/base/log.h"
 #include "services/extractor/open_file.h"
+#include "services/extractor/reader_version.h"
 
 namespace extractor {
+
+using service::Record;
+using service::UniqueFd;
+
 namespace {
 
 constexpr size_t kMostFailures = 10'000;
@@ -38,7 +45,7 @@ double Seconds(Clock::duration time) {
 }  // namespace
 
 Service::Service(boost::asio::io_context& context, const Options& options)
-    : failures_(kMostFailures), pool_(context, options) {}
+    : failures_(options.state_folder, ReaderVersion(options), kMostFailures), pool_(context, options) {}
 
 void Service::Handle(const std::string& request, const Reply& reply) {
   const Request understood = ParseRequest(request);
@@ -80,16 +87,25 @@ void Service::ReadContent(const Request& request, const UniqueFd& subject, const
     reply(DataAnswer(std::move(document)));
     return;
   }
-  if (const FailureList::Failure* known = failures_.Find(FailureList::IdentityOf(attributes))) {
+  const FailureStore::Content content{FailureList::IdentityOf(attributes), request.path};
+  if (const FailureList::Failure* known = failures_.Find(content.identity)) {
     ++counts_["known"];
-    reply(ErrorAnswer(CodeOf(known->kind), known->message + " (before; not tried again until the file changes)"));
+    reply(ErrorAnswer(CodeOf(known->kind),
+                      known->message + " (before; not tried again until the file or the extractor changes)"));
     return;
   }
   Job job;
   job.file = OpenForReading(subject);
   job.path = request.path;
   job.name = NameOf(request.pseudo_path);
-  job.done = [this, request, attributes, document = std::move(document), reply](Outcome outcome) {
+  job.alone = failures_.IsSuspect(content.identity);
+  const auto in_work = std::make_shared<std::optional<FailureStore::InWork>>();
+  job.on_start = [this, content, in_work] {
+    if (!in_work->has_value()) {
+      in_work->emplace(failures_, content);
+    }
+  };
+  job.done = [this, request, attributes, in_work, document = std::move(document), reply](Outcome outcome) {
     OnOutcome(request, attributes, document, std::move(outcome), reply);
   };
   pool_.Submit(std::move(job));
@@ -97,6 +113,9 @@ void Service::ReadContent(const Request& request, const UniqueFd& subject, const
 
 void Service::OnOutcome(const Request& request, const Attributes& attributes, Json::Value document, Outcome outcome,
                         const Reply& reply) {
+  if (outcome.kind != Outcome::Kind::kKilled && outcome.kind != Outcome::Kind::kNoWorker) {
+    failures_.Acquit(FailureList::IdentityOf(attributes));
+  }
   Json::Value extra(Json::objectValue);
   if (outcome.kind == Outcome::Kind::kRead) {
     ++contents_;
@@ -118,7 +137,7 @@ void Service::OnOutcome(const Request& request, const Attributes& attributes, Js
     return;
   }
   if (IsContentsFault(outcome.kind)) {
-    failures_.Add(FailureList::IdentityOf(attributes), {outcome.kind, outcome.message});
+    failures_.Add({FailureList::IdentityOf(attributes), request.path}, {outcome.kind, outcome.message});
   }
   reply(ErrorAnswer(CodeOf(outcome.kind), outcome.message));
 }
@@ -152,6 +171,7 @@ Json::Value Service::Status() const {
   status["requests"] = Json::UInt64{requests_};
   status["contents"] = Json::UInt64{contents_};
   status["known_failures"] = Json::UInt64{failures_.size()};
+  status["suspects"] = Json::UInt64{failures_.suspects()};
   Json::Value& counts = status["failures"] = Json::Value(Json::objectValue);
   for (const auto& [reason, count] : counts_) {
     counts[reason] = Json::UInt64{count};

@@ -11,7 +11,7 @@
 #include <string>
 
 #include "services/extractor/attributes.h"
-#include "services/extractor/failure_list.h"
+#include "services/extractor/failure_store.h"
 #include "services/extractor/options.h"
 #include "services/extractor/pool.h"
 #include "services/extractor/protocol.h"
@@ -43,14 +43,14 @@ class Service {
   };
 
   void Parse(const Request& request, const Reply& reply);
-  void ReadContent(const Request& request, const UniqueFd& subject, const Attributes& attributes, Json::Value document,
-                   const Reply& reply);
+  void ReadContent(const Request& request, const service::UniqueFd& subject, const Attributes& attributes,
+                   Json::Value document, const Reply& reply);
   void OnOutcome(const Request& request, const Attributes& attributes, Json::Value document, Outcome outcome,
                  const Reply& reply);
   void Note(const std::string& path, const std::string& reason, const std::string& message);
   Json::Value Status() const;
 
-  FailureList failures_;
+  FailureStore failures_;
   uint64_t requests_ = 0;
   uint64_t contents_ = 0;                   // read to their end
   std::map<std::string, uint64_t> counts_;  // failures, by reason

@@ -167,6 +167,11 @@ void Worker::OnEndUnknown() {
   Deliver(verdict_ ? std::move(*verdict_) : std::move(outcome));
 }
 
+void Worker::Abandon() {
+  Finish();
+  job_.reset();
+}
+
 void Worker::Deliver(Outcome outcome) {
   deadline_.cancel();
   if (job_) {

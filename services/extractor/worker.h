@@ -10,20 +10,22 @@
 #include <optional>
 #include <string>
 
+#include "services/base/unique_fd.h"
 #include "services/extractor/frame.h"
 #include "services/extractor/nursery_link.h"
 #include "services/extractor/options.h"
 #include "services/extractor/outcome.h"
-#include "services/extractor/unique_fd.h"
 #include "services/extractor/worker_reply.h"
 
 namespace extractor {
 
 /// A content to be read.
 struct Job {
-  UniqueFd file;
+  service::UniqueFd file;
   std::string path;  ///< for the status
   std::string name;
+  bool alone = false;              ///< to be read while no other content is
+  std::function<void()> on_start;  ///< called before a worker gets it; again if that worker is found dead
   std::function<void(Outcome)> done;
 };
 
@@ -46,6 +48,8 @@ class Worker : public std::enable_shared_from_this<Worker> {
   void OnEnd(int status);
   /// The process ended, and nobody knows how.
   void OnEndUnknown();
+  /// Ends it, and drops its job unanswered.
+  void Abandon();
   /// Waits for the end of an idle worker. Call it once, after construction.
   void WatchIdle();
 

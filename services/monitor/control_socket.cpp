@@ -1,9 +1,6 @@
 // Serves the monitor's socket.
 #include "services/monitor/control_socket.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <boost/asio/read_until.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/streambuf.hpp>
@@ -11,9 +8,8 @@
 #include <istream>
 #include <utility>
 
-#include "services/monitor/log.h"
-
 namespace nimotifyd {
+
 namespace {
 
 namespace asio = boost::asio;
@@ -70,61 +66,17 @@ class Session : public std::enable_shared_from_this<Session> {
   Monitor& monitor_;
 };
 
-bool SomebodyAnswers(asio::io_context& context, const std::string& path) {
-  Protocol::socket probe(context);
-  boost::system::error_code error;
-  probe.connect(Protocol::endpoint(path), error);
-  return !error;
-}
-
 }  // namespace
 
 ControlSocket::ControlSocket(asio::io_context& context, Monitor& monitor, std::string path)
-    : context_(context), monitor_(monitor), path_(std::move(path)), acceptor_(context) {}
+    : monitor_(monitor), listener_(context, std::move(path), {[this](Protocol::socket client) {
+                                     std::make_shared<Session>(std::move(client), monitor_)->Run();
+                                     listener_.Accept();
+                                   }}) {}
 
-ControlSocket::~ControlSocket() {
-  if (bound_) {
-    unlink(path_.c_str());
-  }
-}
-
-bool ControlSocket::Open() {
-  if (path_.size() >= sizeof(sockaddr_un::sun_path)) {
-    Record(LOG_ERR, "socket_path_too_long").Add("socket", path_);
-    return false;
-  }
-  if (SomebodyAnswers(context_, path_)) {
-    Record(LOG_ERR, "already_running").Add("socket", path_);
-    return false;
-  }
-  unlink(path_.c_str());
-  boost::system::error_code error;
-  acceptor_.open(Protocol(), error);
-  const mode_t before = umask(0177);
-  acceptor_.bind(Protocol::endpoint(path_), error);
-  umask(before);
-  if (!error) {
-    bound_ = true;
-    acceptor_.listen(Protocol::acceptor::max_listen_connections, error);
-  }
-  if (error) {
-    Record(LOG_ERR, "socket_refused").Add("socket", path_).Add("reason", error.message());
-    return false;
-  }
-  Accept();
-  return true;
-}
-
-void ControlSocket::Accept() {
-  acceptor_.async_accept([this](const boost::system::error_code& error, Protocol::socket socket) {
-    if (error == asio::error::operation_aborted) {
-      return;
-    }
-    if (!error) {
-      std::make_shared<Session>(std::move(socket), monitor_)->Run();
-    }
-    Accept();
-  });
+void ControlSocket::Open() {
+  listener_.Open({});
+  listener_.Accept();
 }
 
 }  // namespace nimotifyd

@@ -2,10 +2,9 @@
 #pragma once
 
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/local/stream_protocol.hpp>
-#include <memory>
 #include <string>
 
+#include "services/base/listener.h"
 #include "services/monitor/monitor.h"
 
 namespace nimotifyd {
@@ -15,21 +14,13 @@ namespace nimotifyd {
 class ControlSocket {
  public:
   ControlSocket(boost::asio::io_context& context, Monitor& monitor, std::string path);
-  ~ControlSocket();
-  ControlSocket(const ControlSocket&) = delete;
-  ControlSocket& operator=(const ControlSocket&) = delete;
 
-  /// Listens, for root alone. False with a record if another monitor answers at the path, or it cannot be bound.
-  bool Open();
+  /// Listens, for root alone. Throws std::runtime_error if another monitor answers at the path, or it cannot be bound.
+  void Open();
 
  private:
-  void Accept();
-
-  boost::asio::io_context& context_;
   Monitor& monitor_;
-  std::string path_;
-  boost::asio::local::stream_protocol::acceptor acceptor_;
-  bool bound_ = false;
+  service::Listener listener_;
 };
 
 }  // namespace nimotifyd

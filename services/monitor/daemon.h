@@ -3,12 +3,8 @@
 
 namespace nimotifyd {
 
-/// Exit statuses.
-constexpr int kExitStopped = 0;  ///< asked to stop, and did
-constexpr int kExitFailure = 1;  ///< could not start: another monitor runs, or the kernel offers no change reports
-constexpr int kExitUsage = 2;    ///< wrong usage
-
-/// Parses the arguments and runs until SIGTERM or SIGINT. SIGHUP reads the registrations again.
+/// Parses the arguments and runs until SIGTERM or SIGINT; SIGHUP reads the registrations again. Returns as
+/// service::RunProgram does.
 int RunDaemon(int argc, const char* const* argv);
 
 }  // namespace nimotifyd

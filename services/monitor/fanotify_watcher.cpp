@@ -10,9 +10,13 @@
 #include <climits>
 #include <utility>
 
-#include "services/monitor/log.h"
+#include "services/base/log.h"
 
 namespace nimotifyd {
+
+using service::Record;
+using service::UniqueFd;
+
 namespace {
 
 constexpr uint64_t kFileSystemMask =

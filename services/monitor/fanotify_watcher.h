@@ -8,12 +8,12 @@
 #include <unordered_set>
 #include <vector>
 
+#include "services/base/unique_fd.h"
 #include "services/monitor/fanotify_stream.h"
 #include "services/monitor/folder_cache.h"
 #include "services/monitor/folder_locator.h"
 #include "services/monitor/ledger.h"
 #include "services/monitor/open_writers.h"
-#include "services/monitor/unique_fd.h"
 #include "services/monitor/watcher.h"
 
 namespace nimotifyd {
@@ -53,7 +53,7 @@ class FanotifyWatcher : public Watcher {
   using Views = std::shared_ptr<const FolderViews>;
   using Links = std::unordered_map<Handle, uint64_t, HandleHash>;  // number of names
 
-  FanotifyWatcher(const Options& options, const Recorder& recorder, UniqueFd fd);
+  FanotifyWatcher(const Options& options, const Recorder& recorder, service::UniqueFd fd);
 
   bool MarkFileSystem(const std::string& path, uint64_t file_system);
   void OfferPaths(uint64_t file_system, const std::string& another);
@@ -85,7 +85,7 @@ class FanotifyWatcher : public Watcher {
   std::optional<Handle> ObjectNow(const Ledger::Name& name, const FolderViews& views);
 
   const Recorder* recorder_;
-  UniqueFd fd_;
+  service::UniqueFd fd_;
   int32_t own_pid_;
   FanotifyStream stream_;
   FolderCache cache_;

@@ -7,10 +7,13 @@
 #include <functional>
 #include <string_view>
 
+#include "services/base/unique_fd.h"
 #include "services/monitor/listing.h"
-#include "services/monitor/unique_fd.h"
 
 namespace nimotifyd {
+
+using service::UniqueFd;
+
 namespace {
 
 struct Sum {

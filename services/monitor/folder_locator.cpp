@@ -13,6 +13,9 @@
 #include <vector>
 
 namespace nimotifyd {
+
+using service::UniqueFd;
+
 namespace {
 
 // A folder that is moved while it is looked at is looked at again.

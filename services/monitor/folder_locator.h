@@ -7,9 +7,9 @@
 #include <unordered_map>
 #include <vector>
 
+#include "services/base/unique_fd.h"
 #include "services/monitor/fanotify_stream.h"
 #include "services/monitor/folder_cache.h"
-#include "services/monitor/unique_fd.h"
 
 namespace nimotifyd {
 
@@ -29,7 +29,7 @@ class FolderLocator {
   FolderCache::Folder* Locate(const Handle& folder);
 
   /// Opens (O_PATH) a folder by its handle; invalid if it is gone.
-  UniqueFd Open(const Handle& folder);
+  service::UniqueFd Open(const Handle& folder);
 
   /// Lets go of the file systems, so that they can be unmounted. Locate opens them again.
   void CloseMounts() { mounts_.clear(); }
@@ -41,7 +41,7 @@ class FolderLocator {
     bool top = false;
     FolderPlace place;
   };
-  const std::vector<UniqueFd>& MountsOf(uint64_t file_system);
+  const std::vector<service::UniqueFd>& MountsOf(uint64_t file_system);
   std::optional<Finding> LookOnDisk(const Handle& folder);
   static std::optional<Finding> LookThrough(int mount, const Handle& folder);
   std::optional<Finding> Find(const Handle& folder);
@@ -49,7 +49,7 @@ class FolderLocator {
   FolderCache* cache_;
   FanotifyStream* stream_;
   std::unordered_map<uint64_t, std::vector<std::string>> paths_;
-  std::unordered_map<uint64_t, std::vector<UniqueFd>> mounts_;
+  std::unordered_map<uint64_t, std::vector<service::UniqueFd>> mounts_;
   uint64_t lookups_ = 0;
 };
 

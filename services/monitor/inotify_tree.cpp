@@ -13,11 +13,15 @@
 #include <climits>
 #include <utility>
 
+#include "services/base/log.h"
 #include "services/monitor/folder_digest.h"
 #include "services/monitor/listing.h"
-#include "services/monitor/log.h"
 
 namespace nimotifyd {
+
+using service::Record;
+using service::UniqueFd;
+
 namespace {
 
 constexpr uint32_t kFolderMask = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_MODIFY | IN_CLOSE_WRITE |

@@ -11,9 +11,9 @@
 #include <utility>
 #include <vector>
 
+#include "services/base/unique_fd.h"
 #include "services/monitor/recorder.h"
 #include "services/monitor/said_once.h"
-#include "services/monitor/unique_fd.h"
 #include "services/monitor/watch_budget.h"
 #include "services/monitor/watcher.h"
 
@@ -75,7 +75,7 @@ class InotifyTree {
 
   /// Opens (O_PATH) a folder, however long its path is. No link below the root is followed: the tree may be behind the
   /// disk, and a link that has taken a folder's place leads to what nobody registered. Invalid, with errno, on failure.
-  UniqueFd Open(const InotifyFolder& folder) const;
+  service::UniqueFd Open(const InotifyFolder& folder) const;
 
   const FolderViews& ViewsOf(InotifyFolder& folder);
   std::string PathOf(const InotifyFolder& folder) const;

@@ -12,9 +12,13 @@
 #include <fstream>
 #include <utility>
 
-#include "services/monitor/log.h"
+#include "services/base/log.h"
 
 namespace nimotifyd {
+
+using service::Record;
+using service::UniqueFd;
+
 namespace {
 
 // The halves of a rename are queued one after the other, so the second is late by a preemption at most.

@@ -10,9 +10,9 @@
 #include <unordered_set>
 #include <vector>
 
+#include "services/base/unique_fd.h"
 #include "services/monitor/inotify_tree.h"
 #include "services/monitor/open_writers.h"
-#include "services/monitor/unique_fd.h"
 #include "services/monitor/watcher.h"
 
 namespace nimotifyd {
@@ -48,7 +48,7 @@ class InotifyWatcher : public Watcher {
   };
   using Writers = OpenWriters<std::string, uint64_t, std::hash<std::string>>;
 
-  InotifyWatcher(const Options& options, const Recorder& recorder, UniqueFd fd);
+  InotifyWatcher(const Options& options, const Recorder& recorder, service::UniqueFd fd);
 
   void ReadAll(Clock::time_point now);
   bool OnEvent(Event& event, Clock::time_point now, DrainReport& report);
@@ -73,7 +73,7 @@ class InotifyWatcher : public Watcher {
   static std::string KeyOf(const InotifyFolder& folder, const std::string& name);
 
   const Recorder* recorder_;
-  UniqueFd fd_;
+  service::UniqueFd fd_;
   InotifyTree tree_;
   Writers writers_;
   std::chrono::milliseconds poll_period_;

@@ -8,11 +8,14 @@
 #include <thread>
 #include <utility>
 
+#include "services/base/log.h"
 #include "services/monitor/fanotify_watcher.h"
 #include "services/monitor/inotify_watcher.h"
-#include "services/monitor/log.h"
 
 namespace nimotifyd {
+
+using service::Record;
+
 namespace {
 
 namespace asio = boost::asio;

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "services/monitor/unique_fd.h"
+#include "services/base/unique_fd.h"
 
 namespace nimotifyd {
 
@@ -31,7 +31,7 @@ class MountTable {
   std::vector<Mount> Read() const;
 
  private:
-  UniqueFd fd_;
+  service::UniqueFd fd_;
 };
 
 }  // namespace nimotifyd

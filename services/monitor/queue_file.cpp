@@ -7,9 +7,12 @@
 
 #include <cerrno>
 
-#include "services/monitor/unique_fd.h"
+#include "services/base/unique_fd.h"
 
 namespace nimotifyd {
+
+using service::UniqueFd;
+
 namespace {
 
 // A consumer moves the file aside once per pass; losing this race more often means something else is wrong.

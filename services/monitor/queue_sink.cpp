@@ -5,9 +5,12 @@
 #include <functional>
 #include <utility>
 
-#include "services/monitor/log.h"
+#include "services/base/log.h"
 
 namespace nimotifyd {
+
+using service::Record;
+
 namespace {
 
 // The lock is held while this much is written; the reader takes the same lock with a limited number of tries.

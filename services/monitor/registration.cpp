@@ -10,9 +10,12 @@
 #include <memory>
 #include <system_error>
 
-#include "services/monitor/log.h"
+#include "services/base/log.h"
 
 namespace nimotifyd {
+
+using service::Record;
+
 namespace {
 
 // Paths are compared as text, so there must be one way to write each: absolute, without empty, "." and ".." components.

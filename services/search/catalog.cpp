@@ -4,11 +4,14 @@
 #include <filesystem>
 #include <system_error>
 
-#include "services/search/log.h"
+#include "services/base/log.h"
 #include "services/search/mover.h"
 #include "services/search/refusal.h"
 
 namespace nimoelasticd {
+
+using service::Record;
+
 namespace {
 
 std::string CleanPath(const std::string& path) {

@@ -19,27 +19,33 @@ bool Exists(const std::string& file) {
   return stat(file.c_str(), &status) == 0;
 }
 
-std::shared_ptr<const Schema> ReadSchema(Connection& connection) {
+// Before anything else is read: of a later format we know nothing.
+int64_t ReadFormat(Connection& connection) {
   if (connection.QueryInt("SELECT count(*) FROM sqlite_master WHERE name = 'meta'") == 0) {
     throw Error(ErrorCode::kCorrupt, "the database has no table of its settings");
   }
+  const int64_t format = connection.QueryInt("SELECT value FROM meta WHERE name = 'format'");
+  if (format > kFormat) {
+    throw Error(ErrorCode::kNewerFormat, "a later version wrote the database: it has format " + std::to_string(format) +
+                                             ", this daemon knows " + std::to_string(kFormat));
+  }
+  if (format < 1) {
+    throw Error(ErrorCode::kCorrupt, "the database does not say which format it has");
+  }
+  return format;
+}
+
+std::shared_ptr<const Schema> ReadSchema(Connection& connection) {
   Statement statement(connection.handle(), "SELECT name, value FROM meta");
   Json::Value mappings;
   Json::Value settings;
-  int64_t format = 0;
   while (statement.Step()) {
     const std::string_view name = statement.Bytes(0);
-    if (name == "format") {
-      format = statement.Int(1);
-    } else if (name == "mappings") {
+    if (name == "mappings") {
       mappings = ParseJson(statement.Bytes(1));
     } else if (name == "settings") {
       settings = ParseJson(statement.Bytes(1));
     }
-  }
-  if (format > kFormat) {
-    throw Error(ErrorCode::kNewerFormat,
-                "the database has format " + std::to_string(format) + ", this daemon knows " + std::to_string(kFormat));
   }
   try {
     return std::make_shared<Schema>(mappings, settings);
@@ -109,7 +115,8 @@ Database::Database(const std::string& file, int flags) : connection_(file, flags
 
 Database::Database(const std::string& file)
     : connection_(Exists(file) ? file : throw Error(ErrorCode::kNoDatabase, "no database at " + file),
-                  SQLITE_OPEN_READWRITE) {
+                  SQLITE_OPEN_READWRITE),
+      format_(ReadFormat(connection_)) {
   Attach(ReadSchema(connection_));
 }
 
@@ -147,6 +154,18 @@ std::unique_ptr<Database> Database::Make(const std::string& file, std::shared_pt
   connection.Exec("INSERT INTO fts(fts, rank) VALUES('hashsize', " + std::to_string(options.batch_bytes) + ")");
   connection.Exec("COMMIT");
   return database;
+}
+
+void Database::Upgrade() {
+  if (format_ == kFormat) {
+    return;
+  }
+  constexpr int kPatienceMs = 60'000;  // somebody may be looking into the file
+  sqlite3_busy_timeout(connection_.handle(), kPatienceMs);
+  connection_.Exec("BEGIN IMMEDIATE");
+  store_->Upgrade(format_);
+  connection_.Exec("COMMIT");
+  format_ = kFormat;
 }
 
 void Database::PrepareToWrite(const OpenOptions& options) {

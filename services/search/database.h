@@ -33,7 +33,7 @@ void ReplaceDatabase(const std::string& from, const std::string& to);
 /// A connection and what stands on it.
 class Database {
  public:
-  /// Opens an existing database. Its schema is read from it.
+  /// Opens an existing database of any format up to ours. Its schema is read from it.
   /// Throws Error kNoDatabase, kCorrupt, kNewerFormat, kStorage.
   explicit Database(const std::string& file);
   /// Another connection to a database with this schema.
@@ -45,6 +45,11 @@ class Database {
   Connection& connection() { return connection_; }
   DocumentStore& store() { return *store_; }
   const std::shared_ptr<const Schema>& schema() const { return schema_; }
+  /// At most kFormat. With a lower one, documents can be read, and nothing else.
+  int64_t format() const { return format_; }
+
+  /// Brings the database to kFormat, or leaves it as it is. Throws Error kCorrupt, kDiskFull, kStorage.
+  void Upgrade();
 
   void PrepareToWrite(const OpenOptions& options);
   void PrepareToRead(const OpenOptions& options);
@@ -54,6 +59,7 @@ class Database {
   void Attach(std::shared_ptr<const Schema> schema);
 
   Connection connection_;
+  int64_t format_ = kFormat;
   std::shared_ptr<const Schema> schema_;
   std::unique_ptr<DocumentStore> store_;
 };

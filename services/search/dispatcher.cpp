@@ -8,12 +8,15 @@
 #include <system_error>
 #include <utility>
 
-#include "services/search/json_text.h"
-#include "services/search/log.h"
+#include "services/base/json_text.h"
+#include "services/base/log.h"
 #include "services/search/refusal.h"
 #include "services/search/request.h"
 
 namespace nimoelasticd {
+
+using service::Record;
+
 namespace {
 
 // Longer messages are taken apart on a worker, so that the event loop stays quick; a shorter one takes well below a
@@ -24,17 +27,21 @@ std::string ErrorMember(int code, const std::string& message) {
   Json::Value error;
   error["code"] = code;
   error["msg"] = message;
-  return "\"error\":" + WriteJson(error);
+  return "\"error\":" + service::ToText(error);
 }
 
 // After these no command for the index can do anything, or what was done is gone. Clients pass over the failure of
 // single commands, so that the request as a whole has to fail.
 bool IsForTheWhole(int code) {
-  static constexpr std::array kCodes = {
-      static_cast<int>(Code::kNotReady),   static_cast<int>(Code::kPaused),
-      static_cast<int>(Code::kRepairing),  static_cast<int>(Code::kAnswerTooLarge),
-      static_cast<int>(Code::kNoDatabase), static_cast<int>(Code::kDamaged),
-      static_cast<int>(Code::kStorage),    static_cast<int>(search::ErrorCode::kDiskFull)};
+  static constexpr std::array kCodes = {static_cast<int>(Code::kNotReady),
+                                        static_cast<int>(Code::kUpgrading),
+                                        static_cast<int>(Code::kPaused),
+                                        static_cast<int>(Code::kRepairing),
+                                        static_cast<int>(Code::kAnswerTooLarge),
+                                        static_cast<int>(Code::kNoDatabase),
+                                        static_cast<int>(Code::kDamaged),
+                                        static_cast<int>(Code::kStorage),
+                                        static_cast<int>(search::ErrorCode::kDiskFull)};
   return std::find(kCodes.begin(), kCodes.end(), code) != kCodes.end();
 }
 
@@ -139,6 +146,8 @@ void Dispatcher::Start() {
     lanes_.Post(id, [this, id] {
       if (const std::optional<Problem> problem = Try([&] { catalog_.Open(id); })) {
         Record(LOG_ERR, "index_not_opened").Add("index", id).Add("reason", problem->message);
+      } else if (on_commit_) {
+        on_commit_(id);  // the daemon before may have ended with room to give back
       }
     });
   }
@@ -206,7 +215,7 @@ Route Dispatcher::Find(const Command& command) const {
     throw Refusal(Code::kUnknownIndex, "no such index: " + route.index);
   }
   // These take long, and the client knows how to wait.
-  if (state == State::kOpening || state == State::kMoving || state == State::kRepairing) {
+  if (WillOpenSoon(state)) {
     host->RequireOpen();
   }
   return route;
@@ -253,7 +262,7 @@ void Dispatcher::Run(Job& job, const Route& route) {
     EnsureOpen(route);
     result = commands_.Run(*job.command);
   });
-  if (!problem && on_commit_ && job.command->name == "commit") {
+  if (!problem && on_commit_ && (job.command->name == "commit" || job.command->name == "index_resume")) {
     on_commit_(route.index);
   }
   job.Add(problem, result);

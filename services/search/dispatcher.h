@@ -39,7 +39,7 @@ class Dispatcher {
   /// Settles what a crash left, and has every index opened.
   void Start();
   void Submit(std::string message, Reply reply);
-  /// `on_commit` is called with the id of an index that was committed, on any thread. Call this before Start.
+  /// `on_commit` is called with the id of an index that was committed or opened, on any thread. Call this before Start.
   void OnCommit(std::function<void(const std::string& id)> on_commit);
   /// Tidies an index up, in its turn, for about `budget`; `done` gets to know whether there is more to do. Does nothing
   /// if it is not open.

@@ -1,6 +1,6 @@
 // Commands for documents.
+#include "services/base/json_text.h"
 #include "services/search/command_table.h"
-#include "services/search/json_text.h"
 #include "services/search/refusal.h"
 #include "services/search/request.h"
 
@@ -54,12 +54,12 @@ std::string DocumentGetByQuery(Catalog& catalog, const Json::Value& data) {
     if (hits.size() > 1) {
       hits += ',';
     }
-    hits += WriteJson(hit);
+    hits += service::ToText(hit);
     if (hits.size() > kMaxMessageBytes - 1024) {
       throw Refusal(Code::kAnswerTooLarge, "the answer is over 1 GiB: ask for fewer fields or a smaller folder");
     }
   };
-  const HostedIndex::Use index(*host);
+  const HostedIndex::Use index(*host, committed ? HostedIndex::Use::For::kAsking : HostedIndex::Use::For::kReading);
   index->Get(RequireObject(data, "query"), load_fields, add_hit,
              committed ? search::View::kCommitted : search::View::kLatest);
   hits += ']';

@@ -6,9 +6,12 @@
 
 #include <cerrno>
 
-#include "services/search/log.h"
+#include "services/base/log.h"
 
 namespace nimoelasticd {
+
+using service::Record;
+
 namespace {
 
 // Root's (or our own) file that nobody else may write.

@@ -67,7 +67,8 @@ void Analyze(WordAnalyzer& analyzer, std::string_view text, int flags, TokenSink
       analyzer.Keyword(rest, sink);
       break;
     case kWhiteSpace:
-      analyzer.WhiteSpace(rest, stems, sink);
+    case kWhiteSpaceEscaped:
+      analyzer.WhiteSpace(rest, text.front() == kWhiteSpaceEscaped, stems, sink);
       break;
     case kVerbatim:
       sink.Take(rest, 0, text.size(), false);

@@ -8,17 +8,31 @@
 #include <filesystem>
 #include <utility>
 
-#include "services/search/log.h"
+#include "services/base/log.h"
+#include "services/base/unique_fd.h"
 #include "services/search/refusal.h"
-#include "services/search/unique_fd.h"
 
 namespace nimoelasticd {
+
+using service::Record;
+using service::UniqueFd;
+
 namespace {
 
 // Lies in the index's folder while there are changes that are not committed. A daemon that finds it knows that clients
 // count on changes that are gone. It need not survive a power cut: those clients do not either, and begin anew.
 std::string MarkerOf(const std::string& path) {
   return path + "/uncommitted";
+}
+
+// Lies there from when damage is found until it is repaired: what finds damage at opening, the log of an unclean end,
+// is gone after that opening, and a repair may have to wait for room on the disk.
+std::string DamageMarkerOf(const std::string& path) {
+  return path + "/damaged";
+}
+
+void Touch(const std::string& marker) {
+  UniqueFd(open(marker.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
 }
 
 }  // namespace
@@ -29,6 +43,8 @@ const char* NameOf(State state) {
       return "opening";
     case State::kMoving:
       return "moving";
+    case State::kUpgrading:
+      return "upgrading";
     case State::kOpen:
       return "open";
     case State::kPaused:
@@ -37,6 +53,8 @@ const char* NameOf(State state) {
       return "repairing";
     case State::kAbsent:
       return "absent";
+    case State::kNewer:
+      return "of a later version";
     case State::kDamaged:
       return "damaged";
     case State::kGone:
@@ -71,6 +89,10 @@ std::string HostedIndex::problem() const {
 
 void HostedIndex::Refuse() const {
   switch (state_) {
+    case State::kUpgrading:
+      throw Refusal(Code::kUpgrading, "the index is being upgraded");
+    case State::kNewer:
+      throw Refusal(Code::kNotReady, "the index cannot be opened: " + problem_);
     case State::kPaused:
       throw Refusal(Code::kPaused, "the index is paused");
     case State::kRepairing:
@@ -93,14 +115,20 @@ void HostedIndex::RequireOpen() const {
   }
 }
 
+bool HostedIndex::Answers() const {
+  const std::lock_guard lock(mutex_);
+  return state_ == State::kOpen || (state_ == State::kRepairing && index_ != nullptr);
+}
+
 search::Index* HostedIndex::Enter(Use::For purpose) {
   const std::lock_guard lock(mutex_);
-  if (state_ != State::kOpen) {
+  const bool last_resort = purpose == Use::For::kAsking && state_ == State::kRepairing && index_ != nullptr;
+  if (state_ != State::kOpen && !last_resort) {
     Refuse();
   }
   if (purpose == Use::For::kChanging && !changed_) {
     changed_ = true;
-    UniqueFd(open(MarkerOf(path_).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    Touch(MarkerOf(path_));
   }
   ++users_;
   return index_.get();
@@ -120,13 +148,29 @@ void HostedIndex::Become(State state, std::unique_ptr<search::Index> index) {
 }
 
 void HostedIndex::Create(const Json::Value& mappings, const Json::Value& settings) {
+  unlink(MarkerOf(path()).c_str());  // they speak of an index that was here before
+  unlink(DamageMarkerOf(path()).c_str());
   Become(State::kOpen, search::Index::Create(path(), mappings, settings, options_));
 }
 
 void HostedIndex::Open() {
   SetState(State::kOpening);
-  if (TryOpen() == Opened::kDamaged) {
+  Opened opened = access(DamageMarkerOf(path()).c_str(), F_OK) == 0 ? Opened::kDamaged : TryOpen();
+  if (opened == Opened::kOlder) {
+    opened = TryUpgrade() ? TryOpen() : Opened::kNot;
+  }
+  if (opened == Opened::kDamaged) {
+    AnswerWhileDamaged();
     RepairFiles();
+  }
+}
+
+// What can be read of it is better than nothing, as long as the repair takes.
+void HostedIndex::AnswerWhileDamaged() {
+  try {
+    Become(State::kRepairing, search::Index::OpenDamaged(path(), options_));
+  } catch (const search::Error&) {
+    SetState(State::kRepairing);
   }
 }
 
@@ -137,16 +181,15 @@ bool HostedIndex::MarkDamaged() {
   }
   state_ = State::kRepairing;
   changes_lost_ = true;
+  Touch(DamageMarkerOf(path_));
   return true;
 }
 
 void HostedIndex::Repair() {
-  Close(State::kRepairing, false);
   RepairFiles();
 }
 
 void HostedIndex::RepairFiles() {
-  SetState(State::kRepairing);
   if (TryRepair() && TryOpen() == Opened::kDamaged) {
     SetState(State::kDamaged);
   }
@@ -163,11 +206,30 @@ HostedIndex::Opened HostedIndex::TryOpen() {
       Record(LOG_ERR, "index_not_opened").Add("path", path()).Add("reason", error.what());
     }
     SetProblem(error.what());
+    if (error.code() == search::ErrorCode::kOlderFormat) {
+      return Opened::kOlder;
+    }
     if (error.code() == search::ErrorCode::kCorrupt) {
+      Touch(DamageMarkerOf(path()));
       return Opened::kDamaged;
     }
-    SetState(State::kAbsent);
+    SetState(error.code() == search::ErrorCode::kNewerFormat ? State::kNewer : State::kAbsent);
     return Opened::kNot;
+  }
+}
+
+bool HostedIndex::TryUpgrade() {
+  SetState(State::kUpgrading);
+  try {
+    search::Index::Upgrade(path());
+    Record(LOG_NOTICE, "index_upgraded").Add("path", path());
+    SetProblem("");
+    return true;
+  } catch (const search::Error& error) {
+    Record(LOG_ERR, "upgrade_failed").Add("path", path()).Add("reason", error.what());
+    SetProblem(error.what());
+    SetState(State::kAbsent);
+    return false;
   }
 }
 
@@ -181,11 +243,13 @@ bool HostedIndex::TryRepair() {
         .Add("documents", documents)
         .Add("lost", lost ? "yes" : "no");
     SetProblem(lost ? "repaired, but not all documents could be read: rebuild the share" : "");
+    unlink(DamageMarkerOf(path()).c_str());
+    Close(State::kOpening, false);
     return true;
   } catch (const search::Error& error) {
     Record(LOG_ERR, "repair_failed").Add("path", path()).Add("reason", error.what());
     SetProblem(error.what());
-    SetState(error.code() == search::ErrorCode::kCorrupt ? State::kDamaged : State::kAbsent);
+    Close(error.code() == search::ErrorCode::kCorrupt ? State::kDamaged : State::kAbsent, false);
     return false;
   }
 }
@@ -216,6 +280,7 @@ void HostedIndex::NoteCommitted() {
 
 void HostedIndex::RemoveFiles(const std::string& path) {
   unlink(MarkerOf(path).c_str());
+  unlink(DamageMarkerOf(path).c_str());
   search::Index::Remove(path);
 }
 

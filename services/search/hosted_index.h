@@ -13,15 +13,23 @@
 namespace nimoelasticd {
 
 enum class State {
-  kOpening,  ///< 606
-  kMoving,   ///< 606
+  kOpening,    ///< 606
+  kMoving,     ///< 606
+  kUpgrading,  ///< 607
   kOpen,
   kPaused,     ///< 608
   kRepairing,  ///< 609
   kAbsent,     ///< its files are not there, or cannot be opened now; each request tries again
+  kNewer,      ///< of a later daemon, 606: asked again until that one is back
   kDamaged,    ///< and not to be repaired
   kGone,       ///< deleted
 };
+
+/// Whether requests that need an open index are to be asked again after a while.
+constexpr bool WillOpenSoon(State state) {
+  return state == State::kOpening || state == State::kMoving || state == State::kUpgrading ||
+         state == State::kRepairing;
+}
 
 /// For people and programs: "open", "paused" and so on.
 const char* NameOf(State state);
@@ -34,7 +42,11 @@ class HostedIndex {
   /// A right to call the open index. It is not held for longer than one call takes.
   class Use {
    public:
-    enum class For { kReading, kChanging };
+    enum class For {
+      kAsking,    ///< about the last commit; also while the index is being repaired, if it can be read at all
+      kReading,   ///< about what is not committed, too
+      kChanging,  ///< or committing
+    };
     /// Throws Refusal if it is not open.
     explicit Use(HostedIndex& host, For purpose = For::kReading);
     ~Use();
@@ -53,17 +65,20 @@ class HostedIndex {
   std::string path() const;
   std::mutex& AdminLock() { return admin_; }
 
+  /// Whether questions about the last commit are answered.
+  bool Answers() const;
+
   /// Refuses (Refusal) with what the state asks for; returns if it is open.
   void RequireOpen() const;
 
   /// Makes the files of a new index. Throws search::Error; then nothing is there.
   void Create(const Json::Value& mappings, const Json::Value& settings);
-  /// Opens the files, repairing them if they are damaged. The state tells what came of it. Records why.
+  /// Opens the files, upgrading or repairing them if that is needed. The state tells what came of it. Records why.
   void Open();
   /// For an open index that turned out to be damaged: from now on requests are told that it is being repaired. True if
   /// the caller is the one who has to see to that.
   bool MarkDamaged();
-  /// Closes the files of a damaged index, repairs and opens them.
+  /// Repairs the files of a damaged index, and opens them.
   void Repair();
   /// Whether changes that were answered with success are gone without a commit, because of damage or because a daemon
   /// ended before it; says so once.
@@ -89,9 +104,11 @@ class HostedIndex {
   search::Index* Enter(Use::For purpose);
   void Leave();
   [[noreturn]] void Refuse() const;  // with mutex_ held
-  enum class Opened { kDone, kDamaged, kNot };
+  enum class Opened { kDone, kOlder, kDamaged, kNot };
   Opened TryOpen();
+  bool TryUpgrade();
   bool TryRepair();
+  void AnswerWhileDamaged();
   void NoteLostChanges();
   void RepairFiles();
   void Become(State state, std::unique_ptr<search::Index> index);

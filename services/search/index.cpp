@@ -71,6 +71,7 @@ class Index::Impl {
         writer_(std::make_unique<Database>(DatabaseFile(path_))),
         readers_(DatabaseFile(path_), writer_->schema(), options) {
     writer_->PrepareToWrite(options);
+    deleted_ = saved_deleted_ = ReadDeletedCount(writer_->connection());
   }
 
   // Runs a change in the open transaction. A failure of the disk gives all of it up.
@@ -97,14 +98,24 @@ class Index::Impl {
 
   void Commit();
   void GiveUp(const Error& error) {
-    sqlite3_exec(writer_->connection().handle(), "ROLLBACK", nullptr, nullptr, nullptr);
+    RollBack();
     lost_ = error;
+  }
+  void RollBack() {
+    sqlite3_exec(writer_->connection().handle(), "ROLLBACK", nullptr, nullptr, nullptr);
+    deleted_ = saved_deleted_;
   }
 
   void CheckSize(const Json::Value& document) const {
     if (DocumentBytes(document) > options_.max_document_bytes) {
       throw Error(ErrorCode::kTooMuchMemory,
                   "the document is larger than " + std::to_string(options_.max_document_bytes) + " bytes");
+    }
+  }
+
+  void SaveDeleted() {
+    if (deleted_ != saved_deleted_) {
+      WriteDeletedCount(writer_->connection(), deleted_);
     }
   }
 
@@ -134,6 +145,7 @@ class Index::Impl {
   std::unique_ptr<Database> writer_;  // guarded by write_lock_, as is all below
   std::optional<Error> lost_;         // changes were given up since the last commit, for this reason
   int64_t deleted_ = 0;               // documents whose words were deleted since the last merge
+  int64_t saved_deleted_ = 0;         // the same, as the last commit has it
   bool merging_ = false;
   std::atomic<bool> uncommitted_ = false;
   ReaderPool readers_;
@@ -144,7 +156,7 @@ void Index::Impl::Commit() {
   uncommitted_ = false;
   if (lost_) {
     const Error error = *lost_;
-    sqlite3_exec(writer_->connection().handle(), "ROLLBACK", nullptr, nullptr, nullptr);
+    RollBack();
     lost_.reset();
     throw Error(error);
   }
@@ -152,9 +164,11 @@ void Index::Impl::Commit() {
     return;
   }
   try {
+    SaveDeleted();
     writer_->connection().Exec("COMMIT");
+    saved_deleted_ = deleted_;
   } catch (...) {
-    sqlite3_exec(writer_->connection().handle(), "ROLLBACK", nullptr, nullptr, nullptr);
+    RollBack();
     throw;
   }
 }
@@ -173,7 +187,11 @@ bool Index::Impl::MergeSome() {
   const int before = sqlite3_total_changes(connection.handle());
   connection.Exec("INSERT INTO fts(fts, rank) VALUES('merge', " + std::to_string(merging_ ? kPages : -kPages) + ")");
   merging_ = sqlite3_total_changes(connection.handle()) - before >= 2;
-  deleted_ = merging_ ? deleted_ : 0;
+  if (!merging_) {
+    deleted_ = 0;
+    SaveDeleted();
+    saved_deleted_ = 0;
+  }
   return merging_;
 }
 
@@ -242,7 +260,18 @@ std::unique_ptr<Index> Index::Open(const std::string& path, const OpenOptions& o
       throw Error(ErrorCode::kCorrupt, "the database is damaged: " + damage);
     }
   }
+  if (index->impl_->writer_->format() < kFormat) {
+    throw Error(ErrorCode::kOlderFormat, "the database is of an earlier version and has to be upgraded");
+  }
   return index;
+}
+
+std::unique_ptr<Index> Index::OpenDamaged(const std::string& path, const OpenOptions& options) {
+  return std::unique_ptr<Index>(new Index(std::make_unique<Impl>(path, options)));
+}
+
+void Index::Upgrade(const std::string& path) {
+  Database(DatabaseFile(path)).Upgrade();
 }
 
 void Index::Remove(const std::string& path) {
@@ -375,6 +404,7 @@ Statement PrepareQuery(Connection& connection, const CompiledQuery& query, const
 }  // namespace
 
 int64_t Index::DeleteByQuery(const Json::Value& query) {
+  constexpr size_t kMany = 2'000;
   const CompiledQuery compiled = Compile(ParseQsl(query, impl_->schema()));
   return impl_->Write([&](DocumentStore& store) {
     std::vector<int64_t> ids;
@@ -385,8 +415,15 @@ int64_t Index::DeleteByQuery(const Json::Value& query) {
       }
     }
     std::sort(ids.begin(), ids.end());
+    const bool many = ids.size() >= kMany;
+    if (many) {
+      store.MergeWordsWhileWriting(false);
+    }
     for (const int64_t id : ids) {
       store.Delete(id);
+    }
+    if (many) {
+      store.MergeWordsWhileWriting(true);
     }
     impl_->deleted_ += static_cast<int64_t>(ids.size());
     return static_cast<int64_t>(ids.size());

@@ -31,6 +31,7 @@ enum class ErrorCode {
   kDiskFull = 1223,        ///< no room; the index is as it was at the last commit
   kStorage = 1224,         ///< any other failure of the disk or of SQLite; the same holds
   kNewerFormat = 1225,     ///< the database was written by a later version of this daemon
+  kOlderFormat = 1226,     ///< by an earlier one: Upgrade it
 };
 
 /// Everything that this engine throws (besides std::bad_alloc).
@@ -128,8 +129,16 @@ class Index {
                                        const Json::Value& settings, const OpenOptions& options = {});
 
   /// Opens what Create made. After an unclean end (a crash, a kill) the whole database is checked, which reads it all.
-  /// Throws kNoDatabase, kCorrupt, kNewerFormat, kStorage.
+  /// Throws kNoDatabase, kCorrupt, kNewerFormat, kOlderFormat, kStorage.
   static std::unique_ptr<Index> Open(const std::string& path, const OpenOptions& options = {});
+
+  /// Opens an index that Open found damaged, for reading what can be read while Repair is at work; it has to be closed
+  /// before Open. Throws as Open does.
+  static std::unique_ptr<Index> OpenDamaged(const std::string& path, const OpenOptions& options = {});
+
+  /// Brings the database of an earlier version to this one's format, in one transaction: a crash leaves the old one or
+  /// the new one. No index may be open at `path`. Throws kNoDatabase, kCorrupt, kNewerFormat, kDiskFull, kStorage.
+  static void Upgrade(const std::string& path);
 
   /// Removes the index's files from `path`, and the directory if nothing else is in it. No index may be open there.
   /// Files that are not there are no error. Throws kStorage.
@@ -138,11 +147,11 @@ class Index {
   /// Names of the files, in the index's directory, that Create and later work make; what a mover has to move.
   static std::vector<std::string> FileNames();
 
-  /// Rebuilds a damaged index from what can be read of its stored documents, into a new database that replaces the old
-  /// one at the end; what was there stays until then. No index may be open at `path`. Returns the number of documents
-  /// saved; when SQLite reports rows that cannot be read, they are skipped, and `*lost` (may be null) is set.
-  /// Throws kCorrupt when not even the mappings can be read: the share has to be rebuilt; kNoDatabase, kDiskFull,
-  /// kStorage.
+  /// Rebuilds a damaged index from what can be read of its stored documents, into a new database that the next Open
+  /// puts in the place of the old one; what was there stays until then, and may be open, but nobody may change it
+  /// meanwhile. Returns the number of documents saved; when SQLite reports rows that cannot be read, they are skipped,
+  /// and `*lost` (may be null) is set. Throws kCorrupt when not even the mappings can be read: the share has to be
+  /// rebuilt; kNoDatabase, kDiskFull, kStorage.
   static int64_t Repair(const std::string& path, bool* lost, const OpenOptions& options = {});
 
   /// Like Close; uncommitted changes are given up.

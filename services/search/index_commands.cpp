@@ -1,6 +1,6 @@
 // Commands for whole indexes.
+#include "services/base/json_text.h"
 #include "services/search/command_table.h"
-#include "services/search/json_text.h"
 #include "services/search/refusal.h"
 #include "services/search/request.h"
 
@@ -58,7 +58,7 @@ std::string IndexList(Catalog& catalog, const Json::Value&) {
   for (const auto& [id, host] : catalog.All()) {
     list.append(Describe(id, *host));
   }
-  return WriteJson(list);
+  return service::ToText(list);
 }
 
 std::string IndexStat(Catalog& catalog, const Json::Value& data) {
@@ -67,8 +67,11 @@ std::string IndexStat(Catalog& catalog, const Json::Value& data) {
   const HostPtr host = catalog.Require(id);
   Json::Value result = Describe(id, *host);
   result["bytes"] = Json::Int64{host->BytesOnDisk()};
+  if (check && WillOpenSoon(host->state())) {
+    host->RequireOpen();  // who asks for a check is not helped by an answer without one
+  }
   if (host->state() != State::kOpen) {
-    return WriteJson(result);
+    return service::ToText(result);
   }
   const HostedIndex::Use index(*host);
   const search::StatResult stat = index->Stat(check);
@@ -83,7 +86,7 @@ std::string IndexStat(Catalog& catalog, const Json::Value& data) {
       catalog.ReportDamage(id);
     }
   }
-  return WriteJson(result);
+  return service::ToText(result);
 }
 
 }  // namespace nimoelasticd

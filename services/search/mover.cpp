@@ -10,10 +10,13 @@
 #include <filesystem>
 #include <system_error>
 
-#include "services/search/unique_fd.h"
+#include "services/base/unique_fd.h"
 #include "services/search/whole_file.h"
 
 namespace nimoelasticd {
+
+using service::UniqueFd;
+
 namespace {
 
 namespace fs = std::filesystem;

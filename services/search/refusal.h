@@ -9,6 +9,7 @@ namespace nimoelasticd {
 /// Codes of the daemon itself. Those of one index's engine (search::ErrorCode) go out beside them.
 enum class Code : int {
   kNotReady = 606,   ///< the index is being opened or moved: ask again
+  kUpgrading = 607,  ///< the database is brought to this daemon's format: ask again
   kPaused = 608,     ///< until index_resume
   kRepairing = 609,  ///< the index is being rebuilt from its stored documents: ask again
   kMalformedRequest = 1201,

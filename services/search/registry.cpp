@@ -9,6 +9,7 @@
 #include <system_error>
 #include <utility>
 
+#include "services/base/json_text.h"
 #include "services/search/json_text.h"
 #include "services/search/refusal.h"
 #include "services/search/request.h"
@@ -152,7 +153,7 @@ void Registry::Save(Map&& entries) {
   for (const auto& [id, entry] : entries) {
     list["indexes"].append(ToJson(entry));
   }
-  WriteWholeFile(file_, WriteJson(list) + "\n");
+  WriteWholeFile(file_, service::ToText(list) + "\n");
   entries_ = std::move(entries);
 }
 

@@ -125,9 +125,8 @@ int64_t Index::Repair(const std::string& path, bool* lost, const OpenOptions& op
       *lost = salvage.lost();
     }
   }
-  // Complete from here on: Open finishes what a crash leaves undone.
+  // Complete from here on.
   ReplaceDatabase(making, path + "/" + kRepairedName);
-  ReplaceDatabase(path + "/" + kRepairedName, damaged);
   return saved;
 }
 

@@ -130,6 +130,8 @@ TokenMode ModeOf(const Field& field) {
       return kKeyword;
     case Analyzer::kWhiteSpace:
       return kWhiteSpace;
+    case Analyzer::kWhiteSpaceEscaped:
+      return kWhiteSpaceEscaped;
     default:
       return kWords;
   }
@@ -205,7 +207,7 @@ void Schema::ReadField(const std::string& name, const Json::Value& defaults, con
                                         {{"nimostandard", Analyzer::kStandard},
                                          {"keyword", Analyzer::kKeyword},
                                          {"white space", Analyzer::kWhiteSpace},
-                                         {"white space escaped", Analyzer::kWhiteSpace}},
+                                         {"white space escaped", Analyzer::kWhiteSpaceEscaped}},
                                         Analyzer::kStandard);
   field.required = ReadFlag(name, Setting(properties, defaults, "required"), "required", false);
   field.stored = ReadFlag(name, Setting(properties, defaults, "stored"), "stored", true);

@@ -14,7 +14,7 @@
 namespace search {
 
 enum class FieldType { kString, kText, kBool, kInt, kDouble };
-enum class Analyzer { kStandard, kKeyword, kWhiteSpace };
+enum class Analyzer { kStandard, kKeyword, kWhiteSpace, kWhiteSpaceEscaped };
 
 /// A field of the mappings, and its places in the database.
 struct Field {
@@ -102,12 +102,13 @@ class Schema {
 
 /// The first byte of what the full text's tokenizer is given says how to read the rest.
 enum TokenMode : char {
-  kPieces = '\x01',      ///< three-letter pieces
-  kKeyword = '\x02',     ///< one folded token
-  kWhiteSpace = '\x03',  ///< tokens between white space, and the words in them
-  kVerbatim = '\x04',    ///< the rest is one token as it stands
-  kWords = '\x06',       ///< words and, beside them, stems
-  kPlainWords = '\x07',  ///< words as they stand
+  kPieces = '\x01',             ///< three-letter pieces
+  kKeyword = '\x02',            ///< one folded token
+  kWhiteSpace = '\x03',         ///< tokens between white space, and the words in them
+  kVerbatim = '\x04',           ///< the rest is one token as it stands
+  kWords = '\x06',              ///< words and, beside them, stems
+  kPlainWords = '\x07',         ///< words as they stand
+  kWhiteSpaceEscaped = '\x08',  ///< like kWhiteSpace, but white space after a backslash separates nothing
 };
 
 }  // namespace search

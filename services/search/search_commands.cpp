@@ -3,8 +3,8 @@
 #include <array>
 #include <chrono>
 
+#include "services/base/json_text.h"
 #include "services/search/command_table.h"
-#include "services/search/json_text.h"
 #include "services/search/refusal.h"
 #include "services/search/request.h"
 
@@ -46,7 +46,7 @@ std::vector<std::pair<std::string, HostPtr>> Asked(const Catalog& catalog, const
     }
   } else {
     hosts = catalog.All();
-    std::erase_if(hosts, [](const auto& item) { return item.second->state() != State::kOpen; });
+    std::erase_if(hosts, [](const auto& item) { return !item.second->Answers(); });
   }
   return hosts;
 }
@@ -136,7 +136,7 @@ Json::Value ToJson(const std::map<std::string, search::Facet>& facets) {
 search::SearchResult SearchOne(Catalog& catalog, const std::string& id, HostedIndex& host, const std::string& query,
                                const search::SearchOptions& options) {
   try {
-    const HostedIndex::Use index(host);
+    const HostedIndex::Use index(host, HostedIndex::Use::For::kAsking);
     return index->Search(query, options);
   } catch (const search::Error& error) {
     if (error.code() != search::ErrorCode::kCorrupt) {
@@ -157,8 +157,11 @@ void Merge(std::vector<FoundHit>& found, const SortName& sort, const search::Sea
 }
 
 std::string ResultText(const search::SearchResult& all, const std::vector<FoundHit>& found,
-                       const std::vector<std::string>& load_fields) {
+                       const std::vector<std::string>& load_fields, bool repairing) {
   Json::Value result;
+  if (repairing) {
+    result["repairing"] = true;  // what is damaged may be missing
+  }
   result["total"] = Json::Int64{all.total};
   result["exact"] = all.exact;
   result["facets"] = ToJson(all.facets);
@@ -166,7 +169,7 @@ std::string ResultText(const search::SearchResult& all, const std::vector<FoundH
   for (const FoundHit& hit : found) {
     result["hits"].append(ToJson(hit, load_fields));
   }
-  return WriteJson(result);
+  return service::ToText(result);
 }
 
 }  // namespace
@@ -186,7 +189,9 @@ std::string DocumentSearch(Catalog& catalog, const Json::Value& data) {
   }
   search::SearchResult all;
   std::vector<FoundHit> found;
+  bool repairing = false;
   for (const auto& [id, host] : hosts) {
+    repairing = repairing || host->state() == State::kRepairing;
     search::SearchResult one = SearchOne(catalog, id, *host, query, options);
     all.total += one.total;
     all.exact = all.exact && one.exact;
@@ -198,19 +203,19 @@ std::string DocumentSearch(Catalog& catalog, const Json::Value& data) {
   if (hosts.size() > 1) {
     Merge(found, sort, wanted);
   }
-  return ResultText(all, found, wanted.load_fields);
+  return ResultText(all, found, wanted.load_fields, repairing);
 }
 
 std::string TermSuggest(Catalog& catalog, const Json::Value& data) {
   const HostPtr host = catalog.Require(RequireString(data, "id"));
   const std::string prefix = RequireString(data, "prefix");
   const auto limit = static_cast<size_t>(OptionalInt(data, "limit", 10, 1, 1000));
-  const HostedIndex::Use index(*host);
+  const HostedIndex::Use index(*host, HostedIndex::Use::For::kAsking);
   Json::Value words(Json::arrayValue);
   for (const std::string& word : index->Suggest(prefix, limit)) {
     words.append(word);
   }
-  return WriteJson(words);
+  return service::ToText(words);
 }
 
 std::string ListTermSuggDb(Catalog& catalog, const Json::Value&) {
@@ -225,7 +230,7 @@ std::string ListTermSuggDb(Catalog& catalog, const Json::Value&) {
     } catch (const Refusal&) {  // nothing can be built for it now
     }
   }
-  return WriteJson(result);
+  return service::ToText(result);
 }
 
 }  // namespace nimoelasticd

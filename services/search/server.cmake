@@ -12,7 +12,6 @@ add_library(nimoelasticd_server STATIC
   ${server_dir}/json_scanner.cpp
   ${server_dir}/json_text.cpp
   ${server_dir}/lanes.cpp
-  ${server_dir}/log.cpp
   ${server_dir}/maintenance.cpp
   ${server_dir}/mover.cpp
   ${server_dir}/registry.cpp
@@ -20,9 +19,8 @@ add_library(nimoelasticd_server STATIC
   ${server_dir}/search_commands.cpp
   ${server_dir}/server.cpp
   ${server_dir}/session.cpp
-  ${server_dir}/state_lock.cpp
   ${server_dir}/whole_file.cpp)
 target_include_directories(nimoelasticd_server PUBLIC "${PROJECT_SOURCE_DIR}")
 target_link_libraries(nimoelasticd_server
-  PUBLIC Boost::headers PkgConfig::JSONCPP Threads::Threads PRIVATE ${CMAKE_DL_LIBS})
+  PUBLIC service_base PRIVATE ${CMAKE_DL_LIBS})
 target_compile_definitions(nimoelasticd_server PRIVATE NIMOELASTICD_VERSION="${PROJECT_VERSION}")

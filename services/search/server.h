@@ -2,14 +2,12 @@
 #pragma once
 
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/local/stream_protocol.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <chrono>
 #include <list>
-#include <memory>
 #include <string>
 #include <unordered_map>
 
+#include "services/base/listener.h"
 #include "services/search/dispatcher.h"
 #include "services/search/memory_gauge.h"
 #include "services/search/session.h"
@@ -32,36 +30,24 @@ class Server {
  public:
   /// What is referred to outlives this, and `context` runs on one thread.
   Server(boost::asio::io_context& context, Dispatcher& dispatcher, ServerOptions options);
-  ~Server();
-  Server(const Server&) = delete;
-  Server& operator=(const Server&) = delete;
 
-  /// Listens (mode 0660, root and the group). False with a record if it cannot. A socket left by a daemon that was
-  /// killed is taken over; the caller has made sure that no other one runs.
-  bool Open();
+  /// Listens (mode 0660, root and the group). Throws std::runtime_error if it cannot.
+  void Open();
   /// Closes the socket and cuts off whoever is not being worked for.
   void Close();
 
  private:
-  using Protocol = boost::asio::local::stream_protocol;
-
-  bool Bind();
-  void Accept();
-  void OnAccept(const boost::system::error_code& error, Protocol::socket socket);
+  void OnClient(service::Listener::Socket socket);
   void OnChange(Session& session, Session::Phase phase);
   void MakeRoom();
 
-  boost::asio::io_context& context_;
   Dispatcher& dispatcher_;
   const ServerOptions options_;
   MemoryGauge memory_;
-  Protocol::acceptor acceptor_;
-  boost::asio::steady_timer pause_;                                     // after a failed accept
+  service::Listener listener_;
   std::list<Session*> readers_;                                         // longest first
   std::unordered_map<Session*, std::list<Session*>::iterator> places_;  // in readers_
   size_t connections_ = 0;
-  bool accepting_ = false;
-  bool bound_ = false;
 };
 
 }  // namespace nimoelasticd

@@ -1,6 +1,6 @@
 // Documents in tables.
 //
-//   meta   name, value: format, mappings, settings
+//   meta   name, value: format, mappings, settings, deleted; suggestions once there are any
 //   doc    a row for each document: path and everything short; column cN is Field::column N
 //   texts  the long rest, compressed, by the document's id
 //   fts    the words, by the document's id; it keeps no text, so a delete tells it the words again
@@ -10,6 +10,7 @@
 #include <json/writer.h>
 #include <zstd.h>
 
+#include <algorithm>
 #include <memory>
 #include <new>
 #include <sstream>
@@ -105,12 +106,23 @@ void CreateTables(Connection& database, const Schema& schema) {
   for (size_t i = 0; i < schema.word_columns().size(); ++i) {
     words += "w" + std::to_string(i) + ", ";
   }
+  // The full text needs a column, also where no field has words; that one stays empty.
+  words += words.empty() ? "none, " : "";
   database.Exec("CREATE VIRTUAL TABLE fts USING fts5(" + words + "content='', tokenize='nimo')");
   database.Exec("CREATE VIRTUAL TABLE vocabulary USING fts5vocab(fts, row)");
   const std::string mappings = JsonText(schema.mappings());
   const std::string settings = JsonText(schema.settings());
-  Statement meta(database.handle(), "INSERT INTO meta VALUES('format', ?1), ('mappings', ?2), ('settings', ?3)");
+  Statement meta(database.handle(),
+                 "INSERT INTO meta VALUES('format', ?1), ('mappings', ?2), ('settings', ?3), ('deleted', 0)");
   meta.Bind(1, int64_t{kFormat}).Bind(2, mappings).Bind(3, settings).Run();
+}
+
+int64_t ReadDeletedCount(Connection& database) {
+  return database.QueryInt("SELECT value FROM meta WHERE name = 'deleted'");
+}
+
+void WriteDeletedCount(Connection& database, int64_t count) {
+  database.Cached("UPDATE meta SET value = ?1 WHERE name = 'deleted'").Bind(1, count).Run();
 }
 
 std::string PackTexts(const Record& record) {
@@ -368,6 +380,35 @@ void DocumentStore::Delete(int64_t id) {
   WriteWords(WordChange::kDelete, id, AllWords(stored->record));
   database_.Cached("DELETE FROM texts WHERE id = ?1").Bind(1, id).Run();
   database_.Cached("DELETE FROM doc WHERE id = ?1").Bind(1, id).Run();
+}
+
+void DocumentStore::MergeWordsWhileWriting(bool merge) {
+  constexpr int kPieces = 4;  // FTS5's own default
+  database_.Exec("INSERT INTO fts(fts, rank) VALUES('automerge', " + std::to_string(merge ? kPieces : 0) + ")");
+}
+
+void DocumentStore::Upgrade(int64_t format) {
+  if (format < 2) {
+    database_.Exec("INSERT INTO meta VALUES('deleted', 0)");
+    const auto& words = schema_.word_columns();
+    if (std::any_of(words.begin(), words.end(), [this](const WordColumn& column) {
+          return schema_.fields()[column.field].analyzer == Analyzer::kWhiteSpaceEscaped;
+        })) {
+      RewriteWords();
+    }
+  }
+  database_.Exec("UPDATE meta SET value = " + std::to_string(kFormat) + " WHERE name = 'format'");
+}
+
+// For when the same documents have other words than before.
+void DocumentStore::RewriteWords() {
+  database_.Exec("INSERT INTO fts(fts) VALUES('delete-all')");
+  Statement rows(database_.handle(), "SELECT " + row_columns_ + " FROM doc d ORDER BY d.id");
+  while (rows.Step()) {
+    StoredRecord stored = ReadRow(rows);
+    ReadTexts(stored);
+    WriteWords(WordChange::kInsert, stored.id, AllWords(stored.record));
+  }
 }
 
 void DocumentStore::MarkSuggested(int64_t id) {

@@ -8,9 +8,12 @@
 #include <cstdio>
 #include <system_error>
 
-#include "services/search/unique_fd.h"
+#include "services/base/unique_fd.h"
 
 namespace nimoelasticd {
+
+using service::UniqueFd;
+
 namespace {
 
 void Require(bool done, const std::string& what) {

@@ -380,20 +380,27 @@ bool IsBlank(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
+// Whether the character at `offset` is a backslash that takes its meaning from the next one.
+bool IsEscape(std::string_view text, size_t offset) {
+  return text[offset] == '\\' && offset + 1 < text.size() && (IsBlank(text[offset + 1]) || text[offset + 1] == '\\');
+}
+
 }  // namespace
 
-bool WordAnalyzer::WhiteSpace(std::string_view text, Stems stems, TokenSink& sink) {
+bool WordAnalyzer::WhiteSpace(std::string_view text, bool escaped, Stems stems, TokenSink& sink) {
   for (size_t offset = 0; offset < text.size();) {
     if (IsBlank(text[offset])) {
       ++offset;
       continue;
     }
     size_t end = offset;
+    std::string bare;
     while (end < text.size() && !IsBlank(text[end])) {
-      ++end;
+      end += escaped && IsEscape(text, end) ? 1 : 0;
+      bare += text[end++];
     }
     const std::string_view source = text.substr(offset, end - offset);
-    const std::string chunk = Cut(Fold(source));
+    const std::string chunk = Cut(Fold(bare));
     if (!chunk.empty() && !sink.Take(chunk, offset, end, false)) {
       return false;
     }

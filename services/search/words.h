@@ -44,8 +44,9 @@ class WordAnalyzer {
 
   /// Words; false when the sink stopped.
   bool Words(std::string_view text, Stems stems, TokenSink& sink);
-  /// What stands between white space, folded, and beside it the words in it.
-  bool WhiteSpace(std::string_view text, Stems stems, TokenSink& sink);
+  /// What stands between white space, folded, and beside it the words in it. If it is `escaped`, a backslash takes its
+  /// meaning from the white space or the backslash after it, and is itself no part of the token.
+  bool WhiteSpace(std::string_view text, bool escaped, Stems stems, TokenSink& sink);
   /// The whole text, folded, as one token.
   bool Keyword(std::string_view text, TokenSink& sink);
   /// Three characters from each character on, fewer at the end. When `asking`, the short ones are left out unless the

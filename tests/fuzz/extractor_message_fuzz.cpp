@@ -6,8 +6,8 @@
 #include <string>
 
 #include "orbisk/fileindex/metadata_names.h"
+#include "services/base/json_text.h"
 #include "services/extractor/frame.h"
-#include "services/extractor/json_text.h"
 #include "services/extractor/protocol.h"
 #include "services/extractor/worker_reply.h"
 
@@ -39,7 +39,7 @@ void TryReply(const std::string& text) {
   Require(reply.fields.isObject());
   Require(!reply.fields.isMember(orbisk::fileindex::elastic::kMDPath));
   const std::string answer = extractor::DataAnswer(reply.fields);
-  Require(extractor::FromText(answer).has_value());
+  Require(service::FromText(answer).has_value());
 }
 
 }  // namespace

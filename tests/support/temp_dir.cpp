@@ -1,13 +1,16 @@
 // A directory for one test.
 #include "tests/support/temp_dir.h"
 
+#include <mntent.h>
 #include <sys/mount.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <system_error>
 #include <vector>
@@ -17,24 +20,26 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// $TMPDIR may be a folder of a /tmp that the test has covered.
 std::string UsualParent() {
   const char* parent = getenv("TMPDIR");
-  return parent != nullptr && *parent != '\0' ? parent : "/tmp";
+  return parent != nullptr && *parent != '\0' && fs::is_directory(parent) ? parent : "/tmp";
 }
 
-// Takes away what the test mounted below `path`, innermost first.
-void UnmountBelow(const std::string& path) {
-  std::ifstream mounts("/proc/self/mounts");
-  std::vector<std::string> below;
-  std::string device;
-  std::string place;
-  std::string rest;
-  while (mounts >> device >> place && std::getline(mounts, rest)) {
-    if (place.compare(0, path.size() + 1, path + "/") == 0) {
-      below.push_back(place);
+// Takes away what the test mounted at `path` and below, innermost first.
+void UnmountFrom(const std::string& path) {
+  const std::unique_ptr<FILE, int (*)(FILE*)> mounts(setmntent("/proc/self/mounts", "re"), endmntent);
+  if (mounts == nullptr) {
+    return;
+  }
+  std::vector<std::string> places;
+  while (const mntent* const mount = getmntent(mounts.get())) {
+    const std::string place = mount->mnt_dir;
+    if (place == path || place.compare(0, path.size() + 1, path + "/") == 0) {
+      places.push_back(place);
     }
   }
-  std::for_each(below.rbegin(), below.rend(), [](const std::string& mount) { umount2(mount.c_str(), MNT_DETACH); });
+  std::for_each(places.rbegin(), places.rend(), [](const std::string& mount) { umount2(mount.c_str(), MNT_DETACH); });
 }
 
 // Folders that a test closed would keep their content from an ordinary user. The iterator enters a folder only after
@@ -57,9 +62,9 @@ TempDir::TempDir(const std::string& parent) : path_((parent.empty() ? UsualParen
 }
 
 TempDir::~TempDir() {
-  UnmountBelow(path_);
-  OpenFolders(path_);
   std::error_code ignored;
+  UnmountFrom(fs::canonical(path_, ignored));
+  OpenFolders(path_);
   fs::remove_all(path_, ignored);
 }
 

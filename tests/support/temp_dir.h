@@ -6,11 +6,12 @@
 
 namespace orbisk::test {
 
-/// Makes an empty directory and removes it with all that is in it at destruction; unmounts first what was mounted in
-/// it.
+/// Makes an empty directory and removes it with all that is in it at destruction; unmounts first what was mounted at
+/// it or in it.
 class TempDir {
  public:
-  /// Below `parent`, which must exist; "" is the usual place ($TMPDIR or /tmp). Throws std::system_error.
+  /// Below `parent`, which must exist; "" is the usual place ($TMPDIR, or /tmp where that is missing). Throws
+  /// std::system_error.
   explicit TempDir(const std::string& parent = "");
   ~TempDir();
   TempDir(const TempDir&) = delete;

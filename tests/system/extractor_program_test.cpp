@@ -13,8 +13,8 @@
 #include <filesystem>
 #include <thread>
 
+#include "services/base/json_text.h"
 #include "services/extractor/frame.h"
-#include "services/extractor/json_text.h"
 #include "tests/support/temp_dir.h"
 #include "tests/system/extractor_support.h"
 

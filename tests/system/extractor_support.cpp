@@ -11,8 +11,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "services/base/json_text.h"
 #include "services/extractor/frame.h"
-#include "services/extractor/json_text.h"
 
 namespace orbisk::test {
 namespace {
@@ -57,15 +57,30 @@ ExtractorBox::~ExtractorBox() {
 }
 
 std::vector<std::string> ExtractorBox::Command(const std::vector<std::string>& arguments) const {
-  std::vector<std::string> command = {ProgramBeside("hostile_extractor"), "--socket", socket(), "--pid-file",
-                                      pid_file()};
+  std::vector<std::string> command = {ProgramBeside("hostile_extractor"),
+                                      "--socket",
+                                      socket(),
+                                      "--pid-file",
+                                      pid_file(),
+                                      "--state-dir",
+                                      state_folder()};
   command.insert(command.end(), {"--log-stderr", "--log-level", "info"});
   command.insert(command.end(), arguments.begin(), arguments.end());
   return command;
 }
 
 void ExtractorBox::Start(const std::vector<std::string>& arguments) {
-  daemon_ = std::make_unique<Subprocess>(Command(arguments));
+  Launch(Command(arguments));
+}
+
+void ExtractorBox::StartProgram(const std::string& program, const std::vector<std::string>& arguments) {
+  std::vector<std::string> command = Command(arguments);
+  command.front() = program;
+  Launch(command);
+}
+
+void ExtractorBox::Launch(const std::vector<std::string>& command) {
+  daemon_ = std::make_unique<Subprocess>(command);
   const bool answers = SoonHolds([&] {
     try {
       return Status().isObject();
@@ -88,7 +103,7 @@ ProcessResult ExtractorBox::Stop() {
 Json::Value ExtractorBox::Ask(const std::string& request) const {
   ExtractorClient client(socket());
   client.Send(request);
-  const auto answer = extractor::FromText(client.Receive());
+  const auto answer = service::FromText(client.Receive());
   return answer ? *answer : Json::Value();
 }
 
@@ -110,7 +125,7 @@ std::string ParseText(const std::string& path, bool need_meta) {
   Json::Value request;
   request["path"] = path;
   request["need_meta"] = need_meta;
-  return extractor::ToText(request);
+  return service::ToText(request);
 }
 
 bool IsRunning(pid_t pid) {

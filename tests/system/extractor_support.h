@@ -44,10 +44,13 @@ class ExtractorBox {
   std::string operator/(const std::string& name) const { return area_ / name; }
   std::string socket() const { return area_ / "socket"; }
   std::string pid_file() const { return area_ / "pid"; }
+  std::string state_folder() const { return area_ / "state"; }
   std::vector<std::string> Command(const std::vector<std::string>& arguments) const;
 
   /// Starts the daemon and waits until it answers.
   void Start(const std::vector<std::string>& arguments = {});
+  /// The same with another program file.
+  void StartProgram(const std::string& program, const std::vector<std::string>& arguments = {});
   ProcessResult Stop();
   Subprocess& daemon() { return *daemon_; }
 
@@ -60,6 +63,8 @@ class ExtractorBox {
   Json::Value Status() const;
 
  private:
+  void Launch(const std::vector<std::string>& command);
+
   TempDir area_;
   std::unique_ptr<Subprocess> daemon_;
   int files_ = 0;

@@ -7,7 +7,7 @@
 #include <set>
 #include <thread>
 
-#include "services/extractor/json_text.h"
+#include "services/base/json_text.h"
 #include "tests/support/temp_dir.h"
 #include "tests/system/extractor_support.h"
 
@@ -175,7 +175,7 @@ TEST_F(ExtractorWorker, ThatIsKilledInWork50TimesFailsThoseFilesAlone) {
 
     kill(work["worker"].asInt(), SIGKILL);
 
-    const auto answer = extractor::FromText(client.Receive());
+    const auto answer = service::FromText(client.Receive());
     ASSERT_TRUE(answer.has_value());
     EXPECT_EQ((*answer)["error"]["code"], kDied);
     ASSERT_TRUE(IsServed()) << "round " << i;
@@ -214,7 +214,7 @@ TEST_F(ExtractorWorker, SurvivesTheProcessThatItIsForkedFrom) {
 
     kill(nursery, SIGKILL);
 
-    const auto answer = extractor::FromText(client.Receive());
+    const auto answer = service::FromText(client.Receive());
     EXPECT_EQ((*answer)["error"]["code"], kDied);
     EXPECT_TRUE(SoonHolds([&] { return !IsRunning(worker); }));
     ASSERT_TRUE(IsServed()) << "round " << i;
@@ -222,8 +222,8 @@ TEST_F(ExtractorWorker, SurvivesTheProcessThatItIsForkedFrom) {
 }
 
 TEST_F(ExtractorWorker, DiesWithTheDaemonEvenWhenItHasJustBeenBorn) {
-  WriteFile(box_ / "slow", "stall");
   for (int i = 0; i < 20; ++i) {
+    WriteFile(box_ / "slow", "stall");  // anew, because a daemon learns from how the one before it ended
     box_.Start({"--workers", "1"});
     ExtractorClient client(box_.socket());
     client.Send(ParseText(box_ / "slow"));
@@ -260,7 +260,7 @@ TEST_F(ExtractorWorker, TakesWaitingFilesInTurn) {
   EXPECT_EQ(box_.Status()["workers"].size(), 1U);
 
   for (const auto& client : clients) {
-    const auto answer = extractor::FromText(client->Receive());
+    const auto answer = service::FromText(client->Receive());
     ASSERT_TRUE(answer.has_value());
     EXPECT_TRUE((*answer)["success"].asBool());
   }

@@ -58,7 +58,7 @@ class Box : public testing::Test {
   static void WriteFolders(const std::vector<Json::Value>& entries);
 
  private:
-  TempDir dir_{"/tmp"};  // where $TMPDIR is may be covered
+  TempDir dir_;
   std::string first_ = dir_ / "volume1";
   std::string second_ = dir_ / "volume2";
 };

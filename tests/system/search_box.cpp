@@ -5,7 +5,9 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <stdexcept>
 #include <thread>
 
@@ -33,6 +35,12 @@ void WaitUntilSucceeds(const std::vector<std::string>& arguments) {
   }
 }
 
+std::vector<pid_t> ChildrenOf(pid_t pid) {
+  const std::string number = std::to_string(pid);
+  std::ifstream file("/proc/" + number + "/task/" + number + "/children");
+  return {std::istream_iterator<pid_t>(file), std::istream_iterator<pid_t>()};
+}
+
 void End(std::unique_ptr<Subprocess>& daemon, int signal) {
   if (daemon != nullptr) {
     daemon->Kill(signal);
@@ -46,8 +54,7 @@ void End(std::unique_ptr<Subprocess>& daemon, int signal) {
 void SearchBox::SetUp() {
   Box::SetUp();
   StartSearchDaemon();
-  extractor_ = std::make_unique<Subprocess>(std::vector<std::string>{Daemon("nimocontentextractd")});
-  WaitUntilSucceeds({"extract", "/"});
+  StartExtractor();
 }
 
 void SearchBox::TearDown() {
@@ -68,6 +75,23 @@ void SearchBox::KillSearchDaemon() {
 
 void SearchBox::WaitUntilOpen(const std::string& share) {
   WaitUntilSucceeds({"search", "anything", "--share", share});
+}
+
+void SearchBox::StartExtractor() {
+  extractor_ = std::make_unique<Subprocess>(
+      std::vector<std::string>{Daemon("nimocontentextractd"), "--state-dir", state_ / "extractor"});
+  WaitUntilSucceeds({"extract", "/"});
+}
+
+void SearchBox::ReplaceExtractor() {
+  End(extractor_, SIGKILL);
+  StartExtractor();
+}
+
+bool SearchBox::KillWorker() {
+  const std::vector<pid_t> nursery = ChildrenOf(extractor_->pid());
+  const std::vector<pid_t> workers = nursery.empty() ? nursery : ChildrenOf(nursery.front());
+  return !workers.empty() && kill(workers.front(), SIGKILL) == 0;
 }
 
 void SearchBox::StopExtractor() {

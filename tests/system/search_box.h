@@ -26,6 +26,10 @@ class SearchBox : public Box {
   /// Waits until the index of `share` answers questions, which a daemon that was killed first has to check.
   static void WaitUntilOpen(const std::string& share);
   void StopExtractor();
+  /// Ends the extractor at once, and starts another one that knows what it has stored.
+  void ReplaceExtractor();
+  /// Ends a worker of the extractor at once. False when there is none.
+  bool KillWorker();
 
   /// Makes a share with an index.
   void AddIndexedShare(const std::string& path);
@@ -35,7 +39,9 @@ class SearchBox : public Box {
   static std::vector<std::string> Find(const std::vector<std::string>& arguments);
 
  private:
-  TempDir state_{"/tmp"};
+  void StartExtractor();
+
+  TempDir state_;
   std::unique_ptr<Subprocess> search_;
   std::unique_ptr<Subprocess> extractor_;
 };

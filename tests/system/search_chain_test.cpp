@@ -66,15 +66,19 @@ TEST_F(SearchChain, TextMarkupAndMailAreFoundByTheirWords) {
 TEST_F(SearchChain, DocumentsOfEveryOfficeAreFoundByTheirWords) {
   std::vector<std::string> paths;
   for (const char* const sample :
-       {"paper.pdf", "letter.docx", "letter.odt", "slides.pptx", "letter.rtf", "book.epub"}) {
+       {"paper.pdf", "letter.docx", "letter.odt", "slides.pptx", "slides.odp", "letter.rtf", "book.epub"}) {
     paths.push_back(IndexSample(sample));
   }
+  const std::string workbook = IndexSample("table.xlsx");
+  const std::string open_workbook = IndexSample("table.ods");
   elastic::IndexCommit("docs");
 
   EXPECT_THAT(Find({"\"came to the weir\""}), testing::UnorderedElementsAreArray(paths));
   EXPECT_THAT(Find({"reeds"}), ElementsAre(OnFirst("docs/x.pdf")));
   EXPECT_THAT(Find({"\"grey heron\"", "--type", "docx"}), ElementsAre(OnFirst("docs/x.docx")));
-  EXPECT_THAT(Find({"gesla jaźń", "--type", "presentation"}), ElementsAre(OnFirst("docs/x.pptx")));
+  EXPECT_THAT(Find({"gesla jaźń", "--type", "presentation"}),
+              UnorderedElementsAre(OnFirst("docs/x.pptx"), OnFirst("docs/x.odp")));
+  EXPECT_THAT(Find({"dipper"}), UnorderedElementsAre(workbook, open_workbook));
   EXPECT_THAT(Find({"kingfisher"}), IsEmpty());
 }
 

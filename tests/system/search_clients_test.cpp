@@ -147,6 +147,30 @@ TEST(SearchProgram, DatabaseShrinksAfterDeletionsWhenNobodyAsks) {
   EXPECT_TRUE(EventuallyTrue([&] { return bytes() < before / 2; })) << before << " " << bytes();
 }
 
+TEST(SearchProgram, DatabaseShrinksAlsoWhenTheDaemonEndedBeforeItCould) {
+  SearchBox box;
+  box.Start();
+  box.CreateIndex("a");
+  for (int i = 0; i < 1500; ++i) {
+    std::string text;
+    for (int word = 0; word < 100; ++word) {
+      text += "w" + std::to_string(i * 1009 + word * 7919) + " ";
+    }
+    box.Put("a", "/v/" + std::to_string(i), text);
+  }
+  box.CodeOf("commit", Object("{'id':'a'}"));
+  const auto bytes = [&] { return box.Ask("index_stat", Object("{'id':'a'}"))["data"]["bytes"].asInt64(); };
+  const auto before = bytes();
+  ASSERT_GT(before, 500'000);
+  box.CodeOf("document_del_by_query", Object("{'id':'a','query':{'qsl':{'prefix':{'NIMOMDPath':'/v/'}}}}"));
+  box.CodeOf("commit", Object("{'id':'a'}"));
+  box.Stop();
+
+  box.Start({"--quiet-ms", "200"});
+
+  EXPECT_TRUE(EventuallyTrue([&] { return bytes() < before / 2; })) << before << " " << bytes();
+}
+
 long Switches(pid_t pid) {
   long switches = 0;
   for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {

@@ -170,7 +170,7 @@ Json::Value SearchBox::AskPatiently(const std::string& command, const Json::Valu
   EventuallyTrue([&] {
     answer = Ask(command, data);
     const int code = CodeIn(answer);
-    return code != 606 && code != 609;
+    return code != 606 && code != 607 && code != 609;
   });
   return answer;
 }

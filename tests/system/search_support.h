@@ -59,7 +59,7 @@ class SearchBox {
   /// The answer to a request; null when the daemon does not answer.
   Json::Value Ask(const Json::Value& request) const;
   Json::Value Ask(const std::string& command, const Json::Value& data) const;
-  /// Sends it again while the answer is that the index is being opened, moved or repaired.
+  /// Sends it again while the answer is that the index is being opened, moved, upgraded or repaired.
   Json::Value AskPatiently(const std::string& command, const Json::Value& data) const;
   /// 0 for success, else the code of the answer; -1 when there is none.
   int CodeOf(const std::string& command, const Json::Value& data) const;

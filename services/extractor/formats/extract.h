@@ -24,10 +24,10 @@ struct ExtractResult {
   bool cut = false;
 };
 
-/// Loads all that the readers ever open by path: the libmagic database, character set converters, the folders of the
-/// PDF library. Also sets LC_CTYPE of the process to C.UTF-8, which several of the libraries below read names with, and
-/// its time zone to UTC.
-/// Call once before the first ExtractContent and before the sandbox closes; later calls do nothing.
+/// Loads all that the readers ever open by path: the libmagic database, character set converters, the character maps of
+/// the PDF library. Also sets LC_CTYPE of the process to C.UTF-8, which several of the libraries below read names with,
+/// and its time zone to UTC. Call once before the first ExtractContent and before the sandbox closes; later calls do
+/// nothing.
 ///
 /// Throws std::runtime_error when something that every file needs cannot be loaded.
 /// Threads: call while the process has only one.

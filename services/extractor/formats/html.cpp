@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <climits>
 #include <new>
-#include <vector>
 
 #include "services/extractor/formats/charset.h"
 #include "services/extractor/formats/html_parser.h"
@@ -14,10 +13,6 @@ namespace {
 
 constexpr std::size_t kChunkBytes = std::size_t{64} << 10;
 constexpr std::size_t kDeclarationBytes = 4096;
-
-std::string_view View(const xmlChar* text) {
-  return text != nullptr ? std::string_view(reinterpret_cast<const char*>(text)) : std::string_view();
-}
 
 std::string Lower(std::string_view text) {
   std::string lower(text);
@@ -75,20 +70,6 @@ std::string DeclaredCharset(std::string_view head) {
 
 }  // namespace
 
-template <typename Call>
-void HtmlParser::Guard(Call call) {
-  if (failure_) {
-    return;
-  }
-  try {
-    call();
-  } catch (...) {
-    // C frames of the library lie between here and Feed.
-    failure_ = std::current_exception();
-    xmlStopParser(context_);
-  }
-}
-
 /// What libxml2 calls.
 struct HtmlCallbacks {
   static HtmlParser& Of(void* self) { return *static_cast<HtmlParser*>(self); }
@@ -133,20 +114,14 @@ void HtmlParser::Feed(std::string_view utf8) {
   while (!utf8.empty() && !text_.full()) {
     const std::size_t count = std::min<std::size_t>(utf8.size(), kChunkBytes);
     htmlParseChunk(context_, utf8.data(), static_cast<int>(count), 0);
-    Check();
+    failure_.Rethrow();
     utf8.remove_prefix(count);
   }
 }
 
 void HtmlParser::Finish() {
   htmlParseChunk(context_, nullptr, 0, 1);
-  Check();
-}
-
-void HtmlParser::Check() {
-  if (failure_) {
-    std::rethrow_exception(failure_);
-  }
+  failure_.Rethrow();
 }
 
 void HtmlParser::Start(std::string_view name, const xmlChar** attributes) {
@@ -241,16 +216,11 @@ void ReadHtmlText(std::string_view utf8, TextSink& text, Fields* fields) {
 }
 
 void ReadHtml(Reading& reading) {
-  std::vector<char> buffer(kChunkBytes);
-  std::uint64_t offset = reading.input.ReadAt(0, buffer.data(), buffer.size());
-  std::string_view chunk(buffer.data(), offset);
-  Decoder decoder(DetectHtmlCharset(chunk, offset == reading.input.size()));
+  Chunks chunks(reading.input);
+  Decoder decoder(DetectHtmlCharset(chunks.chunk(), chunks.last()));
   HtmlParser parser(reading.text, &reading.fields);
-  while (!chunk.empty() && !reading.text.full()) {
-    parser.Feed(decoder.Decode(chunk, offset >= reading.input.size()));
-    const std::size_t count = reading.input.ReadAt(offset, buffer.data(), buffer.size());
-    offset += count;
-    chunk = std::string_view(buffer.data(), count);
+  for (; !chunks.chunk().empty() && !reading.text.full(); chunks.Next()) {
+    parser.Feed(decoder.Decode(chunks.chunk(), chunks.last()));
   }
   if (!reading.text.full()) {
     parser.Finish();

@@ -3,11 +3,11 @@
 
 #include <libxml/HTMLparser.h>
 
-#include <exception>
 #include <string>
 #include <string_view>
 
 #include "services/extractor/formats/fields.h"
+#include "services/extractor/formats/libxml.h"
 #include "services/extractor/formats/text_sink.h"
 
 namespace extractor {
@@ -31,12 +31,13 @@ class HtmlParser {
  private:
   friend struct HtmlCallbacks;
   template <typename Call>
-  void Guard(Call call);
+  void Guard(Call call) {
+    failure_.Guard(context_, call);
+  }
   void Start(std::string_view name, const xmlChar** attributes);
   void End(std::string_view name);
   void Characters(std::string_view text);
   void Meta(const xmlChar** attributes);
-  void Check();
 
   TextSink& text_;
   Fields* fields_;
@@ -44,7 +45,7 @@ class HtmlParser {
   std::string title_;
   int hidden_ = 0;  // open elements whose text nobody sees
   bool in_title_ = false;
-  std::exception_ptr failure_;
+  PassedException failure_;
 };
 
 /// A whole page in UTF-8.

@@ -95,27 +95,35 @@ void WriteExif(const Exiv2::ExifData& exif, Fields& fields) {
   }
 }
 
+struct KeyedField {
+  const char* key;
+  const char* field;
+};
+
+/// The field that what stands under `key` goes to; null if to none.
+template <std::size_t N>
+const char* FieldFor(const KeyedField (&rows)[N], const std::string& key) {
+  const auto row = std::find_if(std::begin(rows), std::end(rows), [&](const KeyedField& r) { return key == r.key; });
+  return row != std::end(rows) ? row->field : nullptr;
+}
+
 void WriteIptc(const Exiv2::IptcData& iptc, Fields& fields) {
-  static constexpr struct {
-    const char* key;
-    const char* field;
-  } kRows[] = {{"Iptc.Application2.ObjectName", names::kMDTitle},
-               {"Iptc.Application2.Headline", names::kMDHeadline},
-               {"Iptc.Application2.Caption", names::kMDDescription},
-               {"Iptc.Application2.Keywords", names::kMDKeywords},
-               {"Iptc.Application2.Byline", names::kMDAuthors},
-               {"Iptc.Application2.City", names::kMDCity},
-               {"Iptc.Application2.ProvinceState", names::kMDStateOrProvince},
-               {"Iptc.Application2.CountryName", names::kMDCountry},
-               {"Iptc.Application2.SubLocation", names::kMDNamedLocation},
-               {"Iptc.Application2.Copyright", names::kMDCopyright},
-               {"Iptc.Application2.SpecialInstructions", names::kMDInstructions},
-               {"Iptc.Application2.Category", names::kMDCategory}};
+  static constexpr KeyedField kRows[] = {{"Iptc.Application2.ObjectName", names::kMDTitle},
+                                         {"Iptc.Application2.Headline", names::kMDHeadline},
+                                         {"Iptc.Application2.Caption", names::kMDDescription},
+                                         {"Iptc.Application2.Keywords", names::kMDKeywords},
+                                         {"Iptc.Application2.Byline", names::kMDAuthors},
+                                         {"Iptc.Application2.City", names::kMDCity},
+                                         {"Iptc.Application2.ProvinceState", names::kMDStateOrProvince},
+                                         {"Iptc.Application2.CountryName", names::kMDCountry},
+                                         {"Iptc.Application2.SubLocation", names::kMDNamedLocation},
+                                         {"Iptc.Application2.Copyright", names::kMDCopyright},
+                                         {"Iptc.Application2.SpecialInstructions", names::kMDInstructions},
+                                         {"Iptc.Application2.Category", names::kMDCategory}};
   for (const Exiv2::Iptcdatum& datum : iptc) {
-    const std::string key = datum.key();
-    const auto row = std::find_if(std::begin(kRows), std::end(kRows), [&](const auto& r) { return key == r.key; });
-    if (row != std::end(kRows) && datum.size() <= static_cast<long>(kMaxFieldBytes)) {
-      fields.AddLine(row->field, datum.toString());
+    const char* const field = FieldFor(kRows, datum.key());
+    if (field != nullptr && datum.size() <= static_cast<long>(kMaxFieldBytes)) {
+      fields.AddLine(field, datum.toString());
     }
   }
 }
@@ -133,30 +141,26 @@ std::string WithoutLanguage(std::string text) {
 }
 
 void WriteXmp(const Exiv2::XmpData& xmp, Fields& fields) {
-  static constexpr struct {
-    const char* key;
-    const char* field;
-  } kRows[] = {{"Xmp.dc.title", names::kMDTitle},
-               {"Xmp.dc.description", names::kMDDescription},
-               {"Xmp.dc.creator", names::kMDAuthors},
-               {"Xmp.dc.subject", names::kMDKeywords},
-               {"Xmp.dc.rights", names::kMDCopyright},
-               {"Xmp.xmp.Rating", names::kMDStarRating},
-               {"Xmp.xmp.CreatorTool", names::kMDEncodingApplications},
-               {"Xmp.photoshop.Headline", names::kMDHeadline},
-               {"Xmp.photoshop.City", names::kMDCity},
-               {"Xmp.photoshop.State", names::kMDStateOrProvince},
-               {"Xmp.photoshop.Country", names::kMDCountry},
-               {"Xmp.xmpRights.UsageTerms", names::kMDLicense}};
+  static constexpr KeyedField kRows[] = {{"Xmp.dc.title", names::kMDTitle},
+                                         {"Xmp.dc.description", names::kMDDescription},
+                                         {"Xmp.dc.creator", names::kMDAuthors},
+                                         {"Xmp.dc.subject", names::kMDKeywords},
+                                         {"Xmp.dc.rights", names::kMDCopyright},
+                                         {"Xmp.xmp.Rating", names::kMDStarRating},
+                                         {"Xmp.xmp.CreatorTool", names::kMDEncodingApplications},
+                                         {"Xmp.photoshop.Headline", names::kMDHeadline},
+                                         {"Xmp.photoshop.City", names::kMDCity},
+                                         {"Xmp.photoshop.State", names::kMDStateOrProvince},
+                                         {"Xmp.photoshop.Country", names::kMDCountry},
+                                         {"Xmp.xmpRights.UsageTerms", names::kMDLicense}};
   for (const Exiv2::Xmpdatum& datum : xmp) {
-    const std::string key = datum.key();
-    const auto row = std::find_if(std::begin(kRows), std::end(kRows), [&](const auto& r) { return key == r.key; });
-    if (row == std::end(kRows) || datum.size() > static_cast<long>(kMaxFieldBytes)) {
+    const char* const field = FieldFor(kRows, datum.key());
+    if (field == nullptr || datum.size() > static_cast<long>(kMaxFieldBytes)) {
       continue;
     }
     const bool is_list = datum.typeId() == Exiv2::xmpBag || datum.typeId() == Exiv2::xmpSeq;
     for (long i = 0; i < (is_list ? datum.count() : 1); ++i) {
-      fields.AddLine(row->field, is_list ? datum.toString(i) : WithoutLanguage(datum.toString()));
+      fields.AddLine(field, is_list ? datum.toString(i) : WithoutLanguage(datum.toString()));
     }
   }
 }

@@ -45,6 +45,15 @@ std::size_t Input::ReadAt(std::uint64_t offset, void* data, std::size_t size) co
   return done;
 }
 
+Chunks::Chunks(const Input& input) : input_(input), buffer_(kBytes) {
+  Next();
+}
+
+void Chunks::Next() {
+  filled_ = input_.ReadAt(end_, buffer_.data(), buffer_.size());
+  end_ += filled_;
+}
+
 Mapping::Mapping(const Input& input, std::uint64_t limit) : size_(static_cast<std::size_t>(input.size())) {
   if (size_ == 0) {
     throw std::runtime_error("the file is empty");

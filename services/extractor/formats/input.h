@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
+#include <vector>
 
 namespace extractor {
 
@@ -22,6 +23,27 @@ class Input {
  private:
   int fd_;
   std::uint64_t size_ = 0;
+};
+
+/// A file piece by piece, from its begin to its end.
+class Chunks {
+ public:
+  static constexpr std::size_t kBytes = std::size_t{64} << 10;
+
+  /// Reads the first one. `input` must outlive this. Throws std::system_error, as Next does.
+  explicit Chunks(const Input& input);
+
+  /// kBytes of the file, fewer at its end, none behind it. Valid until Next.
+  std::string_view chunk() const { return {buffer_.data(), filled_}; }
+  /// Whether nothing follows it.
+  bool last() const { return end_ >= input_.size(); }
+  void Next();
+
+ private:
+  const Input& input_;
+  std::vector<char> buffer_;
+  std::size_t filled_ = 0;
+  std::uint64_t end_ = 0;
 };
 
 /// A file mapped whole, for libraries that want it in memory; pages are the kernel's to drop again.

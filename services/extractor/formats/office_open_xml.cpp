@@ -4,10 +4,25 @@
 namespace extractor {
 namespace {
 
-/// Paragraphs of runs: "t" holds the words, "p" ends a line. What was deleted under change tracking is not in "t".
-class Paragraphs : public XmlHandler {
+/// Takes the text of some elements; whoever derives says which.
+class TextElements : public XmlHandler {
  public:
-  explicit Paragraphs(TextSink& text) : text_(text) {}
+  explicit TextElements(TextSink& text) : text_(text) {}
+  void Characters(std::string_view text) override {
+    if (in_text_) {
+      text_.AppendFlowing(text);
+    }
+  }
+
+ protected:
+  TextSink& text_;
+  bool in_text_ = false;
+};
+
+/// Paragraphs of runs: "t" holds the words, "p" ends a line. What was deleted under change tracking is not in "t".
+class Paragraphs : public TextElements {
+ public:
+  using TextElements::TextElements;
 
   void Start(std::string_view name, const Attributes&) override {
     if (name == "t") {
@@ -25,21 +40,12 @@ class Paragraphs : public XmlHandler {
       text_.Space();
     }
   }
-  void Characters(std::string_view text) override {
-    if (in_text_) {
-      text_.AppendFlowing(text);
-    }
-  }
-
- private:
-  TextSink& text_;
-  bool in_text_ = false;
 };
 
 /// The strings that cells share, and comments: one line each; "rPh" is how a reading aid repeats a word.
-class SharedStrings : public XmlHandler {
+class SharedStrings : public TextElements {
  public:
-  explicit SharedStrings(TextSink& text) : text_(text) {}
+  using TextElements::TextElements;
 
   void Start(std::string_view name, const Attributes&) override {
     in_text_ = name == "t" && phonetic_ == 0;
@@ -52,48 +58,34 @@ class SharedStrings : public XmlHandler {
       text_.Break();
     }
   }
-  void Characters(std::string_view text) override {
-    if (in_text_) {
-      text_.AppendFlowing(text);
-    }
-  }
 
  private:
-  TextSink& text_;
-  bool in_text_ = false;
   int phonetic_ = 0;
 };
 
 /// Cells of a sheet. Those of type "s" are an index into the shared strings, "b" and "e" are no words.
-class Sheet : public XmlHandler {
+class Sheet : public TextElements {
  public:
-  explicit Sheet(TextSink& text) : text_(text) {}
+  using TextElements::TextElements;
 
   void Start(std::string_view name, const Attributes& attributes) override {
     if (name == "c") {
       const std::string type = attributes.Get("t");
       has_value_ = type != "s" && type != "b" && type != "e";
     }
-    in_value_ = (name == "v" && has_value_) || name == "t";
+    in_text_ = (name == "v" && has_value_) || name == "t";
   }
   void End(std::string_view name) override {
-    in_value_ = false;
+    in_text_ = false;
     if (name == "c") {
       text_.Space();
     } else if (name == "row") {
       text_.Break();
     }
   }
-  void Characters(std::string_view text) override {
-    if (in_value_) {
-      text_.AppendFlowing(text);
-    }
-  }
 
  private:
-  TextSink& text_;
   bool has_value_ = false;
-  bool in_value_ = false;
 };
 
 /// The names of the sheets.

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "services/extractor/formats/limits.h"
+#include "services/extractor/formats/pdf_maps.h"
 #include "services/extractor/formats/reading.h"
 
 namespace extractor {
@@ -77,9 +78,8 @@ void WritePages(const poppler::document& document, Reading& reading) {
 }  // namespace
 
 void PreparePdf() {
-  // Character maps of old East Asian fonts would be opened one by one while a document is read, which the sandbox
-  // answers as it likes. Without a folder for them there is nothing to try; only text in such fonts is lost.
-  poppler::set_data_dir("/nonexistent");
+  PreparePdfMaps();
+  poppler::set_data_dir(kPdfMapFolder);
   poppler::set_debug_error_function([](const std::string&, void*) {}, nullptr);
   static const std::unique_ptr<poppler::document> keeper = Open(kSmallestDocument);
 }

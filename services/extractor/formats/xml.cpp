@@ -1,14 +1,10 @@
 // XML of any kind: its character data is its text.
-#include <algorithm>
-#include <vector>
-
 #include "services/extractor/formats/reading.h"
 #include "services/extractor/formats/xml_parser.h"
 
 namespace extractor {
 namespace {
 
-constexpr std::size_t kChunkBytes = std::size_t{64} << 10;
 // A title further down is one of a chapter or an item.
 constexpr int kTitleDepth = 4;
 
@@ -50,20 +46,15 @@ bool IsPage(std::string_view head) {
 }  // namespace
 
 void ReadXml(Reading& reading) {
-  std::vector<char> buffer(kChunkBytes);
-  std::uint64_t offset = reading.input.ReadAt(0, buffer.data(), buffer.size());
-  std::string_view chunk(buffer.data(), offset);
-  if (IsPage(chunk.substr(0, 2048))) {
+  Chunks chunks(reading.input);
+  if (IsPage(chunks.chunk().substr(0, 2048))) {
     ReadHtml(reading);
     return;
   }
   PlainXml handler(reading);
   XmlParser parser(handler);
-  while (!chunk.empty() && !reading.text.full()) {
-    parser.Feed(chunk);
-    const std::size_t count = reading.input.ReadAt(offset, buffer.data(), buffer.size());
-    offset += count;
-    chunk = std::string_view(buffer.data(), count);
+  for (; !chunks.chunk().empty() && !reading.text.full(); chunks.Next()) {
+    parser.Feed(chunks.chunk());
   }
   if (!reading.text.full()) {
     parser.Finish();

@@ -14,10 +14,6 @@
 namespace extractor {
 namespace {
 
-std::string_view View(const xmlChar* text) {
-  return text != nullptr ? std::string_view(reinterpret_cast<const char*>(text)) : std::string_view();
-}
-
 std::string Utf8Of(unsigned int character) {
   xmlChar bytes[8];
   const int count = xmlCopyCharMultiByte(bytes, static_cast<int>(character));
@@ -41,20 +37,6 @@ std::string XmlHandler::Attributes::Get(std::string_view local_name) const {
     }
   }
   return {};
-}
-
-template <typename Call>
-void XmlParser::Guard(Call call) {
-  if (failure_) {
-    return;
-  }
-  try {
-    call();
-  } catch (...) {
-    // C frames of the library lie between here and Feed.
-    failure_ = std::current_exception();
-    xmlStopParser(context_);
-  }
 }
 
 /// What libxml2 calls; in a struct so that it may see the parser's inside.
@@ -131,9 +113,7 @@ void XmlParser::Finish() {
 }
 
 void XmlParser::Check() {
-  if (failure_) {
-    std::rethrow_exception(failure_);
-  }
+  failure_.Rethrow();
   if (context_->wellFormed != 0) {
     return;
   }

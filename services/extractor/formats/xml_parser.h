@@ -5,11 +5,12 @@
 
 #include <cstddef>
 #include <deque>
-#include <exception>
 #include <map>
 #include <memory>
 #include <string>
 #include <string_view>
+
+#include "services/extractor/formats/libxml.h"
 
 namespace extractor {
 
@@ -60,7 +61,9 @@ class XmlParser {
   };
 
   template <typename Call>
-  void Guard(Call call);
+  void Guard(Call call) {
+    failure_.Guard(context_, call);
+  }
   xmlEntityPtr FindEntity(std::string_view name);
   xmlEntityPtr AddEntity(std::string_view name, std::string content);
   void DeclareEntity(std::string_view name, std::string_view content);
@@ -70,7 +73,7 @@ class XmlParser {
   xmlParserCtxtPtr context_ = nullptr;
   std::deque<Entity> entities_;
   std::map<std::string, xmlEntityPtr, std::less<>> by_name_;
-  std::exception_ptr failure_;
+  PassedException failure_;
 };
 
 }  // namespace extractor

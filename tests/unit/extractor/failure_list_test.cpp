@@ -8,7 +8,6 @@ namespace {
 
 Attributes FileCalled(uint64_t inode) {
   Attributes attributes;
-  attributes.device = 1;
   attributes.inode = inode;
   attributes.size_bytes = 10;
   return attributes;
@@ -30,14 +29,13 @@ TEST(FailureList, TakesAChangedFileForAnother) {
   FailureList list(10);
   const Attributes bad = FileCalled(1);
   list.Add(FailureList::IdentityOf(bad), {});
-  std::vector<Attributes> changed(7, bad);
-  changed[0].device = 2;
-  changed[1].inode = 2;
-  changed[2].size_bytes = 11;
-  changed[3].modified = 1;
-  changed[4].modified_ns = 1;
-  changed[5].changed = 1;
-  changed[6].changed_ns = 1;
+  std::vector<Attributes> changed(6, bad);
+  changed[0].inode = 2;
+  changed[1].size_bytes = 11;
+  changed[2].modified = 1;
+  changed[3].modified_ns = 1;
+  changed[4].changed = 1;
+  changed[5].changed_ns = 1;
 
   for (const Attributes& attributes : changed) {
     EXPECT_EQ(list.Find(FailureList::IdentityOf(attributes)), nullptr);

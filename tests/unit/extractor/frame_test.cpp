@@ -8,6 +8,9 @@
 #include <thread>
 
 namespace extractor {
+
+using service::UniqueFd;
+
 namespace {
 
 struct Pair {

@@ -11,6 +11,9 @@
 #include "tests/support/temp_dir.h"
 
 namespace extractor {
+
+using service::UniqueFd;
+
 namespace {
 
 using orbisk::test::TempDir;

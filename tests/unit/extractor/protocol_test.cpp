@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "services/extractor/json_text.h"
+#include "services/base/json_text.h"
 
 namespace extractor {
 namespace {

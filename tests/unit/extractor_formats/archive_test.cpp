@@ -32,6 +32,16 @@ TEST(Archive, GivesTheNamesWithin) {
   }
 }
 
+TEST(Archive, OfOtherPackersGivesTheNamesWithin) {
+  for (const char* name : {"names.zip", "names.tar", "names.7z"}) {
+    const Extraction extraction = Extract(Sample(name), "");
+
+    EXPECT_EQ(extraction.error, "") << name;
+    EXPECT_NE(extraction.Text().find("heron.txt"), std::string::npos) << name;
+    EXPECT_NE(extraction.Text().find("birds/crane.txt"), std::string::npos) << name;
+  }
+}
+
 TEST(Archive, OfOneCompressedFileGivesTheNameThatGzipKept) {
   std::string gzip = Compress("gzip", "grey heron");
   ASSERT_EQ(gzip[3] & 8, 0);

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Makes the samples that take an encoder or an office program's writer anew. They are checked in, so that tests need none
-# of these: ffmpeg, pandoc, groff, imagemagick, webp, libheif-examples, libimage-exiftool-perl, python3.
+# of these: ffmpeg, pandoc, groff, imagemagick, webp, libheif-examples, libimage-exiftool-perl, gnumeric, python3-odf,
+# p7zip-full, zip.
 set -euo pipefail
 cd "$(dirname "$0")/samples"
 export SOURCE_DATE_EPOCH=1700000000
@@ -66,3 +67,38 @@ rm text.md
 
 printf '.pdfinfo /Title The Heron Report\n.pdfinfo /Author Ada Quill\nThe grey heron came to the weir at dawn.\n.bp\nSecond page: reeds.\n' |
   groff -Tpdf >paper.pdf
+
+printf 'place,seen,bird\nweir,17,grey heron\n"Zażółć gęślą jaźń",2.5,dipper\n' >table.csv
+ssconvert table.csv table.xlsx 2>/dev/null
+ssconvert table.csv table.ods 2>/dev/null
+rm table.csv
+/usr/bin/python3 - <<'END'
+from odf import dc, draw, meta, style, text
+from odf.opendocument import OpenDocumentPresentation
+
+slides = OpenDocumentPresentation()
+layout = style.PageLayout(name="L")
+slides.automaticstyles.addElement(layout)
+master = style.MasterPage(name="M", pagelayoutname=layout)
+slides.masterstyles.addElement(master)
+slides.meta.addElement(dc.Title(text="The Heron Report"))
+slides.meta.addElement(meta.InitialCreator(text="Ada Quill"))
+for words in ["The grey heron came to the weir at dawn."], ["first sighting", "Zażółć gęślą jaźń."]:
+    page = draw.Page(masterpagename=master)
+    slides.presentation.addElement(page)
+    frame = draw.Frame(width="20cm", height="5cm", x="1cm", y="1cm")
+    page.addElement(frame)
+    box = draw.TextBox()
+    frame.addElement(box)
+    for line in words:
+        box.addElement(text.P(text=line))
+slides.save("slides.odp")
+END
+
+mkdir birds
+printf grey >heron.txt
+printf grey >birds/crane.txt
+7z a -bso0 names.7z heron.txt birds
+zip -qr -X names.zip heron.txt birds
+tar -cf names.tar heron.txt birds
+rm -r heron.txt birds

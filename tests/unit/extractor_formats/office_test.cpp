@@ -110,6 +110,22 @@ TEST(Office, OpenSpreadsheetsAndPresentationsGiveTheirWords) {
   EXPECT_EQ(slides.Text(), "grey heron");
 }
 
+TEST(Office, TablesAndSlidesOfOtherWritersGiveTheirWords) {
+  for (const char* name : {"table.xlsx", "table.ods"}) {
+    const Extraction extraction = Extract(Sample(name), "");
+
+    EXPECT_EQ(extraction.error, "") << name;
+    for (const char* cell : {"place", "17", "grey heron", "2.5", "Zażółć gęślą jaźń", "dipper"}) {
+      EXPECT_TRUE(Contains(extraction.Text(), cell)) << name << cell << extraction.Text();
+    }
+  }
+  const Extraction slides = Extract(Sample("slides.odp"), "");
+  EXPECT_EQ(slides.error, "");
+  EXPECT_EQ(slides.Text(), "The grey heron came to the weir at dawn.\nfirst sighting\nZażółć gęślą jaźń.");
+  EXPECT_EQ(slides["NIMOMDTitle"], "The Heron Report");
+  EXPECT_EQ(slides["NIMOMDAuthors"], "Ada Quill");
+}
+
 TEST(Office, AnEncryptedDocumentSaysSoAndIsNotBroken) {
   const std::string manifest = "<m:manifest xmlns:m='urn:m'><m:encryption-data/></m:manifest>";
   Entries entries = OpenDocument("text", "", manifest);

@@ -8,9 +8,12 @@
 #include <cstring>
 #include <random>
 
-#include "services/monitor/unique_fd.h"
+#include "services/base/unique_fd.h"
 
 namespace nimotifyd {
+
+using service::UniqueFd;
+
 namespace {
 
 std::string InfoRecord(uint8_t type, uint64_t inode, const std::string& name) {

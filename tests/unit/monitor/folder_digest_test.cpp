@@ -7,10 +7,13 @@
 
 #include <filesystem>
 
-#include "services/monitor/unique_fd.h"
+#include "services/base/unique_fd.h"
 #include "tests/support/temp_dir.h"
 
 namespace nimotifyd {
+
+using service::UniqueFd;
+
 namespace {
 
 namespace fs = std::filesystem;

@@ -9,6 +9,9 @@
 #include "tests/support/temp_dir.h"
 
 namespace nimotifyd {
+
+using service::UniqueFd;
+
 namespace {
 
 namespace fs = std::filesystem;

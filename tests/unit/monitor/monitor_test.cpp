@@ -12,11 +12,14 @@
 #include <memory>
 #include <optional>
 
-#include "services/monitor/unique_fd.h"
+#include "services/base/unique_fd.h"
 #include "tests/support/record_capture.h"
 #include "tests/support/temp_dir.h"
 
 namespace nimotifyd {
+
+using service::UniqueFd;
+
 namespace {
 
 namespace fs = std::filesystem;

@@ -314,6 +314,71 @@ TEST(CompactTest, TheFileShrinksWhenHalfIsDeleted) {
   EXPECT_EQ(fixture.index->Stat(true).problem, "");
 }
 
+TEST(CompactTest, WhatWasDeletedIsRememberedAcrossARestart) {
+  Fixture fixture;
+  for (int i = 0; i < 4'000; ++i) {
+    fixture.Put(PathOf(i), TextOf(i));
+  }
+  fixture.index->Commit();
+  while (fixture.index->Compact(std::chrono::milliseconds(50))) {
+  }
+  const int64_t before = fixture.index->Stat(false).bytes;
+  fixture.index->DeleteByQuery(Json_("{'qsl': {'match_all': {}}}"));
+  fixture.Put("/v/last", "word");
+  fixture.index->Commit();
+  for (int i = 0; i < 2'000; ++i) {
+    fixture.Put(PathOf(i), TextOf(i));
+  }
+
+  fixture.Reopen();  // what was not committed is gone, and with it its deletions
+  while (fixture.index->Compact(std::chrono::milliseconds(50))) {
+  }
+
+  EXPECT_LT(fixture.index->Stat(false).bytes, before / 4);
+  fixture.Reopen();
+  const int64_t after = fixture.index->Stat(false).bytes;
+  EXPECT_FALSE(fixture.index->Compact(std::chrono::milliseconds(50))) << "there is nothing left to do";
+  EXPECT_EQ(fixture.index->Stat(false).bytes, after);
+  EXPECT_THAT(Get(*fixture.index, "{'match_all': {}}"), ElementsAre("/v/last"));
+}
+
+// What a disk keeps of the log when the power fails while it is written: its beginning, and then anything.
+TEST(PowerCutTest, ATornLogLeavesAWholeCommitAndNoDamage) {
+  Fixture fixture;
+  for (int i = 0; i < 200; ++i) {
+    fixture.Put(PathOf(i), TextOf(i));
+    if (i % 10 == 9) {
+      fixture.index->Commit();
+    }
+  }
+  const std::string file = fixture.path() + "/index.sqlite";
+  const std::string database = orbisk::test::ReadFile(file);
+  const std::string log = orbisk::test::ReadFile(file + "-wal");
+  ASSERT_GT(log.size(), 400'000u);
+  std::mt19937 random(11);
+  size_t fewest = 200;
+  size_t most = 0;
+  for (int round = 0; round < 60; ++round) {
+    const orbisk::test::TempDir disk;
+    std::string torn = log.substr(0, random() % log.size());
+    for (size_t i = random() % 3 * 3'000; i > 0; --i) {
+      torn += static_cast<char>(random());
+    }
+    orbisk::test::WriteFile(disk / "index.sqlite", database);
+    orbisk::test::WriteFile(disk / "index.sqlite-wal", torn);
+
+    const auto index = Index::Open(disk.path());
+
+    const size_t documents = Get(*index, "{'match_all': {}}").size();
+    ASSERT_EQ(documents % 10, 0u);
+    ASSERT_EQ(index->Stat(true).problem, "");
+    fewest = std::min(fewest, documents);
+    most = std::max(most, documents);
+  }
+  EXPECT_LT(fewest, 100u);
+  EXPECT_GT(most, 120u);
+}
+
 TEST(ThreadTest, AReaderNeverWaitsForTheWriter) {
   Fixture fixture;
   fixture.Put("/v/a", "word");

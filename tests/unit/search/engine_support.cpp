@@ -67,17 +67,17 @@ std::vector<std::string> Find(Index& index, const std::string& query) {
 
 std::vector<std::string> Get(Index& index, const std::string& qsl, View view) {
   std::vector<std::string> paths;
+  const std::string id = index.mappings()["property_id"].asString();
   Json::Value query;
   query["qsl"] = Json_(qsl);
   index.Get(
-      query, std::vector<std::string>{"NIMOMDPath"},
-      [&](Json::Value&& hit) { paths.push_back(hit["NIMOMDPath"].asString()); }, view);
+      query, std::vector<std::string>{id}, [&](Json::Value&& hit) { paths.push_back(hit[id].asString()); }, view);
   return paths;
 }
 
 Json::Value Fields(Index& index, const std::string& path, const std::vector<std::string>& names) {
   Json::Value query;
-  query["qsl"]["term"]["NIMOMDPath"] = path;
+  query["qsl"]["term"][index.mappings()["property_id"].asString()] = path;
   Json::Value fields;
   index.Get(query, names, [&](Json::Value&& hit) { fields = std::move(hit); });
   return fields;

@@ -26,7 +26,7 @@ class QueryTest : public testing::Test {
     Add("/v/annual_report-2021.pdf", "The quick brown foxes were running over lazy dogs", 5'000'000, 0);
     Add("/v/docs/notes.txt", "A well-known e-mail about the fox", 100, 1);
     Add("/v/docs/\u4e2d\u6587\u6587\u4ef6.txt", "\u8fd9\u662f\u4e2d\u6587\u5168\u6587\u7d22\u5f15", 2'048, 40);
-    Add("/v/docs/r\u00e9sum\u00e9.doc", "M\u00fcller trinkt Kaffee im Caf\u00e9", 300, 400);
+    Add("/v/docs/r\u00e9sum\u00e9.doc", "M\u00fcller trinkt Kaffee im Caf\u00e9 4711", 300, 400);
     Add("/v/IMG_20210503.JPG", "", 3'000'000, 2);
     Json::Value song = Document("/v/music/song.mp3");
     song["NIMOMDTitle"] = "Yellow \"Submarine\"";
@@ -97,6 +97,11 @@ TEST_F(QueryTest, PeopleFindWhatTheyMean) {
       {"0503", {kPhoto}},
       {"pd", {kReport}},
       {"oxe", {}},
+      // numbers are words where they are written, not where they are counted
+      {"2021", {kReport, kPhoto}},
+      {"4711", {kResume}},
+      {"5000000", {}},
+      {"NIMOMDFSSize:5000000", {kReport}},
       // hyphens
       {"well-known", {kNotes}},
       {"well known", {kNotes}},
@@ -514,6 +519,31 @@ TEST(MappingsTest, ThatMakeNoSenseAreRefused) {
   EXPECT_EQ(CodeOf([&] { Index::Create(dir / "db", Mappings(), Json_("{'languages': ['klingon']}")); }),
             ErrorCode::kBadMappings);
   EXPECT_EQ(CodeOf([&] { Index::Open(dir / "db"); }), ErrorCode::kNoDatabase);
+}
+
+TEST(MappingsTest, WithoutWordsStillFindByWhatTheyHave) {
+  orbisk::test::TempDir dir;
+  const auto index = Index::Create(dir / "db",
+                                   Json_("{'property_id': 'p', 'properties': {'p': {'analyzer': 'keyword'},"
+                                         "'n': {'type': 'int'}, 'k': {'analyzer': 'keyword', '_all': false}}}"),
+                                   Json::objectValue);
+  index->Upsert("/v/1", Json_("{'p': '/v/1', 'n': 7, 'k': 'Red'}"));
+  index->Upsert("/v/2", Json_("{'p': '/v/2', 'n': 8}"));
+  index->Set("/v/2", Json_("{'n': 9, 'p': '/w/2'}"));
+  index->Upsert("/v/3", Json_("{'p': '/v/3'}"));
+  index->Upsert("/v/3", Json_("{'p': '/v/3', 'n': 1}"));
+  index->Delete("/v/3");
+  index->AddSuggestions("/v/1");
+  index->Commit();
+
+  EXPECT_THAT(Find(*index, "n:>7"), ElementsAre("/w/2"));
+  EXPECT_THAT(Find(*index, "k:red"), ElementsAre("/v/1"));
+  EXPECT_THAT(Find(*index, "folder:/v -n:9"), ElementsAre("/v/1"));
+  EXPECT_THAT(Get(*index, "{'prefix': {'p': '/v/'}}"), ElementsAre("/v/1"));
+  EXPECT_THAT(Get(*index, "{'match': {'_all': 'red'}}"), IsEmpty());
+  EXPECT_EQ(CodeOf([&] { index->Search("red"); }), ErrorCode::kBadQuery);
+  EXPECT_EQ(index->Stat(true).problem, "");
+  EXPECT_EQ(index->Stat(false).documents, 2);
 }
 
 TEST(MappingsTest, WithNothingButAnIdWork) {

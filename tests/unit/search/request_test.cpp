@@ -7,6 +7,7 @@
 #include <functional>
 #include <random>
 
+#include "services/base/json_text.h"
 #include "services/search/json_scanner.h"
 #include "services/search/json_text.h"
 #include "services/search/refusal.h"
@@ -122,8 +123,8 @@ TEST(JsonText, BytesComeBackAsTheyWere) {
   Json::Value value;
   value["x"] = bytes;
 
-  EXPECT_EQ(bytes, ReadJson(WriteJson(value))["x"].asString());
-  EXPECT_EQ(std::string::npos, WriteJson(value).find('\n'));
+  EXPECT_EQ(bytes, ReadJson(service::ToText(value))["x"].asString());
+  EXPECT_EQ(std::string::npos, service::ToText(value).find('\n'));
 }
 
 TEST(JsonText, WhatIsNearlyJsonIsRefused) {
@@ -183,7 +184,7 @@ TEST(JsonScanner, FindsTheSameValuesAsAParser) {
   std::mt19937 random(3);
   for (int round = 0; round < 3000; ++round) {
     const Json::Value value = RandomValue(random, 0);
-    const std::string text = round % 2 == 0 ? WriteJson(value) : WithBlanks(value);
+    const std::string text = round % 2 == 0 ? service::ToText(value) : WithBlanks(value);
     if (value.isArray()) {
       const std::vector<std::string_view> elements = ScanArray(text);
       ASSERT_EQ(value.size(), elements.size()) << text;

@@ -129,9 +129,28 @@ TEST(WordsTest, WhiteSpaceKeepsWholeChunksAndTheWordsInThem) {
   WordAnalyzer analyzer({});
   Tokens tokens;
 
-  analyzer.WhiteSpace(" Smith,J.  M\u00fcller", WordAnalyzer::Stems::kStore, tokens);
+  analyzer.WhiteSpace(" Smith,J.  M\u00fcller", false, WordAnalyzer::Stems::kStore, tokens);
 
   EXPECT_THAT(tokens.list, ElementsAre("smith,j.", "=smith", "j", "muller"));
+}
+
+TEST(WordsTest, EscapedWhiteSpaceSeparatesNothing) {
+  const struct {
+    const char* text;
+    std::vector<std::string> tokens;
+  } cases[] = {
+      {"/v/My\\ Docs /w", {"/v/my docs", "=v", "my", "docs", "/w", "=w"}},
+      {"a\\\\ b", {"a\\", "=a", "b"}},
+      {"a\\b", {"a\\b", "=a", "b"}},
+      {"a\\", {"a\\", "=a"}},
+      {"\\ ", {" "}},
+  };
+  for (const auto& c : cases) {
+    WordAnalyzer analyzer({});
+    Tokens tokens;
+    analyzer.WhiteSpace(c.text, true, WordAnalyzer::Stems::kNone, tokens);
+    EXPECT_THAT(tokens.list, ElementsAreArray(c.tokens)) << c.text;
+  }
 }
 
 TEST(WordsTest, KeywordIsOneFoldedToken) {

@@ -1,5 +1,5 @@
 // The file that keeps a second daemon out.
-#include "services/extractor/pid_file.h"
+#include "services/base/pid_file.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -10,7 +10,8 @@
 
 #include "tests/support/temp_dir.h"
 
-namespace extractor {
+namespace service {
+
 namespace {
 
 using orbisk::test::ReadFile;
@@ -59,4 +60,4 @@ TEST(PidFile, DoesNotWriteThroughALink) {
 }
 
 }  // namespace
-}  // namespace extractor
+}  // namespace service

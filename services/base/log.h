@@ -6,15 +6,15 @@
 #include <string>
 #include <string_view>
 
-namespace extractor {
+namespace service {
 
-/// Opens the system log under the daemon's name. Records above `level` (a syslog priority) are not written.
-/// With `to_stderr` they also go to standard error.
-void OpenLog(int level, bool to_stderr);
+/// Opens the system log under the name `program`, which is kept and must stay. Records above `level` (a syslog
+/// priority) are not written. With `to_stderr` they also go to standard error.
+void OpenLog(const char* program, int level, bool to_stderr);
 
 /// A record under construction; it is written when the object goes.
 ///
-///     Record(LOG_WARNING, "worker_died").Add("path", path).AddErrno("reason", error);
+///     Record(LOG_WARNING, "file_refused").Add("path", path).AddErrno("reason", error);
 ///
 /// Values with spaces, quotes or control bytes are quoted, so a record stays one line whatever a file is called.
 class Record {
@@ -34,4 +34,4 @@ class Record {
   std::string text_;
 };
 
-}  // namespace extractor
+}  // namespace service

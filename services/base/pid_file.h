@@ -3,9 +3,9 @@
 
 #include <string>
 
-#include "services/extractor/unique_fd.h"
+#include "services/base/unique_fd.h"
 
-namespace extractor {
+namespace service {
 
 /// Holds the pid file locked from construction to destruction, and removes it then. The kernel drops the lock when its
 /// holder dies, so a file that is left over keeps nobody out.
@@ -28,4 +28,4 @@ class PidFile {
   UniqueFd file_;
 };
 
-}  // namespace extractor
+}  // namespace service

@@ -1,9 +1,9 @@
 // Structured records in the system log.
-#include "services/extractor/log.h"
+#include "services/base/log.h"
 
 #include <system_error>
 
-namespace extractor {
+namespace service {
 namespace {
 
 bool NeedsQuotes(std::string_view value) {
@@ -37,8 +37,8 @@ void AppendQuoted(std::string& text, std::string_view value) {
 
 }  // namespace
 
-void OpenLog(int level, bool to_stderr) {
-  openlog("nimocontentextractd", LOG_PID | (to_stderr ? LOG_PERROR : 0), LOG_DAEMON);
+void OpenLog(const char* program, int level, bool to_stderr) {
+  openlog(program, LOG_PID | (to_stderr ? LOG_PERROR : 0), LOG_DAEMON);
   setlogmask(LOG_UPTO(level));
 }
 
@@ -70,4 +70,4 @@ Record& Record::AddErrno(std::string_view key, int error) {
   return Add(key, std::generic_category().message(error));
 }
 
-}  // namespace extractor
+}  // namespace service

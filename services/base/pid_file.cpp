@@ -1,5 +1,5 @@
 // Locks and writes the pid file.
-#include "services/extractor/pid_file.h"
+#include "services/base/pid_file.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -12,7 +12,7 @@
 #include <system_error>
 #include <utility>
 
-namespace extractor {
+namespace service {
 namespace {
 
 [[noreturn]] void Fail(int error, const std::string& path) {
@@ -49,7 +49,7 @@ bool PidFile::Lock() {
   }
   if (flock(file_.get(), LOCK_EX | LOCK_NB) != 0) {
     if (errno == EWOULDBLOCK) {
-      throw std::runtime_error("another one runs, process " + HolderOf(file_));
+      throw std::runtime_error("another one runs, process " + HolderOf(file_) + " holds " + path_);
     }
     Fail(errno, path_);
   }
@@ -66,4 +66,4 @@ void PidFile::Write() {
   }
 }
 
-}  // namespace extractor
+}  // namespace service

@@ -5,17 +5,17 @@
 
 #include <utility>
 
-namespace nimotifyd {
+namespace service {
 
 class UniqueFd {
  public:
   UniqueFd() = default;
   explicit UniqueFd(int fd) : fd_(fd) {}
-  UniqueFd(UniqueFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  UniqueFd(UniqueFd&& other) noexcept : fd_(other.Release()) {}
   UniqueFd& operator=(UniqueFd&& other) noexcept {
     if (this != &other) {
       Close();
-      fd_ = std::exchange(other.fd_, -1);
+      fd_ = other.Release();
     }
     return *this;
   }
@@ -23,9 +23,11 @@ class UniqueFd {
 
   int get() const { return fd_; }
   bool valid() const { return fd_ >= 0; }
+  /// Gives the descriptor away; the caller closes it.
+  int Release() { return std::exchange(fd_, -1); }
   void Close() {
     if (fd_ >= 0) {
-      close(std::exchange(fd_, -1));
+      close(Release());
     }
   }
 
@@ -33,4 +35,4 @@ class UniqueFd {
   int fd_ = -1;
 };
 
-}  // namespace nimotifyd
+}  // namespace service

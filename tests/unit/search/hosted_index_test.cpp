@@ -1,0 +1,213 @@
+// What an index tells those who ask while it is being upgraded or repaired, and what is remembered of damage.
+#include "services/search/hosted_index.h"
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <filesystem>
+#include <thread>
+
+#include "services/search/catalog.h"
+#include "services/search/commands.h"
+#include "services/search/refusal.h"
+#include "tests/support/temp_dir.h"
+
+namespace nimoelasticd {
+namespace {
+
+namespace fs = std::filesystem;
+using For = HostedIndex::Use::For;
+
+// 0 if the index can be used so, else the code of the refusal.
+int CodeOf(HostedIndex& host, For purpose, std::string* message = nullptr) {
+  try {
+    const HostedIndex::Use use(host, purpose);
+    return 0;
+  } catch (const Refusal& refusal) {
+    if (message != nullptr) {
+      *message = refusal.what();
+    }
+    return static_cast<int>(refusal.code());
+  }
+}
+
+// Another program's connection to the database.
+class Connection {
+ public:
+  explicit Connection(const std::string& folder) {
+    EXPECT_EQ(SQLITE_OK, sqlite3_open((folder + "/index.sqlite").c_str(), &handle_));
+  }
+  ~Connection() { sqlite3_close(handle_); }
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+  void Exec(const char* sql) { EXPECT_EQ(SQLITE_OK, sqlite3_exec(handle_, sql, nullptr, nullptr, nullptr)) << sql; }
+
+ private:
+  sqlite3* handle_ = nullptr;
+};
+
+class HostedIndexTest : public testing::Test {
+ protected:
+  // A database that the first version wrote.
+  void PlaceOldDatabase() {
+    fs::create_directory(path_);
+    fs::copy(SAMPLES_DIR "/format1.sqlite", path_ + "/index.sqlite");
+  }
+
+  void MakeDocuments(int count) {
+    Json::Value mappings;
+    mappings["property_id"] = "p";
+    mappings["properties"]["p"]["analyzer"] = "keyword";
+    mappings["properties"]["t"]["type"] = "text";
+    const auto index = search::Index::Create(path_, mappings, Json::Value(Json::objectValue));
+    for (int i = 0; i < count; ++i) {
+      Json::Value document;
+      document["p"] = "/v/" + std::to_string(i);
+      document["t"] = "every word" + std::to_string(i) + " of some that are long enough to take a while";
+      index->Upsert(document["p"].asString(), document);
+    }
+    index->Commit();
+  }
+
+  orbisk::test::TempDir dir_;
+  const std::string path_ = dir_ / "db";
+  HostedIndex host_{path_, State::kOpening, {}};
+};
+
+TEST_F(HostedIndexTest, OlderDatabaseIsUpgradedAndRequestsAreToldSoMeanwhile) {
+  PlaceOldDatabase();
+  Connection other(path_);
+  other.Exec("BEGIN IMMEDIATE");  // the upgrade waits for this to end
+  std::thread opening([&] { host_.Open(); });
+  while (host_.state() == State::kOpening) {
+    std::this_thread::yield();
+  }
+
+  EXPECT_EQ(State::kUpgrading, host_.state());
+  EXPECT_STREQ("upgrading", NameOf(host_.state()));
+  for (const For purpose : {For::kAsking, For::kReading, For::kChanging}) {
+    EXPECT_EQ(607, CodeOf(host_, purpose));
+  }
+
+  other.Exec("ROLLBACK");
+  opening.join();
+  ASSERT_EQ(State::kOpen, host_.state());
+  EXPECT_EQ("", host_.problem());
+  const HostedIndex::Use use(host_);
+  EXPECT_EQ("/v/1", use->Search("pears").hits.at(0).path);
+}
+
+TEST_F(HostedIndexTest, NewerDatabaseIsAskedForAgainWithAReasonAndLeftAlone) {
+  PlaceOldDatabase();
+  Connection(path_).Exec("UPDATE meta SET value = 99 WHERE name = 'format'");
+  const std::string before = orbisk::test::ReadFile(path_ + "/index.sqlite");
+  std::string message;
+
+  host_.Open();
+
+  EXPECT_EQ(State::kNewer, host_.state());
+  EXPECT_EQ(606, CodeOf(host_, For::kChanging, &message));
+  EXPECT_NE(std::string::npos, message.find("a later version wrote the database: it has format 99")) << message;
+  EXPECT_EQ(before, orbisk::test::ReadFile(path_ + "/index.sqlite"));
+}
+
+TEST_F(HostedIndexTest, DamagedIndexAnswersQuestionsUntilItIsRepaired) {
+  MakeDocuments(10);
+  host_.Open();
+
+  EXPECT_TRUE(host_.MarkDamaged());
+  EXPECT_FALSE(host_.MarkDamaged());
+
+  EXPECT_TRUE(host_.Answers());
+  EXPECT_EQ(0, CodeOf(host_, For::kAsking));
+  EXPECT_EQ(609, CodeOf(host_, For::kReading));
+  EXPECT_EQ(609, CodeOf(host_, For::kChanging));
+  host_.Repair();
+  EXPECT_EQ(0, CodeOf(host_, For::kChanging));
+  EXPECT_FALSE(fs::exists(path_ + "/damaged"));
+}
+
+TEST_F(HostedIndexTest, IndexThatIsFoundDamagedAtOpeningAnswersQuestionsMeanwhile) {
+  MakeDocuments(5'000);
+  orbisk::test::WriteFile(path_ + "/damaged", "");
+  std::thread opening([&] { host_.Open(); });
+  while (host_.state() == State::kOpening || (host_.state() == State::kRepairing && !host_.Answers())) {
+    std::this_thread::yield();
+  }
+
+  int64_t found = 0;
+  State state{};
+  try {
+    const HostedIndex::Use use(host_, For::kAsking);  // keeps the repair from ending
+    found = use->Search("word77").total;
+    state = host_.state();
+  } catch (const Refusal& refusal) {
+    ADD_FAILURE() << refusal.what();
+  }
+
+  opening.join();
+  EXPECT_EQ(State::kRepairing, state);
+  EXPECT_EQ(1, found);
+  EXPECT_EQ(State::kOpen, host_.state());
+}
+
+TEST_F(HostedIndexTest, DamageThatCannotBeRepairedNowIsRememberedAcrossARestart) {
+  MakeDocuments(10);
+  host_.Open();
+  host_.MarkDamaged();
+  fs::create_directory(path_ + "/index.sqlite.repairing");  // where the repair has its new database
+
+  host_.Repair();
+  EXPECT_EQ(State::kAbsent, host_.state());
+  HostedIndex restarted(path_, State::kOpening, {});
+  restarted.Open();
+  EXPECT_EQ(State::kAbsent, restarted.state());
+
+  fs::remove(path_ + "/index.sqlite.repairing");
+  restarted.Open();
+  EXPECT_EQ(State::kOpen, restarted.state());
+  EXPECT_FALSE(fs::exists(path_ + "/damaged"));
+}
+
+TEST_F(HostedIndexTest, NewIndexIsNotTakenForTheDamagedOneBeforeIt) {
+  fs::create_directory(path_);
+  orbisk::test::WriteFile(path_ + "/damaged", "");
+  Json::Value mappings;
+  mappings["property_id"] = "p";
+  mappings["properties"]["p"]["analyzer"] = "keyword";
+
+  host_.Create(mappings, Json::Value(Json::objectValue));
+
+  EXPECT_FALSE(fs::exists(path_ + "/damaged"));
+}
+
+TEST(IndexStat, CheckOfAnIndexThatIsNotOpenYetIsToldToComeBack) {
+  orbisk::test::TempDir dir;
+  Json::Value mappings;
+  mappings["property_id"] = "p";
+  mappings["properties"]["p"]["analyzer"] = "keyword";
+  {
+    Catalog catalog(dir / "list", {});
+    catalog.Create("a", dir / "db", mappings, Json::Value(Json::objectValue), Json::Value());
+    catalog.CloseAll();
+  }
+  Catalog catalog(dir / "list", {});
+  catalog.Start();
+  Commands commands(catalog);
+  Json::Value data;
+  data["id"] = "a";
+  EXPECT_NE(std::string::npos, commands.Run({"index_stat", data}).find("\"state\":\"opening\""));
+  data["check"] = true;
+
+  try {
+    ADD_FAILURE() << "answered without a check: " << commands.Run({"index_stat", data});
+  } catch (const Refusal& refusal) {
+    EXPECT_EQ(Code::kNotReady, refusal.code());
+  }
+
+  catalog.Open("a");
+  EXPECT_NE(std::string::npos, commands.Run({"index_stat", data}).find("\"checked\":true"));
+}
+
+}  // namespace
+}  // namespace nimoelasticd
