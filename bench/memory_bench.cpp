@@ -1,13 +1,11 @@
 // Memory of pending operations and of queue scans, as peak resident memory of a process that does nothing else.
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <string>
 
+#include "bench/child_peak.h"
 #include "bench/event_mix.h"
 #include "orbisk/fileindex/optree.h"
 #include "orbisk/fileindex/queue_mgr.h"
@@ -16,23 +14,6 @@ namespace orbisk::bench {
 namespace {
 
 constexpr size_t kFiles = 1'000'000;
-
-// Peak resident memory, in bytes, of a child process that runs `work`.
-size_t PeakOf(const std::function<void()>& work) {
-  fflush(stdout);
-  const pid_t child = fork();
-  if (child == 0) {
-    work();
-    _exit(0);
-  }
-  int status = 0;
-  rusage usage{};
-  if (child < 0 || wait4(child, &status, 0, &usage) != child || status != 0) {
-    perror("memory_bench: child");
-    exit(2);
-  }
-  return static_cast<size_t>(usage.ru_maxrss) * 1024;
-}
 
 bool Report(const char* what, double value, double bound) {
   printf("%-64s %9.0f bytes (at most %.0f) %s\n", what, value, bound, value <= bound ? "ok" : "OVER");

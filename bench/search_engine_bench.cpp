@@ -118,7 +118,9 @@ void DeleteFolder(Index& index) {
 }
 
 void Run(int documents) {
-  test::Fixture fixture;
+  OpenOptions options;
+  options.batch_bytes = 16 << 20;  // as the daemon has it
+  test::Fixture fixture(Json::Value(Json::objectValue), options);
   WordSource words;
   const auto start = Clock::now();
   Fill(*fixture.index, documents, words);

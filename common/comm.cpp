@@ -40,9 +40,19 @@ void WaitForSocket() {
   }
 }
 
-// Whether `object` has the member `key` and it is this truth value, and nothing else.
-bool Says(const Json::Value& object, const char* key, bool value) {
-  return object.isObject() && object.isMember(key) && object[key].isBool() && object[key].asBool() == value;
+// The member `key` of `object`, null if there is none: for values that may be of any type.
+const Json::Value& Member(const Json::Value& object, const char* key) {
+  return object.isObject() ? object[key] : Json::Value::nullSingleton();
+}
+
+// Element `index` of `array`, null if there is none.
+const Json::Value& Element(const Json::Value& array, Json::ArrayIndex index) {
+  return array.isArray() ? array[index] : Json::Value::nullSingleton();
+}
+
+// Whether `value` is this truth value, and nothing else.
+bool Says(const Json::Value& value, bool truth) {
+  return value.isBool() && value.asBool() == truth;
 }
 
 // The string member `key` of `object`, "" if there is none: for records, which never fail.
@@ -54,24 +64,13 @@ std::string Text(const Json::Value& object, const char* key) {
   return text;
 }
 
-// Throws for the first sub-request that failed because the daemon is busy; records the others that failed, before it.
-void CheckCompound(const Json::Value& res, const Json::Value& req) {
-  const Json::Value& results = res["data"];
-  for (Json::ArrayIndex i = 0; results.isArray() && i < results.size(); ++i) {
-    if (!Says(results[i], "success", false)) {
-      continue;
-    }
-    const Json::Value& error = results[i]["error"];
-    const std::string msg = Text(error, "msg");
-    int code = 0;
-    if (error.isObject()) {
-      GetJsonValue(code, error, "code", false);
-    }
-    ORBISK_CHECK(IsDaemonBusy(code), code, msg);
-    const Json::Value& compound = req["compound"];
-    const std::string request = toString(compound.isArray() ? compound[i] : Json::Value());
-    ORBISK_RECORD(ORBISK_SOURCE, "Compound failed: %s (%d) %s", msg.c_str(), code, request.c_str());
+// The number that a failed sub-request gives for its failure, 0 if there is none.
+int FailureCode(const Json::Value& error) {
+  int code = 0;
+  if (error.isObject()) {
+    GetJsonValue(code, error, "code", false);
   }
+  return code;
 }
 
 }  // namespace
@@ -96,8 +95,20 @@ void SendRequestImpl(Json::Value& res, const Json::Value& req) {
     GetJsonValue(msg, error, "msg", true);
     ORBISK_CHECK(!res["success"].asBool(), code, "Request failed, msg=" + msg);
   }
-  if (req.isObject() && req.isMember("compound") && Says(res, "has_fail", true)) {
-    CheckCompound(res, req);
+  if (!req.isObject() || !req.isMember("compound") || !Says(Member(res, "has_fail"), true)) {
+    return;
+  }
+  const Json::Value& results = Member(res, "data");
+  for (Json::ArrayIndex i = 0; results.isArray() && i < results.size(); ++i) {
+    if (!Says(Member(results[i], "success"), false)) {
+      continue;
+    }
+    const Json::Value& failure = Member(results[i], "error");
+    const std::string msg = Text(failure, "msg");
+    const int code = FailureCode(failure);
+    ORBISK_CHECK(IsDaemonBusy(code), code, msg);
+    const std::string request = toString(Element(Member(req, "compound"), i));
+    ORBISK_RECORD(ORBISK_SOURCE, "Compound failed: %s (%d) %s", msg.c_str(), code, request.c_str());
   }
 }
 
@@ -119,7 +130,7 @@ void SendRequest(Json::Value& res, const Json::Value& req) {
       }
     }
     ORBISK_NOTE("Retry[%u] since nimoelasticd is busy. Command: %s, db: %s", retries, Text(req, "command").c_str(),
-                Text(req.isObject() ? req["data"] : Json::Value(), "id").c_str());
+                Text(Member(req, "data"), "id").c_str());
     ++retries;
     if (retries > kBusyTriesBeforeNotice && !is_notified) {
       fileindex::NotifyLackOfMemory();

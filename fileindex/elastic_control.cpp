@@ -55,7 +55,7 @@ bool ParseFile(const std::string& path, bool need_meta, Json::Value& document) {
   options[kNeedMeta] = need_meta;
   try {
     NIMO_CONTENT_EXTRACT_ParseFile(path, options, document);
-    return true;
+    return document.isObject();
   } catch (...) {
     return false;
   }
@@ -64,8 +64,9 @@ bool ParseFile(const std::string& path, bool need_meta, Json::Value& document) {
 Json::Value GetDocument(const std::string& path, bool need_meta) {
   Json::Value document(Json::objectValue);
   ORBISK_CHECK(!ParseFile(path, need_meta, document), 914, "Parse failed, path=" + path);
-  document[kMDSearchFileName] = Json::Value(document[kMDFSName]);
-  document[kMDSearchAncestor] = Json::Value(document[kMDParent]);
+  // Looked up as const, so that a field that the extractor left out is not made.
+  document[kMDSearchFileName] = Json::Value(std::as_const(document)[kMDFSName]);
+  document[kMDSearchAncestor] = Json::Value(std::as_const(document)[kMDParent]);
   return document;
 }
 
@@ -217,12 +218,11 @@ void IndexRename(const std::string& share, const std::string& new_path, const st
   SendRequest(res, request);
   ORBISK_CHECK(!res.isMember("data") || !res["data"].isArray(), 916, "");
 
-  Json::Value moves;
-  moves["compound"] = Json::Value(Json::arrayValue);
   for (Json::Value& hit : res["data"]) {
-    moves["compound"].append(MoveRequest(share, hit, new_path, old_path.size()));
-    hit = Json::Value();  // a million of them are not kept beside the moves
+    hit = MoveRequest(share, hit, new_path, old_path.size());  // in its place: there may be a million of each
   }
+  Json::Value moves;
+  moves["compound"].swap(res["data"]);
   res = Json::Value();
   SendRequest(moves);
 }
@@ -260,8 +260,8 @@ void ListUnAvailTermSuggDB(std::vector<std::string>& dbs) {
   const Json::Value& data = res["data"];
   ORBISK_CHECK(!data.isObject() || !data["unavail"].isArray(), 916, "");
   for (const Json::Value& db : data["unavail"]) {
-    ORBISK_CHECK(!db.isString(), 916, "");
-    dbs.push_back(db.asString());
+    ORBISK_CHECK(!isJsonType<std::string>(db), 916, "");
+    dbs.push_back(asJsonType<std::string>(db));
   }
 }
 

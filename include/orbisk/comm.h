@@ -14,7 +14,8 @@ namespace orbisk {
 
 /// One exchange. Waits at most 31 s for the daemon's socket to appear.
 ///
-/// `res` becomes the response. Sub-requests of a compound request that failed are written to the log and tolerated.
+/// `res` becomes the response, whatever it says; it stays as it was if none came. Sub-requests of a compound request
+/// that failed are written to the log and tolerated.
 ///
 /// Throws Error 913 if the daemon cannot be reached or its answer is no response, Error 120 if a refusal names no
 /// reason, and the daemon's own code with "Request failed, msg=<msg>" if it refuses; with the bare message if a

@@ -15,6 +15,25 @@ std::string ToText(const Json::Value& value) {
   return Json::writeString(kBuilder, value);
 }
 
+namespace {
+
+// The thread's own: making one takes longer than reading a short text.
+Json::CharReader& ReaderFor(int deepest_nesting) {
+  thread_local int nesting = -1;
+  thread_local std::unique_ptr<Json::CharReader> reader;
+  if (nesting != deepest_nesting) {
+    Json::CharReaderBuilder builder;
+    Json::CharReaderBuilder::strictMode(&builder.settings_);
+    builder["strictRoot"] = false;
+    builder["stackLimit"] = deepest_nesting;
+    reader.reset(builder.newCharReader());
+    nesting = deepest_nesting;
+  }
+  return *reader;
+}
+
+}  // namespace
+
 std::optional<Json::Value> FromText(std::string_view text, int deepest_nesting, std::string* problem) {
   std::string unused;
   std::string& why = problem != nullptr ? *problem : unused;
@@ -23,14 +42,9 @@ std::optional<Json::Value> FromText(std::string_view text, int deepest_nesting, 
     why = "a byte of value 0";
     return std::nullopt;
   }
-  Json::CharReaderBuilder builder;
-  Json::CharReaderBuilder::strictMode(&builder.settings_);
-  builder["strictRoot"] = false;
-  builder["stackLimit"] = deepest_nesting;
-  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
   Json::Value value;
   try {
-    if (reader->parse(text.data(), text.data() + text.size(), &value, &why)) {
+    if (ReaderFor(deepest_nesting).parse(text.data(), text.data() + text.size(), &value, &why)) {
       return value;
     }
   } catch (const Json::Exception& error) {  // nesting too deep

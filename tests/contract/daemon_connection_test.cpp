@@ -7,11 +7,14 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "tests/support/temp_dir.h"
 
@@ -138,6 +141,39 @@ TEST_F(DaemonConnection, SendingToADaemonThatIsGoneFailsWithoutASignal) {
   daemon_.Close();
 
   EXPECT_FALSE(connection_.Send(std::string(1'000'000, 'x')));
+}
+
+TEST_F(DaemonConnection, MessageGoesOutWholeHoweverLateItIsRead) {
+  ASSERT_TRUE(connection_.Connect(1));
+  daemon_.Accept();
+  const std::string message = std::string(2'000'000, 'm') + std::string(2'000'000, 'n');
+  std::string received;
+  std::thread daemon([&] {
+    // More than twice what connecting may take: a send that is cut short by a timeout once has sent something.
+    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+    received = daemon_.Read(8 + message.size());
+  });
+
+  EXPECT_TRUE(connection_.Send(message));
+
+  connection_.Disconnect();
+  daemon.join();
+  EXPECT_TRUE(message == received.substr(8));
+}
+
+TEST_F(DaemonConnection, DaemonThatDoesNotAcceptIsWaitedForAsLongAsTheCallerSays) {
+  std::vector<std::unique_ptr<DomainSockConnection>> waiting;
+  std::chrono::steady_clock::time_point last;
+  bool connected = true;
+  while (connected && waiting.size() < 10) {
+    last = std::chrono::steady_clock::now();
+    waiting.push_back(std::make_unique<DomainSockConnection>(dir_ / "socket"));
+    connected = waiting.back()->Connect(1);
+  }
+
+  EXPECT_FALSE(connected);
+  EXPECT_GE(std::chrono::steady_clock::now() - last, std::chrono::milliseconds(900));
+  EXPECT_FALSE(waiting.back()->Send("x"));
 }
 
 TEST_F(DaemonConnection, NothingIsSentOrReceivedWithoutAConnection) {

@@ -101,9 +101,8 @@ class FakeFunction<Result(Arguments...)> final : public FakeFunctionBase {
   using Behaviour = std::function<Result(Arguments...)>;
 
   /// A failing call returns -1, false, null or an empty value, unless `failing` says otherwise. An operation without a
-  /// result cannot fail: what releases does so even then.
-  FakeFunction(
-      const char* name, Behaviour usual, Behaviour failing = [](Arguments...) { return Failure(); })
+  /// result fails only by what `failing` says: what releases does so even then.
+  FakeFunction(const char* name, Behaviour usual, Behaviour failing = UsualFailing())
       : FakeFunctionBase(name), usual_(std::move(usual)), failing_(std::move(failing)) {}
 
   Result operator()(Arguments... arguments) {
@@ -133,17 +132,19 @@ class FakeFunction<Result(Arguments...)> final : public FakeFunctionBase {
   }
 
  private:
-  static Result Failure() {
-    if constexpr (std::is_same_v<Result, int>) {
-      return -1;
+  static Behaviour UsualFailing() {
+    if constexpr (std::is_void_v<Result>) {
+      return nullptr;
+    } else if constexpr (std::is_same_v<Result, int>) {
+      return [](Arguments...) { return -1; };
     } else {
-      return Result();
+      return [](Arguments...) { return Result(); };
     }
   }
 
   Behaviour Choose(bool fails) {
     const std::lock_guard lock(mutex_);
-    if (fails && !std::is_void_v<Result>) {
+    if (fails && failing_) {
       return failing_;
     }
     if (next_.empty()) {

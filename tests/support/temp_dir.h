@@ -10,7 +10,8 @@ namespace orbisk::test {
 /// it or in it.
 class TempDir {
  public:
-  /// Below `parent`, which must exist; "" is the usual place ($TMPDIR, or /tmp where that is missing). Throws std::system_error.
+  /// Below `parent`, which must exist; "" is the usual place ($TMPDIR, or /tmp where that is missing). Throws
+  /// std::system_error.
   explicit TempDir(const std::string& parent = "");
   ~TempDir();
   TempDir(const TempDir&) = delete;

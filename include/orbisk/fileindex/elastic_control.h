@@ -46,22 +46,24 @@ ORBISK_EXPORT void IndexDel(const std::string& share, const std::string& path);
 /// Removes all documents below `dir`; that of `dir` itself stays.
 ORBISK_EXPORT void IndexDelDir(const std::string& share, const std::string& dir);
 /// Reads the file and adds or replaces its document, with its text and metadata if `need_meta`, else its attributes
-/// alone. Throws Error 914 if the file cannot be read.
+/// alone. Throws Error 914 if the extractor fails, whatever it throws.
 ORBISK_EXPORT void IndexUpsert(const std::string& share, const std::string& path, bool need_meta);
 /// Reads the file's attributes and sets them in its document. Throws Error 917 if it has none, and as IndexUpsert.
 ORBISK_EXPORT void IndexAttr(const std::string& share, const std::string& path);
-/// Gives the document of `old_path`, and all below it, their places at and below `new_path`; no file is read. Throws
-/// Error 917 if `old_path` has no document, 916 and 120 for a response that lacks what is needed.
+/// Gives the document of `old_path`, and all below it, their places at and below `new_path`, which comes first; no file
+/// is read. What fails behind the first document leaves that one renamed. Throws Error 917 if `old_path` has no
+/// document, 916 and 120 for a response that lacks what is needed.
 ORBISK_EXPORT void IndexRename(const std::string& share, const std::string& new_path, const std::string& old_path);
 /// Appends the paths of all documents below `dir` to `paths`. `index_id` is an index's identifier, not a share. Throws
-/// Error 916 for a response without documents.
+/// Error 916 for a response without documents, 120 for a document without a path.
 ORBISK_EXPORT void IndexGetByPrefixPath(const std::string& index_id, const std::string& dir,
                                         std::vector<std::string>& paths);
 /// Makes all changes to the index of `share` last. When that fails and the share's volume is full, marks the share as
 /// needing a reindex and throws Error 1003 instead.
 ORBISK_EXPORT void IndexCommit(const std::string& share);
 
-/// Appends the names of the term-suggestion databases that have to be built to `dbs`.
+/// Appends the names of the term-suggestion databases that have to be built to `dbs`. Throws Error 916 for a response
+/// without them.
 ORBISK_EXPORT void ListUnAvailTermSuggDB(std::vector<std::string>& dbs);
 /// Adds the words of the documents at the paths `docs` to the term-suggestion database `db_name`.
 ORBISK_EXPORT void UpdateTermSuggestion(const std::string& db_name, const std::vector<std::string>& docs);

@@ -5,7 +5,10 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <filesystem>
+#include <thread>
 
 #include "orbisk/error.h"
 #include "orbisk/json.h"
@@ -30,6 +33,12 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 using testing::StartsWith;
+
+// An error of a kind that the library does not throw itself.
+class FurtherError : public Error {
+ public:
+  using Error::Error;
+};
 
 constexpr char kSocket[] = "/run/nimoelasticd.sock";
 
@@ -91,12 +100,46 @@ TEST_F(Comm, SendsTheRequestAsOneLineOfJsonToTheSocketAndClosesTheConnection) {
   EXPECT_THAT(FakeConnections().connect.calls().front().arguments, ElementsAre("/var/run/nimoelasticd.sock", "86400"));
   EXPECT_EQ(R"({"data":[1],"success":true})", toString(res_));
   EXPECT_EQ(0, FakeConnections().open());
+  EXPECT_THAT(WaitedSeconds(), IsEmpty());
   EXPECT_THAT(log_.texts(), IsEmpty());
+}
+
+TEST_F(Comm, AnExchangeSendsARequestOfAnyType) {
+  for (const char* const text : {"7", "[1]", "null", R"("commit")"}) {
+    FakeConnections().Reply(R"({"success":false,"error":{"code":1400,"msg":"m"}})");
+    FakeConnections().Reply(R"({"success":true,"has_fail":true,"data":[{"success":false}]})");
+
+    EXPECT_EQ("none", ErrorOfRequest(Parsed(text)));
+
+    EXPECT_EQ(text, FakeConnections().requests().back());
+    EXPECT_THAT(log_.texts().back(), EndsWith("is busy. Command: , db: "));
+  }
+}
+
+TEST_F(Comm, ThreadsHaveAConnectionEach) {
+  constexpr size_t kThreads = 4;
+  constexpr size_t kExchanges = 50;
+  std::vector<std::thread> threads;
+  for (size_t i = 0; i < kThreads; ++i) {
+    threads.emplace_back([] {
+      for (size_t exchange = 0; exchange < kExchanges; ++exchange) {
+        SendRequest(Commit());
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+
+  EXPECT_THAT(FakeConnections().connect.calls(), SizeIs(kThreads * kExchanges));
+  EXPECT_EQ(std::vector<std::string>(kThreads * kExchanges, toString(Commit())), FakeConnections().requests());
+  EXPECT_EQ(0, FakeConnections().open());
 }
 
 TEST_F(Comm, WaitsUntilTheSocketAppears) {
   std::filesystem::remove(kSocket);
-  time_.OnWait([](size_t nth) {
+  time_.OnWait([this](size_t nth) {
+    EXPECT_THAT(log_.texts(), SizeIs(nth));
     if (nth == 3) {
       test::WriteFile(kSocket, "");
     }
@@ -162,11 +205,14 @@ TEST_F(Comm, DeepNestingInAnAnswerIsNoResponse) {
   EXPECT_EQ("913 Recv failed, res=null", ErrorOfExchange());
 }
 
-TEST_F(Comm, AFailedReceiveLeavesWhatTheCallerHad) {
+TEST_F(Comm, WhatCouldNotBeReadLeavesWhatTheCallerHad) {
   res_ = Parsed(R"({"left":"over"})");
-  FakeConnections().receive.FailAlways();
+  FakeConnections().Reply("rubbish");
+  FakeConnections().receive.FailAt(2);
 
   EXPECT_EQ(R"(913 Recv failed, res={"left":"over"})", ErrorOfExchange());
+  EXPECT_EQ(R"(913 Recv failed, res={"left":"over"})", ErrorOfExchange());
+  EXPECT_EQ(R"({"left":"over"})", toString(res_));
 }
 
 TEST_F(Comm, TheDaemonsCodeComesThroughUnchanged) {
@@ -179,13 +225,20 @@ TEST_F(Comm, TheDaemonsCodeComesThroughUnchanged) {
 }
 
 TEST_F(Comm, ARefusalWithoutAProperErrorIsError120) {
-  const char* const replies[] = {
-      R"({"success":false})", R"({"success":false,"error":"busy"})", R"({"success":false,"error":{"msg":"m"}})",
-      R"({"success":false,"error":{"code":606}})", R"({"success":false,"error":{"code":"x","msg":"m"}})"};
+  const char* const replies[] = {R"({"success":false})",
+                                 R"({"success":false,"error":"busy"})",
+                                 R"({"success":false,"error":{"msg":"m"}})",
+                                 R"({"success":false,"error":{"code":606}})",
+                                 R"({"success":false,"error":{"code":"x","msg":"m"}})",
+                                 R"({"success":false,"error":[606,"m"]})",
+                                 R"({"success":false,"error":{"code":606,"msg":{}}})",
+                                 R"({"success":false,"error":{"code":99999999999,"msg":"m"}})",
+                                 R"({"success":false,"error":{"code":1e300,"msg":"m"}})"};
   for (const char* const reply : replies) {
     FakeConnections().Reply(reply);
     EXPECT_THAT(ErrorOfRequest(), StartsWith("120 ")) << reply;
   }
+  EXPECT_THAT(WaitedSeconds(), IsEmpty());
 }
 
 TEST_F(Comm, SubRequestsThatFailAreRecordedAndTheFirstBusyOneThrows) {
@@ -198,9 +251,37 @@ TEST_F(Comm, SubRequestsThatFailAreRecordedAndTheFirstBusyOneThrows) {
   EXPECT_EQ("1401 full", ErrorOfExchange(request));
 
   ASSERT_THAT(log_.texts(), SizeIs(2));
-  EXPECT_THAT(log_.texts()[0], EndsWith(R"(Compound failed: none (1200) {"command":"b"})"));
+  EXPECT_THAT(log_.texts()[0], EndsWith(R"((SendRequestImpl) Compound failed: none (1200) {"command":"b"})"));
+  EXPECT_THAT(log_.texts()[1], HasSubstr("(SendRequestImpl) Failed ["));
+  EXPECT_THAT(log_.texts()[1], EndsWith(", reason: full"));
   EXPECT_EQ("%s:%d (%d, %u) (%s) Compound failed: %s (%d) %s", log_.records()[0].format);
   EXPECT_EQ(0, FakeConnections().open());
+}
+
+TEST_F(Comm, TheRecordOfAFailedSubRequestShowsErrno) {
+  FakeConnections().receive.Next([](std::string* message) {
+    *message = R"({"success":true,"has_fail":true,"data":[{"success":false,"error":{"code":1,"msg":"m"}}]})";
+    errno = ENOSPC;
+    return true;
+  });
+
+  EXPECT_EQ("none", ErrorOfRequest(Parsed(R"({"compound":[7]})")));
+
+  ASSERT_THAT(log_.texts(), SizeIs(1));
+  EXPECT_THAT(log_.texts()[0], EndsWith("Compound failed: m (1) 7 [err: No space left on device]"));
+}
+
+TEST_F(Comm, AFailureThatSaysNothingProperHasCodeZeroAndNoText) {
+  FakeConnections().Reply(R"({"success":true,"has_fail":true,"data":[{"success":false,"error":[1400]},
+      {"success":false,"error":"1400"},{"success":false,"error":{"code":"1400","msg":[]}},
+      {"success":false,"error":{"code":99999999999}},[],null]})");
+
+  EXPECT_EQ("none", ErrorOfRequest(Parsed(R"({"compound":{"command":"a"}})")));
+
+  ASSERT_THAT(log_.texts(), SizeIs(4));
+  for (const std::string& text : log_.texts()) {
+    EXPECT_THAT(text, EndsWith("Compound failed:  (0) null"));
+  }
 }
 
 TEST_F(Comm, OtherFailuresOfSubRequestsAreTolerated) {
@@ -265,7 +346,7 @@ TEST_F(Comm, ABusyDaemonIsTriedAgainAfterFifteenToNineteenMinutes) {
 }
 
 TEST_F(Comm, AdministratorsAreToldOnceAtTheEleventhBusyAnswer) {
-  for (int i = 0; i < 14; ++i) {
+  for (int i = 0; i < 60; ++i) {
     FakeConnections().Reply(R"({"success":false,"error":{"code":1401,"msg":"m"}})");
   }
   std::vector<size_t> notices_at_wait;
@@ -273,7 +354,23 @@ TEST_F(Comm, AdministratorsAreToldOnceAtTheEleventhBusyAnswer) {
 
   EXPECT_EQ("none", ErrorOfRequest());
 
-  EXPECT_THAT(notices_at_wait, ElementsAre(0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1));
+  std::vector<size_t> expected(60, 1);
+  std::fill_n(expected.begin(), 10, 0);
+  EXPECT_EQ(expected, notices_at_wait);
+  EXPECT_THAT(test::FakeProcess().execl.calls()[0].arguments, testing::Contains(HasSubstr("error:lack_of_memory")));
+}
+
+TEST_F(Comm, EachRequestCountsItsOwnBusyAnswers) {
+  for (size_t call = 1; call <= 2; ++call) {
+    for (int i = 0; i < 11; ++i) {
+      FakeConnections().Reply(R"({"success":false,"error":{"code":1401,"msg":"m"}})");
+    }
+
+    EXPECT_EQ("none", ErrorOfRequest());
+
+    EXPECT_THAT(test::FakeProcess().execl.calls(), SizeIs(call));
+    EXPECT_THAT(log_.texts().back(), HasSubstr("Retry[10] since"));
+  }
 }
 
 TEST_F(Comm, WaitingForADatabaseDoesNotCountAsBusy) {
@@ -313,6 +410,20 @@ TEST_F(Comm, OnlyErrorsOfTheLibraryAreCaught) {
 
   EXPECT_THROW(SendRequest(Commit()), std::runtime_error);
   EXPECT_THAT(WaitedSeconds(), IsEmpty());
+}
+
+TEST_F(Comm, AnErrorIsThrownOnAsACopy) {
+  FakeConnections().send.Next([](const std::string&) -> bool { throw FurtherError(Code(608), "paused"); });
+
+  try {
+    SendRequest(Commit());
+    ADD_FAILURE() << "nothing is thrown";
+  } catch (const FurtherError&) {
+    ADD_FAILURE() << "the same object is thrown again";
+  } catch (const Error& error) {
+    EXPECT_EQ(608, error.code());
+    EXPECT_STREQ("paused", error.what());
+  }
 }
 
 TEST_F(Comm, ACallerWithoutInterestInTheAnswerStillWaitsAndFails) {

@@ -117,6 +117,21 @@ TEST(JsonToString, IsOneLineWithSortedKeysAndNoNewlineAtTheEnd) {
   EXPECT_EQ("[]", toString(Json::Value(Json::arrayValue)));
 }
 
+TEST(JsonToString, LargeTextIsWholeAndTakesNoMoreRoomThanItNeeds) {
+  Json::Value value;
+  std::string expected = "[";
+  for (int i = 0; i < 500'000; ++i) {
+    value.append(i);
+    expected += (i == 0 ? "" : ",") + std::to_string(i);
+  }
+  expected += "]";
+
+  const std::string text = toString(value);
+
+  EXPECT_TRUE(expected == text);
+  EXPECT_EQ(expected.size(), text.capacity());
+}
+
 TEST(JsonToString, WritesBytesThatAreNotUtf8Unchanged) {
   const std::string name = "caf\xc3\xa9 \xe2\x80\xa8 \xf0\x9f\x98\x80 \xff\xfe \xc3 \x80 \xed\xa0\x80";
   EXPECT_EQ("\"" + name + "\"", toString(Json::Value(name)));

@@ -6,9 +6,11 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <set>
 #include <sstream>
 
+#include "fileindex/index_schema.h"
 #include "orbisk/error.h"
 #include "orbisk/fileindex/metadata_names.h"
 #include "orbisk/json.h"
@@ -145,6 +147,22 @@ TEST_F(ElasticControl, TheMappingsHoldTheFieldsOfTheList) {
   EXPECT_EQ("{}", toString(mappings["properties"]["NIMOMDKeywords"]));
 }
 
+TEST_F(ElasticControl, TheTextOfTheMappingsIsIndentedByTabsAndKeepsTheOrderOfTheList) {
+  const std::string text = kIndexMappings;
+  size_t at = 0;
+  for (const char* const member : {"\n\t\"property_id\": ", "\n\t\"default\": ", "\n\t\"properties\": "}) {
+    at = text.find(member, at);
+    ASSERT_NE(std::string::npos, at) << member;
+  }
+  std::ifstream list(ORBISK_TEST_DATA "/index_fields.txt");
+  for (std::string line; std::getline(list, line);) {
+    const std::string member = "\n\t\t\"" + line.substr(0, line.find('\t')) + "\": {";
+    at = text.find(member, at);
+    ASSERT_NE(std::string::npos, at) << member;
+  }
+  EXPECT_EQ(std::string::npos, text.find("\n "));
+}
+
 TEST_F(ElasticControl, TheMetadataNamesAreThoseOfTheListInOrder) {
   std::vector<std::string> expected;
   std::ifstream list(ORBISK_TEST_DATA "/metadata_names.txt");
@@ -220,8 +238,8 @@ TEST_F(ElasticControl, AMovedIndexGetsThePathOfItsCaller) {
             toString(OnlyRequest()));
 }
 
-TEST_F(ElasticControl, AnswersOfIndexCommandsAreNotLookedAt) {
-  for (int i = 0; i < 5; ++i) {
+TEST_F(ElasticControl, AnswersOfCommandsWithoutAResultAreNotLookedAt) {
+  for (int i = 0; i < 11; ++i) {
     FakeConnections().Reply(R"({"success":true,"data":"whatever","has_fail":true})");
   }
 
@@ -230,7 +248,13 @@ TEST_F(ElasticControl, AnswersOfIndexCommandsAreNotLookedAt) {
               ShareIndexDelete("photo");
               ShareIndexPause("photo");
               ShareIndexResume("photo");
+              ShareIndexRename("photo", "pic", "/db");
               ShareIndexMigrate("photo", "/db");
+              IndexDel("photo", "/v/s/a");
+              IndexDelDir("photo", "/v/s/a");
+              IndexUpsert("photo", "/v/s/a", true);
+              IndexCommit("photo");
+              UpdateTermSuggestion("db", {"/v/s/a"});
             }));
 }
 
@@ -271,9 +295,7 @@ TEST_F(ElasticControl, TheCopiesOfFieldsThatTheExtractorLeftOutAreNull) {
 
   IndexUpsert("photo", "/v/s/a", false);
 
-  const Json::Value document = OnlyRequest()["data"]["data"];
-  EXPECT_TRUE(document.isMember("NIMOMDSearchFileName") && document["NIMOMDSearchFileName"].isNull());
-  EXPECT_TRUE(document.isMember("NIMOMDSearchAncestor") && document["NIMOMDSearchAncestor"].isNull());
+  EXPECT_EQ(R"({"NIMOMDSearchAncestor":null,"NIMOMDSearchFileName":null})", toString(OnlyRequest()["data"]["data"]));
   EXPECT_EQ(R"({"need_meta":false})", FakeContentExtract().parse.calls().at(0).arguments.at(1));
 }
 
@@ -291,6 +313,24 @@ TEST_F(ElasticControl, WhateverTheExtractorThrowsIsError914) {
   EXPECT_THAT(log_.texts().back(), EndsWith("reason: Parse failed, path=/v/s/a"));
 }
 
+TEST_F(ElasticControl, ADocumentThatIsNoObjectIsError914) {
+  FakeContentExtract().parse.Next(
+      [](const std::string&, const std::string&, Json::Value* document) { *document = Parsed("[1]"); });
+
+  EXPECT_EQ("914 Parse failed, path=/v/s/a", ErrorOf([] { IndexUpsert("photo", "/v/s/a", true); }));
+
+  EXPECT_THAT(FakeConnections().requests(), IsEmpty());
+}
+
+TEST_F(ElasticControl, AttributesOfAFileThatCannotBeReadAreError914) {
+  FakeConnections().Reply(Hits("[{}]"));
+  FakeContentExtract().parse.FailAlways();
+
+  EXPECT_EQ("914 Parse failed, path=/v/s/a", ErrorOf([] { IndexAttr("photo", "/v/s/a"); }));
+
+  EXPECT_THAT(Requests(), SizeIs(1));
+}
+
 TEST_F(ElasticControl, AttributesAreSetWhereADocumentIs) {
   FakeConnections().Reply(Hits("[{}]"));
 
@@ -301,9 +341,10 @@ TEST_F(ElasticControl, AttributesAreSetWhereADocumentIs) {
   EXPECT_EQ(R"({"command":"document_get_by_query","data":{"id":"fileindex_photo",)"
             R"("query":{"qsl":{"term":{"NIMOMDPath":"/v/s/a"}}}}})",
             toString(requests[0]));
-  EXPECT_EQ("document_set_by_id", requests[1]["command"].asString());
-  EXPECT_EQ("/v/s/a", requests[1]["data"]["doc_id"].asString());
-  EXPECT_EQ("a", requests[1]["data"]["data"]["NIMOMDSearchFileName"].asString());
+  EXPECT_EQ(R"({"command":"document_set_by_id","data":{"data":{"NIMOMDFSName":"a","NIMOMDParent":"/v/s",)"
+            R"("NIMOMDPath":"/v/s/a","NIMOMDSearchAncestor":"/v/s","NIMOMDSearchFileName":"a"},)"
+            R"("doc_id":"/v/s/a","id":"fileindex_photo"}})",
+            toString(requests[1]));
   EXPECT_EQ(R"({"need_meta":false})", FakeContentExtract().parse.calls().at(0).arguments.at(1));
 }
 
@@ -328,6 +369,21 @@ TEST_F(ElasticControl, AnAnswerWithoutDocumentsIsError916) {
     std::vector<std::string> paths;
     EXPECT_EQ("916 ", ErrorOf([&] { IndexGetByPrefixPath("i", "/v/s", paths); }));
     EXPECT_THAT(log_.texts().back(), HasSubstr("(IndexGetByPrefixPath) Failed [!res.isMember(\"data\")"));
+  }
+}
+
+TEST_F(ElasticControl, AnAnswerWithoutTheDocumentsBelowIsError916AndTheRenameHasBeen) {
+  for (const char* const reply : {R"({"success":true})", R"({"success":true,"data":{}})"}) {
+    const size_t sent = Requests().size();
+    FakeConnections().Reply(Hits("[{}]"));
+    FakeConnections().Reply(R"({"success":true})");
+    FakeConnections().Reply(reply);
+
+    EXPECT_EQ("916 ", ErrorOf([] { IndexRename("photo", "/v/s/b", "/v/s/a"); }));
+
+    EXPECT_THAT(log_.texts().back(),
+                HasSubstr("(IndexRename) Failed [!res.isMember(\"data\") || !res[\"data\"].isArray()]"));
+    EXPECT_THAT(Requests(), SizeIs(sent + 3));
   }
 }
 
@@ -381,6 +437,21 @@ TEST_F(ElasticControl, TheCompoundOfARenamedLeafIsSentEmpty) {
   EXPECT_EQ(R"({"compound":[]})", FakeConnections().requests().at(3));
 }
 
+TEST_F(ElasticControl, ANameWithoutADotHasAnEmptyExtensionAndAHiddenOneIsAllExtension) {
+  for (const auto& [name, extension] : {std::pair("/v/s/b", ""), std::pair("/v/s.d/.BashRC", "bashrc")}) {
+    const size_t sent = Requests().size();
+    FakeConnections().Reply(Hits("[{}]"));
+    FakeConnections().Reply(R"({"success":true})");
+    FakeConnections().Reply(Hits("[]"));
+
+    IndexRename("photo", name, "/v/s/a.txt");
+
+    const Json::Value fields = Requests().at(sent + 1)["data"]["data"];
+    EXPECT_EQ(extension, fields["NIMOMDExtension"].asString());
+    EXPECT_EQ(extension, fields["NIMOMDKind"].asString());
+  }
+}
+
 TEST_F(ElasticControl, ARenameOfWhatWasNeverIndexedIsError917) {
   FakeConnections().Reply(Hits("[]"));
 
@@ -390,8 +461,9 @@ TEST_F(ElasticControl, ARenameOfWhatWasNeverIndexedIsError917) {
 }
 
 TEST_F(ElasticControl, AHitWithoutNameOrParentFailsBeforeTheCompound) {
-  for (const char* const hit :
-       {R"({"NIMOMDPath":"p","NIMOMDParent":"/v"})", R"({"NIMOMDPath":"p","NIMOMDFSName":"f"})", "7"}) {
+  for (const char* const hit : {R"({"NIMOMDPath":"p","NIMOMDParent":"/v"})", R"({"NIMOMDPath":"p","NIMOMDFSName":"f"})",
+                                R"({"NIMOMDPath":"p","NIMOMDParent":["/v"],"NIMOMDFSName":"f"})",
+                                R"({"NIMOMDParent":"/v","NIMOMDFSName":"f"})", "7"}) {
     const size_t sent = Requests().size();
     FakeConnections().Reply(Hits("[{}]"));
     FakeConnections().Reply(R"({"success":true})");
@@ -414,10 +486,66 @@ TEST_F(ElasticControl, PathsBelowAFolderAreAppendedInOrder) {
             toString(OnlyRequest()));
 }
 
+TEST_F(ElasticControl, ADocumentWithoutAPathIsError120BehindThePathsBeforeIt) {
+  FakeConnections().Reply(Hits(R"([{"NIMOMDPath":"/v/s/b"},{}])"));
+  std::vector<std::string> paths;
+
+  EXPECT_THAT(ErrorOf([&] { IndexGetByPrefixPath("i", "/v/s", paths); }), StartsWith("120 Missing property"));
+
+  EXPECT_THAT(paths, ElementsAre("/v/s/b"));
+}
+
 TEST_F(ElasticControl, ACommitNamesTheIndex) {
   IndexCommit("photo");
 
   EXPECT_EQ(R"({"command":"commit","data":{"id":"fileindex_photo"}})", toString(OnlyRequest()));
+}
+
+TEST_F(ElasticControl, ACommitThatSucceedsDoesNotLookAtTheShare) {
+  EXPECT_EQ("none", ErrorOf([] { IndexCommit("music"); }));
+
+  EXPECT_THAT(FakeShares().get.calls(), IsEmpty());
+}
+
+TEST_F(ElasticControl, ACommitsOtherExceptionsPassOnAFullVolumeToo) {
+  FakeConnections().send.Next([](const std::string&) -> bool { throw std::runtime_error("x"); });
+  FakeQuota().FailAlways(NIMO_ERR_VOLUME_FULL);
+
+  EXPECT_THROW(IndexCommit("photo"), std::runtime_error);
+
+  EXPECT_FALSE(std::filesystem::exists("/var/packages/Orbisk/etc/fileindex.status"));
+}
+
+TEST_F(ElasticControl, TheDaemonsRefusalsComeThroughUnchanged) {
+  const std::vector<std::function<void()>> operations = {
+      [] { ShareIndexCreate("photo"); },
+      [] { ShareIndexDelete("photo"); },
+      [] { ShareIndexPause("photo"); },
+      [] { ShareIndexResume("photo"); },
+      [] { ShareIndexRename("photo", "pic", "/db"); },
+      [] { ShareIndexMigrate("photo", "/db"); },
+      [] { IndexDel("photo", "/v/s/a"); },
+      [] { IndexDelDir("photo", "/v/s/a"); },
+      [] { IndexUpsert("photo", "/v/s/a", true); },
+      [] { IndexAttr("photo", "/v/s/a"); },
+      [] { IndexRename("photo", "/v/s/b", "/v/s/a"); },
+      [] {
+        std::vector<std::string> paths;
+        IndexGetByPrefixPath("i", "/v/s", paths);
+      },
+      [] { IndexCommit("photo"); },
+      [] {
+        std::vector<std::string> dbs;
+        ListUnAvailTermSuggDB(dbs);
+      },
+      [] { UpdateTermSuggestion("db", {}); },
+  };
+  for (const auto& operation : operations) {
+    FakeConnections().Reply(R"({"success":false,"error":{"code":1299,"msg":"m"}})");
+    EXPECT_EQ("1299 Request failed, msg=m", ErrorOf(operation));
+  }
+
+  EXPECT_THAT(Requests(), SizeIs(operations.size()));
 }
 
 TEST_F(ElasticControl, AFailedCommitWithRoomLeftIsTheDaemonsError) {
@@ -454,9 +582,19 @@ TEST_F(ElasticControl, UnavailableSuggestionDatabasesAreAppended) {
   EXPECT_EQ(R"({"command":"list_term_sugg_db","data":{}})", toString(OnlyRequest()));
 }
 
+TEST_F(ElasticControl, ANumberIsASuggestionDatabaseInDigits) {
+  FakeConnections().Reply(R"({"success":true,"data":{"unavail":[7]}})");
+  std::vector<std::string> dbs;
+
+  ListUnAvailTermSuggDB(dbs);
+
+  EXPECT_THAT(dbs, ElementsAre("7"));
+}
+
 TEST_F(ElasticControl, AnAnswerWithoutSuggestionDatabasesIsError916) {
   for (const char* const reply :
-       {R"({"success":true})", R"({"success":true,"data":[]})", R"({"success":true,"data":{"unavail":[7]}})"}) {
+       {R"({"success":true})", R"({"success":true,"data":[]})", R"({"success":true,"data":{"unavail":{}}})",
+        R"({"success":true,"data":{"unavail":[[]]}})"}) {
     FakeConnections().Reply(reply);
     std::vector<std::string> dbs;
     EXPECT_EQ("916 ", ErrorOf([&] { ListUnAvailTermSuggDB(dbs); })) << reply;

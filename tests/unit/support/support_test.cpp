@@ -12,11 +12,13 @@
 #include <system_error>
 #include <thread>
 
+#include "nimo/content_extract.h"
 #include "nimo/error.h"
 #include "nimo/filesystem.h"
 #include "nimo/user.h"
 #include "orbisk/lock_mutex.h"
 #include "orbisk/sdk/sdk_mutex.h"
+#include "tests/support/fake_content_extract.h"
 #include "tests/support/fake_filesystem.h"
 #include "tests/support/fake_time.h"
 #include "tests/support/fake_user.h"
@@ -71,6 +73,23 @@ TEST(FakePlatform, FailsAtTheCallThatIsAskedForAndOnlyThere) {
   EXPECT_EQ(-1, NIMOFSDirIsMntPoint("/proc/self"));
   EXPECT_EQ(EACCES, NLIBCErrGet());
   EXPECT_EQ(0, NIMOFSDirIsMntPoint("/proc/self"));
+}
+
+TEST(FakePlatform, AnOperationWithoutAResultFailsOnlyInItsOwnWay) {
+  const FakePlatform platform;
+  FakeContentExtract().parse.FailAt(1);
+  FakeUsers().Add("somebody", 1, 2);
+  FakeUsers().free.FailAlways();
+  Json::Value document;
+  NIMOUSER* user = nullptr;
+  NIMOUserGet("somebody", &user);
+
+  EXPECT_THROW(NIMO_CONTENT_EXTRACT_ParseFile("/v/a", Json::Value(), document), std::runtime_error);
+  NIMO_CONTENT_EXTRACT_ParseFile("/v/a", Json::Value(), document);
+  NIMOUserFree(user);
+
+  EXPECT_EQ("a", document["NIMOMDFSName"].asString());
+  EXPECT_EQ(0, FakeUsers().outstanding());
 }
 
 TEST(FakePlatform, AnswersAsScriptedCallByCallThenAlwaysThenAsUsual) {
