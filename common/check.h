@@ -36,16 +36,22 @@ void LogFailure(const RecordSource& source, const char* condition);
 
 }  // namespace orbisk
 
+/// The file that records name. A file that carries on another one defines this as that one's name before it includes
+/// this header: what log readers match on does not follow where the code moves.
+#ifndef ORBISK_RECORD_FILE
+#define ORBISK_RECORD_FILE __FILE_NAME__
+#endif
+
 /// The place of this line, for a record.
-#define ORBISK_SOURCE                 \
-  ::orbisk::RecordSource {            \
-    __FILE_NAME__, __LINE__, __func__ \
+#define ORBISK_SOURCE                      \
+  ::orbisk::RecordSource {                 \
+    ORBISK_RECORD_FILE, __LINE__, __func__ \
   }
 
 /// As ORBISK_SOURCE, for a record whose line number log readers match on.
-#define ORBISK_SOURCE_AT(line)      \
-  ::orbisk::RecordSource {          \
-    __FILE_NAME__, (line), __func__ \
+#define ORBISK_SOURCE_AT(line)           \
+  ::orbisk::RecordSource {               \
+    ORBISK_RECORD_FILE, (line), __func__ \
   }
 
 /// Writes one record: the prefix of `source`, then `tail` (a printf(3) format) with its arguments, and " [err: %m]" if
@@ -64,7 +70,7 @@ void LogFailure(const RecordSource& source, const char* condition);
   } while (false)
 
 /// Writes one informational record: file and line, then `tail` with its arguments. Leaves errno alone.
-#define ORBISK_NOTE(tail, ...) syslog(LOG_ERR, "%s:%d " tail, __FILE_NAME__, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+#define ORBISK_NOTE(tail, ...) syslog(LOG_ERR, "%s:%d " tail, ORBISK_RECORD_FILE, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 
 /// Fails with Error(code, reason) if `condition` holds; the record shows `text` from `source`.
 #define ORBISK_CHECK_FROM(source, condition, text, error_code, reason)        \

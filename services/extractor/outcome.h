@@ -11,7 +11,7 @@ namespace extractor {
 
 struct Outcome {
   enum class Kind {
-    kRead,      ///< `fields` are there
+    kRead,      ///< `fields` and `text` are there
     kBroken,    ///< the content is broken; no failure
     kDied,      ///< the worker died of it
     kDeadline,  ///< it took too long
@@ -23,6 +23,7 @@ struct Outcome {
 
   Kind kind = Kind::kDied;
   Json::Value fields{Json::objectValue};
+  std::string text;
   bool cut = false;
   std::string message;  ///< for people; empty when it was read
 };

@@ -29,6 +29,28 @@ bool IsUsablePath(const Json::Value& value) {
   return !path.empty() && path.front() == '/' && path.find('\0') == std::string::npos;
 }
 
+// As the JSON library writes it, many times faster.
+void AppendEscaped(std::string& json, std::string_view text) {
+  static constexpr char kHex[] = "0123456789abcdef";
+  size_t plain = 0;  // where what needs no change begins
+  for (size_t at = 0; at < text.size(); ++at) {
+    const auto byte = static_cast<unsigned char>(text[at]);
+    if (byte >= ' ' && byte != '"' && byte != '\\') {
+      continue;
+    }
+    json += text.substr(plain, at - plain);
+    plain = at + 1;
+    if (byte == '\n') {
+      json += "\\n";
+    } else if (byte >= ' ') {
+      json += {'\\', text[at]};
+    } else {
+      json += {'\\', 'u', '0', '0', kHex[byte >> 4], kHex[byte & 15]};
+    }
+  }
+  json += text.substr(plain);
+}
+
 }  // namespace
 
 Request ParseRequest(std::string_view text) {
@@ -68,10 +90,23 @@ std::string ErrorAnswer(ErrorCode code, const std::string& message) {
   return ToText(answer);
 }
 
-std::string DataAnswer(Json::Value data, Json::Value extra) {
+std::string DataAnswer(const Json::Value& data, Json::Value extra, std::string_view text) {
   extra["success"] = true;
-  extra["data"] = std::move(data);
-  return ToText(extra);
+  const std::string fields = ToText(data);
+  const std::string others = ToText(extra);
+  std::string answer = "{\"data\":{";
+  // Escaping makes a text longer by little, unless it was made to.
+  answer.reserve(fields.size() + others.size() + text.size() + text.size() / 16 + 64);
+  if (!text.empty()) {
+    answer += '"';
+    answer += names::kMDTextContent;
+    answer += "\":\"";
+    AppendEscaped(answer, text);
+    answer += data.empty() ? "\"" : "\",";
+  }
+  answer.append(fields, 1);
+  answer += ',';
+  return answer.append(others, 1);
 }
 
 }  // namespace extractor

@@ -40,7 +40,9 @@ Request ParseRequest(std::string_view text);
 /// The answer to a request that failed.
 std::string ErrorAnswer(ErrorCode code, const std::string& message);
 
-/// The answer to a request that succeeded. `extra` is an object whose members stand beside "data".
-std::string DataAnswer(Json::Value data, Json::Value extra = Json::Value(Json::objectValue));
+/// The answer to a request that succeeded. `text` becomes the field of that name of `data`, an object, if there is any;
+/// `extra` is an object whose members stand beside "data".
+std::string DataAnswer(const Json::Value& data, Json::Value extra = Json::Value(Json::objectValue),
+                       std::string_view text = {});
 
 }  // namespace extractor

@@ -72,7 +72,7 @@ void Service::Parse(const Request& request, const Reply& reply) {
     if (request.need_meta && S_ISREG(attributes.mode)) {
       ReadContent(request, subject, attributes, std::move(document), reply);
     } else {
-      reply(DataAnswer(std::move(document)));
+      reply(DataAnswer(document));
     }
   } catch (const std::exception& error) {
     Note(request.path, "open", error.what());
@@ -84,7 +84,7 @@ void Service::ReadContent(const Request& request, const UniqueFd& subject, const
                           Json::Value document, const Reply& reply) {
   if (attributes.size_bytes == 0) {
     AddContentDates(attributes, document);
-    reply(DataAnswer(std::move(document)));
+    reply(DataAnswer(document));
     return;
   }
   const FailureStore::Content content{FailureList::IdentityOf(attributes), request.path};
@@ -126,14 +126,14 @@ void Service::OnOutcome(const Request& request, const Attributes& attributes, Js
       extra["cut"] = true;
     }
     AddContentDates(attributes, document);
-    reply(DataAnswer(std::move(document), std::move(extra)));
+    reply(DataAnswer(document, std::move(extra), outcome.text));
     return;
   }
   Note(request.path, NameOf(outcome.kind), outcome.message);
   if (outcome.kind == Outcome::Kind::kBroken) {
     AddContentDates(attributes, document);
     extra["broken"] = outcome.message;
-    reply(DataAnswer(std::move(document), std::move(extra)));
+    reply(DataAnswer(document, std::move(extra)));
     return;
   }
   if (IsContentsFault(outcome.kind)) {

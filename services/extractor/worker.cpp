@@ -19,6 +19,7 @@ Outcome OutcomeOf(Reply reply) {
     case Reply::Kind::kRead:
       outcome.kind = Outcome::Kind::kRead;
       outcome.fields.swap(reply.fields);
+      outcome.text = std::move(reply.text);
       outcome.cut = reply.cut;
       break;
     case Reply::Kind::kBroken:

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 
+#include "orbisk/fileindex/metadata_names.h"
 #include "services/extractor/frame.h"
 #include "services/extractor/sandbox.h"
 #include "services/extractor/worker_reply.h"
@@ -25,6 +26,10 @@ Reply ReadContent(ContentReader& reader, int fd, const std::string& order_text) 
   try {
     const Order order = ParseOrder(order_text);
     reply.cut = reader.Read(fd, order.name, order.text_bytes, reply.fields);
+    Json::Value text;
+    if (reply.fields.removeMember(orbisk::fileindex::elastic::kMDTextContent, &text)) {
+      reply.text = text.asString();
+    }
     reply.kind = Reply::Kind::kRead;
   } catch (const std::bad_alloc&) {
     reply.kind = Reply::Kind::kMemory;

@@ -1,6 +1,7 @@
 // The words between daemon and worker.
 #include "services/extractor/worker_reply.h"
 
+#include <algorithm>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -20,7 +21,7 @@ namespace names = orbisk::fileindex::elastic;
 
 constexpr size_t kLongestMessage = 500;  // of what a reader says about broken content
 
-// What the daemon says itself, and what others than the extractor keep in documents.
+// What the daemon says itself, what others than the extractor keep in documents, and what has a place of its own.
 constexpr const char* kNotFromContent[] = {
     names::kMDPath,          names::kMDParent,         names::kMDFSName,         names::kMDDisplayName,
     names::kMDExtension,     names::kMDKind,           names::kMDFSSize,         names::kMDLogicalSize,
@@ -29,7 +30,7 @@ constexpr const char* kNotFromContent[] = {
     names::kMDIsEncrypted,   names::kMDSearchFileName, names::kMDLastUsedDate,   names::kMDUserTags,
     names::kMDFinderLabel,   names::kMDGroupId,        names::kMDFinderOpenDate, names::kMDDateAdded,
     names::kMDFSInvisible,   names::kMDFSLabel,        names::kMDFSNodeCount,    names::kMDFSIsExtensionHidden,
-    names::kMDFinderComment, names::kMDWildcard};
+    names::kMDFinderComment, names::kMDWildcard,       names::kMDTextContent};
 
 const std::unordered_set<std::string>& ContentNames() {
   static const std::unordered_set<std::string> kNames = [] {
@@ -79,12 +80,19 @@ std::string ReplyText(const Reply& reply) {
     case Reply::Kind::kGarbled:
       break;
   }
-  return ToText(value);
+  std::string text = ToText(value);
+  if (reply.kind == Reply::Kind::kRead && !reply.text.empty()) {
+    text.reserve(text.size() + 1 + reply.text.size());
+    text += '\0';
+    text += reply.text;
+  }
+  return text;
 }
 
 Reply ParseReply(std::string_view text) {
   Reply reply;
-  std::optional<Json::Value> value = FromText(text);
+  const size_t end = std::min(text.find('\0'), text.size());
+  std::optional<Json::Value> value = FromText(text.substr(0, end));
   if (!value || !value->isObject()) {
     return reply;
   }
@@ -99,6 +107,7 @@ Reply ParseReply(std::string_view text) {
   } else if (fields.isObject() && cut.isBool()) {
     reply.kind = Reply::Kind::kRead;
     reply.cut = cut.asBool();
+    reply.text = text.substr(std::min(end + 1, text.size()));
     for (const std::string& name : fields.getMemberNames()) {
       if (ContentNames().count(name) != 0 && IsScalar(fields[name])) {
         reply.fields[name].swap(fields[name]);

@@ -33,18 +33,19 @@ struct Reply {
   };
 
   Kind kind = Kind::kGarbled;
-  Json::Value fields{Json::objectValue};
+  Json::Value fields{Json::objectValue};  ///< without the text
+  std::string text;
   bool cut = false;  ///< there was more text
   std::string message;
 };
 
 /// The longest reply to an order for `text_bytes` of text.
 constexpr size_t LongestReply(size_t text_bytes) {
-  constexpr size_t kWorstEscape = 6;  // \u00XX for one byte
   constexpr size_t kOtherFields = size_t{4} << 20;
-  return text_bytes * kWorstEscape + kOtherFields;
+  return text_bytes + kOtherFields;
 }
 
+/// JSON, and behind a NUL the content's text as it is: for a large text, JSON costs more than all the rest.
 std::string ReplyText(const Reply& reply);
 
 /// Understands a reply. Of the fields only those of the vocabulary stay that are scalars and no attributes of the file:

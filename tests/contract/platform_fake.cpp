@@ -2,6 +2,7 @@
 #include "tests/contract/platform_under_test.h"
 #include "tests/support/fake_filesystem.h"
 #include "tests/support/fake_monitor_queue.h"
+#include "tests/support/fake_service.h"
 #include "tests/support/fake_share.h"
 #include "tests/support/fake_user.h"
 
@@ -38,6 +39,19 @@ void AddAccount(const Account& account, bool administrator) {
 bool ForgetRegistrations() {
   FakeMonitorQueues().Reset();
   return true;
+}
+
+bool ForgetServices() {
+  FakeServices().Reset();
+  return true;
+}
+
+void AddService(const std::string& name) {
+  FakeServices().Add(name);
+}
+
+bool IsServiceRunning(const std::string& name) {
+  return FakeServices().IsRunning(name);
 }
 
 std::vector<Json::Value> RegisteredConfigs() {

@@ -7,7 +7,8 @@
 #include <system_error>
 
 #include "tests/contract/platform_under_test.h"
-#include "tests/contract/private_etc.h"
+#include "tests/contract/private_services.h"
+#include "tests/support/private_etc.h"
 #include "tests/support/private_mounts.h"
 #include "tests/support/temp_dir.h"
 
@@ -52,6 +53,18 @@ bool ForgetRegistrations() {
   } catch (const std::system_error&) {
     return false;
   }
+}
+
+bool ForgetServices() {
+  return MakePrivateServices();
+}
+
+void AddService(const std::string& name) {
+  DescribeService(name, {"/bin/sleep", "1000"});
+}
+
+bool IsServiceRunning(const std::string& name) {
+  return IsDescribedServiceRunning(name);
 }
 
 std::vector<Json::Value> RegisteredConfigs() {

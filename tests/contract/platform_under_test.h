@@ -35,6 +35,14 @@ void AddAccount(const Account& account, bool administrator = false);
 /// Makes the platform know no registered queue. False where the machine does not allow it.
 bool ForgetRegistrations();
 
+/// Makes the platform know no service but those of AddService. False where the machine does not allow it.
+bool ForgetServices();
+
+/// Makes a service known that does nothing, and does not run. After ForgetServices.
+void AddService(const std::string& name);
+
+bool IsServiceRunning(const std::string& name);
+
 /// The "config" of each registered queue.
 std::vector<Json::Value> RegisteredConfigs();
 

@@ -106,5 +106,29 @@ TEST(Execl, KeepsWaitingWhenASignalComes) {
   sigaction(SIGUSR1, &before, nullptr);
 }
 
+TEST(Exec, RunsAProgramWithoutAShellAndGivesItsStatus) {
+  const TempDir dir;
+  WriteFile(dir / "$HOME *", "");
+  EXPECT_EQ(0, NLIBCExec("/bin/rm", "-rf", (dir / "$HOME *").c_str(), (dir / "missing").c_str(), nullptr));
+  EXPECT_NE(0, access((dir / "$HOME *").c_str(), F_OK));
+  EXPECT_EQ(3, NLIBCExec(kShell, "-c", "exit 3", nullptr));
+  EXPECT_EQ(128 + SIGKILL, NLIBCExec(kShell, "-c", "kill -KILL $$", nullptr));
+}
+
+TEST(Exec, OfAProgramThatCannotBeRunIsAFailure) {
+  EXPECT_GT(0, NLIBCExec("/no/such/program", nullptr));
+  EXPECT_EQ(ENOENT, NLIBCErrGet());
+  EXPECT_GT(0, NLIBCExec("rm", "-rf", "/no/such/file", nullptr)) << "not searched in PATH";
+}
+
+TEST(Exec, ClosesTheStandardStreamsOff) {
+  const TempDir dir;
+  EXPECT_EQ(0, NLIBCExec(kShell, "-c", ("readlink /proc/$$/fd/1 > " + (dir / "output")).c_str(), nullptr));
+  EXPECT_EQ((dir / "output") + "\n", ReadFile(dir / "output"));
+  EXPECT_EQ(0,
+            NLIBCExec(kShell, "-c", ("readlink /proc/$$/fd/0 /proc/$$/fd/2 > " + (dir / "others")).c_str(), nullptr));
+  EXPECT_EQ("/dev/null\n/dev/null\n", ReadFile(dir / "others"));
+}
+
 }  // namespace
 }  // namespace orbisk::test

@@ -38,8 +38,9 @@ void TryReply(const std::string& text) {
   const extractor::Reply reply = extractor::ParseReply(text);
   Require(reply.fields.isObject());
   Require(!reply.fields.isMember(orbisk::fileindex::elastic::kMDPath));
-  const std::string answer = extractor::DataAnswer(reply.fields);
-  Require(service::FromText(answer).has_value());
+  const std::string answer = extractor::DataAnswer(reply.fields, Json::Value(Json::objectValue), reply.text);
+  const auto understood = service::FromText(answer);
+  Require(understood.has_value() && (*understood)["data"]["NIMOMDTextContent"].asString() == reply.text);
 }
 
 }  // namespace

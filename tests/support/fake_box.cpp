@@ -117,7 +117,8 @@ std::string ArgumentText<std::vector<std::string>>::Of(const std::vector<std::st
 
 FakeProcesses& FakeProcess() {
   static auto* const processes = new FakeProcesses{
-      .execl{"NLIBCExecl", [](const std::string&, unsigned, const std::vector<std::string>&) { return 0; }}};
+      .execl{"NLIBCExecl", [](const std::string&, unsigned, const std::vector<std::string>&) { return 0; }},
+      .exec{"NLIBCExec", [](const std::string&, const std::vector<std::string>&) { return 0; }}};
   return *processes;
 }
 
@@ -143,13 +144,30 @@ int NLIBCUnicodeUTF8StrCaseCmp(const char* a, const char* b) {
   return orbisk::test::FakeCaseCompare()(a, b);
 }
 
-int NLIBCExecl(const char* program, unsigned flags, ...) {
+namespace {
+
+std::vector<std::string> UpToNull(va_list list) {
   std::vector<std::string> arguments;
-  va_list list;
-  va_start(list, flags);
   for (const char* argument = va_arg(list, const char*); argument != nullptr; argument = va_arg(list, const char*)) {
     arguments.emplace_back(argument);
   }
+  return arguments;
+}
+
+}  // namespace
+
+int NLIBCExecl(const char* program, unsigned flags, ...) {
+  va_list list;
+  va_start(list, flags);
+  const std::vector<std::string> arguments = UpToNull(list);
   va_end(list);
   return orbisk::test::FakeProcess().execl(program, flags, arguments);
+}
+
+int NLIBCExec(const char* program, ...) {
+  va_list list;
+  va_start(list, program);
+  const std::vector<std::string> arguments = UpToNull(list);
+  va_end(list);
+  return orbisk::test::FakeProcess().exec(program, arguments);
 }

@@ -35,6 +35,7 @@ struct ArgumentText<std::vector<std::string>> {
 struct FakeProcesses {
   FakeFunction<int(std::string, unsigned, std::vector<std::string>)> execl;  ///< program, flags, arguments; recorded
                                                                              ///< as "arg|arg"
+  FakeFunction<int(std::string, std::vector<std::string>)> exec;             ///< program, arguments
 };
 FakeProcesses& FakeProcess();
 

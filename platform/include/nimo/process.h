@@ -17,6 +17,9 @@ extern "C" {
  * not be started. Threads: any. */
 NIMO_EXPORT int NLIBCExecl(const char* program, unsigned flags, ...) __attribute__((sentinel));
 
+/* As NLIBCExecl with the flags 187. */
+NIMO_EXPORT int NLIBCExec(const char* program, ...) __attribute__((sentinel));
+
 #ifdef __cplusplus
 }
 #endif

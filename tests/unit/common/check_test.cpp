@@ -196,5 +196,22 @@ TEST(Note, CarriesFileAndLineOnlyAtPriorityThreeAndLeavesErrnoAlone) {
   EXPECT_EQ("check_test.cpp:" + std::to_string(line) + " Queue crashed: /q", record.text);
 }
 
+#undef ORBISK_RECORD_FILE
+#define ORBISK_RECORD_FILE "another.cpp"
+
+TEST(Records, OfAFileThatCarriesOnAnotherNameThatOne) {
+  const RecordCapture capture;
+  errno = 0;
+  EXPECT_TRUE(ORBISK_FAILED(1 > 0));
+  EXPECT_TRUE(ORBISK_FAILED_AT(42, 1 > 0));
+  ORBISK_NOTE("said");
+  ORBISK_RECORD(ORBISK_SOURCE, "told");
+
+  ASSERT_EQ(4U, capture.records().size());
+  for (const std::string& text : capture.texts()) {
+    EXPECT_EQ(0U, text.find("another.cpp:")) << text;
+  }
+}
+
 }  // namespace
 }  // namespace orbisk

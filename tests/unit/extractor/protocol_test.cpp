@@ -66,8 +66,30 @@ TEST(Answer, HasTheDocumentAndWhatStandsBesideIt) {
   Json::Value extra;
   extra["cut"] = true;
 
-  EXPECT_EQ(DataAnswer(data, extra), "{\"cut\":true,\"data\":{\"NIMOMDPath\":\"/\xff\"},\"success\":true}");
+  EXPECT_EQ(DataAnswer(data, extra), "{\"data\":{\"NIMOMDPath\":\"/\xff\"},\"cut\":true,\"success\":true}");
   EXPECT_EQ(DataAnswer(data), "{\"data\":{\"NIMOMDPath\":\"/\xff\"},\"success\":true}");
+}
+
+TEST(Answer, HoldsEveryByteOfTheText) {
+  std::string text = "heron ";
+  for (int byte = 0; byte < 256; ++byte) {
+    text += static_cast<char>(byte);
+  }
+  Json::Value data;
+  data["NIMOMDPath"] = "/a";
+
+  const auto answer = service::FromText(DataAnswer(data, Json::Value(Json::objectValue), text));
+
+  ASSERT_TRUE(answer.has_value());
+  EXPECT_TRUE((*answer)["data"]["NIMOMDTextContent"].asString() == text);
+  EXPECT_EQ((*answer)["data"]["NIMOMDPath"], "/a");
+  EXPECT_EQ((*answer)["success"], true);
+}
+
+TEST(Answer, MayHoldTheTextAlone) {
+  EXPECT_EQ(DataAnswer(Json::Value(Json::objectValue), Json::Value(Json::objectValue), "a\"b"),
+            R"({"data":{"NIMOMDTextContent":"a\"b"},"success":true})");
+  EXPECT_EQ(DataAnswer(Json::Value(Json::objectValue)), R"({"data":{},"success":true})");
 }
 
 }  // namespace

@@ -36,6 +36,16 @@ TEST(Html, IsReadInTheCharacterSetThatItDeclares) {
   EXPECT_EQ(wrong.Text(), "zażółć") << "what is UTF-8 is read as UTF-8, whatever it says";
 }
 
+TEST(Html, IsKnownByItsFirstTagWhateverItsName) {
+  for (const char* start :
+       {"<!DOCTYPE html>", "\n <!doctype HTML PUBLIC \"-//W3C//DTD HTML 4.01//EN\">", "<HTML>", "<html lang=en>"}) {
+    const Extraction extraction = Extract(std::string(start) + "<body><p>heron</p></body></html>", "a");
+
+    EXPECT_EQ(extraction["NIMOMDContentType"], "text/html") << start;
+    EXPECT_EQ(extraction.Text(), "heron") << start;
+  }
+}
+
 TEST(Html, WithoutADoctypeIsKnownByItsNameAndATag) {
   const Extraction extraction = Extract("grey <b>heron</b> came to the weir\n", "a.html");
 

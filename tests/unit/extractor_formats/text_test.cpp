@@ -103,6 +103,15 @@ TEST(PlainText, OfAnyKindIsText) {
   }
 }
 
+TEST(PlainText, MayBeginLikeAMail) {
+  for (const char* content : {"Format: https://heron.example/1.0\nFiles: *\n", "Note: the heron came.\n"}) {
+    const Extraction extraction = Extract(content, "copyright");
+
+    EXPECT_EQ(extraction["NIMOMDContentType"], "text/plain") << content;
+    EXPECT_EQ(extraction.Text() + "\n", content);
+  }
+}
+
 TEST(PlainText, IsNotMadeOfBytesThatNoFormatKnows) {
   std::string bytes = "heron";
   for (int i = 0; i < 5000; ++i) {
