@@ -80,7 +80,6 @@ void Supervisor::Handle(const Json::Value& message, Answer answer) {
     ReadPause();
     answer(Success());
   } else if (type == "notify_setting_changed") {
-    deleted_.erase(share);
     Configure();
     answer(Success());
   } else if (type == "worker_create" && !share.empty()) {
@@ -119,6 +118,8 @@ void Supervisor::Configure() {
 
 std::set<std::string> Supervisor::WantedShares() {
   std::set<std::string> shares = fi::FolderMgr().GetIndexedShares();
+  // One that is configured anew, some day, is another matter.
+  std::erase_if(deleted_, [&shares](const std::string& share) { return shares.count(share) == 0; });
   for (const std::string& share : deleted_) {
     shares.erase(share);
   }

@@ -24,11 +24,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string Daemon(const std::string& name) {
-  const char* const folder = getenv("ORBISK_BIN_DIR");
-  return fs::absolute(folder != nullptr ? folder : "build/release/bin").string() + "/" + name;
-}
-
 std::string WithoutEnd(std::string text) {
   text.resize(text.find_last_not_of(" \n") + 1);
   return text;
@@ -94,7 +89,7 @@ void IndexerBox::TearDown() {
 }
 
 void IndexerBox::StartMonitor() {
-  monitor_ = std::make_unique<Subprocess>(std::vector<std::string>{Daemon("nimotifyd")});
+  monitor_ = std::make_unique<Subprocess>(std::vector<std::string>{BuiltProgram("nimotifyd")});
   ASSERT_TRUE(Soon(MonitorWatches, std::chrono::seconds(20)));
 }
 
@@ -103,8 +98,8 @@ void IndexerBox::KillMonitor() {
 }
 
 void IndexerBox::StartIndexer(const std::vector<std::string>& arguments) {
-  std::vector<std::string> command = {Daemon("fileindexd"), "--log-stderr", "--retry-limit-ms", "1000",
-                                      "--missing-index-ms", "300"};
+  std::vector<std::string> command = {BuiltProgram("fileindexd"), "--log-stderr", "--retry-limit-ms", "1000",
+                                      "--missing-index-ms",       "300"};
   command.insert(command.end(), arguments.begin(), arguments.end());
   indexer_ = std::make_unique<Subprocess>(command);
   ASSERT_TRUE(Soon([] { return Command("status")["success"].asBool(); }, std::chrono::seconds(20)));
