@@ -22,6 +22,8 @@
 #include <thread>
 #include <utility>
 
+#include "platform/linux/unique_fd.h"
+
 namespace NIMO::NIMOTIFYD {
 namespace {
 
@@ -34,24 +36,6 @@ constexpr std::chrono::milliseconds kAnswerTime{5000};
 constexpr std::chrono::milliseconds kConnectPause{10};
 
 using Clock = std::chrono::steady_clock;
-
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() { Close(); }
-  int get() const { return fd_; }
-  bool valid() const { return fd_ >= 0; }
-  void Close() {
-    if (fd_ >= 0) {
-      close(std::exchange(fd_, -1));
-    }
-  }
-
- private:
-  int fd_;
-};
 
 // Lines carry paths as they are registered, so there must be one way to write a path: absolute, without empty, "." and
 // ".." components. A slash may end it.
@@ -197,8 +181,8 @@ std::string FileOf(const Identity& identity) {
 }
 
 bool SyncFolder(const std::string& folder) {
-  const Descriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  return descriptor.valid() && fsync(descriptor.get()) == 0;
+  const nimo::UniqueFd descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return descriptor.ok() && fsync(descriptor.get()) == 0;
 }
 
 // A folder just made is lost in a crash of the machine, with what is synced in it, unless its parent is synced as well.
@@ -237,12 +221,12 @@ bool WriteAll(int fd, const std::string& text) {
 // The name of the temporary file does not end in ".json", so the monitor never reads a torn registration.
 bool WriteWhole(const std::string& path, const std::string& text) {
   std::string temporary = path + ".XXXXXX";
-  Descriptor file(mkostemp(temporary.data(), O_CLOEXEC));
-  if (!file.valid()) {
+  nimo::UniqueFd file(mkostemp(temporary.data(), O_CLOEXEC));
+  if (!file.ok()) {
     return false;
   }
-  const bool written = WriteAll(file.get(), text) && fchmod(file.get(), 0644) == 0 && fsync(file.get()) == 0;
-  file.Close();
+  const bool written =
+      WriteAll(file.get(), text) && fchmod(file.get(), 0644) == 0 && fsync(file.get()) == 0 && file.Close();
   if (!written || rename(temporary.c_str(), path.c_str()) != 0) {
     const int reason = errno;
     unlink(temporary.c_str());
@@ -304,8 +288,8 @@ bool AwaitAnswer(int fd, Clock::time_point deadline) {
 void PokeMonitor() {
   static constexpr char kRequest[] = "reload\n";
   const auto deadline = Clock::now() + kAnswerTime;
-  const Descriptor socket_fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  const Connection connection = socket_fd.valid() ? Connect(socket_fd.get(), deadline) : Connection::kFailed;
+  const nimo::UniqueFd socket_fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const Connection connection = socket_fd.ok() ? Connect(socket_fd.get(), deadline) : Connection::kFailed;
   if (connection == Connection::kNobodyListens) {
     return;
   }

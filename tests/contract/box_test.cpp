@@ -21,7 +21,7 @@
 #include "nimo/unicode.h"
 #include "nimo/user.h"
 #include "platform/linux/quota_room.h"
-#include "tests/contract/private_etc.h"
+#include "tests/support/private_etc.h"
 #include "tests/support/private_mounts.h"
 #include "tests/support/temp_dir.h"
 

@@ -14,7 +14,7 @@
 
 #include "nimo/error.h"
 #include "nimo/user.h"
-#include "tests/contract/private_etc.h"
+#include "tests/support/private_etc.h"
 #include "tests/support/temp_dir.h"
 
 namespace {

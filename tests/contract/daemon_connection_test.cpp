@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -16,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/local_socket.h"
 #include "tests/support/temp_dir.h"
 
 namespace orbisk::test {
@@ -26,13 +26,7 @@ using nimodaemon::DomainSockConnection;
 // A daemon that does what the test says with the one connection it gets.
 class OneConnection {
  public:
-  explicit OneConnection(const std::string& path) : listener_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    memcpy(address.sun_path, path.c_str(), path.size() + 1);
-    bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-    listen(listener_, 1);
-  }
+  explicit OneConnection(const std::string& path) : listener_(ListenAt(path, 1)) {}
   ~OneConnection() {
     Close();
     close(listener_);

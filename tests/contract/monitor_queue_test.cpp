@@ -4,7 +4,6 @@
 #include <json/json.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,6 +15,7 @@
 #include <vector>
 
 #include "nimo/monitor_queue.h"
+#include "tests/support/local_socket.h"
 #include "tests/support/private_mounts.h"
 #include "tests/support/temp_dir.h"
 
@@ -217,13 +217,7 @@ TEST_F(MonitorQueueTest, SimultaneousUpsertsLeaveOneComplete) {
 // A monitor that answers one connection.
 class Listener {
  public:
-  explicit Listener(std::string answer) : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    memcpy(address.sun_path, kSocket, sizeof(kSocket));
-    unlink(kSocket);
-    EXPECT_EQ(bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
-    EXPECT_EQ(listen(fd_, 1), 0);
+  explicit Listener(std::string answer) : fd_(ListenAt(kSocket, 1)) {
     thread_ = std::thread([this, answer = std::move(answer)] {
       const int connection = accept(fd_, nullptr, nullptr);
       char buffer[64];

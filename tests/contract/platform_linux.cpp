@@ -7,8 +7,8 @@
 #include <system_error>
 
 #include "tests/contract/platform_under_test.h"
-#include "tests/contract/private_etc.h"
 #include "tests/contract/private_services.h"
+#include "tests/support/private_etc.h"
 #include "tests/support/private_mounts.h"
 #include "tests/support/temp_dir.h"
 

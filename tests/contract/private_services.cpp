@@ -10,7 +10,7 @@
 #include <sstream>
 #include <system_error>
 
-#include "tests/contract/private_etc.h"
+#include "tests/support/private_etc.h"
 #include "tests/support/private_mounts.h"
 #include "tests/support/temp_dir.h"
 

@@ -10,8 +10,8 @@
 #include "nimo/error.h"
 #include "nimo/service.h"
 #include "nimo/smb.h"
-#include "tests/contract/private_etc.h"
 #include "tests/contract/private_services.h"
+#include "tests/support/private_etc.h"
 #include "tests/support/private_mounts.h"
 #include "tests/support/temp_dir.h"
 

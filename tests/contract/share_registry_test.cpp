@@ -21,7 +21,7 @@
 #include "nimo/error.h"
 #include "nimo/filesystem.h"
 #include "nimo/share.h"
-#include "tests/contract/private_etc.h"
+#include "tests/support/private_etc.h"
 #include "tests/support/private_mounts.h"
 #include "tests/support/record_capture.h"
 #include "tests/support/temp_dir.h"

@@ -44,6 +44,14 @@ void FakeShareService::Add(const FakeShare& share) {
   shares_[share.name] = share;
 }
 
+void FakeShareService::Add(const std::string& name, const std::string& path, bool FakeShare::*setting) {
+  FakeShare share{name, path};
+  if (setting != nullptr) {
+    share.*setting = true;
+  }
+  Add(share);
+}
+
 void FakeShareService::Remove(const std::string& name) {
   const std::lock_guard lock(mutex_);
   shares_.erase(name);

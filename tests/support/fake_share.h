@@ -47,7 +47,8 @@ class FakeShareService final : public FakeService {
   FakeFunction<int(const char*, int)> is_home_recycle;  ///< looks whether the bin is really there
 
   void Add(const FakeShare& share);
-  void Add(const std::string& name, const std::string& path) { Add(FakeShare{name, path}); }
+  /// With one of its settings switched on, if `setting` says which.
+  void Add(const std::string& name, const std::string& path, bool FakeShare::*setting = nullptr);
   void Remove(const std::string& name);
   /// The share whose folder is `full_path` or above it, the longest one.
   std::optional<FakeShare> HolderOf(const std::string& full_path) const;

@@ -61,7 +61,7 @@ bool IsLocked(const std::string& path) {
   if (fd < 0) {
     return false;
   }
-  const bool locked = !Lock(fd, LOCK_SH | LOCK_NB);
+  const bool locked = !Lock(fd, LOCK_EX | LOCK_NB);
   close(fd);
   return locked;
 }

@@ -22,7 +22,7 @@ class LockHolder {
   pid_t pid_ = -1;
 };
 
-/// Whether somebody holds the lock on the file exclusively: not even a shared one can be had. False for a missing file.
+/// Whether somebody holds the lock on the file, exclusively or shared. False for a missing file.
 bool IsLocked(const std::string& path);
 
 }  // namespace orbisk::test

@@ -202,4 +202,9 @@ std::string ProgramBeside(const std::string& name) {
   return std::filesystem::read_symlink("/proc/self/exe").parent_path() / name;
 }
 
+std::string BuiltProgram(const std::string& name) {
+  const char* const folder = getenv("ORBISK_BIN_DIR");
+  return folder != nullptr ? (std::filesystem::absolute(folder) / name).string() : ProgramBeside("../bin/" + name);
+}
+
 }  // namespace orbisk::test

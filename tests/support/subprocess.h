@@ -64,4 +64,7 @@ ProcessResult RunProcess(const std::vector<std::string>& arguments,
 /// The path of the program `name` in the directory of this test program.
 std::string ProgramBeside(const std::string& name);
 
+/// The absolute path of the product's program `name`: in $ORBISK_BIN_DIR, or in the build that this test program is of.
+std::string BuiltProgram(const std::string& name);
+
 }  // namespace orbisk::test

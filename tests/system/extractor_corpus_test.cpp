@@ -4,8 +4,6 @@
 
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
-#include <filesystem>
 #include <random>
 
 #include "tests/support/temp_dir.h"
@@ -84,9 +82,7 @@ Files BrokenSamples() {
 class ExtractorCorpus : public testing::Test {
  protected:
   void Start(const std::vector<std::string>& arguments) {
-    const char* const folder = getenv("ORBISK_BIN_DIR");
-    const std::string bin = folder != nullptr ? folder : "build/release/bin";
-    box_.StartProgram(std::filesystem::absolute(bin) / "nimocontentextractd", arguments);
+    box_.StartProgram(BuiltProgram("nimocontentextractd"), arguments);
   }
 
   Json::Value Ask(const std::string& name, const std::string& content) {

@@ -2,7 +2,6 @@
 #include "tests/system/extractor_support.h"
 
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -13,6 +12,7 @@
 
 #include "services/base/json_text.h"
 #include "services/extractor/frame.h"
+#include "tests/support/local_socket.h"
 
 namespace orbisk::test {
 namespace {
@@ -21,13 +21,8 @@ constexpr size_t kLongestAnswer = size_t{1} << 30;
 
 }  // namespace
 
-ExtractorClient::ExtractorClient(const std::string& socket_path)
-    : fd_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  memcpy(address.sun_path, socket_path.c_str(), socket_path.size() + 1);
-  if (connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
-    close(fd_);
+ExtractorClient::ExtractorClient(const std::string& socket_path) : fd_(ConnectTo(socket_path)) {
+  if (fd_ < 0) {
     throw std::runtime_error("nobody listens at " + socket_path);
   }
 }

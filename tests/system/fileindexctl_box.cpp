@@ -3,23 +3,17 @@
 
 #include <sys/mount.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <stdexcept>
 
-#include "tests/contract/private_etc.h"
+#include "tests/support/private_etc.h"
 #include "tests/support/private_mounts.h"
 
 namespace orbisk::test {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string Program() {
-  const char* const folder = getenv("ORBISK_BIN_DIR");
-  return fs::absolute(folder != nullptr ? folder : "build/release/bin").string() + "/fileindexctl";
-}
 
 testing::AssertionResult Compare(const ProcessResult& result, int status, const std::string& output,
                                  const std::string& errors) {
@@ -36,7 +30,7 @@ testing::AssertionResult Compare(const ProcessResult& result, int status, const 
 }  // namespace
 
 ProcessResult Fileindexctl(const std::vector<std::string>& arguments) {
-  std::vector<std::string> command = {Program()};
+  std::vector<std::string> command = {BuiltProgram("fileindexctl")};
   command.insert(command.end(), arguments.begin(), arguments.end());
   return RunProcess(command);
 }

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/indexer_double.h"
 #include "tests/support/private_mounts.h"
 #include "tests/system/fileindexctl_box.h"
-#include "tests/system/indexer_double.h"
 
 namespace orbisk::test {
 namespace {

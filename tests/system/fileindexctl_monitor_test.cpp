@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -16,6 +15,7 @@
 
 namespace {
 
+using orbisk::test::BuiltProgram;
 using orbisk::test::ProcessResult;
 using orbisk::test::ReadFile;
 using orbisk::test::RunProcess;
@@ -28,13 +28,8 @@ using testing::HasSubstr;
 constexpr char kRegistrations[] = "/var/lib/nimotifyd/queues.d";
 constexpr char kSocket[] = "/var/run/nimotifyd.sock";
 
-std::string Program(const std::string& name) {
-  const char* const folder = getenv("ORBISK_BIN_DIR");
-  return (folder != nullptr ? std::string(folder) : "build/release/bin") + "/" + name;
-}
-
 ProcessResult Monitor(std::vector<std::string> arguments) {
-  arguments.insert(arguments.begin(), {Program("fileindexctl"), "monitor"});
+  arguments.insert(arguments.begin(), {BuiltProgram("fileindexctl"), "monitor"});
   return RunProcess(arguments);
 }
 
@@ -132,14 +127,14 @@ TEST_F(MonitorCommand, WrongUsageIsStatusTwo) {
 }
 
 TEST_F(MonitorCommand, ARunningMonitorRecordsChangesFromTheInstantThatRegisterReturns) {
-  Subprocess monitor({Program("nimotifyd")});
+  Subprocess monitor({BuiltProgram("nimotifyd")});
   ASSERT_TRUE(WaitFor([] { return access(kSocket, F_OK) == 0; }));
   ASSERT_EQ(Monitor({"register", queue_, folder_}).exit_status, 0);
 
   WriteFile(folder_ + "/made", "text");
 
   const auto recorded = [&] {
-    const ProcessResult events = RunProcess({Program("fileindexctl"), "queue", "events", queue_});
+    const ProcessResult events = RunProcess({BuiltProgram("fileindexctl"), "queue", "events", queue_});
     return events.output.find("  create  file  " + folder_ + "/made\n") != std::string::npos;
   };
   EXPECT_TRUE(WaitFor(recorded));

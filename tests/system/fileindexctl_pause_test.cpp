@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -11,8 +10,9 @@
 #include <filesystem>
 #include <string>
 
+#include "tests/support/indexer_double.h"
+#include "tests/support/local_socket.h"
 #include "tests/system/fileindexctl_box.h"
-#include "tests/system/indexer_double.h"
 
 namespace orbisk::test {
 namespace {
@@ -24,10 +24,6 @@ using testing::MatchesRegex;
 constexpr char kNotTold[] =
     "fileindexctl: error 502: stored, but the indexing daemon could not be told and follows when it starts: write "
     "failed, reason=Transport endpoint is not connected";
-
-std::string Command(const std::string& text) {
-  return text + std::string(1, '\0');
-}
 
 class PauseCommand : public Box {};
 
@@ -44,7 +40,7 @@ TEST_F(StoredPause, PausingWithoutEndIsStoredAndTold) {
 
   EXPECT_TRUE(Succeeds(Fileindexctl({"pause"})));
 
-  EXPECT_THAT(daemon.commands(), ElementsAre(Command(R"({"data":{"resume_time":0},"type":"pause"})")));
+  EXPECT_THAT(daemon.commands(), ElementsAre(R"({"data":{"resume_time":0},"type":"pause"})"));
   EXPECT_EQ(ReadFile(kStatusFile), R"({"resume_time":0})");
   EXPECT_TRUE(Succeeds(Fileindexctl({"status"}), "paused:                without end\nkeep index in memory:  no\n"));
   EXPECT_TRUE(Succeeds(Fileindexctl({"status", "--json"}),
@@ -60,8 +56,8 @@ TEST_F(StoredPause, PausingForHoursEndsThatMuchLater) {
   const Json::Int64 resume_time = Parse(ReadFile(kStatusFile))["resume_time"].asInt64();
   EXPECT_GE(resume_time, before + 7200);
   EXPECT_LE(resume_time, time(nullptr) + 7200);
-  EXPECT_THAT(daemon.commands(), ElementsAre(Command(R"({"data":{"resume_time":)" + std::to_string(resume_time) +
-                                                     R"(},"type":"pause"})")));
+  EXPECT_THAT(daemon.commands(),
+              ElementsAre(R"({"data":{"resume_time":)" + std::to_string(resume_time) + R"(},"type":"pause"})"));
   EXPECT_THAT(Fileindexctl({"status"}).output,
               MatchesRegex("paused:                until [0-9]{4}-[0-9]{2}-[0-9]{2} [0-9:]{8} [A-Z]+\n(.|\n)*"));
 }
@@ -73,7 +69,7 @@ TEST_F(StoredPause, ResumingEndsThePause) {
   EXPECT_TRUE(Succeeds(Fileindexctl({"resume"})));
 
   ASSERT_EQ(daemon.commands().size(), 2U);
-  EXPECT_EQ(daemon.commands()[1], Command(R"({"data":null,"type":"resume"})"));
+  EXPECT_EQ(daemon.commands()[1], R"({"data":null,"type":"resume"})");
   EXPECT_THAT(Fileindexctl({"status"}).output, HasSubstr("paused:                no\n"));
   EXPECT_TRUE(Succeeds(Fileindexctl({"status", "--json"}),
                        "{\"paused\":false,\"resume_time\":-1,\"share\":{},\"vmt_enabled\":false}\n"));
@@ -90,12 +86,7 @@ TEST_F(StoredPause, WithoutADaemonThePauseIsStoredAndTheUserIsTold) {
 // A daemon that was killed leaves its socket behind; nothing waits for that one.
 TEST_F(StoredPause, WithADeadDaemonsSocketTheStateIsStoredAndTheUserIsTold) {
   constexpr char kSocket[] = "/var/run/fileindexd.sock";
-  const int dead = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  snprintf(address.sun_path, sizeof(address.sun_path), "%s", kSocket);
-  ASSERT_EQ(bind(dead, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
-  close(dead);
+  close(ListenAt(kSocket));
 
   EXPECT_TRUE(FailsWith(Fileindexctl({"pause"}), kNotTold));
   EXPECT_EQ(ReadFile(kStatusFile), R"({"resume_time":0})");

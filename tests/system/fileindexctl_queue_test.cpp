@@ -7,7 +7,6 @@
 #include <sys/wait.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -15,9 +14,13 @@
 
 #include "tests/support/subprocess.h"
 #include "tests/support/temp_dir.h"
+#include "tests/system/fileindexctl_box.h"
 
 namespace {
 
+using orbisk::test::BuiltProgram;
+using orbisk::test::Fileindexctl;
+using orbisk::test::Parse;
 using orbisk::test::ProcessResult;
 using orbisk::test::ReadFile;
 using orbisk::test::RunProcess;
@@ -27,16 +30,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-std::string Program() {
-  const char* const folder = getenv("ORBISK_BIN_DIR");
-  return (folder != nullptr ? std::string(folder) : "build/release/bin") + "/fileindexctl";
-}
-
-ProcessResult Fileindexctl(std::vector<std::string> arguments) {
-  arguments.insert(arguments.begin(), Program());
-  return RunProcess(arguments);
-}
-
 std::vector<std::string> Lines(const std::string& text) {
   std::istringstream stream(text);
   std::vector<std::string> lines;
@@ -44,16 +37,6 @@ std::vector<std::string> Lines(const std::string& text) {
     lines.push_back(line);
   }
   return lines;
-}
-
-Json::Value Parse(const std::string& text) {
-  Json::CharReaderBuilder builder;
-  builder["failIfExtra"] = true;
-  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-  Json::Value value;
-  std::string errors;
-  EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &value, &errors)) << errors << " in " << text;
-  return value;
 }
 
 class QueueCommand : public testing::Test {
@@ -282,7 +265,7 @@ TEST_F(QueueCommand, HelpAndVersionAreStatusZero) {
 
 // Runs a shell line in which $0 is the program and $1 the queue file.
 ProcessResult Shell(const std::string& line, const std::string& file) {
-  return RunProcess({"bash", "-c", line, Program(), file}, std::chrono::seconds(120));
+  return RunProcess({"bash", "-c", line, BuiltProgram("fileindexctl"), file}, std::chrono::seconds(120));
 }
 
 std::string ManyLines(int count) {

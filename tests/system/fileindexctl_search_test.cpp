@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 
@@ -45,8 +44,7 @@ class SearchCommands : public SearchBox {
 
   // What the program writes to a terminal.
   static std::string OnTerminal(const std::string& variables, const std::string& arguments) {
-    const char* const folder = getenv("ORBISK_BIN_DIR");
-    const std::string program = std::string(folder != nullptr ? folder : "build/release/bin") + "/fileindexctl";
+    const std::string program = BuiltProgram("fileindexctl");
     return RunProcess({"script", "-qec", variables + " " + program + " " + arguments, "/dev/null"}).output;
   }
 };
@@ -252,8 +250,7 @@ TEST_F(SearchCommands, ExtractTakesAPathFromTheWorkingFolder) {
   const fs::path before = fs::current_path();
   const std::string program = OnFirst("docs");
   WriteFile(OnFirst("docs/a.txt"), "heron");
-  const char* const folder = getenv("ORBISK_BIN_DIR");
-  const std::string tool = fs::absolute(folder != nullptr ? folder : "build/release/bin").string() + "/fileindexctl";
+  const std::string tool = BuiltProgram("fileindexctl");
   fs::current_path(program);
 
   const ProcessResult result = RunProcess({tool, "extract", "a.txt"});

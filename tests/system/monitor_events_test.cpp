@@ -18,16 +18,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class MonitorEventsTest : public testing::TestWithParam<const char*> {
+class MonitorEventsTest : public MonitorTest {
  protected:
-  void SetUp() override { box_.Register(); }
-  void Start(std::vector<std::string> arguments = {}) {
-    arguments.insert(arguments.end(), {"--backend", GetParam()});
-    box_.Start(arguments);
-    box_.Forget();
-  }
-  bool fanotify() const { return std::string(GetParam()) == "fanotify"; }
-  std::string In(const std::string& name) const { return box_.share() + "/" + name; }
   std::string Out(const std::string& name) const { return box_.outside() + "/" + name; }
   QueueLine File(int event, const std::string& name, const std::string& old_name = "") const {
     return {event, false, In(name), old_name.empty() ? "" : In(old_name)};
@@ -35,8 +27,6 @@ class MonitorEventsTest : public testing::TestWithParam<const char*> {
   QueueLine Folder(int event, const std::string& name, const std::string& old_name = "") const {
     return {event, true, In(name), old_name.empty() ? "" : In(old_name)};
   }
-
-  MonitorBox box_;
 };
 
 TEST_P(MonitorEventsTest, NewFileIsACreateAndAModify) {

@@ -20,17 +20,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class MonitorFieldTest : public testing::TestWithParam<const char*> {
+class MonitorFieldTest : public MonitorTest {
  protected:
-  void SetUp() override { box_.Register(); }
-  void Start(std::vector<std::string> arguments = {}) {
-    arguments.insert(arguments.end(), {"--backend", GetParam()});
-    box_.Start(arguments);
-    box_.Forget();
-  }
-  bool fanotify() const { return std::string(GetParam()) == "fanotify"; }
-  std::string In(const std::string& name) const { return box_.share() + "/" + name; }
-
   // More changes than the kernel holds, while the monitor is stopped.
   void Overflow(int round) {
     box_.monitor().Kill(SIGSTOP);
@@ -51,8 +42,6 @@ class MonitorFieldTest : public testing::TestWithParam<const char*> {
     const size_t at = status.find("\"overflows\":");
     return status.substr(at + 12, status.find_first_of(",}", at + 12) - at - 12);
   }
-
-  MonitorBox box_;
 };
 
 TEST_P(MonitorFieldTest, OverflowOfTheKernelsQueueWritesACrashedLineAndIsCounted) {

@@ -10,7 +10,6 @@
 
 #include <atomic>
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -37,8 +36,7 @@ std::vector<std::string> WithFewWatches(int most) {
 const std::vector<std::string> kAsNobody = {"setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups"};
 
 std::string Program() {
-  const char* folder = getenv("ORBISK_BIN_DIR");
-  return (folder != nullptr ? std::string(folder) : std::string(".")) + "/nimotifyd";
+  return BuiltProgram("nimotifyd");
 }
 
 // Also not if the build lies where others may not go.

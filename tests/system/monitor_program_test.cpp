@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 
 #include "tests/system/monitor_support.h"
@@ -14,8 +13,7 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string Program() {
-  const char* folder = getenv("ORBISK_BIN_DIR");
-  return (folder != nullptr ? std::string(folder) : std::string(".")) + "/nimotifyd";
+  return BuiltProgram("nimotifyd");
 }
 
 TEST(MonitorProgramTest, HelpNamesTheOptions) {

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <memory>
 
@@ -32,10 +31,8 @@ class MonitorRegistrarTest : public testing::TestWithParam<const char*> {
   ~MonitorRegistrarTest() override { StopMonitor(); }
 
   void StartMonitor() {
-    const char* const folder = getenv("ORBISK_BIN_DIR");
-    ASSERT_NE(folder, nullptr);
-    monitor_ = std::make_unique<Subprocess>(
-        std::vector<std::string>{std::string(folder) + "/nimotifyd", "--backend", GetParam()});
+    monitor_ =
+        std::make_unique<Subprocess>(std::vector<std::string>{BuiltProgram("nimotifyd"), "--backend", GetParam()});
     ASSERT_TRUE(Eventually([] { return access(kSocket, F_OK) == 0; }));
   }
   void StopMonitor() {

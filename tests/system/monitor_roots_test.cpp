@@ -14,20 +14,12 @@ namespace fs = std::filesystem;
 
 constexpr size_t kSmall = size_t{4} << 20;
 
-class MonitorRootsTest : public testing::TestWithParam<const char*> {
+class MonitorRootsTest : public MonitorTest {
  protected:
-  void SetUp() override { box_.Register(); }
-  void Start() {
-    box_.Start({"--backend", GetParam()});
-    box_.Forget();
-  }
-  std::string In(const std::string& name) const { return box_.share() + "/" + name; }
   bool Crashed() const { return Holds(box_.Lines(), {kCrashedLine, true, box_.share(), ""}); }
   bool Reported(int event, bool is_dir, const std::string& path) const {
     return Holds(box_.Lines(), {event, is_dir, path, ""});
   }
-
-  MonitorBox box_;
 };
 
 TEST_P(MonitorRootsTest, RemovedFolderCrashesTheQueueAndIsFollowedWhenItComesBack) {

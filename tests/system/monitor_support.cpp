@@ -4,17 +4,16 @@
 #include <json/json.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
 #include <thread>
 
+#include "tests/support/local_socket.h"
 #include "tests/support/private_mounts.h"
 
 namespace orbisk::test {
@@ -119,13 +118,9 @@ void MonitorBox::Unregister(const std::string& queue) {
 }
 
 void MonitorBox::Start(const std::vector<std::string>& arguments) {
-  const char* folder = getenv("ORBISK_BIN_DIR");
-  if (folder == nullptr) {
-    throw std::runtime_error("ORBISK_BIN_DIR is not set");
-  }
   std::vector<std::string> command = launcher_;
-  command.insert(command.end(), {std::string(folder) + "/nimotifyd", "--registrations", root_ + "/registrations",
-                                 "--socket", root_ + "/socket", "--log-stderr", "--log-level", "debug"});
+  command.insert(command.end(), {BuiltProgram("nimotifyd"), "--registrations", root_ + "/registrations", "--socket",
+                                 root_ + "/socket", "--log-stderr", "--log-level", "debug"});
   command.insert(command.end(), arguments.begin(), arguments.end());
   monitor_ = std::make_unique<Subprocess>(command);
   if (!Eventually([&] { return Ask("status").substr(0, 1) == "{"; })) {
@@ -141,19 +136,16 @@ ProcessResult MonitorBox::Stop() {
 }
 
 std::string MonitorBox::Ask(const std::string& request) const {
-  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  const std::string path = root_ + "/socket";
-  memcpy(address.sun_path, path.c_str(), path.size() + 1);
+  const int fd = ConnectTo(root_ + "/socket");
+  if (fd < 0) {
+    return "";
+  }
   std::string answer;
-  if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) {
-    const std::string line = request + "\n";
-    if (send(fd, line.data(), line.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(line.size())) {
-      char buffer[4096];
-      for (ssize_t got = recv(fd, buffer, sizeof(buffer), 0); got > 0; got = recv(fd, buffer, sizeof(buffer), 0)) {
-        answer.append(buffer, static_cast<size_t>(got));
-      }
+  const std::string line = request + "\n";
+  if (send(fd, line.data(), line.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(line.size())) {
+    char buffer[4096];
+    for (ssize_t got = recv(fd, buffer, sizeof(buffer), 0); got > 0; got = recv(fd, buffer, sizeof(buffer), 0)) {
+      answer.append(buffer, static_cast<size_t>(got));
     }
   }
   close(fd);

@@ -1,6 +1,8 @@
 // A place with a running change monitor, for system tests of it.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -86,5 +88,20 @@ class MonitorBox {
 /// Whether lines hold one that is equal to `line`.
 bool Holds(const std::vector<QueueLine>& lines, const QueueLine& line);
 long CountOf(const std::vector<QueueLine>& lines, int event);
+
+/// A test on one of the kernel's interfaces, "fanotify" or "inotify", with the watched folder registered.
+class MonitorTest : public testing::TestWithParam<const char*> {
+ protected:
+  void SetUp() override { box_.Register(); }
+  void Start(std::vector<std::string> arguments = {}) {
+    arguments.insert(arguments.end(), {"--backend", GetParam()});
+    box_.Start(arguments);
+    box_.Forget();
+  }
+  bool fanotify() const { return std::string(GetParam()) == "fanotify"; }
+  std::string In(const std::string& name) const { return box_.share() + "/" + name; }
+
+  MonitorBox box_;
+};
 
 }  // namespace orbisk::test

@@ -49,10 +49,7 @@ std::vector<std::string> TakeRecords(int log) {
 class Notify : public testing::Test {
  protected:
   void SetUp() override {
-    program_ = ProgramBeside("../bin/nimonxmnotify");
-    if (const char* bin = getenv("ORBISK_BIN_DIR"); bin != nullptr) {
-      program_ = std::string(bin) + "/nimonxmnotify";
-    }
+    program_ = BuiltProgram("nimonxmnotify");
     fs::create_directories(dir_ / "sessions/0");
     bus_ = Listen(dir_ / "sessions/0/bus", SOCK_STREAM);
     WriteFile(dir_ / "notify-send",

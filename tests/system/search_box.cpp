@@ -3,7 +3,6 @@
 
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -19,11 +18,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::chrono::seconds kPatience{60};
-
-std::string Daemon(const std::string& name) {
-  const char* const folder = getenv("ORBISK_BIN_DIR");
-  return fs::absolute(folder != nullptr ? folder : "build/release/bin").string() + "/" + name;
-}
 
 void WaitUntilSucceeds(const std::vector<std::string>& arguments) {
   const auto end = std::chrono::steady_clock::now() + kPatience;
@@ -64,8 +58,8 @@ void SearchBox::TearDown() {
 }
 
 void SearchBox::StartSearchDaemon() {
-  search_ =
-      std::make_unique<Subprocess>(std::vector<std::string>{Daemon("nimoelasticd"), "--state-dir", state_ / "search"});
+  search_ = std::make_unique<Subprocess>(
+      std::vector<std::string>{BuiltProgram("nimoelasticd"), "--state-dir", state_ / "search"});
   WaitUntilSucceeds({"index", "list"});
 }
 
@@ -79,7 +73,7 @@ void SearchBox::WaitUntilOpen(const std::string& share) {
 
 void SearchBox::StartExtractor() {
   extractor_ = std::make_unique<Subprocess>(
-      std::vector<std::string>{Daemon("nimocontentextractd"), "--state-dir", state_ / "extractor"});
+      std::vector<std::string>{BuiltProgram("nimocontentextractd"), "--state-dir", state_ / "extractor"});
   WaitUntilSucceeds({"extract", "/"});
 }
 

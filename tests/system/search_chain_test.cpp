@@ -206,36 +206,5 @@ TEST_F(SearchChain, AKilledSearchDaemonHasAllThatWasCommittedAndNothingElse) {
   EXPECT_THAT(Find({"kingfisher"}), ElementsAre(kept));
 }
 
-// What the other tests do not send.
-TEST_F(SearchChain, TheDaemonUnderstandsEveryRequestOfTheLibraryForAWholeIndex) {
-  const std::string path = IndexText("a.txt", "A kingfisher dives.");
-  elastic::IndexCommit("docs");
-  std::vector<std::string> paths = {"kept"};
-  std::vector<std::string> without_suggestions;
-  const std::string moved = OnSecond("elsewhere/db");
-  const std::string renamed = OnFirst("@fileindex/papers/db");
-
-  elastic::IndexGetByPrefixPath("fileindex_docs", OnFirst("docs"), paths);
-  EXPECT_THAT(paths, ElementsAre("kept", path));
-  elastic::ListUnAvailTermSuggDB(without_suggestions);
-  EXPECT_THAT(without_suggestions, ElementsAre("fileindex_docs"));
-
-  elastic::ShareIndexMigrate("docs", moved);
-  EXPECT_FALSE(fs::exists(OnFirst("@fileindex/docs/db")));
-  EXPECT_TRUE(fs::exists(moved));
-  EXPECT_THAT(Find({"kingfisher"}), ElementsAre(path));
-
-  elastic::ShareIndexPause("docs");
-  EXPECT_THAT(Find({"kingfisher"}), IsEmpty());
-  elastic::ShareIndexRename("docs", "papers", renamed);
-  elastic::ShareIndexResume("papers");
-  EXPECT_FALSE(fs::exists(moved));
-  EXPECT_THAT(Find({"kingfisher"}), ElementsAre(path));
-
-  elastic::ShareIndexDelete("papers");
-  EXPECT_FALSE(fs::exists(renamed));
-  EXPECT_THAT(Find({"kingfisher"}), IsEmpty());
-}
-
 }  // namespace
 }  // namespace orbisk::test

@@ -194,11 +194,11 @@ TEST(SearchProgram, IdleDaemonNeitherWakesUpNorWrites) {
   GTEST_SKIP() << "the thread sanitizer wakes the daemon up";
 #endif
   SearchBox box;
-  box.Start({"--client-timeout-ms", "500", "--quiet-ms", "1000"});
+  box.Start({"--client-timeout-ms", "500"});
   box.CreateIndex("a");
   box.Put("a", "/v/x", "one");
   box.CodeOf("commit", Object("{'id':'a'}"));
-  std::this_thread::sleep_for(seconds(4));  // the last timers run out, that of the tidying up too
+  std::this_thread::sleep_for(seconds(3));  // the last timers run out
   const std::string io = "/proc/" + std::to_string(box.daemon().pid()) + "/io";
 
   const long switches = Switches(box.daemon().pid());

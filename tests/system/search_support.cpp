@@ -4,17 +4,16 @@
 #include <json/json.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
 #include <thread>
 
+#include "tests/support/local_socket.h"
 #include "tests/support/private_mounts.h"
 
 namespace orbisk::test {
@@ -36,12 +35,8 @@ int CodeIn(const Json::Value& answer) {
 
 }  // namespace
 
-RawClient::RawClient(const std::string& socket_path) : fd_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  memcpy(address.sun_path, socket_path.c_str(), socket_path.size() + 1);
-  if (connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
-    close(fd_);
+RawClient::RawClient(const std::string& socket_path) : fd_(ConnectTo(socket_path)) {
+  if (fd_ < 0) {
     throw std::runtime_error("nobody listens at " + socket_path);
   }
 }
@@ -111,11 +106,7 @@ SearchBox::~SearchBox() {
 }
 
 std::string SearchDaemonProgram() {
-  const char* folder = getenv("ORBISK_BIN_DIR");
-  if (folder == nullptr) {
-    throw std::runtime_error("ORBISK_BIN_DIR is not set");
-  }
-  return std::string(folder) + "/nimoelasticd";
+  return BuiltProgram("nimoelasticd");
 }
 
 void SearchBox::Start(const std::vector<std::string>& arguments) {

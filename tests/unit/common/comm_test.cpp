@@ -18,10 +18,12 @@
 #include "tests/support/private_mounts.h"
 #include "tests/support/record_capture.h"
 #include "tests/support/temp_dir.h"
+#include "tests/unit/error_of.h"
 
 namespace orbisk {
 namespace {
 
+using test::ErrorOf;
 using test::FakeConnections;
 using test::FakePlatform;
 using test::FakeTime;
@@ -59,16 +61,6 @@ class Comm : public testing::Test {
 
   Comm() { test::WriteFile(kSocket, ""); }
 
-  // The error that `action` throws, as "code reason"; "none" if it throws none.
-  template <class Action>
-  static std::string ErrorOf(Action action) {
-    try {
-      action();
-    } catch (const Error& error) {
-      return std::to_string(error.code()) + " " + error.what();
-    }
-    return "none";
-  }
   std::string ErrorOfExchange(const Json::Value& request = Commit()) {
     return ErrorOf([&] { SendRequestImpl(res_, request); });
   }

@@ -30,6 +30,7 @@
 #include "tests/support/private_mounts.h"
 #include "tests/support/record_capture.h"
 #include "tests/support/temp_dir.h"
+#include "tests/unit/error_of.h"
 #include "tests/unit/record_match.h"
 
 namespace {
@@ -160,6 +161,7 @@ int setsockopt(int fd, int level, int name, const void* value, socklen_t size) n
 namespace orbisk::fileindex::test {
 namespace {
 
+using orbisk::test::ErrorOf;
 using orbisk::test::ExpectFailure;
 using orbisk::test::FakeTime;
 using orbisk::test::RecordCapture;
@@ -191,16 +193,6 @@ int OpenDescriptors() {
     ++count;
   }
   return count;
-}
-
-// "502 write failed, reason=..." of the Error that `action` throws; "none" without.
-std::string ErrorOf(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const Error& error) {
-    return std::to_string(error.code()) + " " + error.what();
-  }
-  return "none";
 }
 
 // No test leaves a descriptor behind.

@@ -1,10 +1,7 @@
 // A box with shares and the configuration's fixed paths, both private to the test program.
 #include "tests/unit/fileindex/config_box.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/file.h>
-#include <unistd.h>
 
 #include <filesystem>
 
@@ -113,14 +110,6 @@ size_t OpenDescriptors() {
     ++count;
   }
   return count;
-}
-
-bool IsLocked(const std::string& path) {
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  EXPECT_GE(fd, 0) << path;
-  const bool locked = flock(fd, LOCK_EX | LOCK_NB) != 0;
-  close(fd);
-  return locked;
 }
 
 }  // namespace orbisk::fileindex::test

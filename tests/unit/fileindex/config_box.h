@@ -59,7 +59,5 @@ Json::Value ReadJson(const std::string& path);
 
 /// Descriptors that the process has open.
 size_t OpenDescriptors();
-/// Whether some descriptor holds the lock on the existing file.
-bool IsLocked(const std::string& path);
 
 }  // namespace orbisk::fileindex::test

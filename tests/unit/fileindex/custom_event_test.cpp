@@ -120,15 +120,7 @@ class CustomEvent : public testing::Test {
   }
 
   // The share photo, with this setting switched on.
-  void AddPhoto(bool FakeShare::*setting = nullptr) const {
-    FakeShare share;
-    share.name = "photo";
-    share.path = photo_;
-    if (setting != nullptr) {
-      share.*setting = true;
-    }
-    FakeShares().Add(share);
-  }
+  void AddPhoto(bool FakeShare::*setting = nullptr) const { FakeShares().Add("photo", photo_, setting); }
   std::string Queue() const { return ReadFile(queue_); }
   std::string ReindexLine(const std::string& path) const {
     return R"({"data":null,"event":65536,"path":")" + path + R"(","path_old":""})" + "\n";

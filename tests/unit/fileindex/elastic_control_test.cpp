@@ -21,10 +21,12 @@
 #include "tests/support/private_mounts.h"
 #include "tests/support/record_capture.h"
 #include "tests/support/temp_dir.h"
+#include "tests/unit/error_of.h"
 
 namespace orbisk::fileindex::elastic {
 namespace {
 
+using orbisk::test::ErrorOf;
 using orbisk::test::FakeConnections;
 using orbisk::test::FakeContentExtract;
 using orbisk::test::FakePlatform;
@@ -58,16 +60,6 @@ class ElasticControl : public testing::Test {
   ElasticControl() {
     FakeShares().Add("photo", "/volume1/photo");
     std::filesystem::remove("/var/packages/Orbisk/etc/fileindex.status");
-  }
-
-  template <class Action>
-  static std::string ErrorOf(Action action) {
-    try {
-      action();
-    } catch (const Error& error) {
-      return std::to_string(error.code()) + " " + error.what();
-    }
-    return "none";
   }
 
   static std::vector<Json::Value> Requests() {

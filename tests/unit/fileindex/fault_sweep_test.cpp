@@ -20,8 +20,9 @@
 #include "tests/support/fake_string_list.h"
 #include "tests/support/fake_time.h"
 #include "tests/support/fake_user.h"
+#include "tests/support/indexer_double.h"
+#include "tests/support/lock_holder.h"
 #include "tests/unit/fileindex/config_box.h"
-#include "tests/unit/fileindex/daemon_double.h"
 #include "tests/unit/fileindex/queue_lines.h"
 
 namespace orbisk::fileindex::test {
@@ -33,6 +34,8 @@ using orbisk::test::FakeShares;
 using orbisk::test::FakeStringLists;
 using orbisk::test::FakeTime;
 using orbisk::test::FakeUsers;
+using orbisk::test::IndexerDouble;
+using orbisk::test::IsLocked;
 using orbisk::test::ReadFile;
 using orbisk::test::SeamCall;
 using orbisk::test::WriteFile;
@@ -288,7 +291,7 @@ TEST(FaultSweep, ChangingTheStatus) {
   };
   for (const auto& change : kChanges) {
     const Sweep sweep("saved", kNoRoot, [&](const SweepBox&) {
-      const DaemonDouble daemon;
+      const IndexerDouble daemon;
       StatusMgr status;
       change(status);
       return "saved";

@@ -4,9 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "orbisk/error.h"
 #include "orbisk/fileindex/elastic_control.h"
 #include "tests/support/record_capture.h"
+#include "tests/unit/error_of.h"
 
 namespace orbisk::fileindex::elastic {
 
@@ -15,18 +15,9 @@ const char kIndexEventHandler[] = "lib_path";
 
 namespace {
 
+using orbisk::test::ErrorOf;
 using orbisk::test::RecordCapture;
 using testing::HasSubstr;
-
-template <class Action>
-std::string ErrorOf(Action action) {
-  try {
-    action();
-  } catch (const Error& error) {
-    return std::to_string(error.code()) + " " + error.what();
-  }
-  return "none";
-}
 
 TEST(IndexSchemaFailure, BrokenMappingsAreError502EveryTime) {
   const RecordCapture log;

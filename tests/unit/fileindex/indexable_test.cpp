@@ -14,10 +14,12 @@
 #include "tests/support/fake_filesystem.h"
 #include "tests/support/fake_share.h"
 #include "tests/support/temp_dir.h"
+#include "tests/unit/error_of.h"
 
 namespace orbisk::fileindex::test {
 namespace {
 
+using orbisk::test::ErrorOf;
 using orbisk::test::FakeFileSystem;
 using orbisk::test::FakePlatform;
 using orbisk::test::FakeShare;
@@ -36,15 +38,6 @@ constexpr char kPreserved[][32] = {".NIMOPPSDB",
                                    ".Maildir",
                                    ".git",
                                    ".DS_Store"};
-
-std::string ErrorOf(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const Error& error) {
-    return std::to_string(error.code()) + " " + error.what();
-  }
-  return "none";
-}
 
 TEST(PreservedName, IsOneOfTenComparedWhole) {
   const FakePlatform platform;
@@ -92,15 +85,7 @@ class Indexable : public testing::Test {
   ~Indexable() override { EXPECT_EQ(0, FakeShares().outstanding()); }
 
   // The share photo, with this setting switched on.
-  void AddPhoto(bool FakeShare::*setting = nullptr) const {
-    FakeShare share;
-    share.name = "photo";
-    share.path = photo_;
-    if (setting != nullptr) {
-      share.*setting = true;
-    }
-    FakeShares().Add(share);
-  }
+  void AddPhoto(bool FakeShare::*setting = nullptr) const { FakeShares().Add("photo", photo_, setting); }
   PathVerdict Judge(const std::string& below_photo) const { return JudgeFullPath(photo_ + below_photo); }
   static size_t Asked(const std::string& function) {
     size_t count = 0;

@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "tests/support/fake_time.h"
+#include "tests/support/indexer_double.h"
 #include "tests/support/record_capture.h"
 #include "tests/unit/fileindex/config_box.h"
-#include "tests/unit/fileindex/daemon_double.h"
 
 namespace orbisk::fileindex::test {
 
@@ -44,7 +44,7 @@ class ManagementBox {
   /// All records of the library since the last story began.
   std::vector<std::string> records() const { return log_.texts(); }
   const orbisk::test::RecordCapture& log() const { return log_; }
-  DaemonDouble& daemon() { return daemon_; }
+  orbisk::test::IndexerDouble& daemon() { return daemon_; }
 
  private:
   void Forget();
@@ -60,7 +60,7 @@ class ManagementBox {
     std::string text;
   };
   std::vector<Placed> notes_;
-  DaemonDouble daemon_;  // the last: its thread takes notes
+  orbisk::test::IndexerDouble daemon_;  // the last: its thread takes notes
 };
 
 /// The stories of SetupRelatedServices on a box whose Spotlight answer is not as wanted.

@@ -19,6 +19,7 @@
 #include "tests/support/fake_share.h"
 #include "tests/support/fake_string_list.h"
 #include "tests/support/fake_user.h"
+#include "tests/support/lock_holder.h"
 #include "tests/unit/fileindex/management_box.h"
 #include "tests/unit/fileindex/system_calls.h"
 
@@ -30,6 +31,7 @@ using orbisk::test::FakePlatform;
 using orbisk::test::FakeShares;
 using orbisk::test::FakeStringLists;
 using orbisk::test::FakeUsers;
+using orbisk::test::IsLocked;
 using orbisk::test::ReadFile;
 using orbisk::test::SeamCall;
 

@@ -13,24 +13,16 @@
 #include "orbisk/fileindex/util.h"
 #include "tests/support/fake_share.h"
 #include "tests/support/record_capture.h"
+#include "tests/unit/error_of.h"
 
 namespace orbisk::fileindex::test {
 namespace {
 
+using orbisk::test::ErrorOf;
 using orbisk::test::FakePlatform;
 using orbisk::test::FakeShares;
 using orbisk::test::RecordCapture;
 using Words = std::vector<std::string>;
-
-// "120 Cannot find share: x" of the Error that `action` throws; "none" without.
-std::string ErrorOf(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const Error& error) {
-    return std::to_string(error.code()) + " " + error.what();
-  }
-  return "none";
-}
 
 // The whole text of a record whose line number is fixed.
 std::string FixedRecord(int line, const std::string& function, const std::string& condition, const std::string& reason,

@@ -125,13 +125,4 @@ std::vector<std::string> Places(OPTree& tree) {
   return paths;
 }
 
-std::string ErrorOf(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const Error& error) {
-    return std::to_string(error.code()) + " " + error.what();
-  }
-  return "none";
-}
-
 }  // namespace orbisk::fileindex::test

@@ -8,8 +8,11 @@
 
 #include "orbisk/fileindex/optree.h"
 #include "tests/support/temp_dir.h"
+#include "tests/unit/error_of.h"
 
 namespace orbisk::fileindex::test {
+
+using orbisk::test::ErrorOf;
 
 // One line each, without the newline.
 std::string Line(int mask, const std::string& path, bool is_dir = false);
@@ -60,8 +63,5 @@ std::vector<std::string> Fold(const std::vector<std::string>& lines);
 
 /// The paths of all nodes but the root, in the order of the walk.
 std::vector<std::string> Places(OPTree& tree);
-
-/// The code of the Error that `action` throws, with its reason: "9999 GetNodeByPath failed, path=/". "none" without.
-std::string ErrorOf(const std::function<void()>& action);
 
 }  // namespace orbisk::fileindex::test

@@ -13,9 +13,10 @@
 #include "orbisk/lock_file.h"
 #include "tests/support/fake_time.h"
 #include "tests/support/fake_user.h"
+#include "tests/support/indexer_double.h"
+#include "tests/support/lock_holder.h"
 #include "tests/support/record_capture.h"
 #include "tests/unit/fileindex/config_box.h"
-#include "tests/unit/fileindex/daemon_double.h"
 #include "tests/unit/fileindex/failing_chmod.h"
 #include "tests/unit/fileindex/queue_lines.h"
 #include "tests/unit/record_match.h"
@@ -26,6 +27,8 @@ namespace {
 using orbisk::test::ExpectFailure;
 using orbisk::test::FakeTime;
 using orbisk::test::FakeUsers;
+using orbisk::test::IndexerDouble;
+using orbisk::test::IsLocked;
 using orbisk::test::ReadFile;
 using orbisk::test::RecordCapture;
 using orbisk::test::WriteFile;
@@ -117,7 +120,7 @@ TEST_F(StatusReading, AFileThatCannotBeParsedIsRefused) {
 }
 
 TEST_F(StatusReading, ADocumentThatIsNoObjectFailsEveryQuestionAndChangeAndStaysAsItIs) {
-  const DaemonDouble daemon;
+  const IndexerDouble daemon;
   for (const char* const text : {"[]", "7", "\"text\"", "true"}) {
     WriteFile(kStatusFile, text);
     const std::string error = std::string("120 Not an object, data=") + text;
@@ -149,7 +152,7 @@ TEST_F(StatusReading, SharesThatAreNoObjectFailWhatAsksForThem) {
 using StatusPause = StatusMgrTest;
 
 TEST_F(StatusPause, ZeroHoursPauseWithoutEnd) {
-  const DaemonDouble daemon;
+  const IndexerDouble daemon;
   StatusMgr().Pause(0);
   EXPECT_EQ(R"({"resume_time":0})", StatusText());
   EXPECT_EQ(Texts({R"({"data":{"resume_time":0},"type":"pause"})"}), daemon.commands());
@@ -157,14 +160,14 @@ TEST_F(StatusPause, ZeroHoursPauseWithoutEnd) {
 }
 
 TEST_F(StatusPause, HoursCountFromNow) {
-  const DaemonDouble daemon;
+  const IndexerDouble daemon;
   StatusMgr().Pause(2);
   EXPECT_EQ(R"({"resume_time":1700007200})", StatusText());
   EXPECT_EQ(Texts({R"({"data":{"resume_time":1700007200},"type":"pause"})"}), daemon.commands());
 }
 
 TEST_F(StatusPause, TheProductWrapsIn32Bits) {
-  const DaemonDouble daemon;
+  const IndexerDouble daemon;
   const std::vector<std::pair<int, long>> kCases = {
       {596523, 2147482800L},  // the most that fits
       {596524, 2147486400L - (1L << 32)},
@@ -181,7 +184,7 @@ TEST_F(StatusPause, TheProductWrapsIn32Bits) {
 }
 
 TEST_F(StatusPause, NegativeHoursAreRefusedAndChangeNothing) {
-  const DaemonDouble daemon;
+  const IndexerDouble daemon;
   for (const int hours : {-1, INT_MIN}) {
     StatusMgr status;
     const RecordCapture capture;
@@ -202,14 +205,14 @@ TEST_F(StatusPause, TheLockIsTakenBeforeTheHoursAreLookedAt) {
 }
 
 TEST_F(StatusPause, ResumingStoresMinusOneAlsoWithoutAPause) {
-  const DaemonDouble daemon;
+  const IndexerDouble daemon;
   StatusMgr().Resume();
   EXPECT_EQ(R"({"resume_time":-1})", StatusText());
   EXPECT_EQ(Texts({R"({"data":null,"type":"resume"})"}), daemon.commands());
 }
 
 TEST_F(StatusPause, EachReplacesWhatWasStored) {
-  const DaemonDouble daemon;
+  const IndexerDouble daemon;
   StatusMgr status;
   status.Pause(0);
   status.Pause(1);
@@ -220,7 +223,7 @@ TEST_F(StatusPause, EachReplacesWhatWasStored) {
 }
 
 TEST_F(StatusPause, AnExpiredPauseStays) {
-  const DaemonDouble daemon;
+  const IndexerDouble daemon;
   StatusMgr().Pause(1);
   time_.Advance(7200);
   EXPECT_EQ(kNow + 3600, StatusMgr().GetPauseInfo());
@@ -229,7 +232,7 @@ TEST_F(StatusPause, AnExpiredPauseStays) {
 }
 
 TEST_F(StatusPause, TheStateIsOnDiskAndTheLockHeldWhileTheDaemonIsTold) {
-  DaemonDouble daemon;
+  IndexerDouble daemon;
   Texts seen;
   daemon.OnCommand([&] { seen.push_back(StatusText() + (IsLocked(kStatusLock) ? " locked" : " free")); });
   StatusMgr().Pause(1);
@@ -248,7 +251,7 @@ TEST_F(StatusPause, ADaemonThatCannotBeReachedLeavesTheNewState) {
 }
 
 TEST_F(StatusPause, WhatCannotBeSavedIsNotTold) {
-  const DaemonDouble daemon;
+  const IndexerDouble daemon;
   const FailingChmod failing;
   EXPECT_NE("none", ErrorOf([] { StatusMgr().Pause(0); }));
   EXPECT_NE("none", ErrorOf([] { StatusMgr().Resume(); }));
@@ -300,7 +303,7 @@ TEST_F(StatusFlags, TheSwitchIsStoredBesideTheRest) {
 }
 
 TEST_F(StatusFlags, TheDaemonIsNotTold) {
-  const DaemonDouble daemon;
+  const IndexerDouble daemon;
   StatusMgr status;
   status.SetShareStatus("photo", 1);
   status.UnsetShareStatus("photo", 1);
@@ -321,7 +324,7 @@ TEST_F(StatusFlags, AWriterDoesNotReadAgainAndSoUndoesWhatAnotherWroteMeanwhile)
 using StatusFile = StatusMgrTest;
 
 TEST_F(StatusFile, EachChangeTakesTheLockAndGivesItBack) {
-  const DaemonDouble daemon;
+  const IndexerDouble daemon;
   for (const Change& change : AllChanges()) {
     StatusMgr status;
     const std::string before = StatusText();

@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -12,6 +11,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "tests/support/local_socket.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
@@ -29,12 +29,7 @@ std::string Framed(const std::string& message) {
 class OneAnswer {
  public:
   OneAnswer(const std::string& path, std::string words, milliseconds linger = milliseconds(0))
-      : words_(std::move(words)), linger_(linger), listener_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    memcpy(address.sun_path, path.c_str(), path.size() + 1);
-    EXPECT_EQ(bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
-    EXPECT_EQ(listen(listener_, 1), 0);
+      : words_(std::move(words)), linger_(linger), listener_(orbisk::test::ListenAt(path, 1)) {
     thread_ = std::thread([this] { Serve(); });
   }
   ~OneAnswer() {

@@ -4,9 +4,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -14,6 +12,7 @@
 #include <vector>
 
 #include "services/base/unique_fd.h"
+#include "tests/support/local_socket.h"
 #include "tests/support/record_capture.h"
 #include "tests/support/temp_dir.h"
 
@@ -24,24 +23,8 @@ using orbisk::test::TempDir;
 using orbisk::test::WriteFile;
 using Handlers = Listener::Handlers;
 
-UniqueFd MakeSocket() {
-  return UniqueFd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-}
-
-sockaddr_un AddressOf(const std::string& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-  return address;
-}
-
 UniqueFd Connect(const std::string& path) {
-  UniqueFd client = MakeSocket();
-  const sockaddr_un address = AddressOf(path);
-  if (connect(client.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
-    client.Close();
-  }
-  return client;
+  return UniqueFd(orbisk::test::ConnectTo(path));
 }
 
 struct stat StatOf(const std::string& path) {
@@ -104,12 +87,7 @@ TEST_F(ListenerTest, HandsOutOneConnectionForEachTimeItIsAsked) {
 }
 
 TEST_F(ListenerTest, ReplacesTheSocketOfAKilledDaemon) {
-  {
-    const UniqueFd killed = MakeSocket();
-    const sockaddr_un address = AddressOf(path_);
-    ASSERT_EQ(bind(killed.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
-    ASSERT_EQ(listen(killed.get(), 1), 0);
-  }
+  close(orbisk::test::ListenAt(path_));
   Listener listener(context_, path_, {});
 
   listener.Open({});
@@ -129,10 +107,7 @@ TEST_F(ListenerTest, LeavesTheSocketToADaemonThatAnswers) {
 }
 
 TEST_F(ListenerTest, DaemonTooBusyToAnswerKeepsItsSocketToo) {
-  const UniqueFd busy = MakeSocket();
-  const sockaddr_un address = AddressOf(path_);
-  ASSERT_EQ(bind(busy.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
-  ASSERT_EQ(listen(busy.get(), 0), 0);
+  const UniqueFd busy(orbisk::test::ListenAt(path_, 0));
   const UniqueFd waiting = Connect(path_);
   ASSERT_TRUE(waiting.valid());
   Listener second(context_, path_, {});

@@ -1,5 +1,5 @@
 // An /etc of the test's own.
-#include "tests/contract/private_etc.h"
+#include "tests/support/private_etc.h"
 
 #include <filesystem>
 #include <map>
