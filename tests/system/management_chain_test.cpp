@@ -10,9 +10,9 @@
 #include "orbisk/error.h"
 #include "orbisk/fileindex/elastic_control.h"
 #include "orbisk/fileindex/index_mgr.h"
+#include "tests/support/indexer_double.h"
 #include "tests/support/private_mounts.h"
 #include "tests/support/subprocess.h"
-#include "tests/system/indexer_double.h"
 #include "tests/system/search_box.h"
 
 namespace orbisk::test {
