@@ -77,7 +77,8 @@ void AddUpdateDirectoryEvent(const Folder& diff) {
 void FolderUpsert(const Json::Value& folder_list, bool create, bool updater_mode) {
   const LockFile lock(kFolderCfgLock, true);
   FolderMgr folder_mgr;
-  const FolderMgr folder_mgr_before;
+  // The same file under the same lock, without reading it twice: entries are replaced, never changed.
+  const FolderMgr folder_mgr_before(folder_mgr);
   const Changes changes = UpsertFolders(folder_mgr, folder_list, create, updater_mode);
   SetupRelatedServices(true);
   for (const std::string& share_name : changes.shares) {

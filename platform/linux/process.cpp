@@ -18,6 +18,7 @@ int Run(const char* program, va_list arguments) {
     return NIMO_FAIL(EINVAL);
   }
   std::vector<std::string> command{program};
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): it does not see va_start
   for (const char* text = va_arg(arguments, const char*); text != nullptr; text = va_arg(arguments, const char*)) {
     command.emplace_back(text);
   }

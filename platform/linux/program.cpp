@@ -106,6 +106,7 @@ class OutputPipe {
 
 std::vector<char*> Pointers(const std::vector<std::string>& command) {
   std::vector<char*> pointers;
+  pointers.reserve(command.size() + 1);
   for (const std::string& argument : command) {
     pointers.push_back(const_cast<char*>(argument.c_str()));
   }
