@@ -2,6 +2,7 @@
 #include "tests/system/indexer_box.h"
 
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -75,6 +76,8 @@ void IndexerBox::SetUpTestSuite() {
 void IndexerBox::SetUp() {
   SearchBox::SetUp();
   fs::remove_all("/var/lib/nimotifyd/queues.d");
+  // So large that the library does not take another failure of a commit for want of room.
+  MountEmptyFileSystem(Volume(), size_t{1} << 30);
   AddIndexedShare(Docs());
   WriteFolders({Entry("/docs", "all")});
   const ProcessResult registered = Fileindexctl({"monitor", "register", QueueOf("docs"), Docs(), "--ignore", "@eaDir"});
@@ -85,6 +88,7 @@ void IndexerBox::SetUp() {
 void IndexerBox::TearDown() {
   End(indexer_, SIGTERM);
   End(monitor_, SIGTERM);
+  umount2(Volume().c_str(), MNT_DETACH);
   SearchBox::TearDown();
 }
 

@@ -37,6 +37,8 @@ class IndexerBox : public SearchBox {
 
   std::string Docs(const std::string& name = "") const { return OnFirst(name.empty() ? "docs" : "docs/" + name); }
 
+  std::string Volume() const { return OnFirst("").substr(0, OnFirst("").size() - 1); }
+
   void StartMonitor();
   void KillMonitor();
   void StartIndexer(const std::vector<std::string>& arguments = {});
