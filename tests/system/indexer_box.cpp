@@ -76,13 +76,17 @@ void IndexerBox::SetUpTestSuite() {
 void IndexerBox::SetUp() {
   SearchBox::SetUp();
   fs::remove_all("/var/lib/nimotifyd/queues.d");
-  // So large that the library does not take another failure of a commit for want of room.
-  MountEmptyFileSystem(Volume(), size_t{1} << 30);
+  MountVolume();
   AddIndexedShare(Docs());
   WriteFolders({Entry("/docs", "all")});
   const ProcessResult registered = Fileindexctl({"monitor", "register", QueueOf("docs"), Docs(), "--ignore", "@eaDir"});
   ASSERT_EQ(registered.exit_status, 0) << registered.errors;
   StartMonitor();
+}
+
+// So large that the library does not take another failure of a commit for want of room.
+void IndexerBox::MountVolume() {
+  MountEmptyFileSystem(Volume(), size_t{1} << 30);
 }
 
 void IndexerBox::TearDown() {

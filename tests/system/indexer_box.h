@@ -37,6 +37,8 @@ class IndexerBox : public SearchBox {
 
   std::string Docs(const std::string& name = "") const { return OnFirst(name.empty() ? "docs" : "docs/" + name); }
 
+  /// Where the share is made, in place of the box's small volume; an empty file system of 1 GiB.
+  virtual void MountVolume();
   std::string Volume() const { return OnFirst("").substr(0, OnFirst("").size() - 1); }
 
   void StartMonitor();
