@@ -77,7 +77,7 @@ class Worker {
   void Run();
   bool WaitForWork();
   void TryPass();
-  void DoPass();
+  bool DoPass();
   void Apply(bool has_batch, bool again);
   void ReadPolicy();
   bool PolicyIsCurrent();

@@ -56,11 +56,12 @@ class IndexerBox : public SearchBox {
   static Json::Value About(const std::string& share);
 
   /// The documents of the share as searches see them. Empty when the search daemon does not answer.
-  IndexedTree InIndex() const;
-  /// The files and folders that are on disk at and below the share's folder, links left out.
-  IndexedTree OnDisk() const;
+  IndexedTree InIndex(const std::string& share = "docs") const;
+  /// The files and folders that are on disk at and below the share's folder on the first volume, links left out.
+  IndexedTree OnDisk(const std::string& share = "docs") const;
   /// Waits until the two are equal; what differs, if they do not become so.
-  testing::AssertionResult BecomesEqual(std::chrono::milliseconds limit = std::chrono::seconds(30)) const;
+  testing::AssertionResult BecomesEqual(std::chrono::milliseconds limit = std::chrono::seconds(30),
+                                        const std::string& share = "docs") const;
 
  private:
   std::unique_ptr<Subprocess> monitor_;
