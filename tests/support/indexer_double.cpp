@@ -1,9 +1,11 @@
 // The indexing daemon as its clients see it.
 #include "tests/support/indexer_double.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdint>
 #include <utility>
 
@@ -14,6 +16,12 @@ namespace {
 
 constexpr char kSocket[] = "/var/run/fileindexd.sock";
 constexpr std::uint64_t kLongestCommand = 4096;
+
+// Whether a client, or the end of the socket, waits to be seen within `milliseconds`; -1 is for ever.
+bool IsAwaited(int listener, int milliseconds) {
+  pollfd entry{listener, POLLIN, 0};
+  return poll(&entry, 1, milliseconds) > 0;
+}
 
 bool ReadAll(int fd, void* buffer, size_t bytes) {
   return recv(fd, buffer, bytes, MSG_WAITALL) == static_cast<ssize_t>(bytes);
@@ -64,14 +72,26 @@ void IndexerDouble::ForgiveClients() {
   forgives_ = true;
 }
 
+// A client is waiting or being served at any time, so that it is not overlooked between the two.
+void IndexerDouble::Settle() const {
+  while (IsAwaited(listener_, 0) || serves_) {
+    std::this_thread::sleep_for(std::chrono::microseconds(100));
+  }
+}
+
 void IndexerDouble::Run() {
   while (true) {
+    if (!IsAwaited(listener_, -1)) {
+      continue;
+    }
+    serves_ = true;
     const int connection = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
     if (connection < 0) {
       return;
     }
     Serve(connection);
     close(connection);
+    serves_ = false;
   }
 }
 

@@ -24,6 +24,8 @@ class IndexerDouble {
   void OnCommand(std::function<void()> action);
   /// From now on a client may hang up or send nothing: for tests in which its calls fail.
   void ForgiveClients();
+  /// Waits until every client that has come is served: one whose call failed goes on before that.
+  void Settle() const;
   /// What came so far, each command without the NUL byte at its end. What is no command, because it is cut, too long or
   /// has no such byte, is in brackets, and so is that nobody took an answer, unless clients are forgiven.
   std::vector<std::string> commands() const;
@@ -39,6 +41,7 @@ class IndexerDouble {
   std::vector<std::string> commands_;
   std::function<void()> action_;
   std::atomic<bool> forgives_{false};
+  std::atomic<bool> serves_{false};
   std::thread thread_;
 };
 

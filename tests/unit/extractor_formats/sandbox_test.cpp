@@ -18,12 +18,12 @@ void CloseTheSandbox() {
   for (const int call : {SCMP_SYS(read), SCMP_SYS(pread64), SCMP_SYS(lseek), SCMP_SYS(fstat), SCMP_SYS(mmap),
                          SCMP_SYS(munmap), SCMP_SYS(mremap), SCMP_SYS(mprotect), SCMP_SYS(madvise), SCMP_SYS(brk),
                          SCMP_SYS(futex), SCMP_SYS(clock_gettime), SCMP_SYS(gettimeofday), SCMP_SYS(getpid),
-                         SCMP_SYS(getrandom), SCMP_SYS(write), SCMP_SYS(exit_group)}) {
+                         SCMP_SYS(getrandom), SCMP_SYS(write), SCMP_SYS(sigaltstack), SCMP_SYS(exit_group)}) {
     seccomp_rule_add(filter, SCMP_ACT_ALLOW, call, 0);
   }
   // The C library's fstat; by a path it is refused.
   seccomp_rule_add(filter, SCMP_ACT_ALLOW, SCMP_SYS(newfstatat), 1,
-                   SCMP_A3(SCMP_CMP_MASKED_EQ, AT_EMPTY_PATH, AT_EMPTY_PATH));
+                   scmp_arg_cmp{3, SCMP_CMP_MASKED_EQ, AT_EMPTY_PATH, AT_EMPTY_PATH});
   if (seccomp_load(filter) != 0) {
     _exit(77);
   }

@@ -119,6 +119,7 @@ Story ManagementBox::StoryOf(const std::function<void()>& action) {
     try {
       action();
     } catch (const Error& error) {
+      daemon_.Settle();  // what it notes comes before the failure that ends the story
       Note("Error " + std::to_string(error.code()) + " " + error.what());
     } catch (const std::exception& error) {
       Note(std::string("not an Error: ") + error.what());
