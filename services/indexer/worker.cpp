@@ -79,7 +79,7 @@ ShareInfo ShareInfo::Of(const std::string& name) {
   return {name, share.GetPath(), share.GetQueuePath(), share.GetDBPath()};
 }
 
-Worker::Worker(ShareInfo share, const WorkerSettings& settings, Extractions& extractions, bool paused,
+Worker::Worker(ShareInfo share, const WorkerSettings& settings, Extractions& extractions, bool paused, bool compare,
                std::function<void()> on_end)
     : share_(std::move(share)),
       settings_(settings),
@@ -88,6 +88,7 @@ Worker::Worker(ShareInfo share, const WorkerSettings& settings, Extractions& ext
       paused_(paused),
       interrupt_(paused),
       index_(share_.name, extractions),
+      whole_share_(compare),
       thread_([this] { Run(); }) {}
 
 Worker::~Worker() {
