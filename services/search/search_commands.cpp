@@ -3,6 +3,7 @@
 #include <array>
 #include <chrono>
 #include <optional>
+#include <set>
 
 #include "services/base/json_text.h"
 #include "services/search/command_table.h"
@@ -49,7 +50,8 @@ Asked WhoIsAsked(const Catalog& catalog, const Json::Value& data) {
   if (data["id"].isString()) {
     asked.hosts.emplace_back(data["id"].asString(), catalog.Require(data["id"].asString()));
   } else if (!data["id"].isNull()) {
-    for (const std::string& id : OptionalStrings(data, "id")) {
+    const std::vector<std::string> ids = OptionalStrings(data, "id");
+    for (const std::string& id : std::set<std::string>(ids.begin(), ids.end())) {
       asked.hosts.emplace_back(id, catalog.Require(id));
     }
   } else {

@@ -106,6 +106,15 @@ TEST_F(SearchCommand, OfAnIndexByNameFailsIfThatOneCannotAnswer) {
   }
 }
 
+TEST_F(SearchCommand, OfAnIndexThatIsNamedTwiceFindsItsDocumentsOnce) {
+  Json::Value data;
+  data["query"] = "heron";
+  data["id"].append("a");
+  data["id"].append("a");
+
+  EXPECT_EQ(1, Run("document_search", data)["total"].asInt());
+}
+
 TEST_F(SearchCommand, OfAllIndexesIsRefusedIfItCannotBeRead) {
   EXPECT_THROW(Search("(heron"), search::Error);
 }
