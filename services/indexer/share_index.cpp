@@ -36,9 +36,9 @@ Json::Value PathIs(const std::string& path) {
   return condition;
 }
 
-Json::Value IsBelow(const std::string& path) {
+Json::Value BeginsWith(const std::string& prefix) {
   Json::Value condition;
-  condition["prefix"][elastic::kMDPath] = path + "/";
+  condition["prefix"][elastic::kMDPath] = prefix;
   return condition;
 }
 
@@ -78,21 +78,28 @@ std::optional<Entry> ShareIndex::Find(const std::string& path) {
 std::vector<Entry> ShareIndex::FindTree(const std::string& path) {
   Json::Value either;
   either["bool"]["should"].append(PathIs(path));
-  either["bool"]["should"].append(IsBelow(path));
+  either["bool"]["should"].append(BeginsWith(path + "/"));
   return Query(std::move(either));
 }
 
+std::vector<Entry> ShareIndex::FindPrefix(const std::string& prefix) {
+  return Query(BeginsWith(prefix));
+}
+
 void ShareIndex::Upsert(const std::string& path, bool need_meta) {
+  uncommitted_ = true;
   const Turn turn(extractions_);
   elastic::IndexUpsert(share_, path, need_meta);
 }
 
 void ShareIndex::SetAttributes(const std::string& path) {
+  uncommitted_ = true;
   const Turn turn(extractions_);
   elastic::IndexAttr(share_, path);
 }
 
 void ShareIndex::SetStamp(const std::string& path, const std::string& stamp) {
+  uncommitted_ = true;
   Json::Value request;
   request["command"] = "document_set_by_id";
   request["data"]["id"] = id_;
@@ -102,19 +109,23 @@ void ShareIndex::SetStamp(const std::string& path, const std::string& stamp) {
 }
 
 void ShareIndex::RemoveOne(const std::string& path) {
+  uncommitted_ = true;
   elastic::IndexDel(share_, path);
 }
 
 void ShareIndex::RemoveBelow(const std::string& path) {
+  uncommitted_ = true;
   elastic::IndexDelDir(share_, path);
 }
 
 void ShareIndex::Move(const std::string& from, const std::string& to) {
+  uncommitted_ = true;
   elastic::IndexRename(share_, to, from);
 }
 
 void ShareIndex::Commit() {
   elastic::IndexCommit(share_);
+  uncommitted_ = false;
 }
 
 }  // namespace fileindexd

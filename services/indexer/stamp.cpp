@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <ctime>
@@ -88,6 +89,11 @@ bool ReadNumber(const std::string& text, size_t start, std::uint64_t& number) {
   return true;
 }
 
+// Others tell of the disk, the network or the memory.
+bool SaysNothingIsThere(int error) {
+  return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENAMETOOLONG;
+}
+
 }  // namespace
 
 Found Look(const std::string& path, bool need_meta) {
@@ -95,6 +101,7 @@ Found Look(const std::string& path, bool need_meta) {
   constexpr unsigned kWanted = STATX_BASIC_STATS | STATX_BTIME;
   Found found;
   if (statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, kWanted, &info) != 0) {
+    found.unknown = !SaysNothingIsThere(errno);
     return found;
   }
   found.kind = S_ISREG(info.stx_mode) ? Kind::kFile : S_ISDIR(info.stx_mode) ? Kind::kFolder : Kind::kNothing;

@@ -27,13 +27,15 @@ struct Stamp {
 struct Found {
   Kind kind = Kind::kNothing;
   bool mounted = false;  ///< another file system begins here
+  /// It is not known what lies there: the file system does not say. `kind` is kNothing then.
+  bool unknown = false;
   Stamp stamp;
   /// So recently changed that one more change could leave the same dates: the clock of the file system ticks only every
   /// few milliseconds.
   bool young = false;
 };
 
-/// Looks at `path` itself: links, devices, pipes and sockets count as nothing, and so does what cannot be looked at.
+/// Looks at `path` itself: links, devices, pipes and sockets count as nothing, and so does what cannot be there.
 /// `need_meta` and the name's extension are part of how a file is read.
 Found Look(const std::string& path, bool need_meta);
 

@@ -28,7 +28,7 @@ class PassTest : public testing::Test {
   PassTest() : policy_(Policy::Folders{{At(""), {}}}) {
     fs::create_directory(At(""));
     box_ = {[](const std::string&) { return true; }, [](const std::string&) { return false; }, [] { return true; },
-            [] { return false; }};
+            [] { return false; }, [] {}};
   }
 
   std::string At(const std::string& name) const { return dir_.path() + "/share" + (name.empty() ? "" : "/" + name); }

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <map>
 #include <random>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "tests/support/temp_dir.h"
+#include "tests/unit/indexer/failing_statx.h"
 #include "tests/unit/indexer/fake_index.h"
 
 namespace fileindexd {
@@ -35,6 +37,11 @@ class ReconcilerTest : public testing::Test {
     box_.is_preserved = [](const std::string& name) { return name == ".git"; };
     box_.extractor_answers = [this] { return !index_.extractor_down; };
     box_.interrupted = [this] { return interrupted_; };
+    box_.check_online = [this] {
+      if (offline_) {
+        throw Offline();
+      }
+    };
   }
 
   std::string At(const std::string& name) const { return dir_ / name; }
@@ -73,7 +80,11 @@ class ReconcilerTest : public testing::Test {
   Policy policy_;
   Reconciler::Box box_;
   Progress progress_;
+  // As it must be after any changes of the files.
+  void ExpectEqualAfterAnyChanges(unsigned rounds);
+
   bool interrupted_ = false;
+  bool offline_ = false;
 };
 
 TEST_F(ReconcilerTest, ATreeIsIndexedWithItsFolders) {
@@ -279,8 +290,100 @@ TEST_F(ReconcilerTest, ItEndsBetweenTwoFilesWhenItIsInterrupted) {
   EXPECT_THAT(index_.documents, IsEmpty());
 }
 
-// Whatever happens to the files: a comparison of the whole leaves the index equal to the disk.
-TEST_F(ReconcilerTest, AfterAnyChangesTheIndexEqualsTheDisk) {
+TEST_F(ReconcilerTest, AFolderThatIsRefusedLosesItsOwnDocumentAlone) {
+  Write("x/a.txt", "one");
+  Write("x/y/b.txt", "two");
+  Build();
+  fs::permissions(At("x"), fs::perms::owner_all);
+  index_.refused = {At("x")};
+
+  Tree(dir_.path());
+
+  EXPECT_EQ(Texts(),
+            (std::map<std::string, std::string>{{"", ""}, {"/x/a.txt", "one"}, {"/x/y", ""}, {"/x/y/b.txt", "two"}}));
+}
+
+TEST_F(ReconcilerTest, AnUpdateOfAVanishedFolderLeavesPausedFoldersBelowItAlone) {
+  Write("x/a.txt", "one");
+  Write("x/y/b.txt", "two");
+  Build();
+  policy_ = Policy(Policy::Folders{{dir_.path(), {}}, {At("x/y"), {true, true, true, true, true}}});
+  fs::remove_all(At("x"));
+
+  Fresh().Update(At("x"), false);
+
+  EXPECT_EQ(Texts(), (std::map<std::string, std::string>{{"", ""}, {"/x/y", ""}, {"/x/y/b.txt", "two"}}));
+}
+
+TEST_F(ReconcilerTest, NothingIsRemovedWhileTheShareIsGone) {
+  Write("a.txt", "one");
+  Write("x/b.txt", "two");
+  Build();
+  const auto before = Texts();
+  fs::remove_all(At("x"));
+  fs::remove(At("a.txt"));
+  offline_ = true;
+
+  EXPECT_THROW(Tree(dir_.path()), Offline);
+  EXPECT_THROW(Fresh().Update(At("a.txt"), false), Offline);
+
+  EXPECT_EQ(Texts(), before);
+}
+
+TEST_F(ReconcilerTest, WhatTheFileSystemSaysNothingOfKeepsItsDocument) {
+  Write("a.txt", "one");
+  Write("x/b.txt", "two");
+  Build();
+  const auto before = Texts();
+  for (const int error : {EIO, ESTALE, ENOMEM, EACCES}) {
+    const FailingStatx failing(error);
+
+    Tree(dir_.path());
+    Fresh().Update(At("a.txt"), false);
+    Fresh().Update(At("x"), false);
+
+    EXPECT_EQ(Texts(), before) << error;
+  }
+  EXPECT_EQ(progress_.ToJson()["failures"][0]["path"].asString(), dir_.path());
+}
+
+TEST_F(ReconcilerTest, AFileOfAFolderThatTheFileSystemSaysNothingOfKeepsItsDocument) {
+  Write("a.txt", "one");
+  Write("x/b.txt", "two");
+  Write("x/y/c.txt", "three");
+  Build();
+  Write("a.txt", "ONE");
+  const FailingStatx failing(EIO, At("x"));
+
+  Tree(dir_.path());
+
+  EXPECT_EQ(Texts(), DiskTexts());
+}
+
+TEST_F(ReconcilerTest, AnEventThatNoFolderIsConcernedWithAsksNothingOfTheIndex) {
+  policy_ = Policy(Policy::Folders{{At("x"), {}}});
+
+  Fresh().Update(At("gone.txt"), false);
+
+  EXPECT_EQ(index_.removals, 0);
+}
+
+TEST_F(ReconcilerTest, APausedFolderIsNotWalked) {
+  Write("x/y/b.txt", "two");
+  Build();
+  policy_ = Policy(Policy::Folders{{dir_.path(), {}}, {At("x"), {true, true, true, true, true}}});
+  std::vector<std::string> asked;
+  box_.may_be_indexed = [&asked](const std::string& path) {
+    asked.push_back(path);
+    return true;
+  };
+
+  Tree(dir_.path());
+
+  EXPECT_THAT(asked, ElementsAre(dir_.path()));
+}
+
+void ReconcilerTest::ExpectEqualAfterAnyChanges(unsigned rounds) {
   std::mt19937 random(7);
   const auto pick = [&random](unsigned bound) { return std::uniform_int_distribution<unsigned>(0, bound - 1)(random); };
   const auto any = [&] {
@@ -291,7 +394,7 @@ TEST_F(ReconcilerTest, AfterAnyChangesTheIndexEqualsTheDisk) {
     return path;
   };
   std::error_code ignored;
-  for (int round = 0; round < 300; ++round) {
+  for (unsigned round = 0; round < rounds; ++round) {
     for (int step = 0; step < 8; ++step) {
       const std::string path = any();
       switch (pick(4)) {
@@ -313,6 +416,16 @@ TEST_F(ReconcilerTest, AfterAnyChangesTheIndexEqualsTheDisk) {
 
     ASSERT_EQ(Texts(), DiskTexts()) << "round " << round;
   }
+}
+
+// Whatever happens to the files: a comparison of the whole leaves the index equal to the disk.
+TEST_F(ReconcilerTest, AfterAnyChangesTheIndexEqualsTheDisk) {
+  ExpectEqualAfterAnyChanges(300);
+}
+
+TEST_F(ReconcilerTest, ATreeThatOneAnswerDoesNotHoldIsComparedInParts) {
+  index_.longest_answer = 2;
+  ExpectEqualAfterAnyChanges(60);
 }
 
 }  // namespace
