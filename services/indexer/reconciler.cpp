@@ -403,16 +403,33 @@ void Reconciler::Settle(const std::string& path, const Found& found, const Entry
 
 void Reconciler::Index(const std::string& path, const Found& found) {
   const bool need_meta = found.kind == Kind::kFile && policy_.NeedsMeta(path);
-  try {
-    index_.Upsert(path, need_meta);
-  } catch (const Error& error) {
-    if (!IsOfTheDocument(error)) {
-      throw;
-    }
-    IndexWithoutContent(path, found, error.reason());
+  const std::optional<std::string> reason = TryUpsert(path, need_meta);
+  if (reason) {
+    IndexWithoutContent(path, found, *reason);
     return;
   }
   SetStamp(path, found);
+}
+
+// Why there can be no such document; nothing if there is one now. It is asked for twice, because the extractor may have
+// ended in the middle of the first time, and what it dies of it says at once the second time.
+std::optional<std::string> Reconciler::TryUpsert(const std::string& path, bool need_meta) {
+  for (int attempt = 1;; ++attempt) {
+    try {
+      index_.Upsert(path, need_meta);
+      return std::nullopt;
+    } catch (const Error& error) {
+      if (!IsOfTheDocument(error)) {
+        throw;
+      }
+      if (error.code() != kNotBuilt || attempt == 2) {
+        return error.reason();
+      }
+    }
+    if (!box_.extractor_answers()) {
+      throw NoExtractor();
+    }
+  }
 }
 
 void Reconciler::IndexWithoutContent(const std::string& path, const Found& found, const std::string& reason) {
@@ -424,28 +441,21 @@ void Reconciler::IndexWithoutContent(const std::string& path, const Found& found
     Remove(path);  // it went while it was read
     return;
   }
-  try {
-    index_.Upsert(path, false);
-  } catch (const Error& error) {
-    if (!IsOfTheDocument(error)) {
-      throw;
-    }
-    if (!box_.extractor_answers()) {
-      throw NoExtractor();
-    }
-    const Found still = Look(path, false);
-    if (still.kind == Kind::kNothing && !still.unknown) {
-      Remove(path);
-      return;
-    }
-    // A folder stays one: what is in it has documents of its own.
-    progress_.AddFailure(path, error.reason());
-    index_.RemoveOne(path);
-    CountChange();
+  const std::optional<std::string> refusal = TryUpsert(path, false);
+  if (!refusal) {
+    progress_.AddFailure(path, reason);
+    SetStamp(path, found);
     return;
   }
-  progress_.AddFailure(path, reason);
-  SetStamp(path, found);
+  const Found still = Look(path, false);
+  if (still.kind == Kind::kNothing && !still.unknown) {
+    Remove(path);
+    return;
+  }
+  // A folder stays one: what is in it has documents of its own.
+  progress_.AddFailure(path, *refusal);
+  index_.RemoveOne(path);
+  CountChange();
 }
 
 void Reconciler::SetAttributes(const std::string& path, const Found& found) {

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -80,6 +81,7 @@ class Reconciler {
   bool IsWanted(const std::string& path, const Found& found) const;
   void Settle(const std::string& path, const Found& found, const Entry* known, bool trust);
   void Index(const std::string& path, const Found& found);
+  std::optional<std::string> TryUpsert(const std::string& path, bool need_meta);
   void IndexWithoutContent(const std::string& path, const Found& found, const std::string& reason);
   void SetAttributes(const std::string& path, const Found& found);
   void SetStamp(const std::string& path, const Found& found);

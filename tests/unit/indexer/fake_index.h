@@ -34,7 +34,7 @@ class FakeIndex : public DocumentIndex {
   }
   void Upsert(const std::string& path, bool need_meta) override {
     calls.push_back((need_meta ? "read " : "add ") + path);
-    if ((need_meta && unreadable.count(path) != 0) || refused.count(path) != 0 ||
+    if ((need_meta && unreadable.count(path) != 0) || refused.count(path) != 0 || extractor_ends-- > 0 ||
         Look(path, false).kind == Kind::kNothing || extractor_down) {
       throw orbisk::Error(orbisk::Code(914), "Parse failed");
     }
@@ -77,6 +77,7 @@ class FakeIndex : public DocumentIndex {
   std::vector<std::string> calls;
   std::set<std::string> unreadable;
   std::set<std::string> refused;  // even without content
+  int extractor_ends = 0;         // so many times in the middle of its work
   int removals = 0;               // asked for
   size_t longest_answer = SIZE_MAX;
   bool extractor_down = false;

@@ -229,7 +229,8 @@ TEST_F(ReconcilerTest, AFileThatCannotBeReadIsIndexedByItsAttributesAndNotTriedA
   index_.unreadable = {At("a.txt")};
 
   Tree(dir_.path());
-  EXPECT_THAT(index_.calls, ElementsAre("add " + dir_.path(), "read " + At("a.txt"), "add " + At("a.txt")));
+  EXPECT_THAT(index_.calls,
+              ElementsAre("add " + dir_.path(), "read " + At("a.txt"), "read " + At("a.txt"), "add " + At("a.txt")));
   EXPECT_EQ(progress_.ToJson()["failures"][0]["path"].asString(), At("a.txt"));
   index_.calls.clear();
 
@@ -240,6 +241,25 @@ TEST_F(ReconcilerTest, AFileThatCannotBeReadIsIndexedByItsAttributesAndNotTriedA
   index_.unreadable.clear();
   Tree(dir_.path());
   EXPECT_EQ(Texts(), DiskTexts());
+}
+
+TEST_F(ReconcilerTest, AnExtractorThatEndsInTheMiddleOfItsWorkIsAskedAgain) {
+  Write("a.txt", "one");
+  index_.extractor_ends = 1;
+
+  Fresh().Update(At("a.txt"), false);
+
+  EXPECT_EQ(Texts()["/a.txt"], "one");
+  EXPECT_EQ(progress_.ToJson()["failed"].asUInt(), 0U);
+}
+
+TEST_F(ReconcilerTest, AnExtractorThatEndsWhileAFileIsAddedByItsAttributesIsAskedAgain) {
+  Write("a.txt", "one");
+  index_.extractor_ends = 3;
+
+  Fresh().Update(At("a.txt"), false);
+
+  EXPECT_EQ(index_.documents.count(At("a.txt")), 1U);
 }
 
 TEST_F(ReconcilerTest, WithoutAnExtractorNothingIsTakenOut) {
