@@ -11,6 +11,8 @@
 #include "nimo/smb.h"
 #include "tests/contract/private_commands.h"
 #include "tests/contract/private_services.h"
+#include "tests/support/eventually.h"
+#include "tests/support/subprocess.h"
 #include "tests/support/temp_dir.h"
 
 namespace orbisk::test {
@@ -92,6 +94,22 @@ TEST_F(ServiceCommands, AnotherProcessWithALeftOverNumberIsLeftAlone) {
 
   EXPECT_NE(getpid(), ServiceProcess("described"));
   EXPECT_TRUE(IsDescribedServiceRunning("described"));
+}
+
+TEST_F(ServiceCommands, TheNextTestEndsServicesAndNobodyWhoseNumberIsLeftOver) {
+  Subprocess other({"cat"});
+  DescribeService("described", {"/bin/sleep", "1000"});
+  DescribeService("own", {"/bin/sleep", "1000"});
+  DescribeService("other", {"/bin/sleep", "1000"});
+  ASSERT_EQ(0, NLIBServiceStart("described", TRUE));
+  const int process = ServiceProcess("described");
+  WriteFile("/run/nimo/own.pid", std::to_string(getpid()) + "\n");
+  WriteFile("/run/nimo/other.pid", std::to_string(other.pid()) + "\n");
+
+  ASSERT_TRUE(MakePrivateServices());
+
+  EXPECT_TRUE(Eventually([&] { return !DoesProcessLive(process); }));
+  EXPECT_TRUE(DoesProcessLive(other.pid()));
 }
 
 TEST_F(ServiceCommands, AServiceThatTellsWhenItIsReadyIsWaitedFor) {
