@@ -149,6 +149,38 @@ TEST_F(ServiceCommands, AStoppedServiceIsGoneAndNotJustForgotten) {
   }
 }
 
+TEST_F(ServiceCommands, AServiceWhoseProgramWasReplacedRunsAlreadyAndIsRestartedWithTheNewOne) {
+  const TempDir dir;
+  const std::string program = dir / "program";
+  const auto replace_program = [&] {
+    fs::copy_file("/bin/sleep", dir / "new");
+    fs::rename(dir / "new", program);
+  };
+  replace_program();
+  DescribeService("described", {program, "1000"});
+  ASSERT_EQ(0, NLIBServiceStart("described", TRUE));
+  const int process = ServiceProcess("described");
+  replace_program();
+
+  EXPECT_EQ(0, NLIBServiceStart("described", TRUE));
+  EXPECT_EQ(process, ServiceProcess("described"));
+
+  EXPECT_EQ(0, NLIBServiceRestart("described"));
+  EXPECT_FALSE(DoesProcessLive(process));
+  EXPECT_EQ(program, fs::read_symlink("/proc/" + std::to_string(ServiceProcess("described")) + "/exe"));
+}
+
+TEST_F(ServiceCommands, AScriptIsNoProgramAndIsNotRun) {
+  const TempDir dir;
+  AddScript(dir / "script", "exec sleep 1000");
+  DescribeService("described", {dir / "script"});
+
+  EXPECT_GT(0, NLIBServiceStart("described", TRUE));
+
+  EXPECT_EQ(ENOEXEC, NLIBCErrGet());
+  EXPECT_EQ(0, ServiceProcess("described"));
+}
+
 TEST_F(ServiceCommands, AProgramThatDiesAtOnceIsAFailure) {
   AddCommand("start-stop-daemon", "sh -c 'echo $$' > /run/nimo/dying.pid");
   DescribeService("dying", {"/bin/sleep", "1000"});
