@@ -188,6 +188,7 @@ bool TimeUpserts(const Box& box, int& next, WordSource& words, const std::string
   const double cpu = box.CpuSeconds();
   for (int batch = 0; batch < kBatches; ++batch) {
     std::vector<std::string> requests;
+    requests.reserve(kBetweenCommits);
     for (int i = 0; i < kBetweenCommits; ++i) {
       requests.push_back(Upsert(next++, words));
     }
@@ -313,6 +314,9 @@ int Run(int documents) {
 }  // namespace orbisk::bench
 
 // usage: search_socket_bench [DOCUMENTS]    default 1,000,000; at least 200,000
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   return orbisk::bench::Run(std::max(argc > 1 ? atoi(argv[1]) : 1'000'000, 200'000));
+} catch (const std::exception& error) {
+  fprintf(stderr, "search_socket_bench: %s\n", error.what());
+  return 2;
 }

@@ -18,9 +18,10 @@ std::string ToText(const Json::Value& value) {
 namespace {
 
 // The thread's own: making one takes longer than reading a short text.
+thread_local int nesting = -1;
+thread_local std::unique_ptr<Json::CharReader> reader;
+
 Json::CharReader& ReaderFor(int deepest_nesting) {
-  thread_local int nesting = -1;
-  thread_local std::unique_ptr<Json::CharReader> reader;
   if (nesting != deepest_nesting) {
     Json::CharReaderBuilder builder;
     Json::CharReaderBuilder::strictMode(&builder.settings_);

@@ -127,7 +127,7 @@ void Listener::OnFailure(const boost::system::error_code& error) {
 void Listener::Close() {
   boost::system::error_code ignored;
   acceptor_.close(ignored);
-  pause_.cancel();
+  pause_.cancel(ignored);
   if (std::exchange(bound_, false)) {
     unlink(path_.c_str());
   }

@@ -86,7 +86,7 @@ void Serve(const Options& options) {
   const service::StopSignals signals(*context, [&supervisor] { supervisor.Reload(); });
   socket.Open(options.group);
   supervisor.Start();
-  Record(LOG_NOTICE, "started");
+  Record(LOG_NOTICE, "started").Add("socket", options.socket);
   context->run();
   LimitStopping();
   supervisor.Stop();

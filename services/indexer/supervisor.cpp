@@ -83,7 +83,9 @@ void Supervisor::Handle(const Json::Value& message, Answer answer) {
     Configure();
     answer(Success());
   } else if (type == "worker_create" && !share.empty()) {
-    deleted_.erase(share);
+    if (deleted_.erase(share) != 0) {
+      missed_.insert(share);
+    }
     Configure();
     answer(Success());
   } else if (type == "worker_delete" && !share.empty()) {
@@ -148,9 +150,9 @@ void Supervisor::CreateWorker(const std::string& share) {
     std::filesystem::create_directories(std::filesystem::path(info.queue).parent_path(), ignored);
   }
   Slot& slot = slots_[share];
-  slot.worker = std::make_unique<Worker>(info, settings_.worker, extractions_, paused_, [this, share] {
-    boost::asio::post(context_, [this, share] { OnEnd(share); });
-  });
+  slot.worker =
+      std::make_unique<Worker>(info, settings_.worker, extractions_, paused_, missed_.erase(share) != 0,
+                               [this, share] { boost::asio::post(context_, [this, share] { OnEnd(share); }); });
   Worker* const worker = slot.worker.get();
   slot.watch = watch_.Add(info.queue, [worker] { worker->NoteQueue(); });
   worker->NoteConfiguration();  // for what was written before the watch stood

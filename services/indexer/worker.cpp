@@ -79,7 +79,7 @@ ShareInfo ShareInfo::Of(const std::string& name) {
   return {name, share.GetPath(), share.GetQueuePath(), share.GetDBPath()};
 }
 
-Worker::Worker(ShareInfo share, const WorkerSettings& settings, Extractions& extractions, bool paused,
+Worker::Worker(ShareInfo share, const WorkerSettings& settings, Extractions& extractions, bool paused, bool compare,
                std::function<void()> on_end)
     : share_(std::move(share)),
       settings_(settings),
@@ -88,6 +88,7 @@ Worker::Worker(ShareInfo share, const WorkerSettings& settings, Extractions& ext
       paused_(paused),
       interrupt_(paused),
       index_(share_.name, extractions),
+      whole_share_(compare),
       thread_([this] { Run(); }) {}
 
 Worker::~Worker() {
@@ -164,11 +165,12 @@ bool Worker::WaitForWork() {
 
 void Worker::TryPass() {
   try {
-    DoPass();
-    back_off_ = {};
-    missing_since_.reset();
-    told_no_space_ = false;
-    progress_.SetProblem("");
+    if (DoPass()) {
+      back_off_ = {};
+      missing_since_.reset();
+      told_no_space_ = false;
+      progress_.SetProblem("");
+    }
   } catch (const Interrupted&) {
     // Paused or stopped; or the configuration changed, which has woken it already.
   } catch (const Offline&) {
@@ -182,12 +184,19 @@ void Worker::TryPass() {
   }
 }
 
-void Worker::DoPass() {
+// False if the share is not to be looked at now.
+bool Worker::DoPass() {
   configuration_ = false;
   ReadPolicy();
   if (!policy_.HasWork()) {
     progress_.SetState(policy_.folders().empty() ? Progress::State::kIdle : Progress::State::kPaused);
-    return;
+    return true;
+  }
+  if (!orbisk::sdk::SDKShare(share_.name).CanBeIndexed()) {
+    // Whoever changes that changes the registry of shares, and with it wakes this up.
+    progress_.SetState(Progress::State::kOffline);
+    progress_.SetProblem("the share is locked or read-only");
+    return false;
   }
   share_identity_ = 0;
   CheckOnline();
@@ -205,6 +214,7 @@ void Worker::DoPass() {
   if (again && HasContent(share_.queue)) {
     NoteQueue();  // what came while the left-over batch kept the queue waiting
   }
+  return true;
 }
 
 void Worker::Apply(bool has_batch, bool again) {

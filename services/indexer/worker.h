@@ -49,9 +49,10 @@ struct ShareInfo {
 /// Threads: that of its owner, but for Report.
 class Worker {
  public:
-  /// Starts working, beginning with what is in the queue already. `settings`, `extractions` outlive it. `on_end` is
+  /// Starts working, beginning with what is in the queue already; with `compare` the whole share is compared, because
+  /// changes may not have been recorded. `settings`, `extractions` outlive it. `on_end` is
   /// called in the worker's thread, as the last thing.
-  Worker(ShareInfo share, const WorkerSettings& settings, Extractions& extractions, bool paused,
+  Worker(ShareInfo share, const WorkerSettings& settings, Extractions& extractions, bool paused, bool compare,
          std::function<void()> on_end);
   /// Stops it and waits for the end.
   ~Worker();
@@ -77,7 +78,7 @@ class Worker {
   void Run();
   bool WaitForWork();
   void TryPass();
-  void DoPass();
+  bool DoPass();
   void Apply(bool has_batch, bool again);
   void ReadPolicy();
   bool PolicyIsCurrent();
@@ -108,7 +109,7 @@ class Worker {
   bool has_policy_ = false;
   std::uint64_t share_identity_ = 0;
   std::vector<std::string> changed_folders_;  // of the configuration, not compared yet
-  bool whole_share_ = false;                  // has to be compared
+  bool whole_share_;                          // has to be compared
   bool probed_ = false;                       // the index has answered
   std::optional<Clock::time_point> missing_since_;
   bool told_no_space_ = false;

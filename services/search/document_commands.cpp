@@ -44,7 +44,7 @@ std::string DocumentDelByQuery(Catalog& catalog, const Json::Value& data) {
 std::string DocumentGetByQuery(Catalog& catalog, const Json::Value& data) {
   const HostPtr host = HostOf(catalog, data);
   std::optional<std::vector<std::string>> load_fields;
-  if (data.isMember("load_field")) {
+  if (!data["load_field"].isNull()) {
     load_fields = OptionalStrings(data, "load_field");
   }
   // The text is made hit by hit: a tree of a million hits would take many times its room.

@@ -2,6 +2,8 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <optional>
+#include <set>
 
 #include "services/base/json_text.h"
 #include "services/search/command_table.h"
@@ -35,20 +37,34 @@ const SortName& SortOf(const Json::Value& data) {
   throw Refusal(Code::kBadMember, "member \"sort\": relevance, path, name, size or modified is wanted");
 }
 
-// "id": one index, or an array of them; without it, all that can be asked now.
-std::vector<std::pair<std::string, HostPtr>> Asked(const Catalog& catalog, const Json::Value& data) {
+// Whom a question goes to.
+struct Asked {
   std::vector<std::pair<std::string, HostPtr>> hosts;
+  bool all = false;                   // nobody was named: who cannot answer is left out, and the others are asked
+  std::vector<std::string> left_out;  // ids
+};
+
+// "id": one index, or an array of them; without it, all that can be asked now.
+Asked WhoIsAsked(const Catalog& catalog, const Json::Value& data) {
+  Asked asked;
   if (data["id"].isString()) {
-    hosts.emplace_back(data["id"].asString(), catalog.Require(data["id"].asString()));
-  } else if (data.isMember("id")) {
-    for (const std::string& id : OptionalStrings(data, "id")) {
-      hosts.emplace_back(id, catalog.Require(id));
+    asked.hosts.emplace_back(data["id"].asString(), catalog.Require(data["id"].asString()));
+  } else if (!data["id"].isNull()) {
+    const std::vector<std::string> ids = OptionalStrings(data, "id");
+    for (const std::string& id : std::set<std::string>(ids.begin(), ids.end())) {
+      asked.hosts.emplace_back(id, catalog.Require(id));
     }
   } else {
-    hosts = catalog.All();
-    std::erase_if(hosts, [](const auto& item) { return !item.second->Answers(); });
+    asked.all = true;
+    for (const auto& [id, host] : catalog.All()) {
+      if (host->Answers()) {
+        asked.hosts.emplace_back(id, host);
+      } else if (host->state() != State::kGone) {
+        asked.left_out.push_back(id);
+      }
+    }
   }
-  return hosts;
+  return asked;
 }
 
 search::SearchOptions OptionsOf(const Json::Value& data, const SortName& sort) {
@@ -139,11 +155,30 @@ search::SearchResult SearchOne(Catalog& catalog, const std::string& id, HostedIn
     const HostedIndex::Use index(host, HostedIndex::Use::For::kAsking);
     return index->Search(query, options);
   } catch (const search::Error& error) {
+    if (error.code() == search::ErrorCode::kStorage) {
+      throw Refusal(Code::kStorage, error.what());
+    }
     if (error.code() != search::ErrorCode::kCorrupt) {
       throw;
     }
     catalog.ReportDamage(id);
     throw Refusal(Code::kRepairing, "the index " + id + " is damaged and will be repaired: " + error.what());
+  }
+}
+
+// The same, but of a question to all, one index that cannot answer is not the end.
+std::optional<search::SearchResult> SearchNext(Catalog& catalog, Asked& asked, const std::string& id, HostedIndex& host,
+                                               const std::string& query, const search::SearchOptions& options) {
+  try {
+    return SearchOne(catalog, id, host, query, options);
+  } catch (const Refusal&) {
+    if (!asked.all) {
+      throw;
+    }
+    if (host.state() != State::kGone) {
+      asked.left_out.push_back(id);
+    }
+    return std::nullopt;
   }
 }
 
@@ -157,10 +192,17 @@ void Merge(std::vector<FoundHit>& found, const SortName& sort, const search::Sea
 }
 
 std::string ResultText(const search::SearchResult& all, const std::vector<FoundHit>& found,
-                       const std::vector<std::string>& load_fields, bool repairing) {
+                       const std::vector<std::string>& load_fields, const std::vector<std::string>& left_out,
+                       bool repairing) {
   Json::Value result;
   if (repairing) {
     result["repairing"] = true;  // what is damaged may be missing
+  }
+  for (const std::string& id : left_out) {
+    result["left_out"].append(id);
+  }
+  if (all.more) {
+    result["more"] = true;
   }
   result["total"] = Json::Int64{all.total};
   result["exact"] = all.exact;
@@ -178,9 +220,9 @@ std::string DocumentSearch(Catalog& catalog, const Json::Value& data) {
   const std::string query = RequireString(data, "query");
   const SortName& sort = SortOf(data);
   const search::SearchOptions wanted = OptionsOf(data, sort);
-  const auto hosts = Asked(catalog, data);
+  Asked asked = WhoIsAsked(catalog, data);
   search::SearchOptions options = wanted;
-  if (hosts.size() > 1) {
+  if (asked.hosts.size() > 1) {
     options.offset = 0;
     options.limit = std::min<size_t>(wanted.offset + wanted.limit, kMostHits);
     if (sort.field != nullptr) {
@@ -190,20 +232,25 @@ std::string DocumentSearch(Catalog& catalog, const Json::Value& data) {
   search::SearchResult all;
   std::vector<FoundHit> found;
   bool repairing = false;
-  for (const auto& [id, host] : hosts) {
-    repairing = repairing || host->state() == State::kRepairing;
-    search::SearchResult one = SearchOne(catalog, id, *host, query, options);
-    all.total += one.total;
-    all.exact = all.exact && one.exact;
-    AddFacets(all, one);
-    for (search::Hit& hit : one.hits) {
+  for (const auto& [id, host] : asked.hosts) {
+    const bool damaged = host->state() == State::kRepairing;
+    std::optional<search::SearchResult> one = SearchNext(catalog, asked, id, *host, query, options);
+    if (!one) {
+      continue;
+    }
+    repairing = repairing || damaged;
+    all.total += one->total;
+    all.more = all.more || one->more;
+    all.exact = all.exact && one->exact;
+    AddFacets(all, *one);
+    for (search::Hit& hit : one->hits) {
       found.push_back({id, std::move(hit)});
     }
   }
-  if (hosts.size() > 1) {
+  if (asked.hosts.size() > 1) {
     Merge(found, sort, wanted);
   }
-  return ResultText(all, found, wanted.load_fields, repairing);
+  return ResultText(all, found, wanted.load_fields, asked.left_out, repairing);
 }
 
 std::string TermSuggest(Catalog& catalog, const Json::Value& data) {
@@ -227,7 +274,11 @@ std::string ListTermSuggDb(Catalog& catalog, const Json::Value&) {
       if (!index->SuggestionsAvailable()) {
         result["unavail"].append(id);
       }
-    } catch (const Refusal&) {  // nothing can be built for it now
+    } catch (const Refusal&) {              // nothing can be built for it now
+    } catch (const search::Error& error) {  // nor for this one, which is no reason to keep the others from it
+      if (error.code() == search::ErrorCode::kCorrupt) {
+        catalog.ReportDamage(id);
+      }
     }
   }
   return service::ToText(result);

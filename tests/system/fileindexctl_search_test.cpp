@@ -1,11 +1,17 @@
 // "fileindexctl search", "suggest", "index" and "extract", run as a program against the real daemons.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "orbisk/fileindex/elastic_control.h"
+#include "tests/support/local_socket.h"
 #include "tests/system/search_box.h"
 
 namespace orbisk::test {
@@ -40,6 +46,27 @@ class SearchCommands : public SearchBox {
     Index("mail", OnSecond("mail/c.txt"), "A third heron, or hero.");
     elastic::IndexCommit("docs");
     elastic::IndexCommit("mail");
+  }
+
+  // What the program makes of `answer`, whatever it asked for, in place of the search daemon's.
+  static ProcessResult AgainstAnswer(const std::string& answer, const std::vector<std::string>& arguments) {
+    const int listener = ListenAt("/var/run/nimoelasticd.sock");
+    std::thread daemon([&] {
+      const int client = accept(listener, nullptr, nullptr);
+      std::uint64_t length = 0;
+      EXPECT_EQ(recv(client, &length, sizeof(length), MSG_WAITALL), ssize_t{sizeof(length)});
+      std::string request(length, '\0');
+      EXPECT_EQ(recv(client, request.data(), length, MSG_WAITALL), static_cast<ssize_t>(length));
+      length = answer.size();
+      send(client, &length, sizeof(length), MSG_NOSIGNAL);
+      send(client, answer.data(), answer.size(), MSG_NOSIGNAL);
+      close(client);
+    });
+    const ProcessResult result = Fileindexctl(arguments);
+    shutdown(listener, SHUT_RDWR);  // in case nobody came
+    daemon.join();
+    close(listener);
+    return result;
   }
 
   // What the program writes to a terminal.
@@ -154,8 +181,30 @@ TEST_F(SearchCommands, APausedIndexIsSaidToBePausedAtOnce) {
 
   EXPECT_EQ(result.exit_status, 1);
   EXPECT_THAT(result.errors, StartsWith("fileindexctl: error 608: "));
-  EXPECT_TRUE(Succeeds(Fileindexctl({"search", "heron"}), "0 of 0 hits\n"));
   EXPECT_TRUE(Succeeds(Fileindexctl({"suggest", "her"})));
+}
+
+TEST_F(SearchCommands, ASearchOfAllIndexesSaysWhichItLeftOut) {
+  IndexHerons();
+  elastic::ShareIndexPause("docs");
+
+  const ProcessResult result = Fileindexctl({"search", "heron"});
+
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_THAT(result.output, AllOf(StartsWith(OnSecond("mail/c.txt")), EndsWith("\n1 of 1 hits\n")));
+  EXPECT_EQ(result.errors,
+            "fileindexctl: these indexes could not be asked, see \"fileindexctl index list\": fileindex_docs\n");
+  EXPECT_EQ(Parse(Fileindexctl({"search", "heron", "--json"}).output)["left_out"][0], "fileindex_docs");
+}
+
+TEST_F(SearchCommands, WhatAnAnswerMayLackIsSaid) {
+  KillSearchDaemon();
+  const ProcessResult result = AgainstAnswer(
+      R"({"data":{"hits":[],"more":true,"repairing":true,"total":100000},"success":true})", {"search", "heron"});
+
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_EQ(result.output, "0 of more than 100000 hits\n");
+  EXPECT_EQ(result.errors, "fileindexctl: an index is being repaired, so files may be missing here\n");
 }
 
 TEST_F(SearchCommands, SuggestGivesTheWordsOfOneIndexOrOfAll) {
@@ -244,6 +293,15 @@ TEST_F(SearchCommands, ExtractShowsFieldsAndText) {
                                  EndsWith("\n\nOne heron.\nTwo.\n")));
   EXPECT_EQ(response["data"]["NIMOMDTitle"], "Marsh");
   EXPECT_EQ(response["data"]["NIMOMDPath"], path);
+}
+
+TEST_F(SearchCommands, ExtractSaysWhenAFileHasMoreTextThanIsIndexed) {
+  WriteFile(OnFirst("docs/long.txt"), std::string(5 << 20, 'x'));
+  WriteFile(OnFirst("docs/short.txt"), "x");
+  const auto more = EndsWith("\nThere is more text than is indexed of one file.\n");
+
+  EXPECT_THAT(Fileindexctl({"extract", OnFirst("docs/long.txt")}).output, more);
+  EXPECT_THAT(Fileindexctl({"extract", OnFirst("docs/short.txt")}).output, Not(more));
 }
 
 TEST_F(SearchCommands, ExtractTakesAPathFromTheWorkingFolder) {

@@ -76,13 +76,17 @@ void IndexerBox::SetUpTestSuite() {
 void IndexerBox::SetUp() {
   SearchBox::SetUp();
   fs::remove_all("/var/lib/nimotifyd/queues.d");
-  // So large that the library does not take another failure of a commit for want of room.
-  MountEmptyFileSystem(Volume(), size_t{1} << 30);
+  MountVolume();
   AddIndexedShare(Docs());
   WriteFolders({Entry("/docs", "all")});
   const ProcessResult registered = Fileindexctl({"monitor", "register", QueueOf("docs"), Docs(), "--ignore", "@eaDir"});
   ASSERT_EQ(registered.exit_status, 0) << registered.errors;
   StartMonitor();
+}
+
+// So large that the library does not take another failure of a commit for want of room.
+void IndexerBox::MountVolume() {
+  MountEmptyFileSystem(Volume(), size_t{1} << 30);
 }
 
 void IndexerBox::TearDown() {
@@ -149,11 +153,11 @@ Json::Value IndexerBox::About(const std::string& share) {
   return data;
 }
 
-IndexedTree IndexerBox::InIndex() const {
+IndexedTree IndexerBox::InIndex(const std::string& share) const {
   Json::Value request;
   request["command"] = "document_get_by_query";
   Json::Value& data = request["data"];
-  data["id"] = fileindex::elastic::GetFileIndexID("docs");
+  data["id"] = fileindex::elastic::GetFileIndexID(share);
   data["committed"] = true;
   data["query"]["qsl"]["match_all"] = Json::Value(Json::objectValue);
   for (const char* const field : {"NIMOMDPath", "NIMOMDIsDir", "NIMOMDPrivilege", "NIMOMDTextContent"}) {
@@ -173,7 +177,7 @@ IndexedTree IndexerBox::InIndex() const {
   return tree;
 }
 
-IndexedTree IndexerBox::OnDisk() const {
+IndexedTree IndexerBox::OnDisk(const std::string& share) const {
   IndexedTree tree;
   const auto add = [&tree](const std::string& path) {
     struct stat info {};
@@ -184,17 +188,17 @@ IndexedTree IndexerBox::OnDisk() const {
     snprintf(permissions, sizeof(permissions), "%04o", info.st_mode & 07777U);
     tree[path] = {S_ISDIR(info.st_mode), permissions, S_ISDIR(info.st_mode) ? "" : WithoutEnd(ReadFile(path))};
   };
-  add(Docs());
-  for (const auto& entry : fs::recursive_directory_iterator(Docs())) {
+  add(OnFirst(share));
+  for (const auto& entry : fs::recursive_directory_iterator(OnFirst(share))) {
     add(entry.path());
   }
   return tree;
 }
 
-testing::AssertionResult IndexerBox::BecomesEqual(std::chrono::milliseconds limit) const {
-  const IndexedTree disk = OnDisk();
+testing::AssertionResult IndexerBox::BecomesEqual(std::chrono::milliseconds limit, const std::string& share) const {
+  const IndexedTree disk = OnDisk(share);
   IndexedTree index;
-  if (Soon([&] { return (index = InIndex()) == disk; }, limit)) {
+  if (Soon([&] { return (index = InIndex(share)) == disk; }, limit)) {
     return testing::AssertionSuccess();
   }
   std::ostringstream text;

@@ -37,6 +37,8 @@ class IndexerBox : public SearchBox {
 
   std::string Docs(const std::string& name = "") const { return OnFirst(name.empty() ? "docs" : "docs/" + name); }
 
+  /// Where the share is made, in place of the box's small volume; an empty file system of 1 GiB.
+  virtual void MountVolume();
   std::string Volume() const { return OnFirst("").substr(0, OnFirst("").size() - 1); }
 
   void StartMonitor();
@@ -54,11 +56,12 @@ class IndexerBox : public SearchBox {
   static Json::Value About(const std::string& share);
 
   /// The documents of the share as searches see them. Empty when the search daemon does not answer.
-  IndexedTree InIndex() const;
-  /// The files and folders that are on disk at and below the share's folder, links left out.
-  IndexedTree OnDisk() const;
+  IndexedTree InIndex(const std::string& share = "docs") const;
+  /// The files and folders that are on disk at and below the share's folder on the first volume, links left out.
+  IndexedTree OnDisk(const std::string& share = "docs") const;
   /// Waits until the two are equal; what differs, if they do not become so.
-  testing::AssertionResult BecomesEqual(std::chrono::milliseconds limit = std::chrono::seconds(30)) const;
+  testing::AssertionResult BecomesEqual(std::chrono::milliseconds limit = std::chrono::seconds(30),
+                                        const std::string& share = "docs") const;
 
  private:
   std::unique_ptr<Subprocess> monitor_;

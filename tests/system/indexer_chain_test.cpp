@@ -5,6 +5,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -229,6 +230,56 @@ TEST_F(IndexerChain, WithoutAnExtractorNothingIsForgotten) {
   EXPECT_EQ(InIndex()[Docs("a.txt")].text, "kingfisher");
 
   ReplaceExtractor();
+
+  EXPECT_TRUE(BecomesEqual());
+}
+
+TEST_F(IndexerChain, AScanThatIsKilledAgainAndAgainReadsHardlyAFileTwice) {
+  constexpr int kFiles = 400;
+  for (int i = 0; i < kFiles; ++i) {
+    Write(std::to_string(i % 7) + "/" + std::to_string(i) + ".txt", "word" + std::to_string(i));
+  }
+  usleep(50'000);
+  StartIndexer();
+  Announce(Docs());
+
+  for (size_t part = 1; part < 5; ++part) {
+    ASSERT_TRUE(Soon([&] { return StatusOf()["changed"].asUInt() > 0; }));
+    usleep(30'000);
+    KillIndexer();
+    StartIndexer();
+  }
+
+  EXPECT_TRUE(BecomesEqual(std::chrono::minutes(2)));
+  EXPECT_GE(ContentsRead().asInt(), kFiles);
+  EXPECT_LE(ContentsRead().asInt(), kFiles + 5);  // the one in work each time
+}
+
+TEST_F(IndexerChain, ItStopsWithinASecondInTheMiddleOfAScan) {
+  for (int i = 0; i < 2'000; ++i) {
+    Write(std::to_string(i) + ".txt", "word" + std::to_string(i));
+  }
+  StartIndexer();
+  Announce(Docs());
+  ASSERT_TRUE(Soon([&] { return StatusOf()["changed"].asUInt() > 0; }));
+  const auto asked = std::chrono::steady_clock::now();
+
+  EXPECT_EQ(StopIndexer(), 0);
+
+  EXPECT_LT(std::chrono::steady_clock::now() - asked, std::chrono::milliseconds(1'500));
+  EXPECT_LT(InIndex().size(), 2'001U);
+  StartIndexer();
+  EXPECT_TRUE(BecomesEqual(std::chrono::minutes(2)));
+}
+
+TEST_F(IndexerChain, NamesAreBytes) {
+  StartIndexer();
+  for (int byte = 1; byte < 256; ++byte) {
+    if (byte != '/') {
+      Write(std::string("x") + static_cast<char>(byte) + "y.txt", "word" + std::to_string(byte));
+    }
+  }
+  Write(std::string(251, 'n') + ".txt", "long");
 
   EXPECT_TRUE(BecomesEqual());
 }

@@ -195,6 +195,24 @@ TEST_F(SearchCommands, IndexWhoseFolderWasRemovedCanBeDeletedAndCreated) {
   EXPECT_EQ(0, Code("commit", "{'id':'a'}"));
 }
 
+TEST_F(SearchCommands, IndexWhoseVolumeIsMissingAtTheStartIsTriedAgainWithEachRequest) {
+  box_.Put("a", "/v/x", "one");
+  ASSERT_EQ(0, Code("commit", "{'id':'a'}"));
+  box_.Stop();
+  fs::rename(box_.volume(), box_.volume("away"));
+  box_.Start();
+
+  EXPECT_EQ(1221, box_.AskPatiently("commit", Object("{'id':'a'}"))["error"]["code"].asInt());
+  EXPECT_EQ(1221, Code("document_search", "{'id':'a','query':'one'}"));
+  EXPECT_EQ("absent", State("a"));
+  EXPECT_FALSE(fs::exists(box_.volume() + "/a")) << "something else would be mounted over it";
+
+  fs::remove_all(box_.volume());
+  fs::rename(box_.volume("away"), box_.volume());
+  EXPECT_EQ(1, Data("document_search", "{'id':'a','query':'one'}")["total"].asInt());
+  EXPECT_EQ("open", State("a"));
+}
+
 TEST_F(SearchCommands, MoveAcrossFileSystemsTakesEverythingAlong) {
   fs::create_directories(box_.volume("other"));
   MountEmptyFileSystem(box_.volume("other"), size_t{64} << 20);

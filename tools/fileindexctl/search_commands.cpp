@@ -85,6 +85,22 @@ Json::Value SearchData(const Options& options) {
   return data;
 }
 
+// What is missing from the hits. To people, beside them: a script that counts lines is not disturbed.
+void WriteDoubts(const Json::Value& answer) {
+  Output out(STDERR_FILENO);
+  if (!answer["left_out"].empty()) {
+    std::string ids;
+    for (const Json::Value& id : answer["left_out"]) {
+      ids += " " + OneLine(id.asString());
+    }
+    out.Write("fileindexctl: these indexes could not be asked, see \"fileindexctl index list\":" + ids + "\n");
+  }
+  if (answer["repairing"].asBool()) {
+    out.Write("fileindexctl: an index is being repaired, so files may be missing here\n");
+  }
+  out.Flush();
+}
+
 void Search(const Options& options) {
   const Json::Value answer = AskSearchDaemon("document_search", SearchData(options));
   Output out(STDOUT_FILENO);
@@ -95,9 +111,13 @@ void Search(const Options& options) {
     for (const Json::Value& hit : answer["hits"]) {
       out.Write(HitLine(hit, color));
     }
-    out.Write(std::to_string(answer["hits"].size()) + " of " + answer["total"].asString() + " hits\n");
+    out.Write(std::to_string(answer["hits"].size()) + " of " + (answer["more"].asBool() ? "more than " : "") +
+              answer["total"].asString() + " hits\n");
   }
   out.Flush();
+  if (!options.json) {
+    WriteDoubts(answer);
+  }
 }
 
 Json::Value OpenIndexes() {

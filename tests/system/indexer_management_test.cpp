@@ -1,0 +1,127 @@
+// The management operations with the indexing daemon running: the index follows.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+
+#include "orbisk/fileindex/index_mgr.h"
+#include "tests/system/indexer_box.h"
+
+namespace orbisk::test {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace fileindex;  // NOLINT(google-build-using-namespace): what the test is about
+
+constexpr std::chrono::seconds kLimit{30};
+
+// The share "music" is made known by the operations alone.
+class IndexerManagement : public IndexerBox {
+ protected:
+  void SetUp() override {
+    SkipWithoutIdentities();
+    if (IsSkipped()) {
+      return;
+    }
+    IndexerBox::SetUp();
+    AddShare(OnFirst("music"));
+    WriteFile(OnFirst("music/a.txt"), "kingfisher");
+    MakeFolder(OnFirst("music/deep"));
+    WriteFile(OnFirst("music/deep/b.txt"), "bittern");
+    StartIndexer();
+    FolderAdd(ListOf(Entry("/music", "songs")), false);
+  }
+  void TearDown() override {
+    if (!IsSkipped()) {
+      IndexerBox::TearDown();
+    }
+  }
+
+  static Json::Value ListOf(const Json::Value& item) {
+    Json::Value list(Json::arrayValue);
+    list.append(item);
+    return list;
+  }
+};
+
+TEST_F(IndexerManagement, AnAddedFolderIsIndexedAndWatched) {
+  ASSERT_TRUE(BecomesEqual(kLimit, "music"));
+
+  WriteFile(OnFirst("music/deep/b.txt"), "dipper");
+  fs::rename(OnFirst("music/a.txt"), OnFirst("music/deep/a.txt"));
+
+  EXPECT_TRUE(BecomesEqual(kLimit, "music"));
+}
+
+TEST_F(IndexerManagement, ADeletedFolderTakesItsIndexAndWorkerAlong) {
+  ASSERT_TRUE(BecomesEqual(kLimit, "music"));
+
+  FolderDelete("music");
+
+  EXPECT_TRUE(Soon([] { return StatusOf("music").isNull(); }));
+  usleep(1'000'000);
+  EXPECT_TRUE(InIndex("music").empty());
+}
+
+TEST_F(IndexerManagement, KindsThatAreSwitchedOffAndOnFollow) {
+  ASSERT_TRUE(BecomesEqual(kLimit, "music"));
+  Json::Value entry = Entry("/music", "songs");
+  entry["document"] = false;
+
+  FolderSet(ListOf(entry), false);
+  EXPECT_TRUE(Soon([this] { return InIndex("music")[OnFirst("music/a.txt")].text.empty(); }));
+
+  FolderSet(ListOf(Entry("/music", "songs")), false);
+  EXPECT_TRUE(BecomesEqual(kLimit, "music"));
+}
+
+TEST_F(IndexerManagement, APausedShareCatchesUpWhenItIsResumed) {
+  ASSERT_TRUE(BecomesEqual(kLimit, "music"));
+
+  SharePause("music");
+  WriteFile(OnFirst("music/a.txt"), "dipper");
+  fs::remove_all(OnFirst("music/deep"));
+  ShareResume("music");
+
+  EXPECT_TRUE(BecomesEqual(kLimit, "music"));
+}
+
+TEST_F(IndexerManagement, ARebuiltShareIsIndexedAnew) {
+  ASSERT_TRUE(BecomesEqual(kLimit, "music"));
+
+  ShareRebuild("music");
+
+  EXPECT_TRUE(BecomesEqual(kLimit, "music"));
+}
+
+TEST_F(IndexerManagement, ARenamedShareIsFoundUnderItsNewName) {
+  ASSERT_TRUE(BecomesEqual(kLimit, "music"));
+  SharePause("music");
+  ASSERT_EQ(Fileindexctl({"share", "unregister", "music"}).exit_status, 0);
+  fs::rename(OnFirst("music"), OnFirst("songs"));
+  AddShare(OnFirst("songs"));
+
+  ShareRename("music", "songs");
+  ShareResume("songs");
+
+  EXPECT_TRUE(BecomesEqual(kLimit, "songs"));
+  WriteFile(OnFirst("songs/a.txt"), "dipper");
+  EXPECT_TRUE(BecomesEqual(kLimit, "songs"));
+}
+
+TEST_F(IndexerManagement, AVolumeThatIsPausedAndResumedCatchesUp) {
+  ASSERT_TRUE(BecomesEqual(kLimit, "music"));
+
+  VolumePause(Volume());
+  WriteFile(OnFirst("music/a.txt"), "dipper");
+  usleep(500'000);
+  EXPECT_EQ(InIndex("music")[OnFirst("music/a.txt")].text, "kingfisher");
+  VolumeResume(Volume());
+
+  EXPECT_TRUE(BecomesEqual(kLimit, "music"));
+}
+
+}  // namespace
+}  // namespace orbisk::test

@@ -1,0 +1,159 @@
+// Questions to several indexes of which one cannot answer, and answers that are not all there is.
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include "services/base/json_text.h"
+#include "services/search/catalog.h"
+#include "services/search/commands.h"
+#include "services/search/refusal.h"
+#include "tests/support/temp_dir.h"
+
+namespace nimoelasticd {
+namespace {
+
+// Two indexes with a document each.
+class SearchCommand : public testing::Test {
+ protected:
+  SearchCommand() {
+    for (const std::string id : {"a", "b"}) {
+      Json::Value mappings;
+      mappings["property_id"] = "p";
+      mappings["properties"]["p"]["analyzer"] = "keyword";
+      mappings["properties"]["t"]["type"] = "text";
+      catalog_.Create(id, dir_ / id, mappings, Json::Value(Json::objectValue), Json::Value());
+      Json::Value data;
+      data["id"] = id;
+      data["doc_id"] = data["data"]["p"] = "/" + id;
+      data["data"]["t"] = "heron";
+      Run("document_upsert_by_id", data);
+      Run("commit", data);
+    }
+  }
+  ~SearchCommand() override { catalog_.CloseAll(); }
+
+  Json::Value Run(const std::string& name, const Json::Value& data) {
+    return service::FromText(commands_.Run({name, data})).value_or(Json::Value());
+  }
+
+  Json::Value Search(const std::string& query) {
+    Json::Value data;
+    data["query"] = query;
+    return Run("document_search", data);
+  }
+
+  // As a damaged disk might, behind the daemon's back.
+  void Change(const std::string& id, const char* sql) {
+    sqlite3* handle = nullptr;
+    ASSERT_EQ(SQLITE_OK, sqlite3_open((dir_ / id + "/index.sqlite").c_str(), &handle));
+    EXPECT_EQ(SQLITE_OK, sqlite3_exec(handle, sql, nullptr, nullptr, nullptr)) << sqlite3_errmsg(handle);
+    sqlite3_close(handle);
+  }
+
+  static Json::Value OneId(const char* id) {
+    Json::Value ids;
+    ids.append(id);
+    return ids;
+  }
+
+  orbisk::test::TempDir dir_;
+  Catalog catalog_{dir_ / "list", {}};
+  Commands commands_{catalog_};
+};
+
+TEST_F(SearchCommand, OfAllIndexesNamesThoseThatItLeavesOut) {
+  EXPECT_FALSE(Search("heron").isMember("left_out"));
+
+  catalog_.Pause("a");
+  const Json::Value answer = Search("heron");
+
+  EXPECT_EQ(OneId("a"), answer["left_out"]);
+  EXPECT_EQ(1, answer["total"].asInt());
+  EXPECT_EQ("/b", answer["hits"][0]["path"].asString());
+}
+
+TEST_F(SearchCommand, OfAllIndexesIsAnsweredAlthoughOneIsFoundDamaged) {
+  Change("a", "DELETE FROM doc");
+
+  const Json::Value answer = Search("heron");
+
+  EXPECT_EQ(OneId("a"), answer["left_out"]);
+  ASSERT_EQ(1U, answer["hits"].size());
+  EXPECT_EQ("/b", answer["hits"][0]["path"].asString());
+  EXPECT_EQ(State::kRepairing, catalog_.Require("a")->state());
+}
+
+TEST_F(SearchCommand, SaysThatAnIndexIsBeingRepaired) {
+  EXPECT_FALSE(Search("heron").isMember("repairing"));
+  catalog_.Require("a")->MarkDamaged();
+
+  const Json::Value answer = Search("heron");
+
+  EXPECT_TRUE(answer["repairing"].asBool());
+  EXPECT_EQ(2, answer["total"].asInt());
+}
+
+TEST_F(SearchCommand, OfAnIndexByNameFailsIfThatOneCannotAnswer) {
+  catalog_.Pause("a");
+  Json::Value data;
+  data["query"] = "heron";
+  data["id"].append("b");
+  data["id"].append("a");
+
+  try {
+    ADD_FAILURE() << Run("document_search", data);
+  } catch (const Refusal& refusal) {
+    EXPECT_EQ(Code::kPaused, refusal.code());
+  }
+}
+
+TEST_F(SearchCommand, OfAnIndexThatIsNamedTwiceFindsItsDocumentsOnce) {
+  Json::Value data;
+  data["query"] = "heron";
+  data["id"].append("a");
+  data["id"].append("a");
+
+  EXPECT_EQ(1, Run("document_search", data)["total"].asInt());
+}
+
+TEST_F(SearchCommand, OfAllIndexesIsRefusedIfItCannotBeRead) {
+  EXPECT_THROW(Search("(heron"), search::Error);
+}
+
+TEST_F(SearchCommand, SaysThatThereAreMoreHitsThanItHasCounted) {
+  EXPECT_FALSE(Search("-nothing").isMember("more"));
+  Change("a",
+         "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 100000) "
+         "INSERT INTO doc(path) SELECT CAST('/n/' || i AS BLOB) FROM n");
+  Json::Value data;
+  data["id"] = "a";
+  data["query"] = "-nothing";
+  data["limit"] = 0;
+  data["facets"] = false;
+
+  const Json::Value answer = Run("document_search", data);
+
+  EXPECT_TRUE(answer["more"].asBool());
+  EXPECT_EQ(100'000, answer["total"].asInt());
+}
+
+TEST_F(SearchCommand, NullIsTheSameAsAMissingMember) {
+  Json::Value search;
+  search["query"] = "heron";
+  search["id"] = Json::Value();
+  Json::Value get;
+  get["id"] = "a";
+  get["load_field"] = Json::Value();
+  get["query"]["qsl"]["match_all"] = Json::Value(Json::objectValue);
+
+  EXPECT_EQ(2, Run("document_search", search)["total"].asInt());
+  EXPECT_EQ("/a", Run("document_get_by_query", get)[0]["p"].asString());
+}
+
+TEST_F(SearchCommand, IndexesWithoutSuggestionsAreListedBesideADamagedOne) {
+  Change("a", "DROP TABLE meta");
+
+  EXPECT_EQ(OneId("b"), Run("list_term_sugg_db", Json::Value(Json::objectValue))["unavail"]);
+}
+
+}  // namespace
+}  // namespace nimoelasticd
