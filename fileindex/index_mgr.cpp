@@ -99,22 +99,6 @@ void FolderUpsert(const Json::Value& folder_list, bool create, bool updater_mode
   }
 }
 
-Changes DeleteFolders(FolderMgr& folder_mgr, const Json::Value& path_list) {
-  ORBISK_CHECK(!path_list.isArray(), 120, toString(path_list));
-  Changes changes;
-  for (const Json::Value& it : path_list) {
-    ORBISK_CHECK(!it.isString(), 120, toString(it));
-    const std::string path = it.asString();
-    std::shared_ptr<Folder> diff;
-    folder_mgr.Delete(diff, path);
-    changes.diffs.push_back(diff);
-    std::string share_name;
-    GetShareNameByPath(share_name, path);
-    changes.shares.insert(share_name);
-  }
-  return changes;
-}
-
 void DropShare(const std::string& share_name) {
   const sdk::SDKShare share(share_name);
   elastic::ShareIndexDelete(share_name);
@@ -122,9 +106,7 @@ void DropShare(const std::string& share_name) {
   CleanShareIndexData(share_name, share.GetPath());
 }
 
-// The caller holds the lock, and has read `folder_mgr` since.
-void DeleteUnderLock(FolderMgr& folder_mgr, const Json::Value& path_list) {
-  const Changes changes = DeleteFolders(folder_mgr, path_list);
+void FollowDeletion(FolderMgr& folder_mgr, const Changes& changes) {
   for (const std::string& share_name : changes.shares) {
     if (folder_mgr.IsShareIndexed(share_name)) {
       UpsertNimotifydCfg(share_name, folder_mgr);
@@ -142,16 +124,32 @@ void DeleteUnderLock(FolderMgr& folder_mgr, const Json::Value& path_list) {
   StopServicesIfEmpty(folder_mgr);
 }
 
+// The caller holds the lock, and has read `folder_mgr` since. Called as the exported operation, because the records of
+// its checks name it.
+void FolderDelete(FolderMgr& folder_mgr, const Json::Value& path_list) {
+  ORBISK_CHECK(!path_list.isArray(), 120, toString(path_list));
+  Changes changes;
+  for (const Json::Value& it : path_list) {
+    ORBISK_CHECK(!it.isString(), 120, toString(it));
+    const std::string path = it.asString();
+    std::shared_ptr<Folder> diff;
+    folder_mgr.Delete(diff, path);
+    changes.diffs.push_back(diff);
+    std::string share_name;
+    GetShareNameByPath(share_name, path);
+    changes.shares.insert(share_name);
+  }
+  FollowDeletion(folder_mgr, changes);
+}
+
 struct SharePath {
   std::string share_name;
   std::string path;
 };
 
 std::vector<SharePath> ReadPaths(const Json::Value& path_list) {
-  ORBISK_CHECK(!path_list.isArray(), 120, toString(path_list));
   std::vector<SharePath> paths;
   for (const Json::Value& it : path_list) {
-    ORBISK_CHECK(!it.isString(), 120, toString(it));
     SharePath share_path;
     share_path.path = it.asString();
     GetShareNameByPath(share_path.share_name, share_path.path);
@@ -180,7 +178,7 @@ void FolderSet(const Json::Value& folder_list, bool updater_mode) {
 void FolderDelete(const Json::Value& path_list) {
   const LockFile lock(kFolderCfgLock, true);
   FolderMgr folder_mgr;
-  DeleteUnderLock(folder_mgr, path_list);
+  FolderDelete(folder_mgr, path_list);
 }
 
 void FolderDelete(const std::string& share_name) {
@@ -192,7 +190,7 @@ void FolderDelete(const std::string& share_name) {
       path_list.append(folder->GetPath());
     }
   }
-  DeleteUnderLock(folder_mgr, path_list);
+  FolderDelete(folder_mgr, path_list);
 }
 
 void FolderDelete(const char* share_name) {
@@ -202,6 +200,10 @@ void FolderDelete(const char* share_name) {
 void FolderReindex(const Json::Value& path_list) {
   const StatusMgr status_mgr;
   const FolderMgr folder_mgr;
+  ORBISK_CHECK(!path_list.isArray(), 120, toString(path_list));
+  for (const Json::Value& it : path_list) {
+    ORBISK_CHECK(!it.isString(), 120, toString(it));
+  }
   std::set<std::string> touched;
   std::set<std::string> to_rebuild;
   for (const auto& [share_name, path] : ReadPaths(path_list)) {

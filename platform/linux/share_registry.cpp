@@ -17,6 +17,7 @@
 #include <mutex>
 #include <stdexcept>
 
+#include "platform/linux/index_folder.h"
 #include "platform/linux/share_registry_text.h"
 #include "platform/linux/unique_fd.h"
 
@@ -310,6 +311,7 @@ void Register(const Entry& entry) {
   } else {
     shares.push_back(entry);
   }
+  nimo::MakeIndexFolder(entry.path);  // first: who finds the share may queue events for it
   nimo::Save(shares);
 }
 

@@ -133,6 +133,38 @@ TEST_F(ShareRegistry, KeepsSharesInOrderWithTheirSettings) {
   EXPECT_EQ(-3, shares[1].ftp_privilege);
 }
 
+TEST_F(ShareRegistry, HasAPlaceForTheEventsOfAShareFromTheStart) {
+  Register(MakeShare("photo"));
+  Entry moved = MakeShare("other/photo");
+  moved.name = "photo";
+  Register(moved);
+  Register(moved);
+
+  for (const char* const volume : {"", "other/"}) {
+    const fs::path folder = volume_ / (volume + std::string("@fileindex/photo"));
+    EXPECT_TRUE(fs::is_directory(folder)) << folder;
+    EXPECT_TRUE(fs::is_empty(folder)) << folder;
+  }
+}
+
+TEST_F(ShareRegistry, TakesAShareWithoutAPlaceForItsEventsAndLogsThat) {
+  const Entry photo = MakeShare("photo");
+  const RecordCapture records;
+
+  WriteFile(volume_ / "@fileindex", "in the way");
+  Register(photo);
+  fs::remove(volume_ / "@fileindex");
+  fs::create_directories(volume_ / "elsewhere");
+  fs::create_directory_symlink(volume_ / "elsewhere", volume_ / "@fileindex");
+  Register(photo);
+
+  EXPECT_EQ("photo ", Names());
+  EXPECT_TRUE(fs::is_empty(volume_ / "elsewhere")) << "links are not followed";
+  const std::string record =
+      "event=index_folder_missing folder=\"" + (volume_ / "@fileindex/photo") + "\" reason=\"Not a directory\"";
+  EXPECT_EQ((std::vector<std::string>{record, record}), records.texts());
+}
+
 TEST_F(ShareRegistry, ReplacesAShareInItsPlaceAndForgetsOne) {
   for (const char* name : {"a", "b", "c"}) {
     Register(MakeShare(name));

@@ -10,6 +10,7 @@
 #include "orbisk/error.h"
 #include "orbisk/fileindex/elastic_control.h"
 #include "orbisk/fileindex/index_mgr.h"
+#include "orbisk/fileindex/status_mgr.h"
 #include "tests/support/indexer_double.h"
 #include "tests/support/private_mounts.h"
 #include "tests/support/subprocess.h"
@@ -133,6 +134,16 @@ TEST_F(ManagementChain, AShareIsPausedResumedRebuiltAndMoved) {
   paths.clear();
   elastic::IndexGetByPrefixPath("fileindex_pictures", "", paths);
   EXPECT_TRUE(paths.empty());
+}
+
+TEST_F(ManagementChain, AShareThatNeverHadAnIndexTakesEvents) {
+  AddShare(OnRoomy("photo"));
+
+  ShareCheckRecycle("photo");
+
+  EXPECT_EQ(R"({"data":null,"event":65536,"path":")" + OnRoomy("photo/#recycle") + "\",\"path_old\":\"\"}\n",
+            ReadFile(OnRoomy("@fileindex/photo/queue")));
+  EXPECT_EQ(0, StatusMgr().GetShareStatus("photo"));
 }
 
 TEST_F(ManagementChain, TermSuggestionsAreBuiltFromTheDocumentsOfTheFolders) {

@@ -30,6 +30,10 @@ NIMO_EXPORT std::vector<Entry> List();
 /// Adds a share, or replaces the one of the same name. Refuses a name that is empty, holds "/" or a NUL byte, is "." or
 /// ".." or is too long; a path that is not absolute and in its plain form (no "//", "." or "..", no "/" at the end), is
 /// no folder, leads through a link, does not end in the name, or lies in another share's folder or around one.
+///
+/// The folder that FILEIDXQueuePathCompose (nimo/index_location.h) names a file in is made as well, so that events can
+/// be queued for a share without an index. Where it cannot be made, that is logged and the share registered all the
+/// same.
 NIMO_EXPORT void Register(const Entry& entry);
 
 /// Removes a share from the registry; its folder stays. False when there was none.

@@ -453,9 +453,9 @@ TEST_F(FolderOperations, AListToDeleteThatIsNoArrayOfStringsIsRefused) {
     list["path"] = 1;
     FolderDelete(list);
   }));
-  ExpectFailed(box_.log().records().front(), "DeleteFolders", "!path_list.isArray()", R"({"path":1})");
+  ExpectFailed(box_.log().records().front(), "FolderDelete", "!path_list.isArray()", R"({"path":1})");
   EXPECT_EQ((Story{"lock folders", "unlock folders", "Error 120 [7]"}), Delete({"/photo/a", List({7})}));
-  ExpectFailed(box_.log().records().front(), "DeleteFolders", "!it.isString()", "[7]");
+  ExpectFailed(box_.log().records().front(), "FolderDelete", "!it.isString()", "[7]");
   EXPECT_EQ(before, FoldersText());
 }
 
@@ -580,9 +580,9 @@ TEST_F(Reindexing, KeepsWhatOthersStoredMeanwhile) {
 
 TEST_F(Reindexing, LooksAtTheWholeListBeforeItQueuesAnything) {
   EXPECT_EQ(Story{R"(Error 120 "/photo")"}, box_.StoryOf([] { FolderReindex(Json::Value("/photo")); }));
-  ExpectFailed(box_.log().records().front(), "ReadPaths", "!path_list.isArray()", "\"/photo\"");
+  ExpectFailed(box_.log().records().front(), "FolderReindex", "!path_list.isArray()", "\"/photo\"");
   EXPECT_EQ(Story{"Error 120 null"}, ReindexAll({"/photo/a", Json::Value()}));
-  ExpectFailed(box_.log().records().front(), "ReadPaths", "!it.isString()", "null");
+  ExpectFailed(box_.log().records().front(), "FolderReindex", "!it.isString()", "null");
   EXPECT_EQ(Story{"Error 120 "}, ReindexAll({"/photo/a", "photo/a"}));
 }
 

@@ -210,6 +210,16 @@ TEST_F(VolumeOperations, ClearingPassesOverFoldersThatSharePausePausedOrThatWere
   EXPECT_EQ(4U, Folders().size());
 }
 
+TEST_F(VolumeOperations, ClearingForgetsAShareThatKeptItsMarkAndWasPausedByItselfLater) {
+  VolumePause(Volume1());
+  VolumeResume(Volume1());
+  SharePause("photo");
+
+  On("/volume1", [&] { VolumeClearPaused(Volume1()); });
+
+  EXPECT_EQ((Story{"/video/a", "/music /volume1"}), Folders());
+}
+
 TEST_F(VolumeOperations, ClearingWantsTheMarkExactly) {
   VolumePause(Volume1());
 
