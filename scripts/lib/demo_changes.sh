@@ -20,8 +20,8 @@ follow() {
     [ "$(now_us)" -lt $end ] || fail "$title: $query has $(hits "$query") hits after a minute, not $wanted"
   done
   latency=$(($(now_us) - start))
-  [ -z "$title" ] || printf '  %-34s %7s  %s: %s hits\n' "$title" "$(duration $latency)" "${query/"$docs"/...}" \
-    "$(grouped "$wanted")"
+  [ -z "$title" ] || printf '  %-34s %7s  %s: %s\n' "$title" "$(duration $latency)" "${query/"$docs"/...}" \
+    "$(many "$wanted" hit)"
 }
 
 write() {
@@ -32,7 +32,7 @@ write() {
 middling_folder() {
   find "$docs" -mindepth 1 -maxdepth 3 -type d -print0 | while IFS= read -r -d '' folder; do
     [[ $folder == *[!A-Za-z0-9_./+-]* ]] || echo "$(find "$folder" -type f | wc -l) $folder"
-  done | sort -rn | awk '$1 <= 200 { print; exit }'
+  done | sort -rn | awk '$1 <= 200 && !n++'
 }
 
 follow_changes() {
@@ -129,7 +129,7 @@ storm() {
   [ "$events" -gt 0 ] && [ "$operations" -gt 0 ] && [ "$operations" -lt "$events" ] ||
     fail "$events events became $operations operations"
   echo "200 files made, edited, saved by rename, renamed and deleted within $(duration $us). What the monitor wrote:"
-  fileindexctl queue events /run/demo/storm | sed "s|$docs|...|g" | awk 'NR % 250 == 30' | head -4 | fitted
+  fileindexctl queue events /run/demo/storm | sed "s|$docs|...|g" | awk 'NR % 250 == 30' | fitted
   echo "$(grouped "$events") events became $(grouped "$operations") operations. The last change was searchable" \
     "$(duration "$latency") after the storm,"
   echo "and then the index has what the disk has."

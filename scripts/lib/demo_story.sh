@@ -74,6 +74,11 @@ hits() {
   member total "$(fileindexctl search --json --limit 1 -- "$1" 2>/dev/null)"
 }
 
+# many NUMBER THING   "1 hit", "12,345 hits"
+many() {
+  if [ "$1" -eq 1 ]; then echo "1 $2"; else echo "$(grouped "$1") $2s"; fi
+}
+
 has_hits() {
   [ "$(hits "$2")" -eq "$1" ]
 }
@@ -139,7 +144,7 @@ add_folder() {
 show_failures() {
   echo "Of $(grouped "$failed") the content could not be read; they are found by name. The first of them:"
   shown "fileindexctl failures"
-  fileindexctl failures | sed 1d | head -n 2 | fitted
+  fileindexctl failures | sed -n 2,3p | fitted
 }
 
 # Until nothing waits any more. Two minutes without progress are a failure.
@@ -177,8 +182,8 @@ progress_line() {
 frequent_words() {
   local letter word
   for letter in {a..z}; do
-    word=$(fileindexctl suggest --share docs --limit 40 "$letter" | grep -m1 -E '^[a-z]{5,12}$') || continue
-    echo "$(hits "$word") $word"
+    word=$(fileindexctl suggest --share docs --limit 40 "$letter" | awk '/^[a-z]+$/ && length($0) > 4 && length($0) < 13 && !n++')
+    [ -z "$word" ] || echo "$(hits "$word") $word"
   done | sort -rn
 }
 
@@ -188,7 +193,7 @@ search_documents() {
   mapfile -t words < <(frequent_words | cut -d' ' -f2)
   if [ ${#words[@]} -eq 0 ]; then
     echo "No file has a word that this script knows to type, so the search goes by extension."
-    kind=$(find "$docs" -type f -name '?*.?*' | sed -n 's/.*\.\([a-z0-9]*\)$/\1/p' | head -1)
+    kind=$(find "$docs" -type f -name '?*.?*' | sed -n 's/.*\.\([a-z0-9]*\)$/\1/p' | awk '$0 && !n++')
     [ -z "$kind" ] || ask 1 --type "$kind" -- '*'
     return 0
   fi
