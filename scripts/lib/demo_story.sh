@@ -87,9 +87,9 @@ folder_is() {
   fileindexctl folder get --status /docs | grep -qE "^status: +$1\$|[[:space:]]$1\$"
 }
 
-# Files and folders of the share as it lies on disk, without what is never indexed.
+# on_disk TYPE [FOLDER]   how many files (f) or folders (d) there are in the share, without what is never indexed
 on_disk() {
-  find "$docs" \( -name .git -o -name @eaDir -o -name @tmp -o -name @fileindex -o -name .DS_Store -o -name .Maildir \
+  find "${2:-$docs}" \( -name .git -o -name @eaDir -o -name @tmp -o -name @fileindex -o -name .DS_Store -o -name .Maildir \
     -o -name .Trashes -o -name .TemporaryItems -o -name .Spotlight-V100 -o -name .DocumentRevisions-V100 \
     -o -name .fseventsd -o -name .NIMOPPSDB -o -name '.HFS+ Private Directory Data' -o -path "$docs/#recycle" \
     -o -path "$docs/#snapshot" \) -prune -o -type "$1" -printf x | wc -c
@@ -101,7 +101,7 @@ index_equals_disk() {
 }
 
 check_index() {
-  wait_for 30 index_equals_disk && return
+  wait_for 120 index_equals_disk && return
   fileindexctl index stat docs
   fail "the index has not as many documents as there are files and folders: $(on_disk f) and $(on_disk d)"
 }
@@ -114,10 +114,11 @@ show_box() {
   describe_services
   boot
   backend=$(sed -n 's/.*nimotifyd.*event=started.*backend=\([a-z]*\).*/\1/p' "$records" | tail -1)
-  echo "Switched on: the change monitor nimotifyd (it watches with ${backend:-?}) and the search daemon nimoelasticd."
+  echo "Switched on: the change monitor nimotifyd (with ${backend:-?}) and the search daemon nimoelasticd."
   run fileindexctl share register docs "$docs"
   mkdir -p "${spy%/*}"
   ! pid_of fileindexd >/dev/null || fail "the indexing daemon runs though nothing is to be indexed"
+  shown "fileindexctl services prepare"
   echo "Nothing is to be indexed yet, so extractor and indexing daemon stay off."
 }
 
@@ -190,6 +191,7 @@ frequent_words() {
 search_documents() {
   local word other kind words
   chapter "Searches"
+  run fileindexctl suggest update
   mapfile -t words < <(frequent_words | cut -d' ' -f2)
   if [ ${#words[@]} -eq 0 ]; then
     echo "No file has a word that this script knows to type, so the search goes by extension."
@@ -197,7 +199,10 @@ search_documents() {
     [ -z "$kind" ] || ask 1 --type "$kind" -- '*'
     return 0
   fi
+  echo "Paths are shown as they are below $docs."
   word=${words[0]}
+  shown "fileindexctl suggest --limit 8 ${word:0:3}"
+  fileindexctl suggest --limit 8 "${word:0:3}" | paste -sd ' ' | fitted
   ask 3 "$word"
   for other in "${words[@]:1}"; do
     if [ "$(hits "$word $other")" -gt 0 ]; then ask 2 "$word" "$other" --sort modified --desc; break; fi
@@ -215,6 +220,6 @@ ask() {
   fileindexctl search --limit "$limit" "$@" >/run/demo/said
   us=$(($(now_us) - start))
   shown "fileindexctl search --limit $limit $(quoted "$@")      # $(duration $us)"
-  fitted </run/demo/said
+  sed "s|^$docs/||" /run/demo/said | fitted
   ! grep -q '^0 of' /run/demo/said || fail "nothing is found, though the index has it"
 }
