@@ -65,7 +65,7 @@ TEST_F(DaemonCommand, StatusTellsWhatEachShareIsAt) {
   StartIndexer();
   ASSERT_TRUE(Succeeds(Fileindexctl({"folder", "reindex", "/docs"})));
   ASSERT_TRUE(BecomesEqual());
-  ASSERT_TRUE(Soon([] { return HasState("idle"); }));
+  ASSERT_TRUE(Eventually([] { return HasState("idle"); }));
 
   const ProcessResult status = Fileindexctl({"daemon", "status"});
 
