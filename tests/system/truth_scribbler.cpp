@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "orbisk/fileindex/file_type.h"
+
 namespace orbisk::test {
 
 namespace fs = std::filesystem;
@@ -14,10 +16,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr char kPreserved[] = ".git";
-
-bool EndsWith(const std::string& text, const std::string& end) {
-  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
 
 }  // namespace
 
@@ -64,7 +62,7 @@ bool Scribbler::IsPreserved(const std::string& path) {
 }
 
 bool Scribbler::IsDocument(const std::string& path) {
-  return EndsWith(path, ".txt") || EndsWith(path, ".md");
+  return fileindex::GetFileTypeByFullPath(path) == fileindex::FILE_TYPE_DOCUMENT;
 }
 
 std::string Scribbler::Name() {
