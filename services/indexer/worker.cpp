@@ -312,6 +312,11 @@ void Worker::Apply(bool has_batch, bool again, const std::string& index) {
   fi::QueueMgr(share_.queue).DeleteTmp();
   whole_share_ = false;
   changed_folders_.clear();
+  if (reconciler.changes() > 0) {
+    for (const BrokenContent& content : broken_contents_.New(AskExtractor(), share_.folder)) {
+      progress_.AddFailure(content.path, content.reason);
+    }
+  }
   progress_.EndPass(static_cast<std::uint64_t>(std::max(operations, 0)));
 }
 

@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "services/indexer/broken_contents.h"
 #include "services/indexer/mark.h"
 #include "services/indexer/policy.h"
 #include "services/indexer/progress.h"
@@ -125,6 +126,7 @@ class Worker {
   std::optional<Clock::time_point> missing_since_;
   bool told_no_space_ = false;
   std::chrono::milliseconds back_off_{0};
+  BrokenContents broken_contents_;
 
   Progress progress_;
   std::thread thread_;

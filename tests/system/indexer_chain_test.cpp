@@ -370,6 +370,17 @@ TEST_F(IndexerChain, ItStopsWithinASecondInTheMiddleOfAScan) {
   EXPECT_TRUE(BecomesEqual(std::chrono::minutes(2)));
 }
 
+TEST_F(IndexerChain, BrokenContentIsAmongTheFailures) {
+  StartWithFiles();
+  Write("broken.pdf", "%PDF-1.7\nthis is none");
+
+  EXPECT_TRUE(Eventually([this] { return InIndex().count(Docs("broken.pdf")) == 1; }));
+  EXPECT_TRUE(Eventually([this] {
+    const Json::Value failures = StatusOf()["failures"];
+    return failures.size() == 1 && failures[0]["path"].asString() == Docs("broken.pdf");
+  }));
+}
+
 TEST_F(IndexerChain, NamesAreBytes) {
   StartIndexer();
   for (int byte = 1; byte < 256; ++byte) {
