@@ -224,6 +224,14 @@ void Reconciler::Tree(const std::string& path) {
   RemoveVanished(known);
 }
 
+void Reconciler::RemoveOutside(const std::string& path) {
+  for (const Entry& entry : index_.FindOutside(path)) {
+    CheckInterrupted();
+    index_.RemoveOne(entry.path);
+    CountChange();
+  }
+}
+
 void Reconciler::Walk(std::vector<std::string> folders, Known& known) {
   while (!folders.empty()) {
     const std::string folder = std::move(folders.back());

@@ -63,6 +63,10 @@ class Reconciler {
   /// Compares all at and below `path` and puts right what differs.
   void Tree(const std::string& path);
 
+  /// Removes the documents of whatever is not at or below `path`, the share's folder: the share had another name, or
+  /// lay elsewhere, and nobody said so.
+  void RemoveOutside(const std::string& path);
+
   /// Changes of the index so far.
   std::uint64_t changes() const { return changes_; }
 

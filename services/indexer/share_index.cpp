@@ -86,6 +86,14 @@ std::vector<Entry> ShareIndex::FindPrefix(const std::string& prefix) {
   return Query(BeginsWith(prefix));
 }
 
+std::vector<Entry> ShareIndex::FindOutside(const std::string& path) {
+  Json::Value others;
+  others["bool"]["must"].append(BeginsWith("/"));
+  others["bool"]["must_not"].append(PathIs(path));
+  others["bool"]["must_not"].append(BeginsWith(path + "/"));
+  return Query(std::move(others));
+}
+
 void ShareIndex::Upsert(const std::string& path, bool need_meta) {
   uncommitted_ = true;
   const Turn turn(extractions_);

@@ -23,6 +23,7 @@ class ShareIndex : public DocumentIndex {
   std::optional<Entry> Find(const std::string& path) override;
   std::vector<Entry> FindTree(const std::string& path) override;
   std::vector<Entry> FindPrefix(const std::string& prefix) override;
+  std::vector<Entry> FindOutside(const std::string& path) override;
   void Upsert(const std::string& path, bool need_meta) override;
   void SetAttributes(const std::string& path) override;
   void SetStamp(const std::string& path, const std::string& stamp) override;

@@ -32,6 +32,9 @@ class FakeIndex : public DocumentIndex {
   std::vector<Entry> FindPrefix(const std::string& prefix) override {
     return FindWhere([&prefix](const std::string& at) { return at.compare(0, prefix.size(), prefix) == 0; });
   }
+  std::vector<Entry> FindOutside(const std::string& path) override {
+    return FindWhere([&path](const std::string& at) { return !IsAtOrBelow(at, path); });
+  }
   void Upsert(const std::string& path, bool need_meta) override {
     calls.push_back((need_meta ? "read " : "add ") + path);
     if ((need_meta && unreadable.count(path) != 0) || refused.count(path) != 0 || extractor_ends-- > 0 ||

@@ -68,6 +68,19 @@ class PassTest : public testing::Test {
   std::string lines_;
 };
 
+TEST_F(PassTest, ACrashedQueueRemovesWhatTheShareHadUnderAnotherName) {
+  Write("a.txt", "one");
+  Build();
+  index_.documents["/elsewhere/share"] = {"", ""};
+  index_.documents["/elsewhere/share/a.txt"] = {"one", ""};
+
+  AddLine(fi::EVENT_QUEUE_CRASHED, At(""));
+  Run();
+
+  EXPECT_EQ(index_.documents.size(), 2U);
+  EXPECT_EQ(index_.documents.count(At("a.txt")), 1U);
+}
+
 TEST_F(PassTest, ACrashedQueueHasTheWholeShareCompared) {
   Write("a.txt", "one");
   Write("x/b.txt", "two");
