@@ -50,7 +50,7 @@ class Box : public test::IndexerBox {
     }
     StartIndexer();
     fileindex::AddCustomEvent(fileindex::EVENT_REINDEX, Docs(), "", Json::Value());
-    const bool ready = test::Soon([this] { return InIndex().size() == kFiles + 1; });
+    const bool ready = test::Eventually([this] { return InIndex().size() == kFiles + 1; });
     std::vector<double> latencies;
     for (int change = 0; ready && change < changes; ++change) {
       std::this_thread::sleep_for(kQuiet + milliseconds(random_() % 100));

@@ -6,8 +6,8 @@ fail() {
   exit 1
 }
 
-# step TITLE COMMAND...   prints TITLE and the seconds; the command's output goes to build/NAME.log and is shown if it
-# fails, which ends the script.
+# step TITLE COMMAND...   prints TITLE and the seconds; the command's output goes to build/NAME.log, whose end is shown if
+# it fails, which ends the script.
 step() {
   local title=$1 name log start
   shift
@@ -18,7 +18,7 @@ step() {
   printf '== %s ... ' "$title"
   if ! "$@" >"$log" 2>&1; then
     printf 'FAILED after %d s\n' $((SECONDS - start))
-    cat "$log" >&2
+    tail -n 200 "$log" >&2
     fail "$title failed; the log is $log"
   fi
   printf '%d s\n' $((SECONDS - start))

@@ -1,18 +1,24 @@
 // Parses, logs, and turns exceptions into exit statuses.
 #include "services/base/program.h"
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <csignal>
 #include <exception>
 #include <iostream>
 #include <map>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "services/base/log.h"
 
 namespace service {
 namespace {
+
+constexpr std::chrono::milliseconds kStopLimit{800};
 
 struct LogOptions {
   int level = LOG_NOTICE;
@@ -53,6 +59,15 @@ int RunProgram(const Program& program, int argc, const char* const* argv) {
     std::cerr << program.name << ": " << error.what() << '\n';
     return kExitFailure;
   }
+}
+
+void LimitStopping() {
+  std::thread watch([] {
+    std::this_thread::sleep_for(kStopLimit);
+    Record(LOG_NOTICE, "stopped").Add("reason", "work in progress was given up");
+    _exit(kExitStopped);
+  });
+  watch.detach();
 }
 
 StopSignals::StopSignals(boost::asio::io_context& context, std::function<void()> on_hangup)

@@ -30,6 +30,10 @@ struct Program {
 /// error.
 int RunProgram(const Program& program, int argc, const char* const* argv);
 
+/// Ends the process, with kExitStopped and a record, if it still runs after 800 ms: for work that cannot be interrupted
+/// and is done again, or was not promised, when it is cut short. Called when stopping begins.
+void LimitStopping();
+
 /// Ends the run of an event loop at SIGTERM or SIGINT. From construction on these signals end nothing else, so one that
 /// arrives during a long start is not lost: the loop ends at once when it is run then.
 class StopSignals {

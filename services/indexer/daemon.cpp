@@ -1,8 +1,6 @@
 // Arguments and the event loop.
 #include "services/indexer/daemon.h"
 
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <boost/asio/io_context.hpp>
@@ -22,9 +20,6 @@ namespace fileindexd {
 using service::Record;
 
 namespace {
-
-// Stopping may take this long; then the process ends as it is: what it did not finish is done again.
-constexpr std::chrono::milliseconds kStopLimit{800};
 
 struct Options {
   std::string socket = "/var/run/fileindexd.sock";
@@ -66,16 +61,6 @@ void Apply(const Numbers& numbers, Options& options) {
   worker.missing_index = std::chrono::milliseconds(numbers.missing_index_ms);
 }
 
-// The library waits for a search daemon that is busy, and cannot be interrupted.
-void LimitStopping() {
-  std::thread watch([] {
-    std::this_thread::sleep_for(kStopLimit);
-    Record(LOG_NOTICE, "stopped").Add("reason", "work in progress was given up");
-    _exit(service::kExitStopped);
-  });
-  watch.detach();
-}
-
 void Serve(const Options& options) {
   const service::PidFile lock(options.pid_file);
   auto context = std::make_unique<boost::asio::io_context>(1);
@@ -88,7 +73,7 @@ void Serve(const Options& options) {
   supervisor.Start();
   Record(LOG_NOTICE, "started").Add("socket", options.socket);
   context->run();
-  LimitStopping();
+  service::LimitStopping();  // the library waits for a busy search daemon, and cannot be interrupted
   supervisor.Stop();
   Record(LOG_NOTICE, "stopped").Add("reason", "asked to");
 }

@@ -2,14 +2,12 @@
 #include "services/search/daemon.h"
 
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <boost/asio/io_context.hpp>
 #include <chrono>
 #include <filesystem>
 #include <string>
-#include <thread>
 
 #include "services/base/log.h"
 #include "services/base/pid_file.h"
@@ -24,9 +22,6 @@ namespace nimoelasticd {
 using service::Record;
 
 namespace {
-
-// Stopping may take this long; then the process ends as it is, which loses no more than what is not committed anyway.
-constexpr std::chrono::milliseconds kStopLimit{800};
 
 struct Options {
   std::string state_dir = "/var/lib/nimoelasticd";
@@ -89,16 +84,6 @@ void RaiseDescriptorLimit() {
   }
 }
 
-// Ends the process if stopping takes too long: a search or a deletion in work cannot be interrupted.
-void LimitStopping() {
-  std::thread watch([] {
-    std::this_thread::sleep_for(kStopLimit);
-    Record(LOG_NOTICE, "stopped").Add("reason", "work in progress was given up");
-    _exit(service::kExitStopped);
-  });
-  watch.detach();
-}
-
 void Serve(const Options& options) {
   std::filesystem::create_directories(options.state_dir);
   const service::PidFile lock(options.state_dir + "/lock");
@@ -113,7 +98,7 @@ void Serve(const Options& options) {
   server.Open();
   Record(LOG_NOTICE, "started").Add("indexes", static_cast<long long>(catalog.All().size()));
   context.run();
-  LimitStopping();
+  service::LimitStopping();  // a search or a deletion in work cannot be interrupted
   server.Close();
   dispatcher.Stop();
   catalog.CloseAll();

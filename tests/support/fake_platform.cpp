@@ -119,6 +119,11 @@ std::vector<SeamCall> FakePlatform::calls() {
   return TheRegistry().calls;
 }
 
+size_t FakePlatform::call_count() {
+  const std::lock_guard lock(TheRegistry().mutex);
+  return TheRegistry().calls.size();
+}
+
 void FakePlatform::ForgetCalls() {
   const std::lock_guard lock(TheRegistry().mutex);
   TheRegistry().calls.clear();

@@ -171,6 +171,8 @@ class FakePlatform {
 
   /// All calls since then, in order.
   static std::vector<SeamCall> calls();
+  /// How many they are.
+  static size_t call_count();
   /// Forgets the calls and keeps scripts and state: for programs that make millions of them.
   static void ForgetCalls();
   /// Makes the `nth` call from now on (1: the next), of whatever operation, fail with `error`.

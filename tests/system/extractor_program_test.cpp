@@ -222,7 +222,7 @@ TEST_F(ExtractorProgram, Serves2000ConnectionsInTurn) {
     ASSERT_EQ(box_.Parse(box_ / "file")["data"]["NIMOMDTextContent"], "words") << i;
   }
 
-  EXPECT_TRUE(SoonHolds([&] { return descriptors() <= before; }));
+  EXPECT_TRUE(Eventually([&] { return descriptors() <= before; }));
 }
 
 TEST_F(ExtractorProgram, ServesOthersWhileClientsAreSilent) {
@@ -244,7 +244,7 @@ TEST_F(ExtractorProgram, ServesOthersWhileAClientDoesNotTakeItsAnswer) {
   lazy.Send(ParseText(box_ / "big"));
 
   EXPECT_TRUE(IsServed());
-  EXPECT_TRUE(SoonHolds([&] { return box_.Status()["state"] == "idle"; }));
+  EXPECT_TRUE(Eventually([&] { return box_.Status()["state"] == "idle"; }));
 }
 
 TEST_F(ExtractorProgram, OutlivesClientsThatHangUpAtAnyPoint) {
@@ -313,7 +313,7 @@ TEST_F(ExtractorProgram, StopsInASecondUnderLoadAndLeavesNothing) {
     clients.push_back(std::make_unique<ExtractorClient>(box_.socket()));
     clients.back()->Send(ParseText(box_ / "slow"));
   }
-  ASSERT_TRUE(SoonHolds([&] { return box_.Status()["in_work"].size() == 2; }));
+  ASSERT_TRUE(Eventually([&] { return box_.Status()["in_work"].size() == 2; }));
   const pid_t worker = box_.Status()["workers"][0].asInt();
   const auto start = Clock::now();
 
@@ -321,7 +321,7 @@ TEST_F(ExtractorProgram, StopsInASecondUnderLoadAndLeavesNothing) {
 
   EXPECT_EQ(result.exit_status, 0);
   EXPECT_LT(Clock::now() - start, std::chrono::seconds(1));
-  EXPECT_TRUE(SoonHolds([&] { return !IsRunning(worker); }));
+  EXPECT_TRUE(Eventually([&] { return !IsRunning(worker); }));
   EXPECT_FALSE(std::filesystem::exists(box_.socket()));
   EXPECT_FALSE(std::filesystem::exists(box_.pid_file()));
 }

@@ -28,7 +28,7 @@ class ExtractorRestart : public testing::Test {
   void KillOver(const std::string& path) {
     ExtractorClient client(box_.socket());
     client.Send(ParseText(path));
-    ASSERT_TRUE(SoonHolds([&] {
+    ASSERT_TRUE(Eventually([&] {
       const Json::Value work = box_.Status()["in_work"];
       return work.size() == 1 && work[0]["path"] == path;
     }));
@@ -116,11 +116,11 @@ TEST_F(ExtractorRestart, ReadsASuspectOnceMoreWithNoOtherFileInWork) {
   ExtractorClient suspect(box_.socket());
   ExtractorClient other(box_.socket());
   suspect.Send(ParseText(box_ / "suspect"));
-  ASSERT_TRUE(SoonHolds([&] { return box_.Status()["in_work"].size() == 1; }));
+  ASSERT_TRUE(Eventually([&] { return box_.Status()["in_work"].size() == 1; }));
 
   other.Send(ParseText(box_ / "other"));
 
-  ASSERT_TRUE(SoonHolds([&] { return box_.Status()["waiting"] == 1; }));
+  ASSERT_TRUE(Eventually([&] { return box_.Status()["waiting"] == 1; }));
   EXPECT_EQ(box_.Status()["in_work"][0]["path"], box_ / "suspect");
   EXPECT_TRUE((*service::FromText(suspect.Receive()))["success"].asBool());
   EXPECT_TRUE((*service::FromText(other.Receive()))["success"].asBool());
@@ -132,7 +132,7 @@ TEST_F(ExtractorRestart, SuspectsNothingAfterAStopThatWasAskedFor) {
   box_.Start();
   ExtractorClient client(box_.socket());
   client.Send(ParseText(box_ / "slow"));
-  ASSERT_TRUE(SoonHolds([&] { return box_.Status()["in_work"].size() == 1; }));
+  ASSERT_TRUE(Eventually([&] { return box_.Status()["in_work"].size() == 1; }));
   box_.Stop();
 
   box_.Start();

@@ -76,7 +76,7 @@ void ExtractorBox::StartProgram(const std::string& program, const std::vector<st
 
 void ExtractorBox::Launch(const std::vector<std::string>& command) {
   daemon_ = std::make_unique<Subprocess>(command);
-  const bool answers = SoonHolds([&] {
+  const bool answers = Eventually([&] {
     try {
       return Status().isObject();
     } catch (const std::exception&) {
@@ -129,17 +129,6 @@ bool IsRunning(pid_t pid) {
   std::getline(file, stat);
   const size_t name_end = stat.rfind(") ");
   return name_end != std::string::npos && stat[name_end + 2] != 'Z' && stat[name_end + 2] != 'X';
-}
-
-bool SoonHolds(const std::function<bool()>& holds, std::chrono::milliseconds limit) {
-  const auto end = std::chrono::steady_clock::now() + limit;
-  while (!holds()) {
-    if (std::chrono::steady_clock::now() > end) {
-      return false;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
-  return true;
 }
 
 }  // namespace orbisk::test

@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "tests/support/eventually.h"
 #include "tests/support/subprocess.h"
 #include "tests/support/temp_dir.h"
 
@@ -75,8 +76,5 @@ std::string ParseText(const std::string& path, bool need_meta = true);
 
 /// Whether a process runs. One that ended does not, even if nobody has asked how it ended.
 bool IsRunning(pid_t pid);
-
-/// Calls `holds` until it is true; false if it is not within `limit`.
-bool SoonHolds(const std::function<bool()>& holds, std::chrono::milliseconds limit = std::chrono::seconds(20));
 
 }  // namespace orbisk::test

@@ -81,7 +81,7 @@ TEST_F(ExtractorWorker, ThatSpeaksOutOfTurnIsNotAskedAgain) {
 
   box_.Do("reply_twice");
 
-  EXPECT_TRUE(SoonHolds([&] { return OnlyWorker() != worker; }, std::chrono::seconds(5)));
+  EXPECT_TRUE(Eventually([&] { return OnlyWorker() != worker; }, std::chrono::seconds(5)));
   EXPECT_FALSE(box_.Do("plain words")["data"].isMember("NIMOMDTitle"));
 }
 
@@ -169,7 +169,7 @@ TEST_F(ExtractorWorker, ThatIsKilledInWork50TimesFailsThoseFilesAlone) {
   for (int i = 0; i < 50; ++i) {
     ExtractorClient client(box_.socket());
     client.Send(ParseText(box_ / "slow"));
-    ASSERT_TRUE(SoonHolds([&] { return box_.Status()["in_work"].size() == 1; })) << "round " << i;
+    ASSERT_TRUE(Eventually([&] { return box_.Status()["in_work"].size() == 1; })) << "round " << i;
     const Json::Value work = box_.Status()["in_work"][0];
     EXPECT_EQ(work["path"], box_ / "slow");
 
@@ -194,7 +194,7 @@ TEST_F(ExtractorWorker, ThatIsKilledIdle50TimesFailsNoFile) {
     ASSERT_GT(worker, 0);
 
     kill(worker, SIGKILL);
-    ASSERT_TRUE(SoonHolds([&] { return OnlyWorker() != worker; }));
+    ASSERT_TRUE(Eventually([&] { return OnlyWorker() != worker; }));
 
     ASSERT_TRUE(IsServed()) << "round " << i;
   }
@@ -209,14 +209,14 @@ TEST_F(ExtractorWorker, SurvivesTheProcessThatItIsForkedFrom) {
     const pid_t nursery = std::stoi(children.output);
     ExtractorClient client(box_.socket());
     client.Send(ParseText(box_ / "slow"));
-    ASSERT_TRUE(SoonHolds([&] { return box_.Status()["in_work"].size() == 1; }));
+    ASSERT_TRUE(Eventually([&] { return box_.Status()["in_work"].size() == 1; }));
     const pid_t worker = OnlyWorker();
 
     kill(nursery, SIGKILL);
 
     const auto answer = service::FromText(client.Receive());
     EXPECT_EQ((*answer)["error"]["code"], kDied);
-    EXPECT_TRUE(SoonHolds([&] { return !IsRunning(worker); }));
+    EXPECT_TRUE(Eventually([&] { return !IsRunning(worker); }));
     ASSERT_TRUE(IsServed()) << "round " << i;
   }
 }
@@ -227,13 +227,13 @@ TEST_F(ExtractorWorker, DiesWithTheDaemonEvenWhenItHasJustBeenBorn) {
     box_.Start({"--workers", "1"});
     ExtractorClient client(box_.socket());
     client.Send(ParseText(box_ / "slow"));
-    ASSERT_TRUE(SoonHolds([&] { return box_.Status()["in_work"].size() == 1; }));
+    ASSERT_TRUE(Eventually([&] { return box_.Status()["in_work"].size() == 1; }));
     const pid_t worker = OnlyWorker();
 
     box_.daemon().Kill(SIGKILL);
     box_.daemon().Wait(std::chrono::seconds(5));
 
-    ASSERT_TRUE(SoonHolds([&] { return !IsRunning(worker); })) << "round " << i;
+    ASSERT_TRUE(Eventually([&] { return !IsRunning(worker); })) << "round " << i;
   }
 }
 
@@ -256,7 +256,7 @@ TEST_F(ExtractorWorker, TakesWaitingFilesInTurn) {
     clients.push_back(std::make_unique<ExtractorClient>(box_.socket()));
     clients.back()->Send(ParseText(box_ / "slow"));
   }
-  EXPECT_TRUE(SoonHolds([&] { return box_.Status()["waiting"].asInt() > 0; }));
+  EXPECT_TRUE(Eventually([&] { return box_.Status()["waiting"].asInt() > 0; }));
   EXPECT_EQ(box_.Status()["workers"].size(), 1U);
 
   for (const auto& client : clients) {

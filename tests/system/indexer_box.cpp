@@ -57,17 +57,6 @@ std::ostream& operator<<(std::ostream& stream, const Indexed& indexed) {
   return stream << (indexed.is_folder ? "folder " : "file ") << indexed.permissions << " \"" << indexed.text << "\"";
 }
 
-bool Soon(const std::function<bool()>& holds, std::chrono::milliseconds limit) {
-  const auto end = std::chrono::steady_clock::now() + limit;
-  while (!holds()) {
-    if (std::chrono::steady_clock::now() > end) {
-      return false;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  return true;
-}
-
 void IndexerBox::SetUpTestSuite() {
   SearchBox::SetUpTestSuite();
   EnterPrivateMounts({"/var/lib/nimotifyd"});
@@ -98,7 +87,7 @@ void IndexerBox::TearDown() {
 
 void IndexerBox::StartMonitor() {
   monitor_ = std::make_unique<Subprocess>(std::vector<std::string>{BuiltProgram("nimotifyd")});
-  ASSERT_TRUE(Soon(MonitorWatches, std::chrono::seconds(20)));
+  ASSERT_TRUE(Eventually(MonitorWatches, std::chrono::seconds(20)));
 }
 
 void IndexerBox::KillMonitor() {
@@ -110,7 +99,7 @@ void IndexerBox::StartIndexer(const std::vector<std::string>& arguments) {
                                       "--missing-index-ms",       "300"};
   command.insert(command.end(), arguments.begin(), arguments.end());
   indexer_ = std::make_unique<Subprocess>(command);
-  ASSERT_TRUE(Soon([] { return Command("status")["success"].asBool(); }, std::chrono::seconds(20)));
+  ASSERT_TRUE(Eventually([] { return Command("status")["success"].asBool(); }, std::chrono::seconds(20)));
 }
 
 void IndexerBox::KillIndexer() {
@@ -198,7 +187,7 @@ IndexedTree IndexerBox::OnDisk(const std::string& share) const {
 testing::AssertionResult IndexerBox::BecomesEqual(std::chrono::milliseconds limit, const std::string& share) const {
   const IndexedTree disk = OnDisk(share);
   IndexedTree index;
-  if (Soon([&] { return (index = InIndex(share)) == disk; }, limit)) {
+  if (Eventually([&] { return (index = InIndex(share)) == disk; }, limit)) {
     return testing::AssertionSuccess();
   }
   std::ostringstream text;

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/eventually.h"
 #include "tests/support/subprocess.h"
 #include "tests/system/search_box.h"
 
@@ -24,9 +25,6 @@ struct Indexed {
 };
 using IndexedTree = std::map<std::string, Indexed>;
 std::ostream& operator<<(std::ostream& stream, const Indexed& indexed);
-
-/// Calls `holds` until it is true; false if it is not within `limit`.
-bool Soon(const std::function<bool()>& holds, std::chrono::milliseconds limit = std::chrono::seconds(30));
 
 /// Each test gets daemons of its own. The share "docs" on the first volume is indexed as a whole.
 class IndexerBox : public SearchBox {

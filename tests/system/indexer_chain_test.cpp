@@ -78,12 +78,12 @@ TEST_F(IndexerChain, ANewFolderIsIndexedAndChangesInItFollow) {
 
 TEST_F(IndexerChain, ARenameOfAFolderReadsNoFile) {
   StartWithFiles();
-  ASSERT_TRUE(Soon(Idle));
+  ASSERT_TRUE(Eventually(Idle));
   // What was read right after it was written is read once more when it is met again.
   usleep(50'000);
   const int passes = StatusOf()["passes"].asInt();
   AddCustomEvent(fileindex::EVENT_REINDEX, Docs(), "", Json::Value());
-  ASSERT_TRUE(Soon([&] { return StatusOf()["passes"].asInt() > passes && Idle(); }));
+  ASSERT_TRUE(Eventually([&] { return StatusOf()["passes"].asInt() > passes && Idle(); }));
   const Json::Value before = ContentsRead();
 
   fs::rename(Docs("deep/er"), Docs("lower"));
@@ -110,7 +110,7 @@ TEST_F(IndexerChain, WhatIsNotWantedIsIndexedByItsAttributesAlone) {
 
   WriteFolders({entry});
 
-  EXPECT_TRUE(Soon([&] { return Find({"kingfisher"}).empty(); }));
+  EXPECT_TRUE(Eventually([&] { return Find({"kingfisher"}).empty(); }));
   EXPECT_EQ(InIndex().size(), OnDisk().size());
   EXPECT_EQ(InIndex()[Docs("a.txt")].text, "");
 
@@ -124,7 +124,7 @@ TEST_F(IndexerChain, AFolderTakenOutOfTheConfigurationIsFoundNoMore) {
 
   WriteFolders({Entry("/docs/deep/er", "some")});
 
-  EXPECT_TRUE(Soon([&] {
+  EXPECT_TRUE(Eventually([&] {
     const IndexedTree index = InIndex();
     return index.size() == 2 && index.count(Docs("deep/er")) == 1 && index.count(Docs("deep/er/b.txt")) == 1;
   }));
@@ -137,8 +137,8 @@ TEST_F(IndexerChain, PreservedNamesAreLeftOut) {
   StartIndexer();
   Announce(Docs());
 
-  EXPECT_TRUE(Soon([&] { return Find({"hidden"}) == std::vector{Docs("x/z.txt")}; }));
-  EXPECT_TRUE(Soon(Idle));
+  EXPECT_TRUE(Eventually([&] { return Find({"hidden"}) == std::vector{Docs("x/z.txt")}; }));
+  EXPECT_TRUE(Eventually(Idle));
   EXPECT_EQ(InIndex().count(Docs(".git/config")), 0U);
   EXPECT_EQ(InIndex().count(Docs("x/@eaDir")), 0U);
 }
@@ -210,7 +210,7 @@ TEST_F(IndexerChain, AShareThatIsMarkedIsComparedAndTheMarkTaken) {
   StartIndexer();
 
   EXPECT_TRUE(BecomesEqual());
-  EXPECT_TRUE(Soon([] { return fileindex::StatusMgr().GetShareStatus("docs") == 0; }));
+  EXPECT_TRUE(Eventually([] { return fileindex::StatusMgr().GetShareStatus("docs") == 0; }));
 }
 
 TEST_F(IndexerChain, ADeadSearchDaemonCostsNothingButTime) {
@@ -226,7 +226,7 @@ TEST_F(IndexerChain, WithoutAnExtractorNothingIsForgotten) {
   StartWithFiles();
   StopExtractor();
   Write("a.txt", "dipper");
-  ASSERT_TRUE(Soon([] { return StatusOf()["state"].asString() == "failing"; }));
+  ASSERT_TRUE(Eventually([] { return StatusOf()["state"].asString() == "failing"; }));
   EXPECT_EQ(InIndex()[Docs("a.txt")].text, "kingfisher");
 
   ReplaceExtractor();
@@ -244,7 +244,7 @@ TEST_F(IndexerChain, AScanThatIsKilledAgainAndAgainReadsHardlyAFileTwice) {
   Announce(Docs());
 
   for (size_t part = 1; part < 5; ++part) {
-    ASSERT_TRUE(Soon([&] { return StatusOf()["changed"].asUInt() > 0; }));
+    ASSERT_TRUE(Eventually([&] { return StatusOf()["changed"].asUInt() > 0; }));
     usleep(30'000);
     KillIndexer();
     StartIndexer();
@@ -261,7 +261,7 @@ TEST_F(IndexerChain, ItStopsWithinASecondInTheMiddleOfAScan) {
   }
   StartIndexer();
   Announce(Docs());
-  ASSERT_TRUE(Soon([&] { return StatusOf()["changed"].asUInt() > 0; }));
+  ASSERT_TRUE(Eventually([&] { return StatusOf()["changed"].asUInt() > 0; }));
   const auto asked = std::chrono::steady_clock::now();
 
   EXPECT_EQ(StopIndexer(), 0);
@@ -330,7 +330,7 @@ TEST_F(IndexerChain, AnAnnouncementOfTooMuchClosesTheConnection) {
 
 TEST_F(IndexerChain, IdleItDoesNotWakeUp) {
   StartWithFiles();
-  ASSERT_TRUE(Soon(Idle));
+  ASSERT_TRUE(Eventually(Idle));
   usleep(300'000);
   const auto switches = [&] {
     long sum = 0;

@@ -60,7 +60,7 @@ TEST_F(IndexerManagement, ADeletedFolderTakesItsIndexAndWorkerAlong) {
 
   FolderDelete("music");
 
-  EXPECT_TRUE(Soon([] { return StatusOf("music").isNull(); }));
+  EXPECT_TRUE(Eventually([] { return StatusOf("music").isNull(); }));
   usleep(1'000'000);
   EXPECT_TRUE(InIndex("music").empty());
 }
@@ -71,7 +71,7 @@ TEST_F(IndexerManagement, KindsThatAreSwitchedOffAndOnFollow) {
   entry["document"] = false;
 
   FolderSet(ListOf(entry), false);
-  EXPECT_TRUE(Soon([this] { return InIndex("music")[OnFirst("music/a.txt")].text.empty(); }));
+  EXPECT_TRUE(Eventually([this] { return InIndex("music")[OnFirst("music/a.txt")].text.empty(); }));
 
   FolderSet(ListOf(Entry("/music", "songs")), false);
   EXPECT_TRUE(BecomesEqual(kLimit, "music"));

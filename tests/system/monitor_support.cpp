@@ -58,17 +58,6 @@ std::ostream& operator<<(std::ostream& stream, const QueueLine& line) {
   return stream << line.path;
 }
 
-bool Eventually(const std::function<bool()>& holds, std::chrono::milliseconds limit) {
-  const auto end = std::chrono::steady_clock::now() + limit;
-  while (!holds()) {
-    if (std::chrono::steady_clock::now() > end) {
-      return false;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return true;
-}
-
 MonitorBox::MonitorBox(bool on_disk) {
   EnterNamespaceOnce();
   area_ = std::make_unique<TempDir>();

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/eventually.h"
 #include "tests/support/subprocess.h"
 #include "tests/support/temp_dir.h"
 
@@ -33,9 +34,6 @@ constexpr int kDeleteLine = 0x80;
 constexpr int kRenameLine = 0x100;
 constexpr int kCrashedLine = 0x200;
 constexpr int kAllBits = 65478;  ///< the mask that the library registers
-
-/// Calls `holds` until it is true; false if it is not within `limit`.
-bool Eventually(const std::function<bool()>& holds, std::chrono::milliseconds limit = std::chrono::seconds(20));
 
 /// A private mount namespace with an empty file system, in it a watched folder (`share()`), a folder beside it
 /// (`outside()`), the queue file in the index area, and the registrations. The first box of a program makes the

@@ -138,13 +138,13 @@ TEST(SearchProgram, DatabaseShrinksAfterDeletionsWhenNobodyAsks) {
   }
   box.CodeOf("commit", Object("{'id':'a'}"));
   const auto bytes = [&] { return box.Ask("index_stat", Object("{'id':'a'}"))["data"]["bytes"].asInt64(); };
-  ASSERT_TRUE(EventuallyTrue([&] { return bytes() > 500'000; }));
+  ASSERT_TRUE(Eventually([&] { return bytes() > 500'000; }));
   const auto before = bytes();
 
   box.CodeOf("document_del_by_query", Object("{'id':'a','query':{'qsl':{'prefix':{'NIMOMDPath':'/v/'}}}}"));
   box.CodeOf("commit", Object("{'id':'a'}"));
 
-  EXPECT_TRUE(EventuallyTrue([&] { return bytes() < before / 2; })) << before << " " << bytes();
+  EXPECT_TRUE(Eventually([&] { return bytes() < before / 2; })) << before << " " << bytes();
 }
 
 TEST(SearchProgram, DatabaseShrinksAlsoWhenTheDaemonEndedBeforeItCould) {
@@ -168,7 +168,7 @@ TEST(SearchProgram, DatabaseShrinksAlsoWhenTheDaemonEndedBeforeItCould) {
 
   box.Start({"--quiet-ms", "200"});
 
-  EXPECT_TRUE(EventuallyTrue([&] { return bytes() < before / 2; })) << before << " " << bytes();
+  EXPECT_TRUE(Eventually([&] { return bytes() < before / 2; })) << before << " " << bytes();
 }
 
 long Switches(pid_t pid) {
@@ -300,7 +300,7 @@ TEST(SearchClients, ManyConnectionsInTurnLeaveNothingBehind) {
   }
 
   EXPECT_TRUE(Answers(box));
-  EXPECT_TRUE(EventuallyTrue([&] { return count() == before; }));
+  EXPECT_TRUE(Eventually([&] { return count() == before; }));
 }
 
 TEST(SearchClients, RequestOverTheMemoryBoundIsReadAndToldToComeBack) {

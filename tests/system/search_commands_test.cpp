@@ -315,7 +315,7 @@ TEST_F(SearchCommands, DamagedDatabaseIsRepairedOrReported) {
   EXPECT_TRUE(checked["data"]["repairing"].asBool());
   EXPECT_NE("", checked["data"]["problem"].asString());
 
-  ASSERT_TRUE(EventuallyTrue([&] { return State("a") == "open" || State("a") == "damaged"; }));
+  ASSERT_TRUE(Eventually([&] { return State("a") == "open" || State("a") == "damaged"; }));
   const int code = box_.Put("a", "/v/new", "new");
   EXPECT_TRUE(code == 0 || code == 1222) << code;
   if (code == 0) {

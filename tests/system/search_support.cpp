@@ -114,7 +114,7 @@ void SearchBox::Start(const std::vector<std::string>& arguments) {
                                       root_ + "/state",      "--log-stderr", "--log-level", "info"};
   command.insert(command.end(), arguments.begin(), arguments.end());
   daemon_ = std::make_unique<Subprocess>(command);
-  if (!EventuallyTrue([&] { return CodeOf("index_list", Json::objectValue) == 0; })) {
+  if (!Eventually([&] { return CodeOf("index_list", Json::objectValue) == 0; })) {
     throw std::runtime_error("the daemon does not start: " + daemon_->Wait(std::chrono::seconds(1)).errors);
   }
 }
@@ -158,7 +158,7 @@ Json::Value SearchBox::Ask(const std::string& command, const Json::Value& data) 
 
 Json::Value SearchBox::AskPatiently(const std::string& command, const Json::Value& data) const {
   Json::Value answer;
-  EventuallyTrue([&] {
+  Eventually([&] {
     answer = Ask(command, data);
     const int code = CodeIn(answer);
     return code != 606 && code != 607 && code != 609;
@@ -228,17 +228,6 @@ std::string JsonLine(const Json::Value& value) {
   builder["indentation"] = "";
   builder["emitUTF8"] = true;
   return Json::writeString(builder, value);
-}
-
-bool EventuallyTrue(const std::function<bool()>& holds, std::chrono::milliseconds limit) {
-  const auto end = std::chrono::steady_clock::now() + limit;
-  while (!holds()) {
-    if (std::chrono::steady_clock::now() > end) {
-      return false;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return true;
 }
 
 }  // namespace orbisk::test

@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "tests/support/eventually.h"
 #include "tests/support/subprocess.h"
 #include "tests/support/temp_dir.h"
 
@@ -82,7 +83,6 @@ Json::Value Object(std::string text);
 /// The mappings of CreateIndex.
 Json::Value SmallMappings();
 std::string JsonLine(const Json::Value& value);
-bool EventuallyTrue(const std::function<bool()>& holds, std::chrono::milliseconds limit = std::chrono::seconds(30));
 /// The path of the built daemon.
 std::string SearchDaemonProgram();
 

@@ -105,7 +105,7 @@ void ShowStatus(const Options& options) {
 
 }  // namespace
 
-void AddPauseCommands(CLI::App& app) {
+void AddPauseAndResume(CLI::App& app) {
   const auto options = std::make_shared<Options>();
 
   CLI::App* const pause = app.add_subcommand("pause", "Pause indexing");
@@ -116,7 +116,11 @@ void AddPauseCommands(CLI::App& app) {
 
   CLI::App* const resume = app.add_subcommand("resume", "End a pause");
   resume->callback([options] { Resume(*options); });
+}
 
+void AddPauseCommands(CLI::App& app) {
+  AddPauseAndResume(app);
+  const auto options = std::make_shared<Options>();
   CLI::App* const status = app.add_subcommand("status", "Whether indexing is paused, and which shares need a reindex");
   status->add_flag("--json", options->json, "Print one line of JSON");
   status->callback([options] { ShowStatus(*options); });

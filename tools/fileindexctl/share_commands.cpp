@@ -122,6 +122,8 @@ void AddShareCommands(CLI::App& app) {
   const auto options = std::make_shared<Options>();
   Entry& entry = options->entry;
 
+  AddShareOperations(*group);
+
   CLI::App* const add = group->add_subcommand("register", "Make a folder a share, or change a share");
   add->add_option("NAME", entry.name, "The share's name")->required();
   add->add_option("PATH", entry.path, "Its folder: an absolute path that ends in NAME")->required();

@@ -20,7 +20,7 @@ constexpr char kTool[] = "/usr/nimo/bin/nimonxmnotify";
 TEST(Notification, OfNoRoomOpensTheApplicationsPreferences) {
   const FakePlatform platform;
   SendNXMNotify();
-  ASSERT_EQ(1U, FakePlatform::calls().size());
+  ASSERT_EQ(1U, FakePlatform::call_count());
   EXPECT_EQ((std::vector<std::string>{
                 kTool, "187",
                 "-c|NIMO.Scoutly.Application|-b|true|-e|false|@administrators|app:displayname|error:index_no_space|"
@@ -32,7 +32,7 @@ TEST(Notification, OfNoRoomOpensTheApplicationsPreferences) {
 TEST(Notification, OfScarceMemoryIsShort) {
   const FakePlatform platform;
   NotifyLackOfMemory();
-  ASSERT_EQ(1U, FakePlatform::calls().size());
+  ASSERT_EQ(1U, FakePlatform::call_count());
   EXPECT_EQ((std::vector<std::string>{
                 kTool, "187", "-c|NIMO.Scoutly.Application|@administrators|app:displayname|error:lack_of_memory"}),
             FakePlatform::calls()[0].arguments);

@@ -159,7 +159,7 @@ class Sweep {
     }
     const std::string before = Files(box);
     const Leftovers leftovers;
-    const size_t calls_before = FakePlatform::calls().size();
+    const size_t calls_before = FakePlatform::call_count();
     if (nth > 0) {
       FakePlatform::FailCall(nth);
     }

@@ -130,9 +130,9 @@ TEST_F(FoldersFile, OneBadEntryFailsTheWholeLoad) {
 }
 
 TEST_F(FoldersFile, LoadingAsksTheBoxNothing) {
-  const size_t asked = orbisk::test::FakePlatform::calls().size();
+  const size_t asked = orbisk::test::FakePlatform::call_count();
   Manager({Entry("/gone/a"), Entry("malformed")});
-  EXPECT_EQ(asked, orbisk::test::FakePlatform::calls().size());
+  EXPECT_EQ(asked, orbisk::test::FakePlatform::call_count());
 }
 
 TEST_F(FoldersFile, SavingActsAsRootAndReplacesAnyMode) {

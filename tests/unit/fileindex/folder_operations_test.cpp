@@ -307,13 +307,13 @@ TEST_F(FolderOperations, TheUpdaterIsRefusedDuplicatesAndFullSharesAllTheSame) {
 }
 
 TEST_F(FolderOperations, AnIndexThatCannotBeMadeSkipsAllThatFollowsForAllShares) {
-  FakeConnections().Reply(R"({"success":false,"error":{"code":600,"msg":"m"}})");
+  FakeConnections().Reply(kRefusal);
 
   const Story story = Add({Entry("/photo/a"), Entry("/music/a")});
 
   EXPECT_EQ(Joined({{"lock folders", RoomNote("photo"), RoomNote("music")},
                     ServicesOn(),
-                    {CreateNote("music"), "unlock folders", "Error 600 Request failed, msg=m"}}),
+                    {CreateNote("music"), "unlock folders", kRefused}}),
             story);
   EXPECT_FALSE(std::filesystem::exists(kFoldersFile));
 }
@@ -470,11 +470,10 @@ TEST_F(FolderOperations, DeletingInAShareThatDoesNotExistFailsAndStoresNothing) 
 TEST_F(FolderOperations, AnIndexThatCannotBeDeletedLeavesTheConfiguration) {
   WriteFoldersFile({Entry("/photo/a")});
   const std::string before = FoldersText();
-  FakeConnections().Reply(R"({"success":false,"error":{"code":600,"msg":"m"}})");
+  FakeConnections().Reply(kRefusal);
 
-  EXPECT_EQ(
-      (Story{"lock folders", SearchNote("index_delete", "photo"), "unlock folders", "Error 600 Request failed, msg=m"}),
-      Delete({"/photo/a"}));
+  EXPECT_EQ((Story{"lock folders", SearchNote("index_delete", "photo"), "unlock folders", kRefused}),
+            Delete({"/photo/a"}));
   EXPECT_EQ(before, FoldersText());
 }
 
@@ -589,10 +588,9 @@ TEST_F(Reindexing, LooksAtTheWholeListBeforeItQueuesAnything) {
 TEST_F(Reindexing, AFailedRebuildLeavesTheFlags) {
   SetStatus("photo", 3);
   FakeConnections().Reply(R"({"success":true})");
-  FakeConnections().Reply(R"({"success":false,"error":{"code":600,"msg":"m"}})");
+  FakeConnections().Reply(kRefusal);
 
-  EXPECT_EQ((Story{SearchNote("index_delete", "photo"), CreateNote("photo"), "Error 600 Request failed, msg=m"}),
-            ReindexAll({"/photo/a"}));
+  EXPECT_EQ((Story{SearchNote("index_delete", "photo"), CreateNote("photo"), kRefused}), ReindexAll({"/photo/a"}));
   EXPECT_EQ((Story{"0", "3"}), Statuses());
 }
 

@@ -69,7 +69,7 @@ TEST(PreservedName, IsWhatTheBoxCallsHiddenToo) {
 TEST(PreservedName, IsAskedOfTheBoxFirst) {
   const FakePlatform platform;
   IsSystemPreservedFileName(".git");
-  ASSERT_EQ(1U, FakePlatform::calls().size());
+  ASSERT_EQ(1U, FakePlatform::call_count());
   EXPECT_EQ("NIMOEAIsHiddenDir", FakePlatform::calls()[0].function);
   EXPECT_EQ(Words{".git"}, FakePlatform::calls()[0].arguments);
 }

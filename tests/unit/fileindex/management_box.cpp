@@ -108,7 +108,7 @@ void ManagementBox::MakeFolders(const std::vector<std::string>& share_paths) con
 }
 
 Story ManagementBox::StoryOf(const std::function<void()>& action) {
-  const size_t first_call = FakePlatform::calls().size();
+  const size_t first_call = FakePlatform::call_count();
   Forget();
   {
     const SystemCalls calls([this](const SystemCall& call) {
@@ -139,7 +139,7 @@ void ManagementBox::Forget() {
 }
 
 void ManagementBox::Note(const std::string& text) {
-  const size_t calls_before = FakePlatform::calls().size();
+  const size_t calls_before = FakePlatform::call_count();
   const std::lock_guard lock(mutex_);
   notes_.push_back({calls_before, text});
 }

@@ -17,6 +17,10 @@ namespace orbisk::fileindex::test {
 
 using Story = std::vector<std::string>;
 
+/// An answer of the search daemon, and how an operation that got it ends.
+constexpr char kRefusal[] = R"({"success":false,"error":{"code":600,"msg":"m"}})";
+constexpr char kRefused[] = "Error 600 Request failed, msg=m";
+
 /// A ConfigBox with a search daemon that says yes to everything, an indexing daemon, and time that does not pass.
 class ManagementBox {
  public:

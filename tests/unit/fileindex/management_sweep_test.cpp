@@ -282,7 +282,7 @@ TEST(ManagementSweep, AFailureOfThePlatformHasTheOneOutcomeThatItStandsFor) {
     for (size_t nth = 1;; ++nth) {
       SweepBox box(operation);
       const Leftovers leftovers;
-      const size_t calls_before = FakePlatform::calls().size();
+      const size_t calls_before = FakePlatform::call_count();
       FakePlatform::FailCall(nth);
       const Story story = box.Run();
       const std::vector<SeamCall> calls = FakePlatform::calls();
@@ -389,12 +389,12 @@ TEST(ManagementSweep, AQuestionThatFailsLeavesTheAnswerAlone) {
         SweepBox box(operation);
         const Leftovers leftovers;
         const SystemFailure failure(fail_system ? nth : 0, EIO);
-        const size_t calls_before = FakePlatform::calls().size();
+        const size_t calls_before = FakePlatform::call_count();
         if (!fail_system) {
           FakePlatform::FailCall(nth);
         }
         const Story story = box.Run();
-        if (fail_system ? failure.failed().empty() : FakePlatform::calls().size() < calls_before + nth) {
+        if (fail_system ? failure.failed().empty() : FakePlatform::call_count() < calls_before + nth) {
           break;
         }
         SCOPED_TRACE(name + ", call " + std::to_string(nth) + " " + failure.failed());

@@ -176,7 +176,7 @@ TEST_F(SharePath, OfNoShareHasNoFullPath) {
 
 TEST_F(SharePath, IsFoundUnderTheLockOnly) {
   EXPECT_EQ("photo /volume1/photo", HolderOf("/volume1/photo/2019/a.jpg"));
-  ASSERT_EQ(1U, FakePlatform::calls().size());
+  ASSERT_EQ(1U, FakePlatform::call_count());
   EXPECT_EQ("NIMOShareNamePathGet", FakePlatform::calls()[0].function);
   EXPECT_EQ((Words{"/volume1/photo/2019/a.jpg", "pointer", "492", "pointer", "4096"}),
             FakePlatform::calls()[0].arguments);
@@ -331,7 +331,7 @@ TEST_F(RecycleBin, OfTheShareHomesComesFirst) {
 
 TEST_F(RecycleBin, IsAskedForUnderTheLock) {
   IsFullPathInRecycleBin("/volume1/homes/ann/#recycle/a");
-  EXPECT_EQ(3U, FakePlatform::calls().size());
+  EXPECT_EQ(3U, FakePlatform::call_count());
   for (const auto& call : FakePlatform::calls()) {
     EXPECT_TRUE(call.sdk_mutex_held) << call.function;
   }

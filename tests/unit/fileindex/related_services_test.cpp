@@ -374,9 +374,9 @@ TEST_F(TermSuggestion, AMarkerThatCannotBeMadeIsLoggedAndTheNextShareFollows) {
 
 TEST_F(TermSuggestion, TheMarkerStaysWhenTheEngineFails) {
   Unavailable(R"(["fileindex_music"])");
-  FakeConnections().Reply(R"({"success":false,"error":{"code":600,"msg":"m"}})");
+  FakeConnections().Reply(kRefusal);
 
-  EXPECT_EQ((Story{"search list_term_sugg_db {}", QueryNote("music", "/music"), "Error 600 Request failed, msg=m"}),
+  EXPECT_EQ((Story{"search list_term_sugg_db {}", QueryNote("music", "/music"), kRefused}),
             box_.StoryOf([] { UpdateTermSuggestion(); }));
   EXPECT_TRUE(std::filesystem::exists(Marker("music")));
 }

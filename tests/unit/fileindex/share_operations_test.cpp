@@ -28,9 +28,6 @@ using orbisk::test::ReadFile;
 using testing::Contains;
 using testing::HasSubstr;
 
-constexpr char kRefusal[] = R"({"success":false,"error":{"code":600,"msg":"m"}})";
-constexpr char kRefused[] = "Error 600 Request failed, msg=m";
-
 class ShareOperations : public testing::Test {
  protected:
   ShareOperations() {

@@ -35,9 +35,6 @@ using orbisk::test::WithoutLine;
 using testing::Contains;
 using testing::HasSubstr;
 
-constexpr char kRefusal[] = R"({"success":false,"error":{"code":600,"msg":"m"}})";
-constexpr char kRefused[] = "Error 600 Request failed, msg=m";
-
 // Two shares on volume 1, and one on volume 10, all below the box's volume.
 class VolumeOperations : public testing::Test {
  protected:

@@ -66,14 +66,14 @@ TEST_F(CredentialsTest, ADefaultGuardLooksUpWhoItIsUnderTheLockAndSwitchesNothin
   BecomeAnn();
   {
     const SDKCredentials guard;
-    ASSERT_EQ(2U, FakePlatform::calls().size());
+    ASSERT_EQ(2U, FakePlatform::call_count());
     EXPECT_EQ((Words{"1001", "pointer"}), FakePlatform::calls()[0].arguments);
     EXPECT_EQ("NIMOUserGetByUID", FakePlatform::calls()[0].function);
     EXPECT_EQ("NIMOUserFree", FakePlatform::calls()[1].function);
     EXPECT_TRUE(FakePlatform::calls()[0].sdk_mutex_held);
     EXPECT_TRUE(FakePlatform::calls()[1].sdk_mutex_held);
   }
-  EXPECT_EQ(2U, FakePlatform::calls().size()) << "nothing to go back from";
+  EXPECT_EQ(2U, FakePlatform::call_count()) << "nothing to go back from";
   EXPECT_EQ("1001:2001", Identity());
 }
 

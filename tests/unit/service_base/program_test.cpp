@@ -87,6 +87,19 @@ TEST_F(ProgramTest, LogLevelSelectsTheRecords) {
   EXPECT_EQ(Run({}), kExitStopped);
 }
 
+TEST(LimitStoppingTest, EndsAProcessWhoseWorkDoesNotEnd) {
+  const auto stop_for_ever = [] {
+    LimitStopping();
+    sleep(20);
+    _exit(kExitFailure);
+  };
+  const auto start = std::chrono::steady_clock::now();
+
+  EXPECT_EXIT(stop_for_ever(), testing::ExitedWithCode(kExitStopped), "");
+
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(800));
+}
+
 // Runs the loop until a signal ends it; false if none does.
 bool Ends(boost::asio::io_context& context) {
   const auto work = boost::asio::make_work_guard(context);
