@@ -66,6 +66,7 @@ become_box() {
   done
   mkdir -m 1777 "$root/dev/shm"
   ln -s /proc/self/fd "$root/dev/fd"
+  ln -s pts/ptmx "$root/dev/ptmx"  # a unit with devices of its own gets a copy
   mkdir -p "$root/packages" "$root/old" "$root/volume1" "$root/volume2"
   mount --bind "$packages" "$root/packages"
   mount -o remount,bind,ro "$root/packages"
@@ -123,9 +124,8 @@ in_box() {
 fail() {
   echo "NOT OK: $*" >&2
   if [ -n "$box" ]; then
-    in_box journalctl -b --no-pager 2>/dev/null | grep -E 'nimo|fileindex|systemd\[1\]' | tail -40 >&2 || true
+    in_box journalctl -b --no-pager 2>/dev/null | tail -60 >&2 || true
     in_box sh -c 'tail -n 20 /var/log/box-*.log 2>/dev/null' >&2 || true
-    in_box ps -e -o pid,args >&2 2>/dev/null || true
   fi
   exit 1
 }
@@ -203,7 +203,7 @@ runs() {
 check_services() {
   local unit
   for unit in nimotifyd nimoelasticd nimocontentextractd fileindexd pkg-Orbisk-fileindexd; do
-    soon 20 systemctl is-active --quiet "$unit" || { in_box systemctl status "$unit" >&2; fail "$unit does not run"; }
+    soon 20 systemctl is-active --quiet "$unit" || fail "$unit does not run"
   done
   for unit in nimotifyd nimoelasticd nimocontentextractd fileindexd; do
     in_box systemctl is-enabled --quiet "$unit" || fail "$unit is not enabled"
@@ -243,6 +243,16 @@ check_group() {
   ! in_box setpriv --reuid nobody --regid nogroup --clear-groups fileindexctl search heron >/dev/null 2>&1 ||
     fail "everybody may search"
   ok "the group Orbisk may search, others may not"
+}
+
+# A unit that refused it would not be noticed otherwise.
+check_priority() {
+  local pid
+  pid=$(in_box sh -c 'for exe in /proc/[0-9]*/exe; do
+      [ "$(readlink "$exe")" != /usr/bin/fileindexd ] || basename "${exe%/exe}"; done')
+  in_box sh -c 'cat /proc/$1/task/*/stat' sh "$pid" | sed 's/.*) //' | awk '$17 == 10 && $39 == 3' | grep -q . ||
+    fail "fileindexd's workers have no low priority"
+  ok "the indexing daemon's workers have a low priority"
 }
 
 files_of_shares() {
@@ -310,7 +320,7 @@ set_traps() {
 purge() {
   local manager=$1 before state left
   set_traps
-  [ "$manager" = systemd ] || { in_box fileindexctl folder delete --help >/dev/null; stop_by_hand; }
+  [ "$manager" = systemd ] || stop_by_hand
   before=$(files_of_shares)
   dpkg_step "purge" apt-get purge -y -q fileindex
   for state in /var/lib/nimoelasticd /var/lib/nimotifyd /var/lib/nimocontentextractd /var/packages /etc/nimo \
@@ -321,7 +331,7 @@ purge() {
   [ "$(files_of_shares)" = "$before" ] || fail "files of shares are not what they were"
   ok "a purge removes state, configuration and indexes, and leaves the files of shares"
   dpkg_step "purge of the libraries" apt-get purge -y -q libfileindex0 libnimo0
-  left=$(in_box sh -c 'find / -xdev \( -path /proc -o -path /sys -o -path /packages -o -path /var/cache/apt \
+  left=$(in_box sh -c 'find / -xdev \( -path /proc -o -path /sys -o -path /packages -o -path /volume2 -o -path /var/cache/apt \
     -o -path "/var/lib/apt" -o -path /var/log \) -prune -o \( -iname "*nimo*" -o -iname "*fileindex*" -o -iname "*orbisk*" \) -print;
     find /run /tmp -name "*nimo*" -o -name "*fileindex*" -o -name "*orbisk*"' | grep -v '^/run/systemd' || true)
   [ -z "$left" ] || fail "left behind: $left"
@@ -341,6 +351,7 @@ try_out() {
   soon 20 test -S /run/nimotifyd.sock -a -S /run/nimoelasticd.sock || fail "monitor and search daemon do not start"
   make_shares
   check_group
+  check_priority
   upgrade "$manager"
   remove_and_reinstall "$manager"
   purge "$manager"
