@@ -89,6 +89,8 @@ become_box() {
 make_cgroup() {
   local top
   top=$(awk '$0 ~ / - cgroup2 / { print $5; exit }' /proc/self/mountinfo)
+  # Left by a killed run; one in use cannot be removed.
+  [ -z "$top" ] || find "$top"/fileindex-packages-test.* -depth -type d -exec rmdir {} \; 2>/dev/null || true
   [ -n "$top" ] && mkdir "$top/fileindex-packages-test.$$" 2>/dev/null || return 1
   cgroup=$top/fileindex-packages-test.$$
 }
