@@ -294,7 +294,7 @@ TEST_F(MoveCommand, OneThatWasKilledAtAnyInstantIsFinishedByCallingItAgain) {
   std::string to = "songs";
   int interrupted = 0;
   bool was_finished = false;
-  for (std::chrono::milliseconds after{0}; !was_finished; after += std::chrono::milliseconds(3) + after / 16) {
+  for (std::chrono::microseconds after{0}; !was_finished; after += std::chrono::microseconds(500) + after / 32) {
     Subprocess first({BuiltProgram("fileindexctl"), "share", "move-name", from, to});
     std::this_thread::sleep_for(after);  // the instant is what is tried
     first.Kill(SIGKILL);
@@ -304,15 +304,15 @@ TEST_F(MoveCommand, OneThatWasKilledAtAnyInstantIsFinishedByCallingItAgain) {
     const ProcessResult second = Move(from, to);
 
     if (second.exit_status != 0) {  // nothing was left to be done
-      EXPECT_TRUE(FailsWith(second, "fileindexctl: no such share: " + from)) << after.count() << " ms";
+      EXPECT_TRUE(FailsWith(second, "fileindexctl: no such share: " + from)) << after.count() << " us";
     }
     EXPECT_EQ(Registered(to), OnFirst(to));
     EXPECT_FALSE(fs::exists(kNote));
     EXPECT_FALSE(fs::exists(OnFirst(from)));
-    ASSERT_TRUE(BecomesEqual(std::chrono::seconds(30), to)) << after.count() << " ms";
+    ASSERT_TRUE(BecomesEqual(std::chrono::seconds(30), to)) << after.count() << " us";
     std::swap(from, to);
   }
-  EXPECT_GT(interrupted, 3);
+  EXPECT_GT(interrupted, 0);
 }
 
 }  // namespace
