@@ -150,15 +150,20 @@ void Reconciler::Update(const std::string& path, bool trust) {
     Tree(path);  // the folders below it are not all to be treated alike
     return;
   }
-  const std::optional<Entry> known = trust || is_folder ? index_.Find(path) : std::nullopt;
-  if (is_folder && !(known && known->stamp && known->stamp->identity == found.stamp.identity)) {
+  const std::optional<Entry> known = index_.Find(path);
+  const bool is_known = known && known->stamp && known->stamp->identity == found.stamp.identity;
+  if (is_folder && !is_known) {
     Tree(path);  // not the folder that the index knows, so nothing is known of what is in it
     return;
   }
   progress_.BeginFile(path);
   const std::uint64_t before = changes_;
   if (IsWanted(path, found)) {
-    Settle(path, found, known ? &*known : nullptr, trust || is_folder);
+    if (!is_known) {
+      index_.RemoveBelow(path);  // a folder may have been here, of whose end nobody said more than this
+    }
+    const bool believes_it = trust || is_folder;
+    Settle(path, found, known && believes_it ? &*known : nullptr, believes_it);
     if (remember_reads) {
       read_[path] = found.stamp;
     }

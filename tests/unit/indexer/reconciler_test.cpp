@@ -175,6 +175,18 @@ TEST_F(ReconcilerTest, AFolderInThePlaceOfAFileAndTheOtherWayRound) {
   EXPECT_EQ(Texts(), DiskTexts());
 }
 
+TEST_F(ReconcilerTest, AnUpdateOfAFileRemovesWhatWasBelowAFolderInItsPlace) {
+  Write("x/a.txt", "one");
+  Write("x/y/b.txt", "two");
+  Build();
+  fs::remove_all(At("x"));
+  Write("x", "three");
+
+  Fresh().Update(At("x"), false);
+
+  EXPECT_EQ(Texts(), DiskTexts());
+}
+
 TEST_F(ReconcilerTest, AnUpdateOfWhatIsGoneRemovesItAndADeleteOfWhatIsThereReadsIt) {
   Write("a.txt", "one");
   Write("x/b.txt", "two");
