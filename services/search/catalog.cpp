@@ -292,7 +292,7 @@ void Catalog::MoveFiles(const Entry& entry, const Entry& wanted) {
   registry_.Replace(entry.id, moving);
   if (at_old) {  // else whoever moved the share has moved them along
     try {
-      PlaceIndex(entry.path, wanted.path, names);
+      PlaceIndex(entry.path, wanted.path, HostedIndex::FilesToMove());
     } catch (const std::system_error& error) {
       registry_.Replace(entry.id, entry);
       throw Refusal(Code::kMoveFailed, std::string("the index cannot be moved: ") + error.what());

@@ -21,14 +21,18 @@ namespace {
 
 // Lies in the index's folder while there are changes that are not committed. A daemon that finds it knows that clients
 // count on changes that are gone. It need not survive a power cut: those clients do not either, and begin anew.
+constexpr const char* kUncommittedName = "uncommitted";
+
 std::string MarkerOf(const std::string& path) {
-  return path + "/uncommitted";
+  return path + "/" + kUncommittedName;
 }
 
 // Lies there from when damage is found until it is repaired: what finds damage at opening, the log of an unclean end,
 // is gone after that opening, and a repair may have to wait for room on the disk.
+constexpr const char* kDamagedName = "damaged";
+
 std::string DamageMarkerOf(const std::string& path) {
-  return path + "/damaged";
+  return path + "/" + kDamagedName;
 }
 
 void Touch(const std::string& marker) {
@@ -276,6 +280,12 @@ void HostedIndex::NoteCommitted() {
   if (std::exchange(changed_, false) && !changes_lost_) {
     unlink(MarkerOf(path_).c_str());
   }
+}
+
+std::vector<std::string> HostedIndex::FilesToMove() {
+  std::vector<std::string> names = search::Index::FileNames();
+  names.insert(names.end(), {kUncommittedName, kDamagedName});
+  return names;
 }
 
 void HostedIndex::RemoveFiles(const std::string& path) {

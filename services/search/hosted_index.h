@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "services/search/event_handler.h"
 #include "services/search/index.h"
@@ -85,6 +86,8 @@ class HostedIndex {
   bool TakeLostChanges();
   /// Everything so far is committed.
   void NoteCommitted();
+  /// The names of all files of an index that is not open: the database's, and what is remembered beside it.
+  static std::vector<std::string> FilesToMove();
   /// Removes the files of an index that is not open. Throws search::Error.
   static void RemoveFiles(const std::string& path);
   /// Refuses further use with `next`, waits for those who have one, closes the files. With `commit`, what is not

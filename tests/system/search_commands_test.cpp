@@ -229,6 +229,23 @@ TEST_F(SearchCommands, MoveAcrossFileSystemsTakesEverythingAlong) {
   EXPECT_EQ(Paths{"/v/x"}, box_.PathsBelow("a", "/v"));
 }
 
+TEST_F(SearchCommands, MoveAcrossFileSystemsDoesNotForgetDamage) {
+  fs::create_directories(box_.volume("other"));
+  MountEmptyFileSystem(box_.volume("other"), size_t{64} << 20);
+  box_.Put("a", "/v/x", "one");
+  ASSERT_EQ(0, Code("index_pause", "{'id':'a'}"));
+  WriteFile(box_.volume() + "/a/damaged", "");
+
+  ASSERT_EQ(0, Code("index_config_set", "{'id':'a','data':{'path':'" + box_.volume("other") + "/db'}}"));
+
+  EXPECT_TRUE(fs::exists(box_.volume("other") + "/db/damaged"));
+  ASSERT_EQ(0, Code("index_resume", "{'id':'a'}"));
+  EXPECT_EQ("open", State("a"));
+  EXPECT_FALSE(fs::exists(box_.volume("other") + "/db/damaged"));
+  EXPECT_EQ(Paths{"/v/x"}, box_.PathsBelow("a", "/v"));
+  EXPECT_NE(std::string::npos, box_.Stop().errors.find("event=repair_ended"));
+}
+
 TEST_F(SearchCommands, MoveToAFullFileSystemChangesNothing) {
   fs::create_directories(box_.volume("small"));
   MountEmptyFileSystem(box_.volume("small"), 16384);
