@@ -316,7 +316,7 @@ void Catalog::Open(const std::string& id) {
   }
   const std::lock_guard admin(host->AdminLock());
   const State state = host->state();
-  if (state != State::kOpening && state != State::kAbsent) {
+  if (state != State::kOpening && (state != State::kAbsent || !host->MayTryAgain())) {
     return;
   }
   if (const std::optional<Entry> entry = registry_.Find(id); entry && entry->phase == Phase::kMoving) {

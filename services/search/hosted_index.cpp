@@ -232,6 +232,7 @@ bool HostedIndex::TryUpgrade() {
   } catch (const search::Error& error) {
     Record(LOG_ERR, "upgrade_failed").Add("path", path()).Add("reason", error.what());
     SetProblem(error.what());
+    Rest();
     SetState(State::kAbsent);
     return false;
   }
@@ -253,6 +254,7 @@ bool HostedIndex::TryRepair() {
   } catch (const search::Error& error) {
     Record(LOG_ERR, "repair_failed").Add("path", path()).Add("reason", error.what());
     SetProblem(error.what());
+    Rest();
     Close(error.code() == search::ErrorCode::kCorrupt ? State::kDamaged : State::kAbsent, false);
     return false;
   }
@@ -297,6 +299,17 @@ void HostedIndex::RemoveFiles(const std::string& path) {
 void HostedIndex::SetProblem(const std::string& problem) {
   const std::lock_guard lock(mutex_);
   problem_ = problem;
+}
+
+void HostedIndex::Rest() {
+  constexpr std::chrono::minutes kRest{1};
+  const std::lock_guard lock(mutex_);
+  rest_until_ = std::chrono::steady_clock::now() + kRest;
+}
+
+bool HostedIndex::MayTryAgain(std::chrono::steady_clock::time_point now) const {
+  const std::lock_guard lock(mutex_);
+  return now >= rest_until_;
 }
 
 void HostedIndex::Close(State next, bool commit) {

@@ -169,6 +169,51 @@ TEST_F(HostedIndexTest, DamageThatCannotBeRepairedNowIsRememberedAcrossARestart)
   EXPECT_FALSE(fs::exists(path_ + "/damaged"));
 }
 
+TEST_F(HostedIndexTest, RepairThatFindsNoRoomGivesBackWhatItTook) {
+  MakeDocuments(5'000);
+  orbisk::test::WriteFile(path_ + "/damaged", "");
+  search::OpenOptions small;
+  small.max_database_bytes = 100'000;
+  small.cache_bytes = 64 << 10;
+  HostedIndex host(path_, State::kOpening, small);
+
+  host.Open();
+
+  EXPECT_EQ(State::kAbsent, host.state());
+  EXPECT_NE(std::string::npos, host.problem().find("full")) << host.problem();
+  EXPECT_TRUE(fs::exists(path_ + "/damaged"));
+  for (const fs::directory_entry& file : fs::directory_iterator(path_)) {
+    EXPECT_EQ(std::string::npos, file.path().filename().string().find("repair")) << file.path();
+  }
+}
+
+TEST_F(HostedIndexTest, FailedRepairIsNotBegunAnewByEachRequest) {
+  Catalog catalog(dir_ / "list", {});
+  Json::Value mappings;
+  mappings["property_id"] = "p";
+  mappings["properties"]["p"]["analyzer"] = "keyword";
+  catalog.Create("a", path_, mappings, Json::Value(Json::objectValue), Json::Value());
+  catalog.Pause("a");
+  orbisk::test::WriteFile(path_ + "/damaged", "");
+  fs::create_directory(path_ + "/index.sqlite.repairing");  // where the repair has its new database
+  EXPECT_THROW(catalog.Resume("a"), Refusal);
+  const HostPtr host = catalog.Require("a");
+  host->SetState(State::kAbsent);
+  fs::remove(path_ + "/index.sqlite.repairing");
+
+  catalog.Open("a");
+
+  EXPECT_EQ(State::kAbsent, host->state());
+  std::string message;
+  EXPECT_EQ(1221, CodeOf(*host, For::kChanging, &message));
+  EXPECT_NE(std::string::npos, message.find("index.sqlite.repairing")) << message;
+  EXPECT_FALSE(host->MayTryAgain());
+  EXPECT_TRUE(host->MayTryAgain(std::chrono::steady_clock::now() + std::chrono::minutes(1)));
+  catalog.Pause("a");
+  catalog.Resume("a");
+  EXPECT_EQ(State::kOpen, host->state()) << "who asks for it need not wait";
+}
+
 TEST_F(HostedIndexTest, NewIndexIsNotTakenForTheDamagedOneBeforeIt) {
   fs::create_directory(path_);
   orbisk::test::WriteFile(path_ + "/damaged", "");
