@@ -161,7 +161,7 @@ void HostedIndex::Open() {
   SetState(State::kOpening);
   Opened opened = access(DamageMarkerOf(path()).c_str(), F_OK) == 0 ? Opened::kDamaged : TryOpen();
   if (opened == Opened::kOlder) {
-    opened = TryUpgrade() ? TryOpen() : Opened::kNot;
+    opened = UpgradeAndOpen();
   }
   if (opened == Opened::kDamaged) {
     AnswerWhileDamaged();
@@ -222,20 +222,24 @@ HostedIndex::Opened HostedIndex::TryOpen() {
   }
 }
 
-bool HostedIndex::TryUpgrade() {
+HostedIndex::Opened HostedIndex::UpgradeAndOpen() {
   SetState(State::kUpgrading);
   try {
     search::Index::Upgrade(path());
     Record(LOG_NOTICE, "index_upgraded").Add("path", path());
     SetProblem("");
-    return true;
   } catch (const search::Error& error) {
     Record(LOG_ERR, "upgrade_failed").Add("path", path()).Add("reason", error.what());
     SetProblem(error.what());
+    if (error.code() == search::ErrorCode::kCorrupt) {
+      Touch(DamageMarkerOf(path()));
+      return Opened::kDamaged;  // a repair makes a database of this version
+    }
     Rest();
     SetState(State::kAbsent);
-    return false;
+    return Opened::kNot;
   }
+  return TryOpen();
 }
 
 bool HostedIndex::TryRepair() {

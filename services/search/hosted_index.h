@@ -113,7 +113,7 @@ class HostedIndex {
   [[noreturn]] void Refuse() const;  // with mutex_ held
   enum class Opened { kDone, kOlder, kDamaged, kNot };
   Opened TryOpen();
-  bool TryUpgrade();
+  Opened UpgradeAndOpen();
   bool TryRepair();
   void AnswerWhileDamaged();
   void NoteLostChanges();

@@ -97,6 +97,20 @@ TEST_F(HostedIndexTest, OlderDatabaseIsUpgradedAndRequestsAreToldSoMeanwhile) {
   EXPECT_EQ("/v/1", use->Search("pears").hits.at(0).path);
 }
 
+TEST_F(HostedIndexTest, OlderDatabaseWhoseUpgradeFindsDamageIsRepaired) {
+  PlaceOldDatabase();
+  Connection(path_).Exec("UPDATE texts SET data = x'00' WHERE id = 2");
+
+  host_.Open();
+
+  ASSERT_EQ(State::kOpen, host_.state()) << host_.problem();
+  EXPECT_NE(std::string::npos, host_.problem().find("not all documents could be read")) << host_.problem();
+  EXPECT_FALSE(fs::exists(path_ + "/damaged"));
+  const HostedIndex::Use use(host_);
+  EXPECT_EQ("/v/2", use->Search("plums").hits.at(0).path);
+  EXPECT_EQ(3, use->Stat(true).documents);
+}
+
 TEST_F(HostedIndexTest, NewerDatabaseIsAskedForAgainWithAReasonAndLeftAlone) {
   PlaceOldDatabase();
   Connection(path_).Exec("UPDATE meta SET value = 99 WHERE name = 'format'");
