@@ -268,8 +268,8 @@ std::unique_ptr<Index> Index::OpenDamaged(const std::string& path, const OpenOpt
   return std::unique_ptr<Index>(new Index(std::make_unique<Impl>(path, options)));
 }
 
-void Index::Upgrade(const std::string& path) {
-  Database(DatabaseFile(path)).Upgrade();
+void Index::Upgrade(const std::string& path, const OpenOptions& options) {
+  Database(DatabaseFile(path)).Upgrade(options);
 }
 
 void Index::Remove(const std::string& path) {
@@ -413,15 +413,15 @@ int64_t Index::DeleteByQuery(const Json::Value& query) {
       }
     }
     std::sort(ids.begin(), ids.end());
-    const bool many = ids.size() >= kMany;
-    if (many) {
-      store.MergeWordsWhileWriting(false);
+    std::optional<WordMergingPause> pause;
+    if (ids.size() >= kMany) {
+      pause.emplace(impl_->writer_->connection());
     }
     for (const int64_t id : ids) {
       store.Delete(id);
     }
-    if (many) {
-      store.MergeWordsWhileWriting(true);
+    if (pause) {
+      pause->End();
     }
     impl_->deleted_ += static_cast<int64_t>(ids.size());
     return static_cast<int64_t>(ids.size());
