@@ -108,7 +108,7 @@ class IndexerTruth : public IndexerBox {
   }
 
   std::mt19937 random_{static_cast<unsigned>(FromEnvironment("ORBISK_TRUTH_SEED", 1))};
-  TruthManager manager_{Volume(), {"docs", "music", "photo"}};
+  TruthManager manager_{Volume(), {"docs", "music", "photo"}, FromEnvironment("ORBISK_TRUTH_FOLDERS", 0) != 0};
   Scribbler scribbler_{[this] { return manager_.Roots(); }, OnFirst("outside"), random_};
 };
 

@@ -284,7 +284,7 @@ const std::string& TruthManager::AnyShare() {
 std::string TruthManager::AnyFolder() {
   const std::string share = "/" + AnyShare();
   const unsigned which = turn_ / static_cast<unsigned>(shares_.size()) % 4;
-  return which < 2 ? share : share + (which == 2 ? "/a" : "/d e");
+  return which < 2 || !within_shares_ ? share : share + (which == 2 ? "/a" : "/d e");
 }
 
 }  // namespace orbisk::test

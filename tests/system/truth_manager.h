@@ -20,8 +20,9 @@ class TruthManager {
  public:
   static constexpr unsigned kKinds = 12;
 
-  TruthManager(std::string volume, std::vector<std::string> shares)
-      : volume_(std::move(volume)), shares_(std::move(shares)) {}
+  /// `within_shares`: folders in shares are managed too, and not shares as a whole alone.
+  TruthManager(std::string volume, std::vector<std::string> shares, bool within_shares)
+      : volume_(std::move(volume)), shares_(std::move(shares)), within_shares_(within_shares) {}
   ~TruthManager();
   TruthManager(const TruthManager&) = delete;
   TruthManager& operator=(const TruthManager&) = delete;
@@ -61,6 +62,7 @@ class TruthManager {
 
   std::string volume_;
   std::vector<std::string> shares_;
+  bool within_shares_;
   unsigned turn_ = 0;  // in place of another source of chance
 
   pid_t process_ = -1;
