@@ -137,8 +137,8 @@ add_folder() {
   folders=$(on_disk d)
   failed=$(member failed "$(fileindexctl daemon status --json)")
   index_rate=$((files * 1000000 / index_us))
-  printf '%s files in %s folders are searchable after %s: %s files a second.\n' "$(grouped "$files")" \
-    "$(grouped "$folders")" "$(seconds "$index_us")" "$(grouped "$index_rate")"
+  echo "All is searchable after $(seconds "$index_us"): $(many "$files" file) in $(many "$folders" folder)," \
+    "$(many "$index_rate" file) a second."
   [ "$failed" -eq 0 ] || show_failures
 }
 
