@@ -78,7 +78,8 @@ TEST_F(ServiceCommands, ADescribedServiceIsStartedWithItsArgumentsAndACleanEnvir
   EXPECT_EQ("a b $HOME\n", ReadFile(dir / "arguments"));
   const std::string environment = ReadFile(dir / "environment");
   EXPECT_EQ(std::string::npos, environment.find("SECRET")) << environment;
-  EXPECT_NE(std::string::npos, environment.find("PATH=")) << environment;
+  EXPECT_NE(std::string::npos, environment.find("PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin\n"))
+      << environment;
   EXPECT_NE(std::string::npos, environment.find("\n/\n")) << environment;
   EXPECT_EQ(0, NLIBServiceStop("described", FALSE));
 }
