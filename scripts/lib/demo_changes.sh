@@ -160,6 +160,8 @@ lose_power() {
   shown "fileindexctl services prepare      # at the next start; it starts what the configured folders need"
   follow "  what was written in the dark" 1 "$word" true
   follow "  what was deleted in the dark" 0 "$gone" true
+  ! grep -q 'DB is not good yet' "$records" ||
+    echo "  (The index was still being opened when it was first asked; the library asks again after 30 s.)"
   rm "$docs/demo-dark.txt"
   check_index
 }
