@@ -252,7 +252,7 @@ void Reconciler::RemoveVanished(Known& known) {
 
 // What there is at the path of an operation, which can be any.
 Found Reconciler::FindOnDisk(const std::string& path) const {
-  Found found = Look(path, policy_.NeedsMeta(path));
+  Found found = Look(path, policy_.NeedsMeta(path), clock());
   if (found.kind != Kind::kNothing && (!box_.may_be_indexed(path) || IsBehindMount(path))) {
     found.kind = Kind::kNothing;
   }
@@ -275,7 +275,7 @@ bool Reconciler::IsBehindMount(const std::string& path) const {
 
 // What there is in a folder that may be indexed: much cheaper to find out for a file.
 Found Reconciler::FindForWalk(const std::string& path, const std::string& name) const {
-  Found found = Look(path, policy_.NeedsMeta(path));
+  Found found = Look(path, policy_.NeedsMeta(path), clock());
   const bool odd = found.mounted || found.kind == Kind::kFolder || name.find('#') != std::string::npos;
   if (box_.is_preserved(name) || (odd && found.kind != Kind::kNothing && !box_.may_be_indexed(path))) {
     found.kind = Kind::kNothing;

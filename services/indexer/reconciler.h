@@ -67,6 +67,9 @@ class Reconciler {
   /// Keeps in mind what Update reads, so that Tree does not read it again. Costs memory for each.
   bool remember_reads = false;
 
+  /// The time, which says whether a file has just been changed.
+  std::function<std::chrono::system_clock::time_point()> clock = std::chrono::system_clock::now;
+
  private:
   class Known;
 

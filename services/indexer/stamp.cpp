@@ -43,12 +43,6 @@ std::int64_t Nanoseconds(const statx_timestamp& time) {
   return time.tv_sec * kSecond + time.tv_nsec;
 }
 
-std::int64_t Now() {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  return now.tv_sec * kSecond + now.tv_nsec;
-}
-
 // The kernel stamps files with its coarse clock.
 std::int64_t TwoTicks() {
   timespec tick{};
@@ -90,7 +84,7 @@ bool ReadNumber(const std::string& text, size_t start, std::uint64_t& number) {
 
 }  // namespace
 
-Found Look(const std::string& path, bool need_meta) {
+Found Look(const std::string& path, bool need_meta, std::chrono::system_clock::time_point now) {
   struct statx info {};
   constexpr unsigned kWanted = STATX_BASIC_STATS | STATX_BTIME;
   Found found;
@@ -101,7 +95,8 @@ Found Look(const std::string& path, bool need_meta) {
   found.mounted = (info.stx_attributes_mask & info.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
   found.stamp = StampOf(info, path, need_meta);
   static const std::int64_t two_ticks = TwoTicks();
-  found.young = Now() - Nanoseconds(info.stx_ctime) < two_ticks;
+  const auto now_ns = std::chrono::duration_cast<std::chrono::nanoseconds>(now.time_since_epoch()).count();
+  found.young = now_ns - Nanoseconds(info.stx_ctime) < two_ticks;
   return found;
 }
 

@@ -54,6 +54,11 @@ bool IsServiceRunning(const std::string& name) {
   return FakeServices().IsRunning(name);
 }
 
+bool ReplaceSamba() {
+  FakeServices().Reset();
+  return true;
+}
+
 std::vector<Json::Value> RegisteredConfigs() {
   std::vector<Json::Value> configs;
   for (const auto& [identity, description] : FakeMonitorQueues().registrations()) {

@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "tests/contract/platform_under_test.h"
+#include "tests/contract/private_commands.h"
 #include "tests/contract/private_services.h"
 #include "tests/support/private_etc.h"
 #include "tests/support/private_mounts.h"
@@ -65,6 +66,14 @@ void AddService(const std::string& name) {
 
 bool IsServiceRunning(const std::string& name) {
   return IsDescribedServiceRunning(name);
+}
+
+bool ReplaceSamba() {
+  if (!MakePrivateCommands()) {
+    return false;
+  }
+  AddPrivateSamba();
+  return true;
 }
 
 std::vector<Json::Value> RegisteredConfigs() {

@@ -43,6 +43,10 @@ void AddService(const std::string& name);
 
 bool IsServiceRunning(const std::string& name);
 
+/// Makes the platform have an SMB server of the test's own, which does not answer Spotlight searches. False where the
+/// machine does not allow it.
+bool ReplaceSamba();
+
 /// The "config" of each registered queue.
 std::vector<Json::Value> RegisteredConfigs();
 

@@ -266,7 +266,7 @@ TEST_F(ManagementCommand, AtATerminalWhatDestroysAsksAndOnlyYesIsYes) {
 
 TEST_F(ManagementCommand, ReindexQueuesAComparisonAndRefusesWhatIsInNoIndex) {
   EXPECT_TRUE(FailsWith(Fileindexctl({"folder", "reindex", "/photo/2019"}),
-                        "fileindexctl: no folder of the share photo is indexed: /photo/2019"));
+                        "fileindexctl: /photo/2019: no folder of the share is indexed"));
   AddPhoto();
 
   EXPECT_TRUE(Succeeds(Fileindexctl({"folder", "reindex", "/photo/2019"})));

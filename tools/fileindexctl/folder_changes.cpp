@@ -170,7 +170,7 @@ void Reindex(const Options& options) {
     std::string share;
     orbisk::fileindex::GetShareNameByPath(share, path);
     if (!folder_mgr.IsShareIndexed(share)) {
-      throw std::runtime_error("no folder of the share " + share + " is indexed: " + path);
+      throw std::runtime_error(path + ": no folder of the share is indexed");
     }
   }
   orbisk::fileindex::FolderReindex(orbisk::Vec2JsonArr(options.paths));

@@ -9,6 +9,7 @@
 #include "tools/fileindexctl/arguments.h"
 #include "tools/fileindexctl/commands.h"
 #include "tools/fileindexctl/confirm.h"
+#include "tools/fileindexctl/share_move.h"
 
 namespace fileindexctl {
 namespace {
@@ -47,11 +48,25 @@ void AutoClean(const Options& options) {
   index::ShareAutoClean(options.share);
 }
 
+// Accepts what a folder can be called.
+CLI::Validator FolderName() {
+  return {[](const std::string& text) {
+            const bool is_name = !text.empty() && text != "." && text != ".." && text.find('/') == std::string::npos;
+            return is_name ? std::string() : "not a name for a share: " + text;
+          },
+          "", "FolderName"};
+}
+
 void AddMoves(CLI::App& group, const std::shared_ptr<Options>& options) {
   CLI::App* const rename = group.add_subcommand("rename", "Follow a share that has another name now");
   rename->add_option("OLD", options->share, "The name it had")->required();
   rename->add_option("NEW", options->share_to, "The name it has")->required();
   rename->callback([options] { index::ShareRename(options->share, options->share_to); });
+
+  CLI::App* const move = group.add_subcommand("move-name", "Give a share, with its folder and index, another name");
+  move->add_option("OLD", options->share, "The name it has")->required();
+  move->add_option("NEW", options->share_to, "The name it gets")->required()->check(FolderName());
+  move->callback([options] { MoveShareName(options->share, options->share_to); });
 
   CLI::App* const migrate = group.add_subcommand("migrate", "Follow a share that lies elsewhere now");
   migrate->add_option("SHARE", options->share, "The share's name")->required();

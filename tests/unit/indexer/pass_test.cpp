@@ -3,8 +3,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -12,6 +12,7 @@
 #include "orbisk/fileindex/queue_mgr.h"
 #include "tests/support/temp_dir.h"
 #include "tests/unit/indexer/fake_index.h"
+#include "tests/unit/indexer/tick.h"
 
 namespace fileindexd {
 namespace {
@@ -42,13 +43,14 @@ class PassTest : public testing::Test {
   }
   // One pass over what AddLine wrote; what it did to the index.
   std::vector<std::string> Run() {
-    usleep(30'000);  // so that no stamp is young
+    AwaitTick();  // what is written after the pass has other dates
     WriteFile(dir_ / "queue", lines_);
     lines_.clear();
     fi::QueueMgr queue(dir_ / "queue");
     Pass pass(At(""));
     queue.ProcessOP([&pass](const std::shared_ptr<fi::OP>& operation) { pass.Take(*operation); }, true);
     Reconciler reconciler(index_, policy_, box_, progress_);
+    reconciler.clock = [] { return std::chrono::system_clock::now() + std::chrono::seconds(1); };  // no stamp is young
     pass.Apply(reconciler, progress_, false);
     queue.DeleteTmp();
     return std::exchange(index_.calls, {});

@@ -3,9 +3,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <random>
 #include <string>
@@ -13,6 +14,7 @@
 
 #include "tests/support/temp_dir.h"
 #include "tests/unit/indexer/fake_index.h"
+#include "tests/unit/indexer/tick.h"
 
 namespace fileindexd {
 namespace {
@@ -42,10 +44,17 @@ class ReconcilerTest : public testing::Test {
     fs::create_directories(fs::path(At(name)).parent_path());
     WriteFile(At(name), text);
   }
-  // Files are old enough for their stamps to count.
-  static void Age() { usleep(30'000); }
+  // Files are old enough for their stamps to count, and what is written later has other dates.
+  void Age() {
+    AwaitTick();
+    now_ = [] { return std::chrono::system_clock::now() + std::chrono::seconds(1); };
+  }
 
-  Reconciler Fresh() { return Reconciler(index_, policy_, box_, progress_); }
+  Reconciler Fresh() {
+    Reconciler reconciler(index_, policy_, box_, progress_);
+    reconciler.clock = now_;
+    return reconciler;
+  }
   void Tree(const std::string& path) { Fresh().Tree(path); }
   void Build() {
     Age();
@@ -74,6 +83,7 @@ class ReconcilerTest : public testing::Test {
   Reconciler::Box box_;
   Progress progress_;
   bool interrupted_ = false;
+  std::function<std::chrono::system_clock::time_point()> now_ = std::chrono::system_clock::now;
 };
 
 TEST_F(ReconcilerTest, ATreeIsIndexedWithItsFolders) {
@@ -98,6 +108,8 @@ TEST_F(ReconcilerTest, WhatIsUnchangedIsLeftAlone) {
 
 TEST_F(ReconcilerTest, AFileThatWasYoungIsReadOnceMore) {
   Write("a.txt", "one");
+  const auto written = std::chrono::system_clock::now();
+  now_ = [written] { return written; };
   Tree(dir_.path());
   index_.calls.clear();
   Age();

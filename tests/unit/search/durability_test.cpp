@@ -82,9 +82,9 @@ TEST(KillTest, LosesNothingThatWasCommitted) {
   std::mt19937 random(7);
   std::uniform_int_distribution<int> wait(0, 40'000);
   int next = 0;
-  // More rounds where a slow build writes little in each.
-  for (int round = 0; round < 60 || next <= 100; ++round) {
-    const int last = WriteAndKill(fixture.path(), next, std::chrono::microseconds(wait(random)));
+  // More rounds, and longer ones, where a slow build writes little in each.
+  for (int round = 0; round < 60 || (next <= 100 && round < 600); ++round) {
+    const int last = WriteAndKill(fixture.path(), next, std::chrono::microseconds(wait(random) * (1 + round / 60)));
     next = last + 10;
     fixture.index = Index::Open(fixture.path());
     const auto paths = Get(*fixture.index, "{'match_all': {}}");
@@ -99,6 +99,7 @@ TEST(KillTest, LosesNothingThatWasCommitted) {
     }
     fixture.index.reset();
   }
+  EXPECT_GT(next, 100) << "it shows little";
   fixture.index = Index::Open(fixture.path());
   EXPECT_EQ(fixture.index->Stat(true).problem, "");
 }
