@@ -31,7 +31,7 @@ class ShareIndex : public DocumentIndex {
   void Commit() override;
 
  private:
-  std::vector<Entry> Query(Json::Value condition) const;
+  std::vector<Entry> Query(Json::Value condition, size_t limit) const;
 
   std::string share_;
   std::string id_;
