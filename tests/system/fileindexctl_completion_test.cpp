@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -12,6 +13,7 @@
 namespace orbisk::test {
 namespace {
 
+namespace fs = std::filesystem;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -137,9 +139,40 @@ void CheckCommand(const std::vector<std::string>& words, const std::vector<std::
   }
 }
 
-TEST(Manual, ExplainsEveryCommandAndNamesEveryOption) {
-  std::string page = ReadFile(MANUAL_PAGE);
+// Of the manual; without the backslashes, most of which stand before a "-".
+std::string Page(const std::string& name) {
+  std::string page = ReadFile(std::string(MANUAL_FOLDER) + "/" + name);
   page.erase(std::remove(page.begin(), page.end(), '\\'), page.end());
+  return page;
+}
+
+bool HasPage(const std::string& name) {
+  return fs::exists(std::string(MANUAL_FOLDER) + "/" + name);
+}
+
+TEST(Manual, HasAPageForEachProgramAndEachFileFormatThatAPageRefersTo) {
+  const fs::path program = BuiltProgram("fileindexctl");
+  for (const fs::directory_entry& one : fs::directory_iterator(program.parent_path())) {
+    const std::string name = one.path().filename();
+    if (one.path().extension().empty()) {
+      EXPECT_TRUE(HasPage(name + ".1") || HasPage(name + ".8")) << name;
+    }
+  }
+  int references = 0;
+  for (const fs::directory_entry& one : fs::directory_iterator(MANUAL_FOLDER)) {
+    for (const std::string& line : LinesOf(Page(one.path().filename()))) {
+      const size_t end = line.find(" (5)");
+      if (line.rfind(".BR ", 0) == 0 && end != std::string::npos) {
+        EXPECT_TRUE(HasPage(line.substr(4, end - 4) + ".5")) << one.path() << ": " << line;
+        ++references;
+      }
+    }
+  }
+  EXPECT_GT(references, 10);
+}
+
+TEST(Manual, ExplainsEveryCommandAndNamesEveryOption) {
+  const std::string page = Page("fileindexctl.1");
   std::vector<std::string> headings;  // of one command each: ".SS home enable, home disable" has two
   for (const std::string& line : LinesOf(page)) {
     if (line.rfind(".SS ", 0) == 0) {

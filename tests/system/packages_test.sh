@@ -180,7 +180,7 @@ debs() {
 
 # --- The daemons, by hand or as services. ---
 
-# Four where systemd runs; by hand the two that the library does not start itself.
+# The two that the library does not start itself.
 start_by_hand() {
   local daemon
   for daemon in nimotifyd nimoelasticd; do
@@ -196,10 +196,6 @@ stop_by_hand() {
       done' sh "$daemon"
   done
   soon 10 sh -c '! readlink /proc/[0-9]*/exe | grep -qE "/usr/bin/nimo(tifyd|elasticd)"' || fail "daemons do not stop"
-}
-
-runs() {
-  in_box sh -c 'readlink /proc/[0-9]*/exe | grep -qx "/usr/bin/$1"' sh "$1"
 }
 
 check_services() {
@@ -221,7 +217,9 @@ started_at() {
 
 odd="it's \"odd\" \$HOME"
 
+# With the first folder the library starts extractor and indexing daemon, by its own name for the latter.
 make_shares() {
+  [ "$1" = none ] || in_box systemctl stop fileindexd nimocontentextractd
   in_box mount -t tmpfs -o mode=0755 volume1 /volume1
   in_box mkdir -p /volume1/docs "/volume1/$odd" /volume2
   in_box sh -c 'echo "a heron at the weir" >/volume1/docs/heron.txt; echo "an otter" >"$1/otter.txt"' sh "/volume1/$odd"
@@ -319,6 +317,18 @@ set_traps() {
     mkdir -p /volume2/dots && fileindexctl share register dots /volume2/dots'
 }
 
+# With the last folder the library stops them.
+delete_folders() {
+  in_box fileindexctl folder delete --yes /docs "/$odd" >/dev/null
+  soon 20 sh -c '! readlink /proc/[0-9]*/exe | grep -qE "/usr/bin/(fileindexd|nimocontentextractd)\$"' ||
+    fail "extractor and indexing daemon still run without any folder"
+  in_box fileindexctl folder add /docs --name Documents >/dev/null
+  in_box fileindexctl folder add "/$odd" --name Odd >/dev/null
+  finds heron /volume1/docs/heron.txt
+  finds otter /otter.txt
+  ok "the library stops and starts extractor and indexing daemon"
+}
+
 purge() {
   local manager=$1 before state left
   set_traps
@@ -351,11 +361,13 @@ try_out() {
   in_box getent group Orbisk >/dev/null || fail "there is no group Orbisk"
   if [ "$manager" = none ]; then start_by_hand; else check_services; fi
   soon 20 test -S /run/nimotifyd.sock -a -S /run/nimoelasticd.sock || fail "monitor and search daemon do not start"
-  make_shares
+  make_shares "$manager"
+  [ "$manager" = none ] || check_services
   check_group
   check_priority
   upgrade "$manager"
   remove_and_reinstall "$manager"
+  delete_folders
   purge "$manager"
   end_box
 }

@@ -12,7 +12,9 @@
 #include <random>
 #include <thread>
 
+#include "services/search/database.h"
 #include "services/search/sqlite.h"
+#include "services/search/store.h"
 #include "tests/unit/search/engine_support.h"
 
 namespace search::test {
@@ -313,6 +315,38 @@ TEST(CompactTest, TheFileShrinksWhenHalfIsDeleted) {
   EXPECT_LT(fixture.index->Stat(false).bytes, before * 7 / 10);
   EXPECT_THAT(Find(*fixture.index, "every"), SizeIs(5'000));
   EXPECT_EQ(fixture.index->Stat(true).problem, "");
+}
+
+int64_t PiecesThatAreJoined(Connection& connection) {
+  return connection.QueryInt("SELECT v FROM fts_config WHERE k = 'automerge'");
+}
+
+TEST(CompactTest, WordsAreJoinedAgainAfterADeletionThatFailed) {
+  Fixture fixture;
+  fixture.index.reset();
+  Database database(DatabaseFile(fixture.path()));
+  Connection& connection = database.connection();
+  connection.Exec("BEGIN");
+  try {
+    const WordMergingPause pause(connection);
+    EXPECT_EQ(PiecesThatAreJoined(connection), 0);
+    throw Error(ErrorCode::kQueryTimeout, "it leaves the transaction open");
+  } catch (const Error&) {
+    EXPECT_EQ(PiecesThatAreJoined(connection), 4);
+  }
+}
+
+TEST(CompactTest, WordsAreJoinedAgainAfterADeletionOfMany) {
+  Fixture fixture;
+  for (int i = 0; i < 2'000; ++i) {
+    fixture.Put(PathOf(i), "word");
+  }
+  fixture.index->DeleteByQuery(Json_("{'qsl': {'match_all': {}}}"));
+  fixture.index->Commit();
+  fixture.index.reset();
+
+  Connection connection(fixture.path() + "/index.sqlite", SQLITE_OPEN_READWRITE);
+  EXPECT_EQ(PiecesThatAreJoined(connection), 4);
 }
 
 TEST(CompactTest, WhatWasDeletedIsRememberedAcrossARestart) {

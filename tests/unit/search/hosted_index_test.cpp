@@ -100,6 +100,20 @@ TEST_F(HostedIndexTest, OlderDatabaseIsUpgradedAndRequestsAreToldSoMeanwhile) {
   EXPECT_EQ("/v/1", use->Search("pears").hits.at(0).path);
 }
 
+TEST_F(HostedIndexTest, OlderDatabaseWhoseUpgradeFindsDamageIsRepaired) {
+  PlaceOldDatabase();
+  Connection(path_).Exec("UPDATE texts SET data = x'00' WHERE id = 2");
+
+  host_.Open();
+
+  ASSERT_EQ(State::kOpen, host_.state()) << host_.problem();
+  EXPECT_NE(std::string::npos, host_.problem().find("not all documents could be read")) << host_.problem();
+  EXPECT_FALSE(fs::exists(path_ + "/damaged"));
+  const HostedIndex::Use use(host_);
+  EXPECT_EQ("/v/2", use->Search("plums").hits.at(0).path);
+  EXPECT_EQ(3, use->Stat(true).documents);
+}
+
 TEST_F(HostedIndexTest, NewerDatabaseIsAskedForAgainWithAReasonAndLeftAlone) {
   PlaceOldDatabase();
   Connection(path_).Exec("UPDATE meta SET value = 99 WHERE name = 'format'");
@@ -182,6 +196,51 @@ TEST_F(HostedIndexTest, DamageThatCannotBeRepairedNowIsRememberedAcrossARestart)
   restarted.Open();
   EXPECT_EQ(State::kOpen, restarted.state());
   EXPECT_FALSE(fs::exists(path_ + "/damaged"));
+}
+
+TEST_F(HostedIndexTest, RepairThatFindsNoRoomGivesBackWhatItTook) {
+  MakeDocuments(5'000);
+  orbisk::test::WriteFile(path_ + "/damaged", "");
+  search::OpenOptions small;
+  small.max_database_bytes = 100'000;
+  small.cache_bytes = 64 << 10;
+  HostedIndex host(path_, State::kOpening, small);
+
+  host.Open();
+
+  EXPECT_EQ(State::kAbsent, host.state());
+  EXPECT_NE(std::string::npos, host.problem().find("full")) << host.problem();
+  EXPECT_TRUE(fs::exists(path_ + "/damaged"));
+  for (const fs::directory_entry& file : fs::directory_iterator(path_)) {
+    EXPECT_EQ(std::string::npos, file.path().filename().string().find("repair")) << file.path();
+  }
+}
+
+TEST_F(HostedIndexTest, FailedRepairIsNotBegunAnewByEachRequest) {
+  Catalog catalog(dir_ / "list", {});
+  Json::Value mappings;
+  mappings["property_id"] = "p";
+  mappings["properties"]["p"]["analyzer"] = "keyword";
+  catalog.Create("a", path_, mappings, Json::Value(Json::objectValue), Json::Value());
+  catalog.Pause("a");
+  orbisk::test::WriteFile(path_ + "/damaged", "");
+  fs::create_directory(path_ + "/index.sqlite.repairing");  // where the repair has its new database
+  EXPECT_THROW(catalog.Resume("a"), Refusal);
+  const HostPtr host = catalog.Require("a");
+  host->SetState(State::kAbsent);
+  fs::remove(path_ + "/index.sqlite.repairing");
+
+  catalog.Open("a");
+
+  EXPECT_EQ(State::kAbsent, host->state());
+  std::string message;
+  EXPECT_EQ(1221, CodeOf(*host, For::kChanging, &message));
+  EXPECT_NE(std::string::npos, message.find("index.sqlite.repairing")) << message;
+  EXPECT_FALSE(host->MayTryAgain());
+  EXPECT_TRUE(host->MayTryAgain(std::chrono::steady_clock::now() + std::chrono::minutes(1)));
+  catalog.Pause("a");
+  catalog.Resume("a");
+  EXPECT_EQ(State::kOpen, host->state()) << "who asks for it need not wait";
 }
 
 TEST_F(HostedIndexTest, NewIndexIsNotTakenForTheDamagedOneBeforeIt) {

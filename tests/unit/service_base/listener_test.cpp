@@ -2,6 +2,7 @@
 #include "services/base/listener.h"
 
 #include <fcntl.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -75,6 +76,21 @@ TEST_F(ListenerTest, IsForAGroupIfToldSo) {
 
   EXPECT_EQ(StatOf(path_).st_mode & 07777, 0660U);
   EXPECT_EQ(StatOf(path_).st_gid, 1U);
+}
+
+TEST_F(ListenerTest, IsForItsOwnAccountAloneWhereTheGroupIsRefused) {
+  constexpr uid_t kNobody = 65534;
+  std::filesystem::permissions(folder_.path(), std::filesystem::perms::all);
+  const auto open_and_tell = [this] {
+    if (geteuid() == 0 && (setgroups(0, nullptr) != 0 || setgid(kNobody) != 0 || setuid(kNobody) != 0)) {
+      _exit(2);
+    }
+    Listener listener(context_, path_, {});
+    listener.Open({0660, 1});
+    _exit((StatOf(path_).st_mode & 0777) == 0600 && Connect(path_).valid() ? 42 : 1);
+  };
+
+  EXPECT_EXIT(open_and_tell(), testing::ExitedWithCode(42), "");
 }
 
 TEST_F(ListenerTest, UnknownGroupIsNone) {
