@@ -87,7 +87,7 @@ folder_is() {
   fileindexctl folder get --status /docs | grep -qE "^status: +$1\$|[[:space:]]$1\$"
 }
 
-# on_disk TYPE [FOLDER]   how many files (f) or folders (d) there are in the share, without what is never indexed
+# on_disk TYPES [FOLDER]   how many files (f) or folders (d) there are in the share, without what is never indexed
 on_disk() {
   find "${2:-$docs}" \( -name .git -o -name @eaDir -o -name @tmp -o -name @fileindex -o -name .DS_Store -o -name .Maildir \
     -o -name .Trashes -o -name .TemporaryItems -o -name .Spotlight-V100 -o -name .DocumentRevisions-V100 \
@@ -137,8 +137,8 @@ add_folder() {
   folders=$(on_disk d)
   failed=$(member failed "$(fileindexctl daemon status --json)")
   index_rate=$((files * 1000000 / index_us))
-  printf '%s files in %s folders are searchable after %s: %s files a second.\n' "$(grouped "$files")" \
-    "$(grouped "$folders")" "$(seconds "$index_us")" "$(grouped "$index_rate")"
+  echo "All is searchable after $(seconds "$index_us"): $(many "$files" file) in $(many "$folders" folder)," \
+    "$(many "$index_rate" file) a second."
   [ "$failed" -eq 0 ] || show_failures
 }
 
@@ -150,7 +150,8 @@ show_failures() {
 
 # Until nothing waits any more. Two minutes without progress are a failure.
 watch_progress() {
-  local said before= quiet=$SECONDS line=$SECONDS
+  local said before= quiet=$SECONDS line=$SECONDS all
+  all=$(on_disk f,d,l)
   until folder_is finished; do
     said=$(fileindexctl daemon status --json)
     if [ "$said" != "$before" ]; then
@@ -158,22 +159,21 @@ watch_progress() {
     fi
     [ $((SECONDS - quiet)) -lt 120 ] || fail "nothing moves any more: $said"
     if [ -t 1 ]; then
-      printf '\r\033[K%s' "$(progress_line "$said")"
+      printf '\r\033[K%s' "$(progress_line "$said" "$all")"
     elif [ $((SECONDS - line)) -ge 5 ]; then
       line=$SECONDS
-      progress_line "$said"
+      progress_line "$said" "$all"
     fi
     sleep 0.2
   done
   [ ! -t 1 ] || printf '\r\033[K'
 }
 
+# progress_line STATUS ALL   what the daemon says, against how much there is: it knows of a folder's files when it gets there
 progress_line() {
-  local done_ to_do all bar=########################## file=
+  local done_ all=$2 bar=########################## file=
   done_=$(member done "$1")
-  to_do=$(member to_do "$1")
-  all=$((done_ + to_do))
-  [ $all -gt 0 ] || all=1
+  [ "$done_" -le "$all" ] || all=$done_
   [[ $1 =~ \"file\":\"([^\"]*)\" ]] && file=${BASH_REMATCH[1]##*/}
   printf '  [%-26s] %3d %%  %s of %s, %s/s  %s\n' "${bar:0:26 * done_ / all}" $((100 * done_ / all)) \
     "$(grouped "$done_")" "$(grouped "$all")" "$(grouped "$(member rate "$1")")" "${file:0:36}"

@@ -49,7 +49,7 @@ class Database {
   int64_t format() const { return format_; }
 
   /// Brings the database to kFormat, or leaves it as it is. Throws Error kCorrupt, kDiskFull, kStorage.
-  void Upgrade(const OpenOptions& options);
+  void Upgrade();
 
   void PrepareToWrite(const OpenOptions& options);
   void PrepareToRead(const OpenOptions& options);

@@ -225,7 +225,7 @@ HostedIndex::Opened HostedIndex::TryOpen() {
 HostedIndex::Opened HostedIndex::UpgradeAndOpen() {
   SetState(State::kUpgrading);
   try {
-    search::Index::Upgrade(path(), options_);
+    search::Index::Upgrade(path());
     Record(LOG_NOTICE, "index_upgraded").Add("path", path());
     SetProblem("");
   } catch (const search::Error& error) {

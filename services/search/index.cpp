@@ -268,8 +268,8 @@ std::unique_ptr<Index> Index::OpenDamaged(const std::string& path, const OpenOpt
   return std::unique_ptr<Index>(new Index(std::make_unique<Impl>(path, options)));
 }
 
-void Index::Upgrade(const std::string& path, const OpenOptions& options) {
-  Database(DatabaseFile(path)).Upgrade(options);
+void Index::Upgrade(const std::string& path) {
+  Database(DatabaseFile(path)).Upgrade();
 }
 
 void Index::Remove(const std::string& path) {

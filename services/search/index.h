@@ -138,7 +138,7 @@ class Index {
 
   /// Brings the database of an earlier version to this one's format, in one transaction: a crash leaves the old one or
   /// the new one. No index may be open at `path`. Throws kNoDatabase, kCorrupt, kNewerFormat, kDiskFull, kStorage.
-  static void Upgrade(const std::string& path, const OpenOptions& options = {});
+  static void Upgrade(const std::string& path);
 
   /// Removes the index's files from `path`, and the directory if nothing else is in it. No index may be open there.
   /// Files that are not there are no error. Throws kStorage.

@@ -6,6 +6,7 @@
 #include <memory>
 #include <system_error>
 
+#include "tests/contract/directory_accounts.h"
 #include "tests/contract/platform_under_test.h"
 #include "tests/contract/private_commands.h"
 #include "tests/contract/private_services.h"
@@ -44,6 +45,11 @@ void AddShare(const NIMO::SHARE::Entry& share) {
 void AddAccount(const Account& account, bool administrator) {
   AddPrivateAccount(account.name, account.uid, account.gid,
                     administrator ? std::vector<std::string>{"administrators"} : std::vector<std::string>{});
+}
+
+void AddDirectoryAccount(const Account& account) {
+  AddDirectoryServiceAccount(account.name, account.uid, account.gid);
+  WriteFile("/etc/nsswitch.conf", "passwd: files orbisk_directory\ngroup: files\n");
 }
 
 bool ForgetRegistrations() {

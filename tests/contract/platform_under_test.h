@@ -32,6 +32,9 @@ void AddShare(const NIMO::SHARE::Entry& share);
 /// Makes an account known, and an administrator of the box if wanted. After ForgetSharesAndAccounts.
 void AddAccount(const Account& account, bool administrator = false);
 
+/// Makes an account known that a directory service has, and not the box itself. After ForgetSharesAndAccounts.
+void AddDirectoryAccount(const Account& account);
+
 /// Makes the platform know no registered queue. False where the machine does not allow it.
 bool ForgetRegistrations();
 
