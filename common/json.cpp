@@ -55,26 +55,6 @@ bool HasTextBehindNul(std::string_view text, const Json::Value& root) {
   return text.find('\0', skipped + static_cast<size_t>(root.getOffsetLimit())) != std::string_view::npos;
 }
 
-bool ReadAll(const std::string& path, std::string& text) {
-  const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!file.valid()) {
-    return false;
-  }
-  char buffer[64 * 1024];
-  while (true) {
-    const ssize_t count = read(file.get(), buffer, sizeof(buffer));
-    if (count == 0) {
-      return true;
-    }
-    if (count < 0 && errno != EINTR) {
-      return false;
-    }
-    if (count > 0) {
-      text.append(buffer, static_cast<size_t>(count));
-    }
-  }
-}
-
 bool WriteAll(int fd, std::string_view text) {
   while (!text.empty()) {
     const ssize_t count = write(fd, text.data(), text.size());
@@ -93,6 +73,26 @@ bool WriteTemporary(int fd, std::string_view text) {
 }
 
 }  // namespace
+
+bool ReadWholeFile(const std::string& path, std::string& text) {
+  const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file.valid()) {
+    return false;
+  }
+  char buffer[64 * 1024];
+  while (true) {
+    const ssize_t count = read(file.get(), buffer, sizeof(buffer));
+    if (count == 0) {
+      return true;
+    }
+    if (count < 0 && errno != EINTR) {
+      return false;
+    }
+    if (count > 0) {
+      text.append(buffer, static_cast<size_t>(count));
+    }
+  }
+}
 
 bool ParseJson(const char* begin, const char* end, Json::Value& value) {
   try {
@@ -114,11 +114,14 @@ bool fromString(Json::Value& value, const std::string& text) {
 
 bool fromFile(Json::Value& value, const std::string& path) {
   std::string text;
-  return ReadAll(path, text) && fromString(value, text);
+  return ReadWholeFile(path, text) && fromString(value, text);
 }
 
 bool toFile(const Json::Value& value, const std::string& path) {
-  const std::string text = toString(value);
+  return ReplaceWholeFile(toString(value), path);
+}
+
+bool ReplaceWholeFile(std::string_view text, const std::string& path) {
   const size_t slash = path.rfind('/');
   const std::string folder = slash == std::string::npos ? "./" : path.substr(0, slash + 1);
   std::string temporary = folder + ".orbisk-XXXXXX";

@@ -32,7 +32,7 @@ class DocumentIndex {
   virtual std::vector<Entry> FindTree(const std::string& path) = 0;
   /// The documents whose paths begin with the bytes of `prefix`; otherwise as FindTree.
   virtual std::vector<Entry> FindPrefix(const std::string& prefix) = 0;
-  /// The documents that are neither at `path` nor below it; otherwise as FindTree.
+  /// Some of the documents that are neither at `path` nor below it; none when there are none.
   virtual std::vector<Entry> FindOutside(const std::string& path) = 0;
   /// Adds or replaces the document; its stamp is gone.
   virtual void Upsert(const std::string& path, bool need_meta) = 0;

@@ -230,10 +230,12 @@ void Reconciler::Tree(const std::string& path) {
 }
 
 void Reconciler::RemoveOutside(const std::string& path) {
-  for (const Entry& entry : index_.FindOutside(path)) {
-    CheckInterrupted();
-    index_.RemoveOne(entry.path);
-    CountChange();
+  for (std::vector<Entry> some = index_.FindOutside(path); !some.empty(); some = index_.FindOutside(path)) {
+    for (const Entry& entry : some) {
+      CheckInterrupted();
+      index_.RemoveOne(entry.path);
+      CountChange();
+    }
   }
 }
 

@@ -36,7 +36,7 @@ class ShareIndex : public DocumentIndex {
   bool uncommitted() const { return uncommitted_; }
 
  private:
-  std::vector<Entry> Query(Json::Value condition) const;
+  std::vector<Entry> Query(Json::Value condition, size_t limit) const;
 
   std::string share_;
   std::string id_;

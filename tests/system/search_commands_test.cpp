@@ -50,6 +50,22 @@ TEST_F(SearchCommands, OrderedQuerySeesWhatIsNotCommittedAndASearchDoesNot) {
   EXPECT_EQ(0U, Data("document_get_by_query", "{'id':'a','committed':true,'query':{'qsl':{'match_all':{}}}}").size());
 }
 
+TEST_F(SearchCommands, QueryWithALimitGivesTheFirstDocuments) {
+  for (const char* const path : {"/v/c", "/v/a", "/v/b"}) {
+    ASSERT_EQ(0, box_.Put("a", path, "word"));
+  }
+  const std::string query =
+      "{'id':'a','load_field':['NIMOMDPath'],'query':{'qsl':{'range':{'NIMOMDPath':{'gt':'/v/a'}}}}";
+
+  const Json::Value one = Data("document_get_by_query", query + ",'limit':1}");
+
+  ASSERT_EQ(1U, one.size());
+  EXPECT_EQ("/v/b", one[0]["NIMOMDPath"].asString());
+  EXPECT_EQ(2U, Data("document_get_by_query", query + ",'limit':2}").size());
+  EXPECT_EQ(2U, Data("document_get_by_query", query + ",'limit':3}").size());
+  EXPECT_NE(0, Code("document_get_by_query", query + ",'limit':0}"));
+}
+
 TEST_F(SearchCommands, SetMovesADocumentAndTellsWhatItReplaced) {
   box_.Put("a", "/v/x", "one");
   box_.Put("a", "/v/y", "two");
