@@ -73,7 +73,7 @@ TEST_F(IndexerFullVolume, AShareWithoutRoomWaitsAndGoesOnWhenThereIsSome) {
   fs::remove(OnFirst("ballast"));
 
   EXPECT_TRUE(BecomesEqual(std::chrono::minutes(2)));
-  EXPECT_EQ(StateOf("docs"), "idle");
+  EXPECT_TRUE(Eventually([] { return StateOf("docs") == "idle"; }));
 }
 
 TEST_F(IndexerVolume, NothingIsForgottenWhileAVolumeIsGone) {
