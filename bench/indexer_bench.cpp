@@ -1,23 +1,20 @@
 // How long it takes from closing a changed file to its being found, with the whole stack on a disk.
 #include <gtest/gtest.h>
 #include <json/json.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "bench/disk_box.h"
 #include "orbisk/comm.h"
 #include "orbisk/fileindex/op.h"
 #include "orbisk/fileindex/util.h"
-#include "tests/support/private_mounts.h"
-#include "tests/system/indexer_box.h"
 
 namespace orbisk::bench {
 namespace {
@@ -29,19 +26,8 @@ constexpr int kFiles = 200;
 constexpr milliseconds kQuiet{250};  // between two changes, at least: longer than what counts as one after the other
 constexpr milliseconds kPatience{10'000};
 
-bool Report(const std::string& what, double value, const char* unit, double bound) {
-  const bool kept = value <= bound;
-  printf("%-66s %12.3f %s (at most %g) %s\n", what.c_str(), value, unit, bound, kept ? "ok" : "OVER");
-  fflush(stdout);
-  return kept;
-}
-
-// The body of a test without the test.
-class Box : public test::IndexerBox {
+class Box : public DiskBox {
  public:
-  static void EnterNamespace() { SetUpTestSuite(); }
-  void TestBody() override {}
-
   // Sorted milliseconds.
   std::vector<double> Measure(int changes) {
     SetUp();
@@ -55,18 +41,11 @@ class Box : public test::IndexerBox {
     for (int change = 0; ready && change < changes; ++change) {
       std::this_thread::sleep_for(kQuiet + milliseconds(random_() % 100));
       latencies.push_back(LatencyOf(change));
+      TellProgress(latencies, changes);
     }
     TearDown();
-    std::filesystem::remove_all(area_);
     std::sort(latencies.begin(), latencies.end());
     return latencies;
-  }
-
- protected:
-  // The disk that this is run from; the box's own file systems are in memory.
-  void MountVolume() override {
-    std::filesystem::create_directories(area_);
-    test::MountBind(area_, Volume());
   }
 
  private:
@@ -82,6 +61,16 @@ class Box : public test::IndexerBox {
     return std::chrono::duration<double, std::milli>(Clock::now() - closed).count();
   }
 
+  // A run takes minutes.
+  static void TellProgress(std::vector<double> latencies, int changes) {
+    constexpr size_t kStep = 50;
+    if (latencies.size() % kStep == 0) {
+      std::sort(latencies.begin(), latencies.end());
+      fprintf(stderr, "%zu of %d changes, median so far %.1f ms, worst %.1f ms\n", latencies.size(), changes,
+              latencies[latencies.size() / 2], latencies.back());
+    }
+  }
+
   static bool IsFound(const std::string& word) {
     Json::Value request;
     request["command"] = "document_search";
@@ -93,7 +82,6 @@ class Box : public test::IndexerBox {
     return answer["data"]["total"].asInt() > 0;
   }
 
-  const std::string area_ = std::filesystem::current_path().string() + "/indexer_bench." + std::to_string(getpid());
   std::mt19937 random_{1};
 };
 

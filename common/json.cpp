@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <memory>
 #include <ostream>
-#include <streambuf>
 #include <string_view>
 #include <type_traits>
 #include <utility>
@@ -17,6 +16,7 @@
 #include "common/check.h"
 #include "common/file_descriptor.h"
 #include "common/json_text.h"
+#include "common/text_chunks.h"
 
 namespace orbisk {
 namespace {
@@ -48,65 +48,11 @@ Json::StreamWriter& Writer() {
   return *writer;
 }
 
-// Keeps what is written up to a bound, and counts all of it.
-class BoundedText : public std::streambuf {
- public:
-  BoundedText(std::string& text, size_t bound) : text_(text), bound_(bound) {}
-
-  size_t written() const { return written_; }
-
- private:
-  std::streamsize xsputn(const char* bytes, std::streamsize count) override {
-    written_ += static_cast<size_t>(count);
-    if (written_ <= bound_) {
-      text_.append(bytes, static_cast<size_t>(count));
-    }
-    return count;
-  }
-  int_type overflow(int_type byte) override {
-    const char text = traits_type::to_char_type(byte);
-    xsputn(&text, 1);
-    return traits_type::not_eof(byte);
-  }
-
-  std::string& text_;
-  size_t bound_;
-  size_t written_ = 0;
-};
-
-// Appends the text of `value` to `text` as far as it keeps to `bound` bytes. Returns its whole length.
-size_t Write(const Json::Value& value, size_t bound, std::string& text) {
-  BoundedText buffer(text, bound);
-  std::ostream stream(&buffer);
-  Writer().write(value, &stream);
-  return buffer.written();
-}
-
 // The reader takes a NUL byte behind the value for the end of the text and ignores what follows.
 bool HasTextBehindNul(std::string_view text, const Json::Value& root) {
   constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";  // skipped, and not counted in offsets, by the reader
   const size_t skipped = text.substr(0, kByteOrderMark.size()) == kByteOrderMark ? kByteOrderMark.size() : 0;
   return text.find('\0', skipped + static_cast<size_t>(root.getOffsetLimit())) != std::string_view::npos;
-}
-
-bool ReadAll(const std::string& path, std::string& text) {
-  const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!file.valid()) {
-    return false;
-  }
-  char buffer[64 * 1024];
-  while (true) {
-    const ssize_t count = read(file.get(), buffer, sizeof(buffer));
-    if (count == 0) {
-      return true;
-    }
-    if (count < 0 && errno != EINTR) {
-      return false;
-    }
-    if (count > 0) {
-      text.append(buffer, static_cast<size_t>(count));
-    }
-  }
 }
 
 bool WriteAll(int fd, std::string_view text) {
@@ -128,6 +74,26 @@ bool WriteTemporary(int fd, std::string_view text) {
 
 }  // namespace
 
+bool ReadWholeFile(const std::string& path, std::string& text) {
+  const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file.valid()) {
+    return false;
+  }
+  char buffer[64 * 1024];
+  while (true) {
+    const ssize_t count = read(file.get(), buffer, sizeof(buffer));
+    if (count == 0) {
+      return true;
+    }
+    if (count < 0 && errno != EINTR) {
+      return false;
+    }
+    if (count > 0) {
+      text.append(buffer, static_cast<size_t>(count));
+    }
+  }
+}
+
 bool ParseJson(const char* begin, const char* end, Json::Value& value) {
   try {
     Json::Value root;
@@ -148,11 +114,14 @@ bool fromString(Json::Value& value, const std::string& text) {
 
 bool fromFile(Json::Value& value, const std::string& path) {
   std::string text;
-  return ReadAll(path, text) && fromString(value, text);
+  return ReadWholeFile(path, text) && fromString(value, text);
 }
 
 bool toFile(const Json::Value& value, const std::string& path) {
-  const std::string text = toString(value);
+  return ReplaceWholeFile(toString(value), path);
+}
+
+bool ReplaceWholeFile(std::string_view text, const std::string& path) {
   const size_t slash = path.rfind('/');
   const std::string folder = slash == std::string::npos ? "./" : path.substr(0, slash + 1);
   std::string temporary = folder + ".orbisk-XXXXXX";
@@ -172,17 +141,11 @@ bool toFile(const Json::Value& value, const std::string& path) {
 }
 
 std::string toString(const Json::Value& value) {
-  // A text that grows is there twice each time that it moves to a larger place, so a large one is measured first.
-  constexpr size_t kSmallBytes = size_t{1} << 20;
-  std::string small;
-  const size_t bytes = Write(value, kSmallBytes, small);
-  if (bytes <= kSmallBytes) {
-    return small;
-  }
-  std::string large;
-  large.reserve(bytes);
-  Write(value, bytes, large);
-  return large;
+  TextChunks text;
+  std::ostream stream(&text);
+  stream.exceptions(std::ios::badbit);  // else a want of memory would end the text early
+  Writer().write(value, &stream);
+  return text.Take();
 }
 
 template <>

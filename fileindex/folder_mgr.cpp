@@ -8,6 +8,8 @@
 #include <iterator>
 
 #include "common/check.h"
+#include "common/json_text.h"
+#include "fileindex/folders_text.h"
 #include "fileindex/full_path_index.h"
 #include "nimo/unicode.h"
 #include "orbisk/fileindex/file_type.h"
@@ -68,25 +70,26 @@ void KeepNamesWith(Folders& folders, const std::string& keyword) {
 
 FolderMgr::FolderMgr() {
   Json::Value folders(Json::arrayValue);
-  ORBISK_CHECK_TEXT(IsFileExist(kFileIndexFoldersCfgPath) && !fromFile(folders, kFileIndexFoldersCfgPath),
+  std::string text;
+  const auto load = [&] {
+    return ReadWholeFile(kFileIndexFoldersCfgPath, text) && (ReadFolders(text, folders_) || fromString(folders, text));
+  };
+  ORBISK_CHECK_TEXT(IsFileExist(kFileIndexFoldersCfgPath) && !load(),
                     "IsFileExist(kFileIndexFoldersCfgPath) && !folders.fromFile(kFileIndexFoldersCfgPath)", 504,
                     std::string("Cannot load json: ") + kFileIndexFoldersCfgPath);
   // Else the next Save would replace by an empty list what nobody could read.
   ORBISK_CHECK(!folders.isArray() && !folders.isNull(), 504,
                std::string("Cannot load json: ") + kFileIndexFoldersCfgPath);
-  folders_.reserve(folders.size());
+  folders_.reserve(folders_.size() + folders.size());
   for (const Json::Value& data : folders) {
     folders_.push_back(std::make_shared<Folder>(data));
   }
 }
 
 void FolderMgr::Save() const {
-  Json::Value folders(Json::arrayValue);
-  for (const auto& folder : folders_) {
-    folders.append(folder->GetData());
-  }
+  const std::string text = WriteFolders(folders_);
   const sdk::SDKCredentials as_root("root");
-  ORBISK_CHECK_TEXT(!toFile(folders, kFileIndexFoldersCfgPath), "!folders.toFile(kFileIndexFoldersCfgPath)", 505,
+  ORBISK_CHECK_TEXT(!ReplaceWholeFile(text, kFileIndexFoldersCfgPath), "!folders.toFile(kFileIndexFoldersCfgPath)", 505,
                     kFileIndexFoldersCfgPath);
   ORBISK_CHECK(-1 == chmod(kFileIndexFoldersCfgPath, 0644), 502, "");
 }

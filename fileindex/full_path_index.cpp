@@ -28,6 +28,7 @@ void FullPathIndex::TakeInNext(const std::vector<std::shared_ptr<Folder>>& folde
 
 std::shared_ptr<Folder> FullPathIndex::Nearest(const std::vector<std::shared_ptr<Folder>>& folders,
                                                std::string_view full_path) {
+  by_full_path_.reserve(folders.size());
   while (taken_in_ < folders.size()) {
     TakeInNext(folders);
   }

@@ -69,13 +69,17 @@ void UpsertNimotifydCfg(const std::string& share_name, const FolderMgr& folder_m
   const sdk::SDKShare share(share_name);
   Json::Value ignore(Json::arrayValue);
   ignore.append("@eaDir");
+  // The names are not copied into each of a thousand values.
+  static const Json::StaticString kPath("path");
+  static const Json::StaticString kMask("mask");
+  static const Json::StaticString kIgnore("ignore");
   Json::Value config(Json::arrayValue);
   for (const auto& folder : folder_mgr.GetFolders()) {
     if (folder->GetShare() == share_name) {
       Json::Value watch;
-      watch["path"] = folder->GetFullPath();
-      watch["mask"] = kMonitorMask;
-      watch["ignore"] = ignore;
+      watch[kPath] = folder->GetFullPath();
+      watch[kMask] = kMonitorMask;
+      watch[kIgnore] = ignore;
       config.append(std::move(watch));
     }
   }

@@ -49,6 +49,10 @@ env -u LD_LIBRARY_PATH "$prefix/bin/fileindexctl" queue ops --count "$scratch/qu
 "$prefix/bin/nimotifyd" --version >/dev/null
 env -u LD_LIBRARY_PATH "$prefix/nimo/bin/nimonxmnotify" --version >/dev/null
 [ -f "$prefix/share/orbisk/nimonxmnotify.json" ] || { echo "the texts of notifications are missing"; exit 1; }
+[ -f "$prefix/share/bash-completion/completions/fileindexctl" ] || { echo "the completion is missing"; exit 1; }
+for page in fileindexctl.1 fileindex.queue.5 fileindexd.8; do
+  [ -f "$(find "$prefix" -name "$page")" ] || { echo "the manual page $page is missing"; exit 1; }
+done
 echo "ok: the installed programs run"
 
 # What is installed does not look for anything in the build folder.

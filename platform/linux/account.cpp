@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
+#include <memory>
 
 namespace nimo {
 namespace {
@@ -54,6 +56,29 @@ std::optional<Account> FindAccount(uid_t uid) {
   return LookUpAccount([uid](passwd* record, char* buffer, size_t bytes, passwd** found) {
     return getpwuid_r(uid, record, buffer, bytes, found);
   });
+}
+
+std::optional<std::vector<std::string>> LocalAccountNames() {
+  const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen("/etc/passwd", "re"), fclose);
+  if (file == nullptr) {
+    return std::nullopt;
+  }
+  std::vector<std::string> names;
+  passwd record{};
+  passwd* found = nullptr;
+  std::vector<char> buffer(kFirstBufferBytes);
+  int result = 0;
+  while ((result = fgetpwent_r(file.get(), &record, buffer.data(), buffer.size(), &found)) != ENOENT) {
+    if (result == 0) {
+      names.emplace_back(record.pw_name);
+    } else if (result == ERANGE && buffer.size() < kMaxBufferBytes) {
+      buffer.resize(buffer.size() * 2);  // the same line comes again
+    } else {
+      errno = result;
+      return std::nullopt;
+    }
+  }
+  return names;
 }
 
 std::optional<gid_t> FindGroup(const char* name) {

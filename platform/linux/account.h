@@ -20,6 +20,10 @@ struct Account {
 std::optional<Account> FindAccount(const char* name);
 std::optional<Account> FindAccount(uid_t uid);
 
+/// The names of the accounts that the machine itself keeps, in its order. Nothing, with errno set, when they cannot be
+/// read to the end. Threads: any.
+std::optional<std::vector<std::string>> LocalAccountNames();
+
 /// The number of the group called `name`. Nothing, with errno set, when there is none (ENOENT) or it cannot be looked
 /// up. Threads: any.
 std::optional<gid_t> FindGroup(const char* name);

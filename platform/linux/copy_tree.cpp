@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "platform/linux/copy_file.h"
+#include "platform/linux/directory.h"
 #include "platform/linux/unique_fd.h"
 
 namespace nimo {
@@ -33,15 +34,7 @@ bool ListNames(int directory, std::vector<std::string>* names) {
     const UniqueFd closed(duplicate);
     return false;
   }
-  errno = 0;
-  while (const dirent* entry = readdir(stream.get())) {
-    const std::string name = entry->d_name;
-    if (name != "." && name != "..") {
-      names->push_back(name);
-    }
-    errno = 0;
-  }
-  return errno == 0;
+  return ReadNames(stream.get(), names);
 }
 
 // Calls `visit(directory, name)` for every entry; ends at the first false. Names are gathered first: removing and

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "nimo/filesystem.h"
+#include "platform/linux/home_names.h"
 #include "platform/linux/last_error.h"
 #include "platform/linux/share_registry.h"
 #include "platform/linux/share_registry_text.h"
@@ -11,7 +12,6 @@
 namespace nimo {
 namespace {
 
-constexpr std::string_view kHomes = "homes";
 constexpr std::string_view kSnapshots = "#snapshot";
 constexpr std::string_view kHiddenFolders[] = {"@eaDir", "@fileindex", "@tmp"};
 

@@ -2,18 +2,17 @@
 #include "nimo/home.h"
 
 #include <dirent.h>
-#include <pwd.h>
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/linux/account.h"
+#include "platform/linux/directory.h"
+#include "platform/linux/home_names.h"
 #include "platform/linux/last_error.h"
 #include "platform/linux/share_registry.h"
 #include "platform/linux/string_list.h"
@@ -21,9 +20,6 @@
 
 namespace nimo {
 namespace {
-
-constexpr char kHomes[] = "homes";
-constexpr char kRecycleBin[] = "/#recycle";
 
 using IsWanted = std::function<bool(const std::string& name)>;
 
@@ -34,11 +30,7 @@ std::optional<std::vector<std::string>> NamesIn(const std::string& folder) {
   if (stream == nullptr) {
     return errno == ENOENT ? std::optional(names) : std::nullopt;
   }
-  errno = 0;
-  while (const dirent* const entry = readdir(stream.get())) {
-    names.emplace_back(entry->d_name);
-  }
-  if (errno != 0) {
+  if (!ReadNames(stream.get(), &names)) {
     return std::nullopt;
   }
   std::sort(names.begin(), names.end());
@@ -67,9 +59,8 @@ int EnumerateBins(SZLIST** list, const IsWanted& is_wanted) {
     return NIMO_FAIL_ERRNO();
   }
   for (const std::string& name : *names) {
-    const std::string bin = homes->path + "/" + name + kRecycleBin;
-    // "." has the share's own bin, which is nobody's.
-    if (name == "." || name == ".." || !IsFolder(bin) || !is_wanted(name)) {
+    const std::string bin = homes->path + "/" + name + "/" + kRecycleBin;
+    if (!IsFolder(bin) || !is_wanted(name)) {
       continue;
     }
     if (!AppendItem(list, bin)) {
@@ -77,23 +68,6 @@ int EnumerateBins(SZLIST** list, const IsWanted& is_wanted) {
     }
   }
   return 0;
-}
-
-// The names that the box itself keeps.
-std::optional<std::vector<std::string>> LocalNames() {
-  const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen("/etc/passwd", "re"), fclose);
-  if (file == nullptr) {
-    return std::nullopt;
-  }
-  std::vector<std::string> names;
-  passwd entry{};
-  passwd* found = nullptr;
-  std::vector<char> buffer(64UL * 1024);
-  while (fgetpwent_r(file.get(), &entry, buffer.data(), buffer.size(), &found) == 0) {
-    names.emplace_back(entry.pw_name);
-  }
-  std::sort(names.begin(), names.end());
-  return names;
 }
 
 }  // namespace
@@ -107,10 +81,11 @@ int NIMORecycleHomeEnumRecyclePathForAuthType(SZLIST** list, AUTH_TYPE auth) {
   if (auth != AUTH_LOCAL && auth != AUTH_DIRECTORY) {
     return NIMO_FAIL(EINVAL);
   }
-  const auto local = nimo::LocalNames();
+  auto local = nimo::LocalAccountNames();
   if (!local) {
     return NIMO_FAIL_ERRNO();
   }
+  std::sort(local->begin(), local->end());
   return nimo::EnumerateBins(list, [&](const std::string& name) {
     const bool is_local = std::binary_search(local->begin(), local->end(), name);
     return auth == AUTH_LOCAL ? is_local : !is_local && nimo::FindAccount(name.c_str()).has_value();

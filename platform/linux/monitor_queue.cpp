@@ -140,14 +140,17 @@ std::string BaseName(const Identity& identity) {
   return name.substr(0, kLongestReadableName - strlen(hash)) + hash;
 }
 
-std::optional<Json::Value> ReadJson(const std::string& path) {
+std::optional<std::string> ReadBytes(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   if (!file) {
     return std::nullopt;
   }
   std::stringstream text;
   text << file.rdbuf();
-  const std::string bytes = text.str();
+  return text.str();
+}
+
+std::optional<Json::Value> ParseObject(const std::string& bytes) {
   Json::Value value;
   const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
   try {
@@ -158,6 +161,33 @@ std::optional<Json::Value> ReadJson(const std::string& path) {
     return std::nullopt;
   }
   return value;
+}
+
+std::string Text(const Json::Value& value) {
+  static const Json::StreamWriterBuilder builder = [] {
+    Json::StreamWriterBuilder made;
+    made["indentation"] = "";
+    made["emitUTF8"] = true;  // names are bytes: without this, bytes that are not UTF-8 are replaced
+    return made;
+  }();
+  return Json::writeString(builder, value);
+}
+
+// A registration's text is what comes before its folders, the folders' array, and what comes behind, with the members
+// in the order of their names.
+std::string Before(const Identity& identity) {
+  return "{\"app\":" + Text(identity.app) + ",\"config\":";
+}
+
+std::string Behind(const Identity& identity) {
+  return ",\"queue\":" + Text(identity.queue) + ",\"type\":" + std::to_string(static_cast<int>(identity.type)) + "}\n";
+}
+
+// Behind an array's end, what Behind says can only stand in the outermost object, so the folders need not be read.
+bool IsWrittenFor(const std::string& bytes, const Identity& identity) {
+  const std::string before = Before(identity) + "[";
+  const std::string behind = "]" + Behind(identity);
+  return bytes.size() >= before.size() + behind.size() && bytes.starts_with(before) && bytes.ends_with(behind);
 }
 
 bool BelongsTo(const Json::Value& registration, const Identity& identity) {
@@ -173,7 +203,11 @@ std::string FileOf(const Identity& identity) {
   const std::string base = std::string(kRegistrationsFolder) + "/" + BaseName(identity);
   for (int number = 0;; ++number) {
     std::string path = base + (number == 0 ? "" : "~" + std::to_string(number)) + kSuffix;
-    const std::optional<Json::Value> present = ReadJson(path);
+    const std::optional<std::string> bytes = ReadBytes(path);
+    if (!bytes || IsWrittenFor(*bytes, identity)) {
+      return path;
+    }
+    const std::optional<Json::Value> present = ParseObject(*bytes);
     if (!present || BelongsTo(*present, identity)) {
       return path;
     }
@@ -234,13 +268,6 @@ bool WriteWhole(const std::string& path, const std::string& text) {
     return false;
   }
   return SyncFolder(kRegistrationsFolder);
-}
-
-std::string Text(const Json::Value& value) {
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  builder["emitUTF8"] = true;  // names are bytes: without this, bytes that are not UTF-8 are replaced
-  return Json::writeString(builder, value) + "\n";
 }
 
 enum class Connection { kMade, kNobodyListens, kFailed };
@@ -309,13 +336,9 @@ bool MonitorQueue::Upsert(const MonitorQueue& queue, const std::string& app, MON
     return false;
   }
   const Identity identity{queue.description_["queue"].asString(), app, type};
-  Json::Value registration(Json::objectValue);
-  registration["queue"] = identity.queue;
-  registration["app"] = identity.app;
-  registration["type"] = static_cast<int>(type);
-  registration["config"] =
-      queue.description_["config"].isNull() ? Json::Value(Json::arrayValue) : queue.description_["config"];
-  if (!MakeFolders(kRegistrationsFolder) || !WriteWhole(FileOf(identity), Text(registration))) {
+  const Json::Value& config = queue.description_["config"];
+  const std::string text = Before(identity) + (config.isNull() ? "[]" : Text(config)) + Behind(identity);
+  if (!MakeFolders(kRegistrationsFolder) || !WriteWhole(FileOf(identity), text)) {
     syslog(LOG_ERR, "event=registration_failed queue=%s reason=%s", identity.queue.c_str(), strerror(errno));
     return false;
   }

@@ -18,7 +18,15 @@ namespace {
 constexpr int kSignalBase = 128;
 constexpr size_t kOutputBytes = 64UL * 1024;
 constexpr const char* kFolders[] = {"/usr/local/sbin", "/usr/local/bin", "/usr/sbin", "/usr/bin", "/sbin", "/bin"};
-constexpr char kPath[] = "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
+
+// The environment's word for the same folders.
+std::string SearchPath() {
+  std::string path = "PATH=";
+  for (const char* const folder : kFolders) {
+    path += (path.back() == '=' ? "" : ":") + std::string(folder);
+  }
+  return path;
+}
 
 class SpawnSettings {
  public:
@@ -135,7 +143,7 @@ int RunProgram(const std::vector<std::string>& command, const RunOptions& option
   if (const int error = settings.CloseOff(output.write_end()); error != 0) {
     return NIMO_FAIL(error);
   }
-  const std::vector<std::string> path_alone = {kPath};
+  const std::vector<std::string> path_alone = {SearchPath()};
   pid_t pid = 0;
   // It reports what exec could not do as well.
   const int error =

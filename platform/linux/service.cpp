@@ -97,20 +97,21 @@ std::string PidFile(const std::string& name) {
 }
 
 // start-stop-daemon returns when there is a process that will become the program. Until it has, who looks for the
-// program, to stop it for example, does not find it.
-int AwaitProgram(const std::string& name, const std::string& program) {
+// program, to stop it for example, does not find it. What it becomes need not be the file that has the path now: a
+// process that runs already goes on with the old file when a package replaces it.
+int AwaitProgram(const std::string& name, const std::string& start_stop_daemon) {
   pid_t pid = 0;
   std::ifstream(PidFile(name)) >> pid;
-  struct stat wanted {};
+  struct stat starter {};
   struct stat running {};
+  if (stat(start_stop_daemon.c_str(), &starter) != 0) {
+    return NIMO_FAIL_ERRNO();
+  }
   for (int i = 0; i < kProgramWaits; ++i) {
     if (pid <= 0 || stat(("/proc/" + std::to_string(pid) + "/exe").c_str(), &running) != 0) {
       return NIMO_FAIL(ESRCH);
     }
-    if (stat(program.c_str(), &wanted) != 0) {
-      return NIMO_FAIL_ERRNO();
-    }
-    if (running.st_dev == wanted.st_dev && running.st_ino == wanted.st_ino) {
+    if (running.st_dev != starter.st_dev || running.st_ino != starter.st_ino) {
       return 0;
     }
     usleep(kProgramWaitMicroseconds);
@@ -118,11 +119,19 @@ int AwaitProgram(const std::string& name, const std::string& program) {
   return NIMO_FAIL(ETIMEDOUT);
 }
 
+bool IsScript(const std::string& path) {
+  char start[2] = {};
+  return std::ifstream(path, std::ios::binary).read(start, sizeof(start)) && start[0] == '#' && start[1] == '!';
+}
+
 // Stopping and starting look for a process of this very program, so that a number left behind by a dead service and
 // given to another process harms nobody.
 int Start(const std::string& start_stop_daemon, const std::string& name, const Description& description) {
   if (access(description.command.front().c_str(), X_OK) != 0) {
     return NIMO_FAIL_ERRNO();  // it would be found out behind our back
+  }
+  if (IsScript(description.command.front())) {
+    return NIMO_FAIL(ENOEXEC);  // its process is the interpreter's, and would not be found again
   }
   if (mkdir(kPidFiles, 0755) != 0 && errno != EEXIST) {
     return NIMO_FAIL_ERRNO();
@@ -136,7 +145,7 @@ int Start(const std::string& start_stop_daemon, const std::string& name, const D
   command.emplace_back("--");
   command.insert(command.end(), description.command.begin() + 1, description.command.end());
   const int result = RunToSuccess(command, {nullptr, true});
-  return result < 0 ? result : AwaitProgram(name, description.command.front());
+  return result < 0 ? result : AwaitProgram(name, start_stop_daemon);
 }
 
 int Stop(const std::string& start_stop_daemon, const std::string& name, const Description& description) {

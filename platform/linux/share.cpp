@@ -9,6 +9,7 @@
 
 #include "nimo/error.h"
 #include "nimo/filesystem.h"
+#include "platform/linux/home_names.h"
 #include "platform/linux/last_error.h"
 #include "platform/linux/share_registry.h"
 #include "platform/linux/share_registry_text.h"
@@ -19,8 +20,6 @@ namespace {
 
 using NIMO::SHARE::Entry;
 
-constexpr char kHomes[] = "homes";
-constexpr char kRecycleBin[] = "#recycle";
 constexpr int kAllHomes = 11;
 
 // The registry keeps names and paths shorter than the fields.

@@ -315,6 +315,24 @@ void Register(const Entry& entry) {
   nimo::Save(shares);
 }
 
+void Replace(const std::string& name, const Entry& entry) {
+  const nimo::WriteLock lock;
+  std::vector<Entry> shares = nimo::LoadForChange();
+  const auto place = std::find_if(shares.begin(), shares.end(), [&](const Entry& share) { return share.name == name; });
+  if (place == shares.end()) {
+    throw std::runtime_error("no such share: " + name);
+  }
+  std::vector<Entry> others = shares;
+  others.erase(others.begin() + (place - shares.begin()));
+  if (std::any_of(others.begin(), others.end(), [&](const Entry& share) { return share.name == entry.name; })) {
+    throw std::runtime_error("there is a share " + entry.name + " already");
+  }
+  nimo::RequireRoomFor(entry, others);
+  *place = entry;
+  nimo::MakeIndexFolder(entry.path);
+  nimo::Save(shares);
+}
+
 bool Unregister(const std::string& name) {
   const nimo::WriteLock lock;
   std::vector<Entry> shares = nimo::LoadForChange();

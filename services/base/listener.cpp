@@ -84,12 +84,16 @@ void Listener::Bind() {
   bound_ = true;
 }
 
-// The group first: for an instant the mode would let in that of the daemon's account.
+// The group first: for an instant the mode would let in that of the daemon's account. Where the group cannot be had, as
+// in a user namespace that does not know it, the mode must not let in another instead.
 void Listener::Restrict(const SocketAccess& access) {
+  mode_t mode = access.mode;
   if (access.group && chown(path_.c_str(), static_cast<uid_t>(-1), *access.group) != 0) {
-    Fail(errno, "the socket's group cannot be set");
+    const int error = errno;
+    Record(LOG_WARNING, "socket_group_refused").Add("socket", path_).AddErrno("reason", error);
+    mode &= ~static_cast<mode_t>(S_IRWXG);
   }
-  if (chmod(path_.c_str(), access.mode) != 0) {
+  if (chmod(path_.c_str(), mode) != 0) {
     Fail(errno, "the socket's mode cannot be set");
   }
 }

@@ -44,7 +44,8 @@ class Listener {
   Listener& operator=(const Listener&) = delete;
 
   /// Makes the socket; one that a killed daemon left is replaced. Throws std::runtime_error if somebody answers there,
-  /// or when the socket cannot be made or opened to whom it is for.
+  /// or when the socket cannot be made. If the system refuses to give it to the group, a record says so, and the group
+  /// has no access, whatever the mode says.
   void Open(const SocketAccess& access);
 
   /// Waits for one connection. Nothing happens if that is so already, or the socket is not open.

@@ -55,7 +55,7 @@ int RunProgram(const Program& program, int argc, const char* const* argv) {
     program.run();
     return kExitStopped;
   } catch (const std::exception& error) {
-    Record(LOG_ERR, "not_started").Add("reason", error.what());
+    Record(LOG_ERR, "failed").Add("reason", error.what());
     std::cerr << program.name << ": " << error.what() << '\n';
     return kExitFailure;
   }

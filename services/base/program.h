@@ -21,12 +21,12 @@ struct Program {
   /// Adds the daemon's own options. The later of two values of one option counts.
   std::function<void(CLI::App&)> add_options;
   /// Does the work until asked to stop. The command line is parsed and the log is open; SIGPIPE and SIGXFSZ are
-  /// ignored. Throws what keeps the daemon from starting.
+  /// ignored. Throws what keeps the daemon from starting, or ended it.
   std::function<void()> run;
 };
 
 /// Parses the command line, which besides the daemon's own options has --log-level, --log-stderr, --version and --help,
-/// and runs the daemon. Returns the exit status; an exception of `run` goes into a record not_started and onto standard
+/// and runs the daemon. Returns the exit status; an exception of `run` goes into a record `failed` and onto standard
 /// error.
 int RunProgram(const Program& program, int argc, const char* const* argv);
 

@@ -93,8 +93,21 @@ std::string ReadWhole(const service::UniqueFd& file) {
   return text;
 }
 
+// Whether all was written; else errno says why.
+bool AllWritten(ssize_t written, std::string_view text) {
+  if (written >= 0 && written < static_cast<ssize_t>(text.size())) {
+    errno = ENOSPC;  // the call counts what there was room for, and does not say that there was no more
+    return false;
+  }
+  return written >= 0;
+}
+
 bool WriteWhole(const service::UniqueFd& file, std::string_view text) {
-  return write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+  return AllWritten(write(file.get(), text.data(), text.size()), text);
+}
+
+bool WriteAt(const service::UniqueFd& file, std::string_view text, off_t place) {
+  return AllWritten(pwrite(file.get(), text.data(), text.size(), place), text);
 }
 
 service::UniqueFd OpenIn(const std::string& folder, const char* name, int flags) {
@@ -112,8 +125,9 @@ FailureStore::FailureStore(std::string folder, std::string reader, size_t most)
     GiveUp("open");
     return;
   }
+  const std::string left = ReadWhole(in_work_);
   Load();
-  TakeInWork();
+  TakeInWork(left);
 }
 
 bool FailureStore::Open() {
@@ -122,7 +136,13 @@ bool FailureStore::Open() {
     return false;
   }
   in_work_ = OpenIn(folder_, "in-work", O_RDWR);
-  if (!in_work_.valid() || flock(in_work_.get(), LOCK_EX | LOCK_NB) != 0) {
+  if (!in_work_.valid()) {
+    return false;
+  }
+  if (flock(in_work_.get(), LOCK_EX | LOCK_NB) != 0) {
+    const int error = errno;
+    in_work_.Close();  // it is another's
+    errno = error;
     return false;
   }
   list_ = OpenIn(folder_, "failures", O_RDWR | O_APPEND);
@@ -174,8 +194,7 @@ void FailureStore::Take(const Json::Value& line) {
 }
 
 // What the daemon before this one left in work.
-void FailureStore::TakeInWork() {
-  const std::string text = ReadWhole(in_work_);
+void FailureStore::TakeInWork(const std::string& text) {
   for (size_t at = 0; at < text.size(); at += kSlotBytes) {
     const std::string_view slot = std::string_view(text).substr(at, kSlotBytes);
     const std::optional<Json::Value> line = ObjectOf(slot.substr(0, slot.find('\n')));
@@ -192,7 +211,7 @@ void FailureStore::TakeInWork() {
       Append(SuspectLineOf(*identity, path, true));
     }
   }
-  if (ftruncate(in_work_.get(), 0) != 0) {
+  if (!folder_.empty() && ftruncate(in_work_.get(), 0) != 0) {
     GiveUp("ftruncate");
   }
 }
@@ -251,6 +270,10 @@ void FailureStore::GiveUp(const char* what) {
   Record(LOG_WARNING, "failures_not_kept").Add("folder", folder_).Add("call", what).AddErrno("reason", error);
   folder_.clear();
   list_.Close();
+  // Nobody will take from it what comes back from its worker; the next daemon would suspect it.
+  if (in_work_.valid() && ftruncate(in_work_.get(), 0) != 0) {
+    Record(LOG_WARNING, "in_work_not_emptied").AddErrno("reason", errno);
+  }
   in_work_.Close();
 }
 
@@ -266,14 +289,14 @@ FailureStore::InWork::InWork(FailureStore& store, const Content& content) : stor
     return;
   }
   const std::string text = ToText(LineOf(content.identity, content.path)) + "\n";
-  if (pwrite(store.in_work_.get(), text.data(), text.size(), static_cast<off_t>(slot_) * kSlotBytes) < 0) {
+  if (!WriteAt(store.in_work_, text, static_cast<off_t>(slot_) * kSlotBytes)) {
     store.GiveUp("pwrite");
   }
 }
 
 FailureStore::InWork::~InWork() {
   store_.slots_[slot_] = false;
-  if (!store_.folder_.empty() && pwrite(store_.in_work_.get(), "\n", 1, static_cast<off_t>(slot_) * kSlotBytes) != 1) {
+  if (!store_.folder_.empty() && !WriteAt(store_.in_work_, "\n", static_cast<off_t>(slot_) * kSlotBytes)) {
     store_.GiveUp("pwrite");
   }
 }

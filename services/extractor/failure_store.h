@@ -63,7 +63,7 @@ class FailureStore {
   bool Open();
   void Load();
   void Take(const Json::Value& line);
-  void TakeInWork();
+  void TakeInWork(const std::string& text);
   void Append(const Json::Value& line);
   void Rewrite();
   void GiveUp(const char* what);

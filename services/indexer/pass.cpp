@@ -47,6 +47,10 @@ void Pass::Apply(Reconciler& reconciler, Progress& progress, bool again) {
     single.attributes ? reconciler.UpdateAttributes(single.path) : reconciler.Update(single.path, again);
   }
   for (const std::string& tree : trees_) {
+    if (tree == share_folder_) {
+      // What asked for this may have come in the place of a rename of the share.
+      reconciler.RemoveOutside(tree);
+    }
     reconciler.Tree(tree);
   }
 }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <memory>
 #include <optional>
 
@@ -20,6 +21,7 @@ constexpr std::uint64_t kMilestoneChanges = 5'000;
 constexpr std::chrono::seconds kMilestoneTime{5};
 constexpr int kNotBuilt = 914;  // by the extractor
 constexpr int kNoDocument = 917;
+constexpr int kAnswerTooLong = 1207;
 constexpr int kNotAccepted = 1210;  // by the search daemon
 
 // What fails the document and not the pass.
@@ -33,7 +35,6 @@ bool IsOfTheMove(const Error& error) {
   constexpr int kNoAnswer = 913;
   constexpr int kIncomplete = 916;
   constexpr int kUnknownDocument = 1200;
-  constexpr int kAnswerTooLong = 1207;
   switch (error.code()) {
     case kArgument:
     case kNoAnswer:
@@ -136,17 +137,33 @@ void Reconciler::Update(const std::string& path, bool trust) {
   if (policy_.IsPaused(path)) {
     return;
   }
+  const bool leads_to_folder = policy_.LeadsToFolder(path);
+  if (!leads_to_folder && !policy_.Governs(path)) {
+    return;  // a comparison has removed what was there while some folder governed it
+  }
   const Found found = FindOnDisk(path);
+  if (Keep(path, found)) {
+    return;
+  }
   const bool is_folder = found.kind == Kind::kFolder;
-  const std::optional<Entry> known = trust || is_folder ? index_.Find(path) : std::nullopt;
-  if (is_folder && !(known && known->stamp && known->stamp->identity == found.stamp.identity)) {
+  if (!is_folder && leads_to_folder) {
+    Tree(path);  // the folders below it are not all to be treated alike
+    return;
+  }
+  const std::optional<Entry> known = index_.Find(path);
+  const bool is_known = known && known->stamp && known->stamp->identity == found.stamp.identity;
+  if (is_folder && !is_known) {
     Tree(path);  // not the folder that the index knows, so nothing is known of what is in it
     return;
   }
   progress_.BeginFile(path);
   const std::uint64_t before = changes_;
   if (IsWanted(path, found)) {
-    Settle(path, found, known ? &*known : nullptr, trust || is_folder);
+    if (!is_known) {
+      index_.RemoveBelow(path);  // a folder may have been here, of whose end nobody said more than this
+    }
+    const bool believes_it = trust || is_folder;
+    Settle(path, found, known && believes_it ? &*known : nullptr, believes_it);
     if (remember_reads) {
       read_[path] = found.stamp;
     }
@@ -167,6 +184,9 @@ void Reconciler::Move(const std::string& from, const std::string& to) {
   }
   const std::optional<Entry> source = index_.Find(from);
   const Found there = Look(from, false);
+  if (there.unknown) {
+    return;
+  }
   // In a pass that is done again, another file may have come to where the document was moved away from.
   if (!source || (source->stamp && there.kind != Kind::kNothing && source->stamp->identity == there.stamp.identity)) {
     return;
@@ -183,23 +203,107 @@ void Reconciler::Move(const std::string& from, const std::string& to) {
 
 void Reconciler::Tree(const std::string& path) {
   CheckInterrupted();
-  Known known(index_.FindTree(path));
-  std::vector<std::string> folders;
+  std::vector<Entry> entries;
+  try {
+    entries = index_.FindTree(path);
+  } catch (const Error& error) {
+    if (error.code() != kAnswerTooLong) {
+      throw;
+    }
+    TreeInParts(path);
+    return;
+  }
   const Found found = FindOnDisk(path);
+  if (Keep(path, found)) {
+    return;
+  }
+  Known known(std::move(entries));
   progress_.AddWork(1);
   if (IsWanted(path, found) && !policy_.IsPaused(path)) {
     Settle(path, found, known.See(path), true);
   }
   progress_.EndFile(false);
   if (found.kind == Kind::kFolder) {
-    folders.push_back(path);
+    Walk({path}, known);
   }
+  RemoveVanished(known);
+}
+
+void Reconciler::RemoveOutside(const std::string& path) {
+  for (std::vector<Entry> some = index_.FindOutside(path); !some.empty(); some = index_.FindOutside(path)) {
+    for (const Entry& entry : some) {
+      CheckInterrupted();
+      index_.RemoveOne(entry.path);
+      CountChange();
+    }
+  }
+}
+
+void Reconciler::Walk(std::vector<std::string> folders, Known& known) {
   while (!folders.empty()) {
     const std::string folder = std::move(folders.back());
     folders.pop_back();
     WalkFolder(folder, known, folders);
   }
+}
+
+// A tree of which the index knows more than it can say at once.
+void Reconciler::TreeInParts(const std::string& path) {
+  const Found found = FindOnDisk(path);
+  if (Keep(path, found)) {
+    return;
+  }
+  const std::optional<Entry> known = index_.Find(path);
+  if (IsWanted(path, found) && !policy_.IsPaused(path)) {
+    Settle(path, found, known ? &*known : nullptr, true);
+  } else if (known && !policy_.IsPaused(path)) {
+    box_.check_online();
+    index_.RemoveOne(path);
+    CountChange();
+  }
+  const Listing listing = found.kind == Kind::kFolder ? List(path) : Listing();
+  if (!listing.readable) {
+    progress_.AddFailure(path, "the folder cannot be read");
+    return;
+  }
+  Split(path, "", listing.names);
+}
+
+// Compares what lies in `folder` and begins with `prefix`; `names` are those on disk.
+void Reconciler::Part(const std::string& folder, const std::string& prefix, const std::vector<std::string>& names) {
+  CheckInterrupted();
+  std::vector<Entry> entries;
+  try {
+    entries = index_.FindPrefix(folder + "/" + prefix);
+  } catch (const Error& error) {
+    if (error.code() != kAnswerTooLong) {
+      throw;
+    }
+    Tree(folder + "/" + prefix);
+    Split(folder, prefix, names);
+    return;
+  }
+  Known known(std::move(entries));
+  std::vector<std::string> folders;
+  progress_.AddWork(names.size());
+  for (const std::string& name : names) {
+    LookAtEntry(folder, name, known, folders);
+  }
+  Walk(std::move(folders), known);
   RemoveVanished(known);
+}
+
+// The same for all whose names are longer than `prefix`.
+void Reconciler::Split(const std::string& folder, const std::string& prefix, const std::vector<std::string>& names) {
+  for (int byte = 1; byte < 256; ++byte) {
+    const std::string longer = prefix + static_cast<char>(byte);
+    std::vector<std::string> some;
+    std::copy_if(names.begin(), names.end(), std::back_inserter(some),
+                 [&longer](const std::string& name) { return name.compare(0, longer.size(), longer) == 0; });
+    if (byte != '/') {
+      Part(folder, longer, some);
+    }
+  }
 }
 
 // Adds the folders in it to `folders`.
@@ -211,25 +315,35 @@ void Reconciler::WalkFolder(const std::string& folder, Known& known, std::vector
   }
   progress_.AddWork(listing.names.size());
   for (const std::string& name : listing.names) {
-    CheckInterrupted();
-    const std::string path = (folder == "/" ? "" : folder) + "/" + name;
-    const std::uint64_t before = changes_;
-    progress_.BeginFile(path);
-    const bool governed = policy_.Governs(path);
-    if (governed || policy_.LeadsToFolder(path)) {
-      const Found found = FindForWalk(path, name);
-      if (governed && !policy_.IsPaused(path) && found.kind != Kind::kNothing) {
-        Settle(path, found, known.See(path), true);
-      }
-      if (found.kind == Kind::kFolder) {
-        folders.push_back(path);
-      }
-    }
-    progress_.EndFile(changes_ != before);
+    LookAtEntry(folder, name, known, folders);
   }
 }
 
+void Reconciler::LookAtEntry(const std::string& folder, const std::string& name, Known& known,
+                             std::vector<std::string>& folders) {
+  CheckInterrupted();
+  const std::string path = (folder == "/" ? "" : folder) + "/" + name;
+  const std::uint64_t before = changes_;
+  progress_.BeginFile(path);
+  const bool leads_to_folder = policy_.LeadsToFolder(path);
+  const bool wanted = policy_.Governs(path) && !policy_.IsPaused(path);
+  if (wanted || leads_to_folder) {
+    const Found found = FindForWalk(path, name);
+    if (Keep(path, found)) {
+      known.See(path);
+      known.KeepBelow(path);
+    } else if (wanted && found.kind != Kind::kNothing) {
+      Settle(path, found, known.See(path), true);
+    }
+    if (found.kind == Kind::kFolder) {
+      folders.push_back(path);
+    }
+  }
+  progress_.EndFile(changes_ != before);
+}
+
 void Reconciler::RemoveVanished(Known& known) {
+  box_.check_online();
   for (size_t i = 0; i < known.size(); ++i) {
     if (policy_.IsPaused(known.PathOf(i))) {
       known.See(known.PathOf(i));
@@ -252,7 +366,7 @@ void Reconciler::RemoveVanished(Known& known) {
 
 // What there is at the path of an operation, which can be any.
 Found Reconciler::FindOnDisk(const std::string& path) const {
-  Found found = Look(path, policy_.NeedsMeta(path));
+  Found found = Look(path, policy_.NeedsMeta(path), clock());
   if (found.kind != Kind::kNothing && (!box_.may_be_indexed(path) || IsBehindMount(path))) {
     found.kind = Kind::kNothing;
   }
@@ -275,7 +389,7 @@ bool Reconciler::IsBehindMount(const std::string& path) const {
 
 // What there is in a folder that may be indexed: much cheaper to find out for a file.
 Found Reconciler::FindForWalk(const std::string& path, const std::string& name) const {
-  Found found = Look(path, policy_.NeedsMeta(path));
+  Found found = Look(path, policy_.NeedsMeta(path), clock());
   const bool odd = found.mounted || found.kind == Kind::kFolder || name.find('#') != std::string::npos;
   if (box_.is_preserved(name) || (odd && found.kind != Kind::kNothing && !box_.may_be_indexed(path))) {
     found.kind = Kind::kNothing;
@@ -304,40 +418,59 @@ void Reconciler::Settle(const std::string& path, const Found& found, const Entry
 
 void Reconciler::Index(const std::string& path, const Found& found) {
   const bool need_meta = found.kind == Kind::kFile && policy_.NeedsMeta(path);
-  try {
-    index_.Upsert(path, need_meta);
-  } catch (const Error& error) {
-    if (!IsOfTheDocument(error)) {
-      throw;
-    }
-    IndexWithoutContent(path, found, error.reason());
+  const std::optional<std::string> reason = TryUpsert(path, need_meta);
+  if (reason) {
+    IndexWithoutContent(path, found, *reason);
     return;
   }
   SetStamp(path, found);
 }
 
-void Reconciler::IndexWithoutContent(const std::string& path, const Found& found, const std::string& reason) {
-  if (Look(path, false).kind == Kind::kNothing) {
-    Remove(path);  // it went while it was read
-    return;
-  }
-  try {
-    index_.Upsert(path, false);
-  } catch (const Error& error) {
-    if (!IsOfTheDocument(error)) {
-      throw;
+// Why there can be no such document; nothing if there is one now. It is asked for twice, because the extractor may have
+// ended in the middle of the first time, and what it dies of it says at once the second time.
+std::optional<std::string> Reconciler::TryUpsert(const std::string& path, bool need_meta) {
+  for (int attempt = 1;; ++attempt) {
+    try {
+      index_.Upsert(path, need_meta);
+      return std::nullopt;
+    } catch (const Error& error) {
+      if (!IsOfTheDocument(error)) {
+        throw;
+      }
+      if (error.code() != kNotBuilt || attempt == 2) {
+        return error.reason();
+      }
     }
     if (!box_.extractor_answers()) {
       throw NoExtractor();
     }
-    if (Look(path, false).kind != Kind::kNothing) {
-      progress_.AddFailure(path, error.reason());
-    }
+  }
+}
+
+void Reconciler::IndexWithoutContent(const std::string& path, const Found& found, const std::string& reason) {
+  const Found now = Look(path, false);
+  if (Keep(path, now)) {
+    return;
+  }
+  if (now.kind == Kind::kNothing) {
+    Remove(path);  // it went while it was read
+    return;
+  }
+  const std::optional<std::string> refusal = TryUpsert(path, false);
+  if (!refusal) {
+    progress_.AddFailure(path, reason);
+    SetStamp(path, found);
+    return;
+  }
+  const Found still = Look(path, false);
+  if (still.kind == Kind::kNothing && !still.unknown) {
     Remove(path);
     return;
   }
-  progress_.AddFailure(path, reason);
-  SetStamp(path, found);
+  // A folder stays one: what is in it has documents of its own.
+  progress_.AddFailure(path, *refusal);
+  index_.RemoveOne(path);
+  CountChange();
 }
 
 void Reconciler::SetAttributes(const std::string& path, const Found& found) {
@@ -359,7 +492,16 @@ void Reconciler::SetStamp(const std::string& path, const Found& found) {
   CountChange();
 }
 
+// Whether what the index has of `path` is to stay because nobody knows what lies there.
+bool Reconciler::Keep(const std::string& path, const Found& found) {
+  if (found.unknown) {
+    progress_.AddFailure(path, "the file system does not say what it is");
+  }
+  return found.unknown;
+}
+
 void Reconciler::Remove(const std::string& path) {
+  box_.check_online();
   index_.RemoveBelow(path);
   index_.RemoveOne(path);
   CountChange();

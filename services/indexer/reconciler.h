@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -31,6 +32,8 @@ struct NoExtractor {};
 /// Whatever it is told, it believes the disk: a change of a file that is gone removes its document, a delete of a file
 /// that is there updates it. So it does not matter in which order it is told, and nothing is wrong in telling it twice.
 ///
+/// A tree whose documents are too many for one answer is compared in parts, by the first bytes of the names.
+///
 /// Threads: one.
 class Reconciler {
  public:
@@ -44,6 +47,8 @@ class Reconciler {
     std::function<bool()> extractor_answers;
     /// Whether the work has to end now.
     std::function<bool()> interrupted;
+    /// Throws Offline if the share cannot be reached any more: what is not on disk then says nothing.
+    std::function<void()> check_online;
   };
 
   /// All arguments outlive it.
@@ -58,6 +63,10 @@ class Reconciler {
   /// Compares all at and below `path` and puts right what differs.
   void Tree(const std::string& path);
 
+  /// Removes the documents of whatever is not at or below `path`, the share's folder: the share had another name, or
+  /// lay elsewhere, and nobody said so.
+  void RemoveOutside(const std::string& path);
+
   /// Changes of the index so far.
   std::uint64_t changes() const { return changes_; }
 
@@ -66,6 +75,9 @@ class Reconciler {
 
   /// Keeps in mind what Update reads, so that Tree does not read it again. Costs memory for each.
   bool remember_reads = false;
+
+  /// The time, which says whether a file has just been changed.
+  std::function<std::chrono::system_clock::time_point()> clock = std::chrono::system_clock::now;
 
  private:
   class Known;
@@ -76,11 +88,18 @@ class Reconciler {
   bool IsWanted(const std::string& path, const Found& found) const;
   void Settle(const std::string& path, const Found& found, const Entry* known, bool trust);
   void Index(const std::string& path, const Found& found);
+  std::optional<std::string> TryUpsert(const std::string& path, bool need_meta);
   void IndexWithoutContent(const std::string& path, const Found& found, const std::string& reason);
   void SetAttributes(const std::string& path, const Found& found);
   void SetStamp(const std::string& path, const Found& found);
   void Remove(const std::string& path);
+  bool Keep(const std::string& path, const Found& found);
+  void Walk(std::vector<std::string> folders, Known& known);
   void WalkFolder(const std::string& folder, Known& known, std::vector<std::string>& folders);
+  void LookAtEntry(const std::string& folder, const std::string& name, Known& known, std::vector<std::string>& folders);
+  void TreeInParts(const std::string& path);
+  void Part(const std::string& folder, const std::string& prefix, const std::vector<std::string>& names);
+  void Split(const std::string& folder, const std::string& prefix, const std::vector<std::string>& names);
   void RemoveVanished(Known& known);
   void CheckInterrupted() const;
   void CountChange();

@@ -3,6 +3,7 @@
 
 #include <json/json.h>
 
+#include <iterator>
 #include <utility>
 
 #include "orbisk/comm.h"
@@ -18,6 +19,8 @@ namespace {
 
 // Not in the mappings, so it is stored with the document and nobody finds it by searching.
 constexpr char kStampField[] = "_NIMOMDIndexStamp";
+
+constexpr size_t kPortion = 10'000;  // documents of one answer
 
 class Turn {
  public:
@@ -36,9 +39,17 @@ Json::Value PathIs(const std::string& path) {
   return condition;
 }
 
-Json::Value IsBelow(const std::string& path) {
+Json::Value BeginsWith(const std::string& prefix) {
   Json::Value condition;
-  condition["prefix"][elastic::kMDPath] = path + "/";
+  condition["prefix"][elastic::kMDPath] = prefix;
+  return condition;
+}
+
+// What of the tree of `path` comes behind `last` in the order of bytes: "0" is the byte behind "/".
+Json::Value IsBelowAndBehind(const std::string& path, const std::string& last) {
+  Json::Value condition;
+  condition["range"][elastic::kMDPath]["gt"] = last;
+  condition["range"][elastic::kMDPath]["lt"] = path + "0";
   return condition;
 }
 
@@ -47,11 +58,13 @@ Json::Value IsBelow(const std::string& path) {
 ShareIndex::ShareIndex(std::string share, Extractions& extractions)
     : share_(std::move(share)), id_(elastic::GetFileIndexID(share_)), extractions_(extractions) {}
 
-std::vector<Entry> ShareIndex::Query(Json::Value condition) const {
+// The first `limit` hits, in the order of their paths.
+std::vector<Entry> ShareIndex::Query(Json::Value condition, size_t limit) const {
   Json::Value request;
   request["command"] = "document_get_by_query";
   request["data"]["id"] = id_;
   request["data"]["query"]["qsl"] = std::move(condition);
+  request["data"]["limit"] = Json::UInt64{limit};
   request["data"]["load_field"].append(elastic::kMDPath);
   request["data"]["load_field"].append(kStampField);
   Json::Value answer;
@@ -71,28 +84,62 @@ std::vector<Entry> ShareIndex::Query(Json::Value condition) const {
 }
 
 std::optional<Entry> ShareIndex::Find(const std::string& path) {
-  std::vector<Entry> entries = Query(PathIs(path));
+  std::vector<Entry> entries = Query(PathIs(path), 1);
   return entries.empty() ? std::nullopt : std::optional(std::move(entries.front()));
 }
 
+// In portions: the values of an answer take many times the room of the entries that are made of them.
 std::vector<Entry> ShareIndex::FindTree(const std::string& path) {
-  Json::Value either;
-  either["bool"]["should"].append(PathIs(path));
-  either["bool"]["should"].append(IsBelow(path));
-  return Query(std::move(either));
+  std::vector<Entry> tree = Query(PathIs(path), 1);
+  std::string last = path + "/";
+  for (size_t got = kPortion; got == kPortion;) {
+    std::vector<Entry> portion = Query(IsBelowAndBehind(path, last), kPortion);
+    got = portion.size();
+    last = portion.empty() ? "" : portion.back().path;
+    tree.insert(tree.end(), std::make_move_iterator(portion.begin()), std::make_move_iterator(portion.end()));
+  }
+  return tree;
+}
+
+std::vector<Entry> ShareIndex::FindPrefix(const std::string& prefix) {
+  std::vector<Entry> entries;
+  std::string last;
+  for (size_t got = kPortion; got == kPortion;) {
+    Json::Value next;
+    next["bool"]["must"].append(BeginsWith(prefix));
+    Json::Value behind;
+    behind["range"][elastic::kMDPath]["gt"] = last;
+    next["bool"]["must"].append(std::move(behind));
+    std::vector<Entry> portion = Query(std::move(next), kPortion);
+    got = portion.size();
+    last = portion.empty() ? "" : portion.back().path;
+    entries.insert(entries.end(), std::make_move_iterator(portion.begin()), std::make_move_iterator(portion.end()));
+  }
+  return entries;
+}
+
+std::vector<Entry> ShareIndex::FindOutside(const std::string& path) {
+  Json::Value others;
+  others["bool"]["must"].append(BeginsWith("/"));
+  others["bool"]["must_not"].append(PathIs(path));
+  others["bool"]["must_not"].append(BeginsWith(path + "/"));
+  return Query(std::move(others), kPortion);
 }
 
 void ShareIndex::Upsert(const std::string& path, bool need_meta) {
+  uncommitted_ = true;
   const Turn turn(extractions_);
   elastic::IndexUpsert(share_, path, need_meta);
 }
 
 void ShareIndex::SetAttributes(const std::string& path) {
+  uncommitted_ = true;
   const Turn turn(extractions_);
   elastic::IndexAttr(share_, path);
 }
 
 void ShareIndex::SetStamp(const std::string& path, const std::string& stamp) {
+  uncommitted_ = true;
   Json::Value request;
   request["command"] = "document_set_by_id";
   request["data"]["id"] = id_;
@@ -102,19 +149,23 @@ void ShareIndex::SetStamp(const std::string& path, const std::string& stamp) {
 }
 
 void ShareIndex::RemoveOne(const std::string& path) {
+  uncommitted_ = true;
   elastic::IndexDel(share_, path);
 }
 
 void ShareIndex::RemoveBelow(const std::string& path) {
+  uncommitted_ = true;
   elastic::IndexDelDir(share_, path);
 }
 
 void ShareIndex::Move(const std::string& from, const std::string& to) {
+  uncommitted_ = true;
   elastic::IndexRename(share_, to, from);
 }
 
 void ShareIndex::Commit() {
   elastic::IndexCommit(share_);
+  uncommitted_ = false;
 }
 
 }  // namespace fileindexd

@@ -22,6 +22,8 @@ class ShareIndex : public DocumentIndex {
 
   std::optional<Entry> Find(const std::string& path) override;
   std::vector<Entry> FindTree(const std::string& path) override;
+  std::vector<Entry> FindPrefix(const std::string& prefix) override;
+  std::vector<Entry> FindOutside(const std::string& path) override;
   void Upsert(const std::string& path, bool need_meta) override;
   void SetAttributes(const std::string& path) override;
   void SetStamp(const std::string& path, const std::string& stamp) override;
@@ -30,12 +32,16 @@ class ShareIndex : public DocumentIndex {
   void Move(const std::string& from, const std::string& to) override;
   void Commit() override;
 
+  /// Whether a commit may have to follow; true at first, because an earlier daemon may have been killed before its own.
+  bool uncommitted() const { return uncommitted_; }
+
  private:
-  std::vector<Entry> Query(Json::Value condition) const;
+  std::vector<Entry> Query(Json::Value condition, size_t limit) const;
 
   std::string share_;
   std::string id_;
   Extractions& extractions_;
+  bool uncommitted_ = true;
 };
 
 }  // namespace fileindexd

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <ctime>
@@ -41,12 +42,6 @@ class Digest {
 
 std::int64_t Nanoseconds(const statx_timestamp& time) {
   return time.tv_sec * kSecond + time.tv_nsec;
-}
-
-std::int64_t Now() {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  return now.tv_sec * kSecond + now.tv_nsec;
 }
 
 // The kernel stamps files with its coarse clock.
@@ -88,20 +83,27 @@ bool ReadNumber(const std::string& text, size_t start, std::uint64_t& number) {
   return true;
 }
 
+// Others tell of the disk, the network or the memory.
+bool SaysNothingIsThere(int error) {
+  return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENAMETOOLONG;
+}
+
 }  // namespace
 
-Found Look(const std::string& path, bool need_meta) {
+Found Look(const std::string& path, bool need_meta, std::chrono::system_clock::time_point now) {
   struct statx info {};
   constexpr unsigned kWanted = STATX_BASIC_STATS | STATX_BTIME;
   Found found;
   if (statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, kWanted, &info) != 0) {
+    found.unknown = !SaysNothingIsThere(errno);
     return found;
   }
   found.kind = S_ISREG(info.stx_mode) ? Kind::kFile : S_ISDIR(info.stx_mode) ? Kind::kFolder : Kind::kNothing;
   found.mounted = (info.stx_attributes_mask & info.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
   found.stamp = StampOf(info, path, need_meta);
   static const std::int64_t two_ticks = TwoTicks();
-  found.young = Now() - Nanoseconds(info.stx_ctime) < two_ticks;
+  const auto now_ns = std::chrono::duration_cast<std::chrono::nanoseconds>(now.time_since_epoch()).count();
+  found.young = now_ns - Nanoseconds(info.stx_ctime) < two_ticks;
   return found;
 }
 

@@ -1,6 +1,7 @@
 // By what a document says which state of which file it was made from.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -27,15 +28,18 @@ struct Stamp {
 struct Found {
   Kind kind = Kind::kNothing;
   bool mounted = false;  ///< another file system begins here
+  /// It is not known what lies there: the file system does not say. `kind` is kNothing then.
+  bool unknown = false;
   Stamp stamp;
   /// So recently changed that one more change could leave the same dates: the clock of the file system ticks only every
   /// few milliseconds.
   bool young = false;
 };
 
-/// Looks at `path` itself: links, devices, pipes and sockets count as nothing, and so does what cannot be looked at.
-/// `need_meta` and the name's extension are part of how a file is read.
-Found Look(const std::string& path, bool need_meta);
+/// Looks at `path` itself: links, devices, pipes and sockets count as nothing, and so does what cannot be there.
+/// `need_meta` and the name's extension are part of how a file is read. `now` is the time at which the look began.
+Found Look(const std::string& path, bool need_meta,
+           std::chrono::system_clock::time_point now = std::chrono::system_clock::now());
 
 /// The stamp as a document keeps it, and back; nothing for other text. One that is `young` matches no content.
 std::string ToText(const Stamp& stamp, bool young);

@@ -5,7 +5,6 @@
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
 #include <ctime>
-#include <filesystem>
 #include <system_error>
 #include <utility>
 
@@ -55,7 +54,7 @@ Supervisor::Supervisor(boost::asio::io_context& context, const SupervisorSetting
 void Supervisor::Start() {
   watch_.Add(settings_.worker.folders_file, [this] { Configure(); });
   watch_.Add(settings_.share_registry, [this] { Configure(); });
-  watch_.Add(settings_.status_file, [this] { ReadPause(); });
+  watch_.Add(settings_.status_file, [this] { ReadStatus(); });
   Reload();
 }
 
@@ -83,8 +82,10 @@ void Supervisor::Handle(const Json::Value& message, Answer answer) {
     Configure();
     answer(Success());
   } else if (type == "worker_create" && !share.empty()) {
-    if (deleted_.erase(share) != 0) {
-      missed_.insert(share);
+    deleted_.erase(share);
+    const auto present = slots_.find(share);
+    if (present != slots_.end()) {
+      present->second.worker->CompareAll();  // nobody says this of a worker that missed nothing
     }
     Configure();
     answer(Success());
@@ -107,6 +108,7 @@ void Supervisor::Configure() {
   }
   for (auto& [share, slot] : slots_) {
     if (wanted.count(share) == 0) {
+      slot.worker->CompareAll();  // nobody knows in which state it comes back
       Leave(slot);
     } else {
       slot.worker->NoteConfiguration();
@@ -145,14 +147,10 @@ void Supervisor::CreateWorker(const std::string& share) {
     }
     return;
   }
-  std::error_code ignored;  // a share that cannot be reached has none
-  if (std::filesystem::is_directory(info.folder, ignored)) {
-    std::filesystem::create_directories(std::filesystem::path(info.queue).parent_path(), ignored);
-  }
   Slot& slot = slots_[share];
-  slot.worker =
-      std::make_unique<Worker>(info, settings_.worker, extractions_, paused_, missed_.erase(share) != 0,
-                               [this, share] { boost::asio::post(context_, [this, share] { OnEnd(share); }); });
+  slot.worker = std::make_unique<Worker>(info, settings_.worker, extractions_, paused_, [this, share] {
+    boost::asio::post(context_, [this, share] { OnEnd(share); });
+  });
   Worker* const worker = slot.worker.get();
   slot.watch = watch_.Add(info.queue, [worker] { worker->NoteQueue(); });
   worker->NoteConfiguration();  // for what was written before the watch stood
@@ -182,9 +180,11 @@ void Supervisor::DeleteWorker(const std::string& share, Answer answer) {
   deleted_.insert(share);
   const auto found = slots_.find(share);
   if (found == slots_.end()) {
+    ForgetMark(share);
     answer(Success());
     return;
   }
+  found->second.worker->CompareAll();  // what happens from now on is not in the queue
   // Whichever comes first answers.
   const auto once = std::make_shared<Answer>(std::move(answer));
   const auto respond = [once] {
@@ -199,6 +199,25 @@ void Supervisor::DeleteWorker(const std::string& share, Answer answer) {
     limit->cancel();
   });
   Leave(found->second);
+}
+
+// Of a share without a worker.
+void Supervisor::ForgetMark(const std::string& share) {
+  try {
+    RemoveMark(MarkPath(ShareInfo::Of(share).queue));
+  } catch (const Error&) {
+    // There is no such share.
+  } catch (const std::system_error& error) {
+    Record(LOG_WARNING, "mark_stays").Add("share", share).Add("reason", error.what());
+  }
+}
+
+// The pause, and the flags of shares, which the workers read.
+void Supervisor::ReadStatus() {
+  ReadPause();
+  for (auto& [share, slot] : slots_) {
+    slot.worker->NoteConfiguration();
+  }
 }
 
 // The pause is stored before anybody is told of it. One with an end ends by itself.

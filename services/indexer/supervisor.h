@@ -60,6 +60,8 @@ class Supervisor {
   void Leave(Slot& slot);
   void OnEnd(const std::string& share);
   void DeleteWorker(const std::string& share, Answer answer);
+  void ForgetMark(const std::string& share);
+  void ReadStatus();
   void ReadPause();
   Json::Value Status() const;
 
@@ -69,9 +71,8 @@ class Supervisor {
   FileWatch watch_;
   boost::asio::system_timer pause_end_;
   bool paused_ = false;
-  long pause_until_ = 0;           // while paused: seconds since 1970, 0 for no end
-  std::set<std::string> deleted_;  // shares whose worker was deleted by command
-  std::set<std::string> missed_;   // likewise, and it is to be made again: what happened meanwhile is not in the queue
+  long pause_until_ = 0;                         // while paused: seconds since 1970, 0 for no end
+  std::set<std::string> deleted_;                // shares whose worker was deleted by command
   std::map<std::string, std::string> problems_;  // of shares without a worker
   std::map<std::string, Slot> slots_;
 };

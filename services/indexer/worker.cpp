@@ -5,7 +5,9 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <exception>
+#include <system_error>
 #include <utility>
 
 #include "nimo/content_extract.h"
@@ -79,7 +81,7 @@ ShareInfo ShareInfo::Of(const std::string& name) {
   return {name, share.GetPath(), share.GetQueuePath(), share.GetDBPath()};
 }
 
-Worker::Worker(ShareInfo share, const WorkerSettings& settings, Extractions& extractions, bool paused, bool compare,
+Worker::Worker(ShareInfo share, const WorkerSettings& settings, Extractions& extractions, bool paused,
                std::function<void()> on_end)
     : share_(std::move(share)),
       settings_(settings),
@@ -88,7 +90,6 @@ Worker::Worker(ShareInfo share, const WorkerSettings& settings, Extractions& ext
       paused_(paused),
       interrupt_(paused),
       index_(share_.name, extractions),
-      whole_share_(compare),
       thread_([this] { Run(); }) {}
 
 Worker::~Worker() {
@@ -110,11 +111,25 @@ void Worker::NoteConfiguration() {
   wake_.notify_one();
 }
 
+void Worker::CompareAll() {
+  const std::lock_guard lock(mutex_);
+  compare_ = true;
+  interrupt_ = true;
+  look_again_ = true;
+  retry_at_.reset();
+  try {
+    RemoveMark(MarkPath(share_.queue));
+  } catch (const std::system_error& error) {
+    Record(LOG_WARNING, "mark_stays").Add("share", share_.name).Add("reason", error.what());
+  }
+  wake_.notify_one();
+}
+
 void Worker::SetPaused(bool paused) {
   const std::lock_guard lock(mutex_);
   look_again_ = look_again_ || (paused_ && !paused);
   paused_ = paused;
-  interrupt_ = paused || stop_;
+  interrupt_ = paused || stop_ || compare_;
   wake_.notify_one();
 }
 
@@ -179,6 +194,9 @@ void Worker::TryPass() {
     RetryLater(Progress::State::kFailing, "the extractor does not answer");
   } catch (const Error& error) {
     OnError(error.code(), error.reason());
+  } catch (const std::system_error& error) {
+    const bool no_room = error.code().value() == ENOSPC || error.code().value() == EDQUOT;
+    no_room ? OnError(kNoRoom, error.what()) : RetryLater(Progress::State::kFailing, error.what());
   } catch (const std::exception& error) {
     RetryLater(Progress::State::kFailing, error.what());
   }
@@ -189,6 +207,7 @@ bool Worker::DoPass() {
   configuration_ = false;
   ReadPolicy();
   if (!policy_.HasWork()) {
+    KeepChanges();
     progress_.SetState(policy_.folders().empty() ? Progress::State::kIdle : Progress::State::kPaused);
     return true;
   }
@@ -204,11 +223,12 @@ bool Worker::DoPass() {
     index_.Find(share_.folder);
     probed_ = true;
   }
-  whole_share_ = whole_share_ || (fi::StatusMgr().GetShareStatus(share_.name) & kNeedsReindex) != 0;
+  const std::string index = IdentityOfIndex(share_.index);
+  FindWork(index);
   const bool again = Exists(share_.queue + ".tmp");
   const bool has_batch = again || HasContent(share_.queue);
   if (has_batch || whole_share_ || !changed_folders_.empty()) {
-    Apply(has_batch, again);
+    Apply(has_batch, again, index);
   }
   progress_.SetState(Progress::State::kIdle);
   if (again && HasContent(share_.queue)) {
@@ -217,7 +237,46 @@ bool Worker::DoPass() {
   return true;
 }
 
-void Worker::Apply(bool has_batch, bool again) {
+// Of a share that is paused as a whole. Its volume may be on its way out; then they are kept in memory alone.
+void Worker::KeepChanges() {
+  try {
+    if (!changed_folders_.empty()) {
+      StoreMark({policy_.folders(), mark_ ? mark_->index : "", changed_folders_});
+    }
+  } catch (const std::system_error& error) {
+    Record(LOG_NOTICE, "changes_not_kept").Add("share", share_.name).Add("reason", error.what());
+  }
+}
+
+// What has to be compared whatever the queue says. It is written down before anything is done, because a part of it
+// leaves an index that looks like neither the old nor the new configuration.
+void Worker::FindWork(const std::string& index) {
+  if (!std::exchange(has_mark_, true)) {
+    mark_ = ReadMark(MarkPath(share_.queue));
+    if (mark_) {
+      changed_folders_.insert(changed_folders_.end(), mark_->pending.begin(), mark_->pending.end());
+      AddChanges(Policy(mark_->folders));
+    }
+  }
+  {
+    const std::lock_guard lock(mutex_);
+    whole_share_ = std::exchange(compare_, false) || whole_share_;
+    interrupt_ = stop_ || paused_;
+  }
+  // Taken before the comparison: one that is set from now on asks for another one.
+  const bool flagged = (fi::StatusMgr().GetShareStatus(share_.name) & kNeedsReindex) != 0;
+  whole_share_ = whole_share_ || flagged || !mark_ || mark_->index != index;
+  if (whole_share_) {
+    ForgetMark();
+  } else if (!changed_folders_.empty()) {
+    StoreMark({policy_.folders(), index, changed_folders_});
+  }
+  if (flagged) {
+    fi::StatusMgr().UnsetShareStatus(share_.name, kNeedsReindex);
+  }
+}
+
+void Worker::Apply(bool has_batch, bool again, const std::string& index) {
   progress_.BeginPass();
   Pass pass(share_.folder);
   if (whole_share_) {
@@ -233,36 +292,72 @@ void Worker::Apply(bool has_batch, bool again) {
   }
   const Reconciler::Box box = AskedOfTheBox();
   Reconciler reconciler(index_, policy_, box, progress_);
-  reconciler.on_milestone = [this] { index_.Commit(); };
+  reconciler.on_milestone = [this] {
+    CheckOnline();
+    index_.Commit();
+  };
   pass.Apply(reconciler, progress_, again);
   CheckOnline();
-  if (reconciler.changes() > 0 || again || whole_share_) {
+  if (index_.uncommitted() || again || whole_share_) {
     index_.Commit();
   }
-  fi::QueueMgr(share_.queue).DeleteTmp();
-  if (whole_share_ && (fi::StatusMgr().GetShareStatus(share_.name) & kNeedsReindex) != 0) {
-    fi::StatusMgr().UnsetShareStatus(share_.name, kNeedsReindex);
+  if (IdentityOfIndex(share_.index) != index) {
+    // Another index came in the place of the one that was compared with; the next pass finds that out.
+    NoteConfiguration();
+    throw Interrupted();
   }
+  if (!StoreMark({policy_.folders(), index, {}})) {
+    throw Interrupted();
+  }
+  fi::QueueMgr(share_.queue).DeleteTmp();
   whole_share_ = false;
   changed_folders_.clear();
+  if (reconciler.changes() > 0) {
+    for (const BrokenContent& content : broken_contents_.New(AskExtractor(), share_.folder)) {
+      progress_.AddFailure(content.path, content.reason);
+    }
+  }
   progress_.EndPass(static_cast<std::uint64_t>(std::max(operations, 0)));
+}
+
+void Worker::ForgetMark() {
+  const std::lock_guard lock(mutex_);
+  mark_.reset();
+  RemoveMark(MarkPath(share_.queue));
+}
+
+// False if the whole share has to be compared anyway.
+bool Worker::StoreMark(Mark mark) {
+  const std::lock_guard lock(mutex_);
+  if (compare_) {
+    return false;
+  }
+  if (mark_ != mark) {
+    WriteMark(MarkPath(share_.queue), mark);
+    mark_ = std::move(mark);
+  }
+  return true;
 }
 
 Reconciler::Box Worker::AskedOfTheBox() {
   return {MayBeIndexed, fi::IsSystemPreservedFileName, [this] { return ExtractorAnswers(share_.folder); },
-          [this] { return interrupt_.load() || !PolicyIsCurrent(); }};
+          [this] { return interrupt_.load() || !PolicyIsCurrent(); }, [this] { CheckOnline(); }};
 }
 
 // What changed in the configuration is compared, whoever changed it: the events that go with a change may be missing.
 void Worker::ReadPolicy() {
-  Policy now = Policy::Read(share_.name);
-  if (has_policy_) {
-    for (std::string& folder : policy_.Changes(now)) {
+  const Policy before = std::exchange(policy_, Policy::Read(share_.name));
+  if (std::exchange(has_policy_, true)) {
+    AddChanges(before);
+  }
+}
+
+void Worker::AddChanges(const Policy& before) {
+  for (std::string& folder : before.Changes(policy_)) {
+    if (std::find(changed_folders_.begin(), changed_folders_.end(), folder) == changed_folders_.end()) {
       changed_folders_.push_back(std::move(folder));
     }
   }
-  policy_ = std::move(now);
-  has_policy_ = true;
 }
 
 bool Worker::PolicyIsCurrent() {
@@ -316,13 +411,15 @@ void Worker::RebuildIndex(bool delete_first) {
     if (delete_first) {
       fi::elastic::ShareIndexDelete(share_.name);
     }
+    ForgetMark();
     fi::elastic::ShareIndexCreate(share_.name);
     missing_since_.reset();
-    whole_share_ = true;
     const std::lock_guard lock(mutex_);
     look_again_ = true;
   } catch (const Error& error) {
     RetryLater(Progress::State::kFailing, error.reason());
+  } catch (const std::system_error& error) {
+    RetryLater(Progress::State::kFailing, error.what());
   }
 }
 

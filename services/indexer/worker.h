@@ -13,6 +13,8 @@
 #include <thread>
 #include <vector>
 
+#include "services/indexer/broken_contents.h"
+#include "services/indexer/mark.h"
 #include "services/indexer/policy.h"
 #include "services/indexer/progress.h"
 #include "services/indexer/reconciler.h"
@@ -49,10 +51,9 @@ struct ShareInfo {
 /// Threads: that of its owner, but for Report.
 class Worker {
  public:
-  /// Starts working, beginning with what is in the queue already; with `compare` the whole share is compared, because
-  /// changes may not have been recorded. `settings`, `extractions` outlive it. `on_end` is
-  /// called in the worker's thread, as the last thing.
-  Worker(ShareInfo share, const WorkerSettings& settings, Extractions& extractions, bool paused, bool compare,
+  /// Starts working, beginning with what is in the queue already and what the share's mark leaves to be compared.
+  /// `settings`, `extractions` outlive it. `on_end` is called in the worker's thread, as the last thing.
+  Worker(ShareInfo share, const WorkerSettings& settings, Extractions& extractions, bool paused,
          std::function<void()> on_end);
   /// Stops it and waits for the end.
   ~Worker();
@@ -65,6 +66,9 @@ class Worker {
   void NoteQueue();
   /// What it works by may have changed, or what it failed for: it looks again at once.
   void NoteConfiguration();
+  /// Changes may not have been recorded, or the index was made anew: the whole share has to be compared, by a later
+  /// daemon if this one ends. A pass in work is broken off.
+  void CompareAll();
   /// While paused it leaves the queue alone; a pass in work is broken off, and done again afterwards.
   void SetPaused(bool paused);
   /// Asks it to end soon.
@@ -79,9 +83,14 @@ class Worker {
   bool WaitForWork();
   void TryPass();
   bool DoPass();
-  void Apply(bool has_batch, bool again);
+  void Apply(bool has_batch, bool again, const std::string& index);
   void ReadPolicy();
   bool PolicyIsCurrent();
+  void AddChanges(const Policy& before);
+  void KeepChanges();
+  void FindWork(const std::string& index);
+  void ForgetMark();
+  bool StoreMark(Mark mark);
   void CheckOnline();
   void OnError(int code, const std::string& reason);
   void RebuildIndex(bool delete_first);
@@ -99,8 +108,9 @@ class Worker {
   bool look_again_ = true;  // the start, or NoteConfiguration
   bool paused_;
   bool stop_ = false;
+  bool compare_ = false;  // CompareAll was called: no mark is stored until the comparison begins
 
-  std::atomic<bool> interrupt_{false};      // stopped or paused
+  std::atomic<bool> interrupt_{false};      // stopped, paused, or the pass is of no use
   std::atomic<bool> configuration_{false};  // may have changed since the pass began
 
   // The worker's thread alone.
@@ -109,11 +119,14 @@ class Worker {
   bool has_policy_ = false;
   std::uint64_t share_identity_ = 0;
   std::vector<std::string> changed_folders_;  // of the configuration, not compared yet
-  bool whole_share_;                          // has to be compared
+  bool whole_share_ = false;                  // has to be compared
+  std::optional<Mark> mark_;                  // as it is stored
+  bool has_mark_ = false;                     // has been looked for
   bool probed_ = false;                       // the index has answered
   std::optional<Clock::time_point> missing_since_;
   bool told_no_space_ = false;
   std::chrono::milliseconds back_off_{0};
+  BrokenContents broken_contents_;
 
   Progress progress_;
   std::thread thread_;

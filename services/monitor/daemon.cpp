@@ -67,7 +67,12 @@ void Serve(const Options& options) {
   if (!monitor.Start()) {
     throw std::runtime_error("the kernel permits no change reports");
   }
-  context.run();
+  try {
+    context.run();
+  } catch (...) {
+    monitor.Stop();  // what has happened so far is written all the same
+    throw;
+  }
   monitor.Stop();
 }
 

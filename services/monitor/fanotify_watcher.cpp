@@ -145,15 +145,9 @@ void FanotifyWatcher::Unwatch(const std::string& path) {
 
 // In marked file systems the names tell. Elsewhere the step's folder gets a mark of its own, which tells when the
 // folder itself goes and, if what the name leads to will not tell that of itself, what becomes of the name.
-void FanotifyWatcher::GuardStep(const WayStep& step) {
-  const std::optional<uint64_t> file_system = FileSystemId(step.folder);
-  const std::optional<Handle> handle =
-      file_system ? HandleAt(*file_system, AT_FDCWD, step.folder.c_str(), 0) : std::optional<Handle>();
-  if (!handle) {
-    return;
-  }
-  guarded_[*handle].insert(step.name);
-  if (marks_.count(*file_system) == 0) {
+void FanotifyWatcher::GuardStep(const Handle& folder, const WayStep& step) {
+  guarded_[folder].insert(step.name);
+  if (marks_.count(folder.file_system) == 0) {
     const uint64_t mask = step.is_folder ? kGuardMask : kNameGuardMask;
     fanotify_mark(fd_.get(), FAN_MARK_ADD | FAN_MARK_ONLYDIR, mask, AT_FDCWD, step.folder.c_str());
   }
@@ -162,8 +156,17 @@ void FanotifyWatcher::GuardStep(const WayStep& step) {
 void FanotifyWatcher::Guard(const std::vector<WayStep>& steps) {
   fanotify_mark(fd_.get(), FAN_MARK_FLUSH, 0, AT_FDCWD, nullptr);  // the marks on folders; those on file systems stay
   guarded_.clear();
-  for (const WayStep& step : steps) {
-    GuardStep(step);
+  std::string looked_up;
+  std::optional<Handle> folder;
+  for (const WayStep& step : steps) {  // sorted, so that those in one folder stand together
+    if (step.folder != looked_up) {
+      looked_up = step.folder;
+      const std::optional<uint64_t> file_system = FileSystemId(step.folder);
+      folder = file_system ? HandleAt(*file_system, AT_FDCWD, step.folder.c_str(), 0) : std::optional<Handle>();
+    }
+    if (folder) {
+      GuardStep(*folder, step);
+    }
   }
 }
 

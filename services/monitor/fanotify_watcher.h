@@ -58,7 +58,7 @@ class FanotifyWatcher : public Watcher {
   bool MarkFileSystem(const std::string& path, uint64_t file_system);
   void OfferPaths(uint64_t file_system, const std::string& another);
   void UnmarkFileSystem(const std::string& path, uint64_t file_system);
-  void GuardStep(const WayStep& step);
+  void GuardStep(const Handle& folder, const WayStep& step);
   bool TouchesRoot(const KernelEvent& event, const Handle& folder) const;
 
   void OnEvent(const KernelEvent& event, Clock::time_point now, DrainReport& report);

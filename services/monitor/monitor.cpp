@@ -57,7 +57,7 @@ Monitor::~Monitor() {
 // ---- start and stop
 
 bool Monitor::Start() {
-  LoadScopes();
+  LoadScopes(LoadRegistrations(options_.registrations));
   if (!CreateSources()) {
     return false;
   }
@@ -162,8 +162,8 @@ void Monitor::Stop() {
 
 // ---- registrations
 
-void Monitor::LoadScopes() {
-  registrations_ = LoadRegistrations(options_.registrations);
+void Monitor::LoadScopes(std::vector<Registration> registrations) {
+  registrations_ = std::move(registrations);
   struct Crashed {
     std::string folder;
     bool wanted = false;
@@ -198,8 +198,9 @@ void Monitor::LoadScopes() {
 
 void Monitor::Reload() {
   PumpUntilEmpty();
-  if (LoadRegistrations(options_.registrations) != registrations_) {
-    LoadScopes();
+  std::vector<Registration> registrations = LoadRegistrations(options_.registrations);
+  if (registrations != registrations_) {
+    LoadScopes(std::move(registrations));
     RefreshPoints(false);
     Flush(Clock::now());
   }
@@ -257,15 +258,18 @@ bool Monitor::Establish(const std::string& path, const PlannedPoint& point) {
 // `announce`: folders that are new here get a create line, because nobody else tells what is in them.
 void Monitor::RefreshPoints(bool announce) {
   // A folder may come or go while the plan is carried out, and which folders need a guard depends on what is watched.
+  const std::vector<std::string> folders = scopes_->folders();
+  std::vector<WayStep> steps = WaysTo(folders);
   for (int rounds = 0; rounds < kPlanRounds; ++rounds) {
-    const std::vector<WayStep> steps = WaysTo(scopes_->folders());
     for (const auto& source : sources_) {
       source->watcher->Guard(steps);
     }
     const bool changed = FollowPlan(PlanPoints(*scopes_, mounts_.Read()), announce || rounds > 0);
-    if (!changed && WaysTo(scopes_->folders()) == steps) {
+    std::vector<WayStep> steps_after = WaysTo(folders);
+    if (!changed && steps_after == steps) {
       break;
     }
+    steps = std::move(steps_after);
   }
   UpdatePresence();
   PumpAllSoon();

@@ -88,7 +88,7 @@ class Monitor {
   void Gather(Source& source, Clock::duration pause);
   void PumpUntilEmpty();
 
-  void LoadScopes();
+  void LoadScopes(std::vector<Registration> registrations);
   void RefreshPoints(bool announce);
   bool FollowPlan(const std::map<std::string, PlannedPoint>& plan, bool announce);
   void Withdraw(const std::string& path, const ActivePoint& point);

@@ -66,7 +66,9 @@ std::optional<WatchEntry> ParseEntry(const Json::Value& value) {
 
 std::optional<Json::Value> ParseJson(std::string_view text) {
   Json::Value value;
-  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+  Json::CharReaderBuilder builder;
+  builder["collectComments"] = false;
+  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
   try {
     if (!reader->parse(text.data(), text.data() + text.size(), &value, nullptr) || !value.isObject()) {
       return std::nullopt;
@@ -77,9 +79,81 @@ std::optional<Json::Value> ParseJson(std::string_view text) {
   return value;
 }
 
+// Reads a registration that is written as libnimo writes one, without escapes: all that changes its folders writes all
+// of them anew, and building JSON values is nearly all of what reading them costs. Every other text is the parser's.
+class PlainReader {
+ public:
+  explicit PlainReader(std::string_view text) : rest_(text) {}
+
+  std::optional<Registration> Read() {
+    Registration registration;
+    bool good = Skip(R"({"app":)") && ReadString(registration.app) && Skip(R"(,"config":[)");
+    if (good && !Skip("]")) {
+      do {
+        good = ReadEntry(registration.entries.emplace_back());
+      } while (good && Skip(","));
+      good = good && Skip("]");
+    }
+    std::string type;
+    good = good && Skip(R"(,"queue":)") && ReadString(registration.queue) && Skip(R"(,"type":)") && ReadDigits(type) &&
+           Skip("}\n") && rest_.empty() && IsPlain(registration.queue) && registration.queue.back() != '/';
+    return good ? std::optional(std::move(registration)) : std::nullopt;
+  }
+
+ private:
+  bool Skip(std::string_view wanted) {
+    if (rest_.substr(0, wanted.size()) != wanted) {
+      return false;
+    }
+    rest_.remove_prefix(wanted.size());
+    return true;
+  }
+
+  bool ReadString(std::string& text) {
+    const size_t end = rest_.find('"', 1);
+    if (!Skip("\"") || end == std::string_view::npos) {
+      return false;
+    }
+    text = rest_.substr(0, end - 1);
+    rest_.remove_prefix(end);
+    return std::all_of(text.begin(), text.end(),
+                       [](char c) { return static_cast<unsigned char>(c) >= 0x20 && c != '\\'; });
+  }
+
+  // Few enough that the number fits, and none that begins with 0, which is no number in JSON.
+  bool ReadDigits(std::string& digits) {
+    constexpr size_t kMost = 9;
+    digits = rest_.substr(0, std::min(rest_.find_first_not_of("0123456789"), rest_.size()));
+    rest_.remove_prefix(digits.size());
+    return !digits.empty() && digits.size() <= kMost && (digits.size() == 1 || digits.front() != '0');
+  }
+
+  bool ReadEntry(WatchEntry& entry) {
+    std::string digits;
+    if (!Skip(R"({"ignore":[)")) {
+      return false;
+    }
+    while (!Skip("]")) {
+      if ((!entry.ignore.empty() && !Skip(",")) || !ReadString(entry.ignore.emplace_back())) {
+        return false;
+      }
+    }
+    if (!Skip(R"(,"mask":)") || !ReadDigits(digits) || !Skip(R"(,"path":)") || !ReadString(entry.path) || !Skip("}")) {
+      return false;
+    }
+    entry.mask = static_cast<unsigned>(std::stoul(digits));
+    return IsPlain(entry.path) && entry.path.back() != '/';
+  }
+
+  std::string_view rest_;
+};
+
 }  // namespace
 
 std::optional<Registration> ParseRegistration(std::string_view text) {
+  if (std::optional<Registration> plain = PlainReader(text).Read()) {
+    return plain;
+  }
   const std::optional<Json::Value> parsed = ParseJson(text);
   if (!parsed) {
     return std::nullopt;

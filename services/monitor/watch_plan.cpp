@@ -11,17 +11,45 @@
 namespace nimotifyd {
 namespace {
 
-std::string RealPath(const std::string& path) {
+std::optional<std::string> RealPath(const std::string& path) {
   char real[PATH_MAX];
-  return realpath(path.c_str(), real) != nullptr ? std::string(real) : path;
+  return realpath(path.c_str(), real) != nullptr ? std::optional<std::string>(real) : std::nullopt;
 }
 
-}  // namespace
+// Real paths of many folders, of which many lie in the same ones.
+class RealPaths {
+ public:
+  // `is_link`: the last component is one.
+  std::string Of(const std::string& path, bool is_link) {
+    const size_t slash = path.rfind('/');
+    if (slash == 0 || is_link) {
+      return RealPath(path).value_or(path);
+    }
+    const std::string above = path.substr(0, slash);
+    if (above != above_) {
+      above_ = above;
+      real_above_ = RealPath(above);
+    }
+    return real_above_ ? (*real_above_ == "/" ? "" : *real_above_) + path.substr(slash) : path;
+  }
 
-std::optional<FolderIdentity> IdentifyFolder(const std::string& path) {
+ private:
+  std::string above_;
+  std::optional<std::string> real_above_;
+};
+
+// As IdentifyFolder, and whether a link leads there.
+std::optional<FolderIdentity> Identify(const std::string& path, bool& is_link) {
   struct statx info {};
   constexpr unsigned kWanted = STATX_TYPE | STATX_INO | STATX_BTIME | STATX_MNT_ID;
-  if (statx(AT_FDCWD, path.c_str(), AT_NO_AUTOMOUNT, kWanted, &info) != 0 || !S_ISDIR(info.stx_mode)) {
+  constexpr int kFlags = AT_NO_AUTOMOUNT;
+  is_link = false;
+  int done = statx(AT_FDCWD, path.c_str(), kFlags | AT_SYMLINK_NOFOLLOW, kWanted, &info);
+  if (done == 0 && S_ISLNK(info.stx_mode)) {
+    is_link = true;
+    done = statx(AT_FDCWD, path.c_str(), kFlags, kWanted, &info);
+  }
+  if (done != 0 || !S_ISDIR(info.stx_mode)) {
     return std::nullopt;
   }
   FolderIdentity identity;
@@ -35,15 +63,24 @@ std::optional<FolderIdentity> IdentifyFolder(const std::string& path) {
   return identity;
 }
 
+}  // namespace
+
+std::optional<FolderIdentity> IdentifyFolder(const std::string& path) {
+  bool is_link = false;
+  return Identify(path, is_link);
+}
+
 std::map<std::string, PlannedPoint> PlanPoints(const Scopes& scopes, const std::vector<Mount>& mounts) {
   std::map<std::string, PlannedPoint> plan;
+  RealPaths real_paths;
   for (const std::string& folder : scopes.folders()) {
-    const std::optional<FolderIdentity> identity = IdentifyFolder(folder);
+    bool is_link = false;
+    const std::optional<FolderIdentity> identity = Identify(folder, is_link);
     if (!identity) {
       continue;
     }
     plan[folder] = {*identity, true};
-    const std::string real = RealPath(folder);
+    const std::string real = real_paths.Of(folder, is_link);
     const std::string prefix = real == "/" ? real : real + "/";
     for (const Mount& mount : mounts) {
       if (mount.path.compare(0, prefix.size(), prefix) != 0 || IsPseudoFileSystem(mount.type)) {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <climits>
+#include <unordered_set>
 
 namespace nimotifyd {
 namespace {
@@ -17,7 +18,9 @@ std::string Below(const std::string& folder, const std::string& name) {
   return (folder == "/" ? "" : folder) + "/" + name;
 }
 
-void AppendWay(const std::string& path, std::vector<WayStep>& steps) {
+// `known` are folders that the steps lead to already: of a thousand neighbours each has a name of its own to look up,
+// and all the names above it in common.
+void AppendWay(const std::string& path, std::unordered_set<std::string>& known, std::vector<WayStep>& steps) {
   std::string at = "/";
   std::string rest = path;
   for (int links = 0; !rest.empty();) {
@@ -32,10 +35,15 @@ void AppendWay(const std::string& path, std::vector<WayStep>& steps) {
       continue;
     }
     const std::string next = Below(at, name);
+    if (known.count(next) != 0) {
+      at = next;
+      continue;
+    }
     struct stat info {};
     const bool present = lstat(next.c_str(), &info) == 0;
     steps.push_back({at, name, present && S_ISDIR(info.st_mode)});
     if (steps.back().is_folder) {
+      known.insert(next);
       at = next;
       continue;
     }
@@ -53,8 +61,9 @@ void AppendWay(const std::string& path, std::vector<WayStep>& steps) {
 
 std::vector<WayStep> WaysTo(const std::vector<std::string>& paths) {
   std::vector<WayStep> steps;
+  std::unordered_set<std::string> known;
   for (const std::string& path : paths) {
-    AppendWay(path, steps);
+    AppendWay(path, known, steps);
   }
   std::sort(steps.begin(), steps.end());
   steps.erase(std::unique(steps.begin(), steps.end()), steps.end());

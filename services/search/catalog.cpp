@@ -292,7 +292,7 @@ void Catalog::MoveFiles(const Entry& entry, const Entry& wanted) {
   registry_.Replace(entry.id, moving);
   if (at_old) {  // else whoever moved the share has moved them along
     try {
-      PlaceIndex(entry.path, wanted.path, names);
+      PlaceIndex(entry.path, wanted.path, HostedIndex::FilesToMove());
     } catch (const std::system_error& error) {
       registry_.Replace(entry.id, entry);
       throw Refusal(Code::kMoveFailed, std::string("the index cannot be moved: ") + error.what());
@@ -316,7 +316,7 @@ void Catalog::Open(const std::string& id) {
   }
   const std::lock_guard admin(host->AdminLock());
   const State state = host->state();
-  if (state != State::kOpening && state != State::kAbsent) {
+  if (state != State::kOpening && (state != State::kAbsent || !host->MayTryAgain())) {
     return;
   }
   if (const std::optional<Entry> entry = registry_.Find(id); entry && entry->phase == Phase::kMoving) {

@@ -47,7 +47,7 @@ class Catalog {
   void Resume(const std::string& id);
   /// Gives the index another id, another path, or both; "" leaves one as it is.
   void Configure(const std::string& id, const std::string& new_id, const std::string& new_path);
-  /// Opens an index that is in the state kOpening or kAbsent.
+  /// Opens an index that is in the state kOpening, or kAbsent if it may be tried again.
   void Open(const std::string& id);
   /// Repairs an index that was reported.
   void Repair(const std::string& id);

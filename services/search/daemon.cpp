@@ -84,6 +84,18 @@ void RaiseDescriptorLimit() {
   }
 }
 
+// The workers call what goes before the dispatcher does, so they end first, however serving ends.
+class Workers {
+ public:
+  explicit Workers(Dispatcher& dispatcher) : dispatcher_(dispatcher) { dispatcher_.Start(); }
+  ~Workers() { dispatcher_.Stop(); }
+  Workers(const Workers&) = delete;
+  Workers& operator=(const Workers&) = delete;
+
+ private:
+  Dispatcher& dispatcher_;
+};
+
 void Serve(const Options& options) {
   std::filesystem::create_directories(options.state_dir);
   const service::PidFile lock(options.state_dir + "/lock");
@@ -94,8 +106,8 @@ void Serve(const Options& options) {
   Maintenance maintenance(context, dispatcher, options.quiet);
   dispatcher.OnCommit([&maintenance](const std::string& id) { maintenance.NoteCommit(id); });
   Server server(context, dispatcher, options.server);
-  dispatcher.Start();
-  server.Open();
+  server.Open();  // whoever connects waits; and without a socket no index is touched
+  const Workers workers(dispatcher);
   Record(LOG_NOTICE, "started").Add("indexes", static_cast<long long>(catalog.All().size()));
   context.run();
   service::LimitStopping();  // a search or a deletion in work cannot be interrupted

@@ -156,6 +156,7 @@ std::unique_ptr<Database> Database::Make(const std::string& file, std::shared_pt
   return database;
 }
 
+// With SQLite's own small cache: the writer's larger one saves no time, and two and a half times as much is written.
 void Database::Upgrade() {
   if (format_ == kFormat) {
     return;

@@ -1,4 +1,7 @@
 // Commands for documents.
+#include <cstdint>
+#include <limits>
+
 #include "services/base/json_text.h"
 #include "services/search/command_table.h"
 #include "services/search/refusal.h"
@@ -8,6 +11,9 @@ namespace nimoelasticd {
 namespace {
 
 constexpr auto kChanging = HostedIndex::Use::For::kChanging;
+
+// Ends a question that has as many hits as it wants.
+struct Enough {};
 
 HostPtr HostOf(Catalog& catalog, const Json::Value& data, const char* member = "id") {
   return catalog.Require(RequireString(data, member));
@@ -49,8 +55,10 @@ std::string DocumentGetByQuery(Catalog& catalog, const Json::Value& data) {
   }
   // The text is made hit by hit: a tree of a million hits would take many times its room.
   std::string hits = "[";
+  std::int64_t wanted =
+      OptionalInt(data, "limit", std::numeric_limits<std::int64_t>::max(), 1, std::numeric_limits<std::int64_t>::max());
   const bool committed = OptionalBool(data, "committed", false);
-  const auto add_hit = [&hits](Json::Value&& hit) {
+  const auto add_hit = [&hits, &wanted](Json::Value&& hit) {
     if (hits.size() > 1) {
       hits += ',';
     }
@@ -58,10 +66,17 @@ std::string DocumentGetByQuery(Catalog& catalog, const Json::Value& data) {
     if (hits.size() > kMaxMessageBytes - 1024) {
       throw Refusal(Code::kAnswerTooLarge, "the answer is over 1 GiB: ask for fewer fields or a smaller folder");
     }
+    if (--wanted == 0) {
+      throw Enough();
+    }
   };
   const HostedIndex::Use index(*host, committed ? HostedIndex::Use::For::kAsking : HostedIndex::Use::For::kReading);
-  index->Get(RequireObject(data, "query"), load_fields, add_hit,
-             committed ? search::View::kCommitted : search::View::kLatest);
+  try {
+    index->Get(RequireObject(data, "query"), load_fields, add_hit,
+               committed ? search::View::kCommitted : search::View::kLatest);
+  } catch (const Enough&) {
+    // The hits so far are the first ones.
+  }
   hits += ']';
   return hits;
 }

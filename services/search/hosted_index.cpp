@@ -21,14 +21,18 @@ namespace {
 
 // Lies in the index's folder while there are changes that are not committed. A daemon that finds it knows that clients
 // count on changes that are gone. It need not survive a power cut: those clients do not either, and begin anew.
+constexpr const char* kUncommittedName = "uncommitted";
+
 std::string MarkerOf(const std::string& path) {
-  return path + "/uncommitted";
+  return path + "/" + kUncommittedName;
 }
 
 // Lies there from when damage is found until it is repaired: what finds damage at opening, the log of an unclean end,
 // is gone after that opening, and a repair may have to wait for room on the disk.
+constexpr const char* kDamagedName = "damaged";
+
 std::string DamageMarkerOf(const std::string& path) {
-  return path + "/damaged";
+  return path + "/" + kDamagedName;
 }
 
 void Touch(const std::string& marker) {
@@ -157,7 +161,7 @@ void HostedIndex::Open() {
   SetState(State::kOpening);
   Opened opened = access(DamageMarkerOf(path()).c_str(), F_OK) == 0 ? Opened::kDamaged : TryOpen();
   if (opened == Opened::kOlder) {
-    opened = TryUpgrade() ? TryOpen() : Opened::kNot;
+    opened = UpgradeAndOpen();
   }
   if (opened == Opened::kDamaged) {
     AnswerWhileDamaged();
@@ -218,19 +222,24 @@ HostedIndex::Opened HostedIndex::TryOpen() {
   }
 }
 
-bool HostedIndex::TryUpgrade() {
+HostedIndex::Opened HostedIndex::UpgradeAndOpen() {
   SetState(State::kUpgrading);
   try {
     search::Index::Upgrade(path());
     Record(LOG_NOTICE, "index_upgraded").Add("path", path());
     SetProblem("");
-    return true;
   } catch (const search::Error& error) {
     Record(LOG_ERR, "upgrade_failed").Add("path", path()).Add("reason", error.what());
     SetProblem(error.what());
+    if (error.code() == search::ErrorCode::kCorrupt) {
+      Touch(DamageMarkerOf(path()));
+      return Opened::kDamaged;  // a repair makes a database of this version
+    }
+    Rest();
     SetState(State::kAbsent);
-    return false;
+    return Opened::kNot;
   }
+  return TryOpen();
 }
 
 bool HostedIndex::TryRepair() {
@@ -249,6 +258,7 @@ bool HostedIndex::TryRepair() {
   } catch (const search::Error& error) {
     Record(LOG_ERR, "repair_failed").Add("path", path()).Add("reason", error.what());
     SetProblem(error.what());
+    Rest();
     Close(error.code() == search::ErrorCode::kCorrupt ? State::kDamaged : State::kAbsent, false);
     return false;
   }
@@ -278,6 +288,12 @@ void HostedIndex::NoteCommitted() {
   }
 }
 
+std::vector<std::string> HostedIndex::FilesToMove() {
+  std::vector<std::string> names = search::Index::FileNames();
+  names.insert(names.end(), {kUncommittedName, kDamagedName});
+  return names;
+}
+
 void HostedIndex::RemoveFiles(const std::string& path) {
   unlink(MarkerOf(path).c_str());
   unlink(DamageMarkerOf(path).c_str());
@@ -287,6 +303,17 @@ void HostedIndex::RemoveFiles(const std::string& path) {
 void HostedIndex::SetProblem(const std::string& problem) {
   const std::lock_guard lock(mutex_);
   problem_ = problem;
+}
+
+void HostedIndex::Rest() {
+  constexpr std::chrono::minutes kRest{1};
+  const std::lock_guard lock(mutex_);
+  rest_until_ = std::chrono::steady_clock::now() + kRest;
+}
+
+bool HostedIndex::MayTryAgain(std::chrono::steady_clock::time_point now) const {
+  const std::lock_guard lock(mutex_);
+  return now >= rest_until_;
 }
 
 void HostedIndex::Close(State next, bool commit) {

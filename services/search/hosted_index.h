@@ -1,11 +1,13 @@
 // An index as the daemon holds it: open or not, and in whose hands.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "services/search/event_handler.h"
 #include "services/search/index.h"
@@ -19,7 +21,7 @@ enum class State {
   kOpen,
   kPaused,     ///< 608
   kRepairing,  ///< 609
-  kAbsent,     ///< its files are not there, or cannot be opened now; each request tries again
+  kAbsent,     ///< its files are not there, or cannot be opened now; requests try again
   kNewer,      ///< of a later daemon, 606: asked again until that one is back
   kDamaged,    ///< and not to be repaired
   kGone,       ///< deleted
@@ -75,6 +77,9 @@ class HostedIndex {
   void Create(const Json::Value& mappings, const Json::Value& settings);
   /// Opens the files, upgrading or repairing them if that is needed. The state tells what came of it. Records why.
   void Open();
+  /// Whether a request may have an index in the state kAbsent opened again. Not for a minute after a repair or an
+  /// upgrade failed: these take long, and each request would begin them anew.
+  bool MayTryAgain(std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now()) const;
   /// For an open index that turned out to be damaged: from now on requests are told that it is being repaired. True if
   /// the caller is the one who has to see to that.
   bool MarkDamaged();
@@ -85,6 +90,8 @@ class HostedIndex {
   bool TakeLostChanges();
   /// Everything so far is committed.
   void NoteCommitted();
+  /// The names of all files of an index that is not open: the database's, and what is remembered beside it.
+  static std::vector<std::string> FilesToMove();
   /// Removes the files of an index that is not open. Throws search::Error.
   static void RemoveFiles(const std::string& path);
   /// Refuses further use with `next`, waits for those who have one, closes the files. With `commit`, what is not
@@ -106,13 +113,14 @@ class HostedIndex {
   [[noreturn]] void Refuse() const;  // with mutex_ held
   enum class Opened { kDone, kOlder, kDamaged, kNot };
   Opened TryOpen();
-  bool TryUpgrade();
+  Opened UpgradeAndOpen();
   bool TryRepair();
   void AnswerWhileDamaged();
   void NoteLostChanges();
   void RepairFiles();
   void Become(State state, std::unique_ptr<search::Index> index);
   void SetProblem(const std::string& problem);
+  void Rest();
 
   const search::OpenOptions options_;
   std::mutex admin_;                // held by whoever changes the state; taken before mutex_
@@ -121,6 +129,7 @@ class HostedIndex {
   State state_;
   std::string path_;
   std::string problem_;
+  std::chrono::steady_clock::time_point rest_until_{};
   bool changes_lost_ = false;
   bool changed_ = false;  // since the last commit
   int users_ = 0;

@@ -177,11 +177,9 @@ bool Index::Impl::MergeSome() {
   constexpr int64_t kWorthIt = 1'000;
   constexpr int kPages = 256;
   Connection& connection = writer_->connection();
-  if (!merging_) {
-    const int64_t documents = connection.QueryInt("SELECT count(*) FROM fts_docsize");
-    if (deleted_ < kWorthIt || deleted_ * 10 < documents) {
-      return false;
-    }
+  // The documents are counted one by one, so only when there is a reason.
+  if (!merging_ && (deleted_ < kWorthIt || deleted_ * 10 < connection.QueryInt("SELECT count(*) FROM fts_docsize"))) {
+    return false;
   }
   // A negative number begins a merge of everything into one; positive ones go on with it.
   const int before = sqlite3_total_changes(connection.handle());
@@ -415,15 +413,15 @@ int64_t Index::DeleteByQuery(const Json::Value& query) {
       }
     }
     std::sort(ids.begin(), ids.end());
-    const bool many = ids.size() >= kMany;
-    if (many) {
-      store.MergeWordsWhileWriting(false);
+    std::optional<WordMergingPause> pause;
+    if (ids.size() >= kMany) {
+      pause.emplace(impl_->writer_->connection());
     }
     for (const int64_t id : ids) {
       store.Delete(id);
     }
-    if (many) {
-      store.MergeWordsWhileWriting(true);
+    if (pause) {
+      pause->End();
     }
     impl_->deleted_ += static_cast<int64_t>(ids.size());
     return static_cast<int64_t>(ids.size());

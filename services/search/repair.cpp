@@ -108,26 +108,42 @@ class Salvage {
   bool lost_ = false;
 };
 
+// Makes the database `making` of the documents in `damaged`; returns their number.
+int64_t SaveInto(const std::string& making, const std::string& damaged, bool* lost, const OpenOptions& options) {
+  Database from(damaged);
+  const std::unique_ptr<Database> to = Database::Make(making, from.schema(), options);
+  to->PrepareToWrite(options);
+  Salvage salvage(from, *to);
+  const int64_t saved = salvage.Run();
+  if (lost != nullptr) {
+    *lost = salvage.lost();
+  }
+  return saved;
+}
+
+// It may be what fills the disk.
+void RemoveUnfinished(const std::string& making) {
+  try {
+    RemoveDatabase(making);
+  } catch (const Error&) {
+    // The next repair begins with this; why this one failed is what counts.
+  }
+}
+
 }  // namespace
 
 int64_t Index::Repair(const std::string& path, bool* lost, const OpenOptions& options) {
-  const std::string damaged = DatabaseFile(path);
   const std::string making = path + "/" + kRepairingName;
   RemoveDatabase(making);
-  int64_t saved = 0;
-  {
-    Database from(damaged);
-    const std::unique_ptr<Database> to = Database::Make(making, from.schema(), options);
-    to->PrepareToWrite(options);
-    Salvage salvage(from, *to);
-    saved = salvage.Run();
-    if (lost != nullptr) {
-      *lost = salvage.lost();
-    }
+  try {
+    const int64_t saved = SaveInto(making, DatabaseFile(path), lost, options);
+    // Complete from here on.
+    ReplaceDatabase(making, path + "/" + kRepairedName);
+    return saved;
+  } catch (...) {
+    RemoveUnfinished(making);
+    throw;
   }
-  // Complete from here on.
-  ReplaceDatabase(making, path + "/" + kRepairedName);
-  return saved;
 }
 
 }  // namespace search

@@ -382,11 +382,6 @@ void DocumentStore::Delete(int64_t id) {
   database_.Cached("DELETE FROM doc WHERE id = ?1").Bind(1, id).Run();
 }
 
-void DocumentStore::MergeWordsWhileWriting(bool merge) {
-  constexpr int kPieces = 4;  // FTS5's own default
-  database_.Exec("INSERT INTO fts(fts, rank) VALUES('automerge', " + std::to_string(merge ? kPieces : 0) + ")");
-}
-
 void DocumentStore::Upgrade(int64_t format) {
   if (format < 2) {
     database_.Exec("INSERT INTO meta VALUES('deleted', 0)");
@@ -413,6 +408,26 @@ void DocumentStore::RewriteWords() {
 
 void DocumentStore::MarkSuggested(int64_t id) {
   database_.Cached("UPDATE doc SET suggested = 1 WHERE id = ?1").Bind(1, id).Run();
+}
+
+// FTS5 keeps the number in the database, so that it would stay switched off.
+WordMergingPause::WordMergingPause(Connection& database) : database_(database) {
+  database_.Exec("INSERT INTO fts(fts, rank) VALUES('automerge', 0)");
+}
+
+WordMergingPause::~WordMergingPause() {
+  if (!ended_) {
+    try {
+      End();
+    } catch (const std::exception&) {
+      // The change failed, and its transaction with it.
+    }
+  }
+}
+
+void WordMergingPause::End() {
+  ended_ = true;
+  database_.Exec("INSERT INTO fts(fts, rank) VALUES('automerge', 4)");  // FTS5's own default
 }
 
 }  // namespace search

@@ -71,10 +71,6 @@ class DocumentStore {
   /// Deletes the document; reads its texts for that.
   void Delete(int64_t id);
   void MarkSuggested(int64_t id);
-  /// Whether writing pays at once for keeping the word index in few pieces, which is the default. Not to do so makes
-  /// the deletion of a large folder a third quicker; Index::Compact joins the pieces when there is time.
-  void MergeWordsWhileWriting(bool merge);
-
   /// Brings the tables from `format` up to kFormat, within the open transaction.
   void Upgrade(int64_t format);
 
@@ -92,6 +88,23 @@ class DocumentStore {
   std::string insert_row_;
   std::string insert_words_;
   std::string delete_words_;
+};
+
+/// Writing pays at once for keeping the word index in few pieces; while this lives, within one transaction, it does
+/// not, which makes the deletion of a large folder a third quicker. Later writes join the pieces bit by bit;
+/// Index::Compact joins them at once, if a tenth of the documents was deleted.
+class WordMergingPause {
+ public:
+  explicit WordMergingPause(Connection& database);
+  /// As End, but if that fails nothing is said: whoever failed before has the reason.
+  ~WordMergingPause();
+  WordMergingPause(const WordMergingPause&) = delete;
+  WordMergingPause& operator=(const WordMergingPause&) = delete;
+  void End();
+
+ private:
+  Connection& database_;
+  bool ended_ = false;
 };
 
 }  // namespace search

@@ -394,11 +394,15 @@ bool WordAnalyzer::WhiteSpace(std::string_view text, bool escaped, Stems stems, 
       continue;
     }
     size_t end = offset;
+    size_t copied = offset;
     std::string bare;
-    while (end < text.size() && !IsBlank(text[end])) {
-      end += escaped && IsEscape(text, end) ? 1 : 0;
-      bare += text[end++];
+    for (; end < text.size() && !IsBlank(text[end]); ++end) {
+      if (escaped && IsEscape(text, end)) {
+        bare += text.substr(copied, end - copied);
+        copied = ++end;
+      }
     }
+    bare += text.substr(copied, end - copied);
     const std::string_view source = text.substr(offset, end - offset);
     const std::string chunk = Cut(Fold(bare));
     if (!chunk.empty() && !sink.Take(chunk, offset, end, false)) {

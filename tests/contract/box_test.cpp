@@ -13,6 +13,7 @@
 
 #include "nimo/error.h"
 #include "nimo/filesystem.h"
+#include "nimo/home.h"
 #include "nimo/index_location.h"
 #include "nimo/quota.h"
 #include "nimo/share.h"
@@ -87,6 +88,24 @@ TEST_F(Accounts, AdministerTheBoxNotAtAllWithoutSuchAGroup) {
 }
 
 // A share that belongs to "owner" and the group "owners".
+TEST_F(Accounts, AreLocalHoweverMuchIsSaidOfThoseBeforeThem) {
+  const TempDir volume;
+  fs::create_directories(volume / "homes/bob/#recycle");
+  NIMO::SHARE::Register({"homes", volume / "homes"});
+  AddPrivateAccount("bob", 1002, 1002);
+  const auto bins_after = [](const std::string& line) {
+    WriteFile("/etc/passwd", line + "\nbob:x:1002:1002::/:/bin/sh\n");
+    SZLIST* list = NLIBCSzListAlloc(1024);
+    const int result = NIMORecycleHomeEnumRecyclePathForAuthType(&list, AUTH_LOCAL);
+    const int count = list->nItem;
+    NLIBCSzListFree(list);
+    return result == 0 ? count : -1;
+  };
+
+  EXPECT_EQ(1, bins_after("ann:x:1001:1001:" + std::string(100'000, 'a') + ":/:/bin/sh"));
+  EXPECT_EQ(-1, bins_after("ann:x:1001:1001:" + std::string(2'000'000, 'a') + ":/:/bin/sh")) << "it cannot be known";
+}
+
 class Privilege : public Accounts {
  protected:
   void SetUp() override {

@@ -3,7 +3,9 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -43,6 +45,15 @@ class OneConnection {
   }
   void Write(const std::string& bytes) { send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL); }
   void WriteLength(std::uint64_t length) { Write({reinterpret_cast<const char*>(&length), sizeof(length)}); }
+  // Waits until the client has sent what the kernel holds for us, and more does not come.
+  void AwaitFull() const {
+    int before = 0;
+    int bytes = 0;
+    do {
+      before = bytes;
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    } while (ioctl(fd_, FIONREAD, &bytes) == 0 && (bytes == 0 || bytes != before));
+  }
   std::string Read(size_t count) {
     std::string bytes(count, '\0');
     const ssize_t got = recv(fd_, bytes.data(), count, MSG_WAITALL);
@@ -74,6 +85,7 @@ TEST_F(DaemonConnection, MessageGoesOutBehindItsLengthInHostOrder) {
   ASSERT_TRUE(connection_.Send(message));
 
   const std::string frame = daemon_.Read(13);
+  ASSERT_EQ(13U, frame.size());
   const std::uint64_t length = 5;
   EXPECT_EQ(0, memcmp(frame.data(), &length, sizeof(length)));
   EXPECT_EQ(message, frame.substr(8));
@@ -137,14 +149,12 @@ TEST_F(DaemonConnection, SendingToADaemonThatIsGoneFailsWithoutASignal) {
   EXPECT_FALSE(connection_.Send(std::string(1'000'000, 'x')));
 }
 
-TEST_F(DaemonConnection, MessageGoesOutWholeHoweverLateItIsRead) {
-  ASSERT_TRUE(connection_.Connect(1));
-  daemon_.Accept();
+TEST_F(DaemonConnection, MessageGoesOutWholeThoughItIsReadLate) {
+  Connect();
   const std::string message = std::string(2'000'000, 'm') + std::string(2'000'000, 'n');
   std::string received;
   std::thread daemon([&] {
-    // More than twice what connecting may take: a send that is cut short by a timeout once has sent something.
-    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+    daemon_.AwaitFull();
     received = daemon_.Read(8 + message.size());
   });
 
@@ -152,7 +162,28 @@ TEST_F(DaemonConnection, MessageGoesOutWholeHoweverLateItIsRead) {
 
   connection_.Disconnect();
   daemon.join();
+  ASSERT_EQ(8 + message.size(), received.size());
   EXPECT_TRUE(message == received.substr(8));
+}
+
+TEST_F(DaemonConnection, WhatConnectingMayTakeDoesNotLimitSending) {
+  // The kernel's own word, as nobody need wait then.
+  class Opened : public DomainSockConnection {
+   public:
+    using DomainSockConnection::DomainSockConnection;
+    timeval SendLimit() const {
+      timeval limit = {-1, -1};
+      socklen_t size = sizeof(limit);
+      getsockopt(fd_, SOL_SOCKET, SO_SNDTIMEO, &limit, &size);
+      return limit;
+    }
+  };
+  Opened connection(dir_ / "socket");
+
+  ASSERT_TRUE(connection.Connect(1));
+
+  EXPECT_EQ(0, connection.SendLimit().tv_sec);
+  EXPECT_EQ(0, connection.SendLimit().tv_usec);
 }
 
 TEST_F(DaemonConnection, DaemonThatDoesNotAcceptIsWaitedForAsLongAsTheCallerSays) {

@@ -74,8 +74,11 @@ TEST_F(Homes, TheListGrowsWhenItIsFull) {
 
 TEST_F(Homes, AreListedByWhereTheirAccountIsKnownFrom) {
   AddHomes();
+  AddDirectoryAccount({"dora", 3001, 3001});
+  fs::create_directories(Bin("dora"));
+
   EXPECT_EQ((Paths{Bin("ann"), Bin("bob")}), Of(AUTH_LOCAL));
-  EXPECT_EQ(Paths{}, Of(AUTH_DIRECTORY));
+  EXPECT_EQ(Paths{Bin("dora")}, Of(AUTH_DIRECTORY));
 }
 
 TEST_F(Homes, OnlyFoldersAreRecycleBins) {

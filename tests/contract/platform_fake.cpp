@@ -1,6 +1,7 @@
 // The contract suites against the fake, so that what unit tests stand on behaves like the real thing.
 #include "tests/contract/platform_under_test.h"
 #include "tests/support/fake_filesystem.h"
+#include "tests/support/fake_home.h"
 #include "tests/support/fake_monitor_queue.h"
 #include "tests/support/fake_service.h"
 #include "tests/support/fake_share.h"
@@ -21,6 +22,7 @@ bool MakeMountPoint(const std::string& path) {
 bool ForgetSharesAndAccounts() {
   FakeShares().Reset();
   FakeUsers().Reset();
+  FakeHomes().Reset();
   return true;
 }
 
@@ -34,6 +36,11 @@ void AddAccount(const Account& account, bool administrator) {
   if (administrator) {
     FakeUsers().AddAdmin(account.name);
   }
+}
+
+void AddDirectoryAccount(const Account& account) {
+  FakeUsers().Add(account.name, account.uid, account.gid);
+  FakeHomes().AddToDirectory(account.name);
 }
 
 bool ForgetRegistrations() {
@@ -52,6 +59,11 @@ void AddService(const std::string& name) {
 
 bool IsServiceRunning(const std::string& name) {
   return FakeServices().IsRunning(name);
+}
+
+bool ReplaceSamba() {
+  FakeServices().Reset();
+  return true;
 }
 
 std::vector<Json::Value> RegisteredConfigs() {

@@ -6,7 +6,9 @@
 #include <memory>
 #include <system_error>
 
+#include "tests/contract/directory_accounts.h"
 #include "tests/contract/platform_under_test.h"
+#include "tests/contract/private_commands.h"
 #include "tests/contract/private_services.h"
 #include "tests/support/private_etc.h"
 #include "tests/support/private_mounts.h"
@@ -45,6 +47,11 @@ void AddAccount(const Account& account, bool administrator) {
                     administrator ? std::vector<std::string>{"administrators"} : std::vector<std::string>{});
 }
 
+void AddDirectoryAccount(const Account& account) {
+  AddDirectoryServiceAccount(account.name, account.uid, account.gid);
+  WriteFile("/etc/nsswitch.conf", "passwd: files orbisk_directory\ngroup: files\n");
+}
+
 bool ForgetRegistrations() {
   try {
     EnterPrivateMounts({"/var/lib/nimotifyd", "/run"});
@@ -65,6 +72,14 @@ void AddService(const std::string& name) {
 
 bool IsServiceRunning(const std::string& name) {
   return IsDescribedServiceRunning(name);
+}
+
+bool ReplaceSamba() {
+  if (!MakePrivateCommands()) {
+    return false;
+  }
+  AddPrivateSamba();
+  return true;
 }
 
 std::vector<Json::Value> RegisteredConfigs() {

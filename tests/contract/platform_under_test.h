@@ -32,6 +32,9 @@ void AddShare(const NIMO::SHARE::Entry& share);
 /// Makes an account known, and an administrator of the box if wanted. After ForgetSharesAndAccounts.
 void AddAccount(const Account& account, bool administrator = false);
 
+/// Makes an account known that a directory service has, and not the box itself. After ForgetSharesAndAccounts.
+void AddDirectoryAccount(const Account& account);
+
 /// Makes the platform know no registered queue. False where the machine does not allow it.
 bool ForgetRegistrations();
 
@@ -42,6 +45,10 @@ bool ForgetServices();
 void AddService(const std::string& name);
 
 bool IsServiceRunning(const std::string& name);
+
+/// Makes the platform have an SMB server of the test's own, which does not answer Spotlight searches. False where the
+/// machine does not allow it.
+bool ReplaceSamba();
 
 /// The "config" of each registered queue.
 std::vector<Json::Value> RegisteredConfigs();

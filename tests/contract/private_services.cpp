@@ -3,10 +3,12 @@
 
 #include <json/json.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <system_error>
 
@@ -31,13 +33,31 @@ bool CoverRun() {
   }
 }
 
+// The program of each service that was described. Never destroyed: it is looked at when the test program ends.
+std::map<std::string, std::string>& Programs() {
+  static auto* const programs = new std::map<std::string, std::string>;
+  return *programs;
+}
+
+// A program that has a file of its own, or a script, whose interpreter is told its name.
+bool RunsProgram(int process, const std::string& program) {
+  std::ifstream file("/proc/" + std::to_string(process) + "/cmdline", std::ios::binary);
+  for (std::string argument; std::getline(file, argument, '\0');) {
+    if (argument == program) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// The number in a service's file may be anybody's by now.
 void EndServices() {
-  std::error_code missing;
-  for (const auto& file : fs::directory_iterator(kPidFiles, missing)) {
-    if (const int process = ServiceProcess(file.path().stem()); process > 1 && DoesProcessLive(process)) {
+  for (const auto& [name, program] : Programs()) {
+    if (const int process = ServiceProcess(name); process > 1 && process != getpid() && RunsProgram(process, program)) {
       kill(process, SIGKILL);
     }
   }
+  Programs().clear();
 }
 
 }  // namespace
@@ -59,6 +79,7 @@ bool MakePrivateServices() {
 void DescribeService(const std::string& name, const std::vector<std::string>& command, bool notifies) {
   Json::Value description;
   description["command"] = Json::Value(Json::arrayValue);
+  Programs()[name] = command.front();
   for (const std::string& argument : command) {
     description["command"].append(argument);
   }

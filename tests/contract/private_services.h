@@ -7,7 +7,8 @@
 namespace orbisk::test {
 
 /// Covers /etc and /run in a private mount namespace and makes the machine have no service. Services of an earlier test
-/// are ended. Call it from the main thread. False where the machine does not allow it.
+/// are ended; a process that is none, whose number stands in a service's file, is not. Call it from the main thread.
+/// False where the machine does not allow it.
 bool MakePrivateServices();
 
 /// Describes a service in /etc/nimo/services.d. After MakePrivateServices.

@@ -1,6 +1,5 @@
 // How stock Linux answers nimo/service.h and nimo/smb.h: which commands of the system are run with which arguments.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,9 +9,10 @@
 #include "nimo/error.h"
 #include "nimo/service.h"
 #include "nimo/smb.h"
+#include "tests/contract/private_commands.h"
 #include "tests/contract/private_services.h"
-#include "tests/support/private_etc.h"
-#include "tests/support/private_mounts.h"
+#include "tests/support/eventually.h"
+#include "tests/support/subprocess.h"
 #include "tests/support/temp_dir.h"
 
 namespace orbisk::test {
@@ -20,42 +20,17 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kCommands[] = "/usr/local/bin/";
-constexpr char kLog[] = "/usr/local/bin/log";
-
-void AddScript(const std::string& path, const std::string& body) {
-  WriteFile(path, "#!/bin/sh\necho \"$(basename \"$0\") $*\" >> " + std::string(kLog) + "\n" + body + "\n");
-  ASSERT_EQ(0, chmod(path.c_str(), 0755));
-}
-
-// The commands run so far, one a line.
-std::string CommandsRun() {
-  return fs::exists(kLog) ? ReadFile(kLog) : "";
-}
-
 class ServiceCommands : public testing::Test {
  protected:
   void SetUp() override {
-    static const bool covered = CoverCommands();
-    if (!covered || !MakePrivateServices()) {
+    if (!MakePrivateCommands() || !MakePrivateServices()) {
       GTEST_SKIP() << "private mounts are not allowed here";
-    }
-    for (const auto& entry : fs::directory_iterator(kCommands)) {
-      fs::remove_all(entry.path());
     }
   }
 
-  static bool CoverCommands() {
-    try {
-      EnterPrivateMounts({"/usr/local/bin"});
-      return true;
-    } catch (const std::system_error&) {
-      return false;
-    }
-  }
   static void AddSystemd(const std::string& body = "exit 0") {
     fs::create_directories("/run/systemd/system");
-    AddScript(std::string(kCommands) + "systemctl", body);
+    AddCommand("systemctl", body);
   }
 };
 
@@ -103,7 +78,8 @@ TEST_F(ServiceCommands, ADescribedServiceIsStartedWithItsArgumentsAndACleanEnvir
   EXPECT_EQ("a b $HOME\n", ReadFile(dir / "arguments"));
   const std::string environment = ReadFile(dir / "environment");
   EXPECT_EQ(std::string::npos, environment.find("SECRET")) << environment;
-  EXPECT_NE(std::string::npos, environment.find("PATH=")) << environment;
+  EXPECT_NE(std::string::npos, environment.find("PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin\n"))
+      << environment;
   EXPECT_NE(std::string::npos, environment.find("\n/\n")) << environment;
   EXPECT_EQ(0, NLIBServiceStop("described", FALSE));
 }
@@ -121,11 +97,27 @@ TEST_F(ServiceCommands, AnotherProcessWithALeftOverNumberIsLeftAlone) {
   EXPECT_TRUE(IsDescribedServiceRunning("described"));
 }
 
+TEST_F(ServiceCommands, TheNextTestEndsServicesAndNobodyWhoseNumberIsLeftOver) {
+  Subprocess other({"cat"});
+  DescribeService("described", {"/bin/sleep", "1000"});
+  DescribeService("own", {"/bin/sleep", "1000"});
+  DescribeService("other", {"/bin/sleep", "1000"});
+  ASSERT_EQ(0, NLIBServiceStart("described", TRUE));
+  const int process = ServiceProcess("described");
+  WriteFile("/run/nimo/own.pid", std::to_string(getpid()) + "\n");
+  WriteFile("/run/nimo/other.pid", std::to_string(other.pid()) + "\n");
+
+  ASSERT_TRUE(MakePrivateServices());
+
+  EXPECT_TRUE(Eventually([&] { return !DoesProcessLive(process); }));
+  EXPECT_TRUE(DoesProcessLive(other.pid()));
+}
+
 TEST_F(ServiceCommands, AServiceThatTellsWhenItIsReadyIsWaitedFor) {
   // Starts without waiting: this service tells nothing.
-  AddScript(std::string(kCommands) + "start-stop-daemon",
-            "for a; do shift; case $a in --notify*|30) ;; *) set -- \"$@\" \"$a\";; esac; done\n"
-            "exec /sbin/start-stop-daemon \"$@\"");
+  AddCommand("start-stop-daemon",
+             "for a; do shift; case $a in --notify*|30) ;; *) set -- \"$@\" \"$a\";; esac; done\n"
+             "exec /sbin/start-stop-daemon \"$@\"");
   DescribeService("plain", {"/bin/sleep", "1000"});
   DescribeService("telling", {"/bin/sleep", "1000"}, true);
 
@@ -158,8 +150,40 @@ TEST_F(ServiceCommands, AStoppedServiceIsGoneAndNotJustForgotten) {
   }
 }
 
+TEST_F(ServiceCommands, AServiceWhoseProgramWasReplacedRunsAlreadyAndIsRestartedWithTheNewOne) {
+  const TempDir dir;
+  const std::string program = dir / "program";
+  const auto replace_program = [&] {
+    fs::copy_file("/bin/sleep", dir / "new");
+    fs::rename(dir / "new", program);
+  };
+  replace_program();
+  DescribeService("described", {program, "1000"});
+  ASSERT_EQ(0, NLIBServiceStart("described", TRUE));
+  const int process = ServiceProcess("described");
+  replace_program();
+
+  EXPECT_EQ(0, NLIBServiceStart("described", TRUE));
+  EXPECT_EQ(process, ServiceProcess("described"));
+
+  EXPECT_EQ(0, NLIBServiceRestart("described"));
+  EXPECT_FALSE(DoesProcessLive(process));
+  EXPECT_EQ(program, fs::read_symlink("/proc/" + std::to_string(ServiceProcess("described")) + "/exe"));
+}
+
+TEST_F(ServiceCommands, AScriptIsNoProgramAndIsNotRun) {
+  const TempDir dir;
+  AddScript(dir / "script", "exec sleep 1000");
+  DescribeService("described", {dir / "script"});
+
+  EXPECT_GT(0, NLIBServiceStart("described", TRUE));
+
+  EXPECT_EQ(ENOEXEC, NLIBCErrGet());
+  EXPECT_EQ(0, ServiceProcess("described"));
+}
+
 TEST_F(ServiceCommands, AProgramThatDiesAtOnceIsAFailure) {
-  AddScript(std::string(kCommands) + "start-stop-daemon", "sh -c 'echo $$' > /run/nimo/dying.pid");
+  AddCommand("start-stop-daemon", "sh -c 'echo $$' > /run/nimo/dying.pid");
   DescribeService("dying", {"/bin/sleep", "1000"});
 
   EXPECT_GT(0, NLIBServiceStart("dying", TRUE));
@@ -184,21 +208,7 @@ TEST_F(ServiceCommands, AServiceWithoutDescriptionMayHaveAnInitScript) {
   EXPECT_EQ("smbd restart\nbroken start\n", CommandsRun());
 }
 
-// A Samba whose registry holds the switch, below what smb.conf says.
-class Samba : public ServiceCommands {
- protected:
-  static constexpr char kRegistry[] = "/usr/local/bin/registry";
-
-  static void AddSamba(const std::string& set_in_file = "") {
-    const std::string registry = kRegistry;
-    AddScript(std::string(kCommands) + "testparm",
-              set_in_file.empty() ? "grep -qi yes " + registry + " 2>/dev/null && echo Yes || echo No"
-                                  : "echo " + set_in_file);
-    AddScript(std::string(kCommands) + "net", "case $2 in setparm) echo \"$5\" > " + registry + ";; getparm) cat " +
-                                                  registry + " 2>/dev/null;; delparm) rm -f " + registry + ";; esac");
-  }
-  static std::string Registry() { return fs::exists(kRegistry) ? ReadFile(kRegistry) : "none"; }
-};
+using Samba = ServiceCommands;
 
 TEST_F(Samba, MissingMeansOffAndCannotBeSwitched) {
   EXPECT_EQ(0, NIMOSMBIsEnableSpotlight());
@@ -207,38 +217,38 @@ TEST_F(Samba, MissingMeansOffAndCannotBeSwitched) {
 }
 
 TEST_F(Samba, IsReadAsItReadsItsConfiguration) {
-  AddSamba();
+  AddPrivateSamba();
 
   EXPECT_EQ(0, NIMOSMBIsEnableSpotlight());
-  WriteFile(kRegistry, "yes\n");
+  WriteFile(kSambaRegistry, "yes\n");
   EXPECT_EQ(1, NIMOSMBIsEnableSpotlight());
   EXPECT_EQ(0U, CommandsRun().find("testparm -s --section-name=global --parameter-name=spotlight\n"));
 }
 
 TEST_F(Samba, IsSetInItsRegistry) {
-  AddSamba();
+  AddPrivateSamba();
 
   EXPECT_EQ(0, NIMOSMBSetSpotlight(1));
-  EXPECT_EQ("yes\n", Registry());
+  EXPECT_EQ("yes\n", SambaRegistry());
   EXPECT_EQ(0, NIMOSMBSetSpotlight(0));
-  EXPECT_EQ("no\n", Registry());
+  EXPECT_EQ("no\n", SambaRegistry());
 }
 
 TEST_F(Samba, WhoseRegistryDoesNotCountIsLeftAsItWas) {
-  AddSamba("No");
+  AddPrivateSamba("No");
 
   EXPECT_GT(0, NIMOSMBSetSpotlight(1));
   EXPECT_EQ(ENOTSUP, NLIBCErrGet());
-  EXPECT_EQ("none", Registry());
+  EXPECT_EQ("none", SambaRegistry());
 
-  AddSamba("Yes");
-  WriteFile(kRegistry, "yes\n");
+  AddPrivateSamba("Yes");
+  WriteFile(kSambaRegistry, "yes\n");
   EXPECT_GT(0, NIMOSMBSetSpotlight(0));
-  EXPECT_EQ("yes\n", Registry());
+  EXPECT_EQ("yes\n", SambaRegistry());
 }
 
 TEST_F(Samba, WhoseConfigurationCannotBeReadIsOff) {
-  AddScript(std::string(kCommands) + "testparm", "echo Yes; exit 1");
+  AddCommand("testparm", "echo Yes; exit 1");
 
   EXPECT_EQ(0, NIMOSMBIsEnableSpotlight());
 }

@@ -60,6 +60,7 @@ namespace fs = std::filesystem;
 using NIMO::SHARE::Entry;
 using NIMO::SHARE::List;
 using NIMO::SHARE::Register;
+using NIMO::SHARE::Replace;
 using NIMO::SHARE::Unregister;
 
 constexpr char kRegistry[] = "/etc/nimo/shares.json";
@@ -178,6 +179,38 @@ TEST_F(ShareRegistry, ReplacesAShareInItsPlaceAndForgetsOne) {
   EXPECT_FALSE(Unregister("b"));
   EXPECT_EQ("a c ", Names());
   EXPECT_TRUE(fs::exists(b.path));
+}
+
+TEST_F(ShareRegistry, PutsAShareOfAnotherNameInThePlaceOfOne) {
+  const Entry photo = MakeShare("photo");
+  Register(photo);
+  Register(MakeShare("music"));
+  fs::rename(photo.path, volume_ / "pictures");
+  Entry pictures = photo;
+  pictures.name = "pictures";
+  pictures.path = volume_ / "pictures";
+
+  Replace("photo", pictures);
+
+  EXPECT_EQ("pictures music ", Names());
+  EXPECT_EQ(pictures.path, List()[0].path);
+  EXPECT_TRUE(fs::is_directory(volume_ / "@fileindex/pictures"));
+}
+
+TEST_F(ShareRegistry, PutsNoShareInThePlaceOfOneWhereItCannotBe) {
+  Register(MakeShare("photo"));
+  Register(MakeShare("music"));
+  const Entry other = MakeShare("other");
+
+  EXPECT_EQ("no such share: films", ReasonOf([&] { Replace("films", other); }));
+  EXPECT_EQ("there is a share music already", ReasonOf([&] { Replace("photo", MakeShare("music")); }));
+  EXPECT_NE("", ReasonOf([&] { Replace("photo", {.name = "gone", .path = volume_ / "gone"}); }));
+  EXPECT_NE("", ReasonOf([&] {
+              fs::create_directories(volume_ / "music/inner");
+              Replace("photo", {.name = "inner", .path = volume_ / "music/inner"});
+            }));
+
+  EXPECT_EQ("photo music ", Names());
 }
 
 TEST_F(ShareRegistry, RefusesWhatCannotBeAShareAndChangesNothing) {

@@ -20,8 +20,11 @@ FakeServiceControl::FakeServiceControl()
           "NIMOSMBIsEnableSpotlight", [this] { return spotlight() ? 1 : 0; }, [] { return 0; }),
       set_spotlight("NIMOSMBSetSpotlight",
                     [this](int on) {
+                      if (on != 0 && on != 1) {
+                        return FailPlatform(EINVAL);
+                      }
                       SetSpotlight(on == 1);
-                      return on == 0 || on == 1 ? 0 : FailPlatform(EINVAL);
+                      return 0;
                     }),
       known_(kKnownAtFirst) {}
 

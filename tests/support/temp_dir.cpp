@@ -63,7 +63,10 @@ TempDir::TempDir(const std::string& parent) : path_((parent.empty() ? UsualParen
 
 TempDir::~TempDir() {
   std::error_code ignored;
-  UnmountFrom(fs::canonical(path_, ignored));
+  // "" where the directory is gone already, and everything is below that.
+  if (const fs::path path = fs::canonical(path_, ignored); !path.empty()) {
+    UnmountFrom(path);
+  }
   OpenFolders(path_);
   fs::remove_all(path_, ignored);
 }

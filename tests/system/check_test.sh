@@ -113,6 +113,9 @@ done
 printf '#!/usr/bin/env bash\nif true; then\n' >scripts/planted
 expect fail "a script that does not parse" --shell
 rm scripts/planted
+printf '#!/bin/sh\nif true; then\n' >packaging/debian/fileindex.planted
+expect fail "a package's script that does not parse" --shell
+rm packaging/debian/fileindex.planted
 
 printf 'As iss%s 12 asks.\n' ue >planted.md
 expect fail "a forbidden word" --words

@@ -13,8 +13,6 @@
 namespace orbisk::test {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr int kDeadline = 4;
 constexpr int kMemory = 5;
 
@@ -113,9 +111,7 @@ TEST_F(ExtractorCorpus, OfBombsCostsNoNeighbourItsDocument) {
   Start({"--workers", "1"});
 
   for (const auto& [name, content] : Bombs()) {
-    const auto start = Clock::now();
     EXPECT_TRUE(ExpectSoundAnswer(name, Ask(name, content))) << "its reader should have known its bounds: " << name;
-    EXPECT_LT(Clock::now() - start, std::chrono::seconds(10)) << name;
     ExpectGoodNeighbour(name);
   }
 
@@ -142,9 +138,10 @@ TEST_F(ExtractorCorpus, OfAFilmThatItsReaderNeverEndsIsLeftAtTheDeadlineForGood)
   box_.daemon().Kill(SIGKILL);
   box_.daemon().Wait(std::chrono::seconds(5));
   Start({"--workers", "1", "--deadline", "3"});
-  const auto start = Clock::now();
   EXPECT_EQ(box_.Parse(box_ / "film.mp4")["error"]["code"], kDeadline);
-  EXPECT_LT(Clock::now() - start, std::chrono::seconds(1));
+  const Json::Value failures = box_.Status()["failures"];
+  EXPECT_EQ(failures["known"], 1) << failures;
+  EXPECT_FALSE(failures.isMember("deadline")) << "it was tried again: " << failures;
 }
 
 TEST_F(ExtractorCorpus, OfAFilmThatItsReaderNeedsAllMemoryForIsLeftAtTheBound) {

@@ -107,8 +107,8 @@ TEST_F(ExtractorRestart, FailsAFileOverWhichTheDaemonEndedTwice) {
 }
 
 TEST_F(ExtractorRestart, ReadsASuspectOnceMoreWithNoOtherFileInWork) {
-  WriteFile(box_ / "suspect", "sleep_ms 300");
-  WriteFile(box_ / "other", "sleep_ms 301");
+  WriteFile(box_ / "suspect", "hold");
+  WriteFile(box_ / "other", "plain words");
   box_.Start({"--workers", "2"});
   KillOver(box_ / "suspect");
   box_.Start({"--workers", "2"});
@@ -122,6 +122,7 @@ TEST_F(ExtractorRestart, ReadsASuspectOnceMoreWithNoOtherFileInWork) {
 
   ASSERT_TRUE(Eventually([&] { return box_.Status()["waiting"] == 1; }));
   EXPECT_EQ(box_.Status()["in_work"][0]["path"], box_ / "suspect");
+  WriteFile(box_ / "suspect", "hold no more");
   EXPECT_TRUE((*service::FromText(suspect.Receive()))["success"].asBool());
   EXPECT_TRUE((*service::FromText(other.Receive()))["success"].asBool());
   EXPECT_EQ(box_.Status()["suspects"], 0);

@@ -273,12 +273,15 @@ TEST_F(SearchCommands, IndexCreateMakesTheIndexThatTheLibraryFills) {
 TEST_F(SearchCommands, IndexDeleteRemovesTheIndexAndNoFileOfTheShare) {
   IndexHerons();
 
-  EXPECT_TRUE(Succeeds(Fileindexctl({"index", "delete", "docs"})));
+  EXPECT_TRUE(FailsWith(Fileindexctl({"index", "delete", "docs"}),
+                        "fileindexctl: nothing was done: this needs --yes where nobody can be asked"));
+  EXPECT_TRUE(fs::exists(OnFirst("@fileindex/docs/db")));
+  EXPECT_TRUE(Succeeds(Fileindexctl({"index", "delete", "docs", "--yes"})));
 
   EXPECT_FALSE(fs::exists(OnFirst("@fileindex/docs/db")));
   EXPECT_TRUE(fs::exists(OnFirst("docs/a.txt")));
   EXPECT_THAT(Find({"heron"}), ElementsAre(OnSecond("mail/c.txt")));
-  EXPECT_THAT(Fileindexctl({"index", "delete", "docs"}).errors, StartsWith("fileindexctl: error 1204: "));
+  EXPECT_THAT(Fileindexctl({"index", "delete", "docs", "--yes"}).errors, StartsWith("fileindexctl: error 1204: "));
 }
 
 TEST_F(SearchCommands, ExtractShowsFieldsAndText) {

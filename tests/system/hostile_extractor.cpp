@@ -95,6 +95,14 @@ void ListDescriptors(Json::Value& document) {
   document["NIMOMDTitle"] = open;
 }
 
+// Waits until the file says more than it did, which it may do already.
+void Hold(int fd, Argument more) {
+  char byte = 0;
+  while (more.empty() && read(fd, &byte, 1) == 0) {
+    usleep(5'000);
+  }
+}
+
 void Lie(Json::Value& document) {
   document["NIMOMDPath"] = "/etc/shadow";
   document["NIMOMDOwnerUserID"] = "0";
@@ -183,6 +191,7 @@ const std::map<std::string, Deed>& OtherDeeds() {
       {"whoami", [](int, Argument, Json::Value& d) { d["NIMOMDTitle"] = std::to_string(geteuid()); }},
       {"process", [](int, Argument, Json::Value& d) { d["NIMOMDTitle"] = std::to_string(getpid()); }},
       {"sleep_ms", [](int, Argument ms, Json::Value&) { usleep(static_cast<useconds_t>(std::stoul(ms) * 1000)); }},
+      {"hold", [](int fd, Argument more, Json::Value&) { Hold(fd, more); }},
       {"print", [](int, Argument, Json::Value&) { puts("noise"), fflush(stdout); }},
       {"date", [](int, Argument, Json::Value& d) { d["NIMOMDContentCreationDate"] = 12345; }},
   };

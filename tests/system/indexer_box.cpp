@@ -185,7 +185,12 @@ IndexedTree IndexerBox::OnDisk(const std::string& share) const {
 }
 
 testing::AssertionResult IndexerBox::BecomesEqual(std::chrono::milliseconds limit, const std::string& share) const {
-  const IndexedTree disk = OnDisk(share);
+  return BecomesEqualTo([this, &share] { return OnDisk(share); }, limit, share);
+}
+
+testing::AssertionResult IndexerBox::BecomesEqualTo(const std::function<IndexedTree()>& wanted,
+                                                    std::chrono::milliseconds limit, const std::string& share) const {
+  const IndexedTree disk = wanted();
   IndexedTree index;
   if (Eventually([&] { return (index = InIndex(share)) == disk; }, limit)) {
     return testing::AssertionSuccess();

@@ -60,6 +60,9 @@ class IndexerBox : public SearchBox {
   /// Waits until the two are equal; what differs, if they do not become so.
   testing::AssertionResult BecomesEqual(std::chrono::milliseconds limit = std::chrono::seconds(30),
                                         const std::string& share = "docs") const;
+  /// The same for what `wanted` says; it is asked once.
+  testing::AssertionResult BecomesEqualTo(const std::function<IndexedTree()>& wanted, std::chrono::milliseconds limit,
+                                          const std::string& share) const;
 
  private:
   std::unique_ptr<Subprocess> monitor_;

@@ -26,6 +26,8 @@ namespace {
 namespace elastic = fileindex::elastic;
 
 constexpr int kKills = 200;
+constexpr int kFailures = 20;
+constexpr size_t kCommitted = 100;
 constexpr size_t kVolumeBytes = size_t{512} << 20;
 
 class SearchChainKill : public SearchBox {
@@ -100,6 +102,12 @@ class SearchChainKill : public SearchBox {
     EXPECT_TRUE(std::includes(sent_.begin(), sent_.end(), found.begin(), found.end()));
   }
 
+  // Whether enough happened between the kills to prove anything, which a slow machine needs more kills for.
+  bool IsEnough(int kills) {
+    const std::lock_guard lock(mutex_);
+    return kills >= kKills && failures_ > kFailures && committed_.size() > kCommitted;
+  }
+
   FakeTime time_;
   std::mt19937 random_{20261121};
   std::atomic<bool> stop_{false};
@@ -109,13 +117,13 @@ class SearchChainKill : public SearchBox {
   std::set<std::string> committed_;
 };
 
-TEST_F(SearchChainKill, EveryCommittedDocumentIsFoundAfter200KillsOfDaemonsAndWorkers) {
+TEST_F(SearchChainKill, EveryCommittedDocumentIsFoundAfterHundredsOfKillsOfDaemonsAndWorkers) {
   std::thread indexer([this] { IndexUntilStopped(); });
 
-  for (int kills = 1; kills <= kKills && !HasFailure(); ++kills) {
+  for (int kills = 0; !IsEnough(kills) && !HasFailure();) {
     std::this_thread::sleep_for(std::chrono::microseconds(random_() % 60'000));
     KillSomething();
-    if (kills % 50 == 0) {
+    if (++kills % 50 == 0) {
       ExpectCommittedFound();
     }
   }
@@ -124,8 +132,6 @@ TEST_F(SearchChainKill, EveryCommittedDocumentIsFoundAfter200KillsOfDaemonsAndWo
 
   ExpectCommittedFound();
   EXPECT_EQ(Fileindexctl({"index", "stat", "docs", "--check"}).exit_status, 0);
-  EXPECT_GT(failures_, 20) << "the kills hit nothing";
-  EXPECT_GT(committed_.size(), 100U) << "the kills came too early to prove anything";
 }
 
 }  // namespace

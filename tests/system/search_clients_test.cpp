@@ -62,6 +62,27 @@ TEST(SearchProgram, DamagedListOfIndexesIsKeptAndNotStartedFrom) {
   EXPECT_EQ("rubbish", ReadFile(box.root() + "/state/indexes.json"));
 }
 
+TEST(SearchProgram, DaemonWithoutASocketTouchesNoIndex) {
+  SearchBox box;
+  box.Start();
+  box.CreateIndex("a");
+  box.Stop();
+  const std::string list = box.root() + "/state/indexes.json";
+  std::string text = ReadFile(list);
+  const std::string ready = R"("phase":"ready")";
+  ASSERT_NE(std::string::npos, text.find(ready)) << text;
+  WriteFile(list, text.replace(text.find(ready), ready.size(), R"("phase":"deleting")"));
+  fs::create_directory(box.root() + "/taken");
+
+  const ProcessResult result =
+      RunProcess({SearchDaemonProgram(), "--socket", box.root() + "/taken", "--state-dir", box.root() + "/state"});
+
+  EXPECT_EQ(1, result.exit_status);
+  EXPECT_TRUE(fs::exists(box.volume() + "/a/index.sqlite"));
+  box.Start();
+  EXPECT_FALSE(fs::exists(box.volume() + "/a")) << "a start with a socket ends the deletion";
+}
+
 TEST(SearchProgram, SocketIsForRootAndGroupAndGoneAfterTheEnd) {
   SearchBox box;
   box.Start();

@@ -15,11 +15,11 @@ std::string NumberFault(const std::string& text) {
   return result.ec == std::errc() && result.ptr == end && !has_leading_zero ? "" : "not a number from 0: " + text;
 }
 
-std::string PathFault(const std::string& text) {
+std::string PathFault(const char* kind, const std::string& text) {
   const std::string ended = text + "/";
   const bool is_plain = text.size() > 1 && text.front() == '/' && ended.find("//") == std::string::npos &&
                         ended.find("/./") == std::string::npos && ended.find("/../") == std::string::npos;
-  return is_plain ? "" : "not a plain full path: " + text;
+  return is_plain ? "" : std::string("not a plain ") + kind + " path: " + text;
 }
 
 }  // namespace
@@ -29,7 +29,11 @@ CLI::Validator PlainNumber() {
 }
 
 CLI::Validator PlainFullPath() {
-  return {[](std::string& text) { return PathFault(text); }, "", "PlainFullPath"};
+  return {[](std::string& text) { return PathFault("full", text); }, "", "PlainFullPath"};
+}
+
+CLI::Validator PlainSharePath() {
+  return {[](std::string& text) { return PathFault("share", text); }, "", "PlainSharePath"};
 }
 
 std::string UnknownCommand(const CLI::App& app) {

@@ -14,6 +14,9 @@ CLI::Validator PlainNumber();
 /// who reads the queue drops it.
 CLI::Validator PlainFullPath();
 
+/// Accepts a share path written in the same way.
+CLI::Validator PlainSharePath();
+
 /// The word in `app`'s arguments that stands where a command is wanted and is none; empty if there is none there.
 std::string UnknownCommand(const CLI::App& app);
 

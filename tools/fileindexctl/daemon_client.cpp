@@ -20,6 +20,7 @@ struct Daemon {
 };
 constexpr Daemon kSearch = {"the search daemon", "/var/run/nimoelasticd.sock", 913};
 constexpr Daemon kExtractor = {"the extractor", "/var/run/nimocontentextractd.sock", 914};
+constexpr Daemon kIndexer = {"the indexing daemon", "/var/run/fileindexd.sock", 502};
 
 [[noreturn]] void Fail(const Daemon& daemon, const std::string& reason) {
   throw orbisk::Error(orbisk::Code(daemon.failure), std::string(daemon.name) + " " + reason);
@@ -28,6 +29,9 @@ constexpr Daemon kExtractor = {"the extractor", "/var/run/nimocontentextractd.so
 // Throws what a response says that is no success.
 [[noreturn]] void ThrowRefusal(const Daemon& daemon, const Json::Value& response) {
   const Json::Value& error = response["error"];
+  if (error.isObject() && error["msg"].isString() && !error.isMember("code")) {  // the indexing daemon has no codes
+    Fail(daemon, "refused: " + error["msg"].asString());
+  }
   if (!error.isObject() || !error["code"].isInt() || !error["msg"].isString()) {
     Fail(daemon, "failed without a reason");
   }
@@ -60,6 +64,12 @@ Json::Value AskSearchDaemon(const std::string& command, const Json::Value& data)
   request["command"] = command;
   request["data"] = data;
   return Ask(kSearch, request)["data"];
+}
+
+Json::Value AskIndexer(const std::string& type) {
+  Json::Value request;
+  request["type"] = type;
+  return Ask(kIndexer, request)["data"];
 }
 
 Json::Value AskExtractor(const Json::Value& request) {

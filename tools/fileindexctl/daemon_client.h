@@ -17,6 +17,10 @@ namespace fileindexctl {
 /// proper response.
 Json::Value AskSearchDaemon(const std::string& command, const Json::Value& data);
 
+/// Sends the command `type`, without data, to the indexing daemon and returns the "data" of its answer, null if it has
+/// none. Throws Error 502 if it refuses, cannot be reached or gives no proper answer.
+Json::Value AskIndexer(const std::string& type);
+
 /// Asks the extractor and returns its whole response, which has an object "data". Throws orbisk::Error with the
 /// daemon's code and message if it refuses, and Error 914 if it cannot be reached or gives no proper response.
 Json::Value AskExtractor(const Json::Value& request);

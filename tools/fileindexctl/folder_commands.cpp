@@ -174,6 +174,8 @@ void AddFolderCommands(CLI::App& app) {
   group->require_subcommand(1);
   const auto options = std::make_shared<Options>();
 
+  AddFolderChanges(*group);
+
   CLI::App* const list = group->add_subcommand("list", "The indexed folders, sorted and filtered");
   list->add_option("--sort", options->sort_by, "What to sort by")
       ->check(CLI::IsMember({"name", "path", "document", "audio", "video", "photo"}))

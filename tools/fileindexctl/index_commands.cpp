@@ -10,6 +10,7 @@
 #include "orbisk/json.h"
 #include "orbisk/sdk/share.h"
 #include "tools/fileindexctl/commands.h"
+#include "tools/fileindexctl/confirm.h"
 #include "tools/fileindexctl/daemon_client.h"
 #include "tools/fileindexctl/output.h"
 #include "tools/fileindexctl/table.h"
@@ -22,6 +23,7 @@ namespace elastic = orbisk::fileindex::elastic;
 struct Options {
   std::string share;
   bool check = false;
+  bool yes = false;
   bool json = false;
 };
 
@@ -84,6 +86,7 @@ void Create(const Options& options) {
 }
 
 void Delete(const Options& options) {
+  Confirm("Delete the index of the share " + options.share + "?", options.yes);
   AskSearchDaemon("index_delete", IdOf(options.share));
 }
 
@@ -105,6 +108,7 @@ void AddIndexCommands(CLI::App& app) {
   create->callback([options] { Create(*options); });
 
   CLI::App* const remove = group->add_subcommand("delete", "Delete the index of a share; the share's files stay");
+  AddYes(*remove, options->yes);
   remove->callback([options] { Delete(*options); });
 
   for (CLI::App* const command : {stat, create, remove}) {

@@ -18,6 +18,7 @@
 #include "tools/fileindexctl/commands.h"
 #include "tools/fileindexctl/output.h"
 #include "tools/fileindexctl/table.h"
+#include "tools/fileindexctl/watch.h"
 
 namespace fileindexctl {
 namespace {
@@ -29,6 +30,8 @@ constexpr int kMostHours = 596523;
 
 struct Options {
   int hours = 0;
+  bool watch = false;
+  WatchOptions watch_options;
   bool json = false;
 };
 
@@ -96,7 +99,12 @@ std::string StatusText(const Json::Value& status) {
   return table.Text();
 }
 
-void ShowStatus(const Options& options) {
+void ShowStatus(Options& options) {
+  if (options.watch) {
+    options.watch_options.json = options.json;
+    Watch(options.watch_options);
+    return;
+  }
   const Json::Value status = StatusJson(StatusMgr());
   Output out(STDOUT_FILENO);
   out.Write(options.json ? orbisk::toString(status) + "\n" : StatusText(status));
@@ -105,7 +113,7 @@ void ShowStatus(const Options& options) {
 
 }  // namespace
 
-void AddPauseCommands(CLI::App& app) {
+void AddPauseAndResume(CLI::App& app) {
   const auto options = std::make_shared<Options>();
 
   CLI::App* const pause = app.add_subcommand("pause", "Pause indexing");
@@ -116,9 +124,18 @@ void AddPauseCommands(CLI::App& app) {
 
   CLI::App* const resume = app.add_subcommand("resume", "End a pause");
   resume->callback([options] { Resume(*options); });
+}
 
+void AddPauseCommands(CLI::App& app) {
+  AddPauseAndResume(app);
+  const auto options = std::make_shared<Options>();
   CLI::App* const status = app.add_subcommand("status", "Whether indexing is paused, and which shares need a reindex");
-  status->add_flag("--json", options->json, "Print one line of JSON");
+  status->add_flag("--json", options->json, "Print one line of JSON, with --watch one for each change");
+  CLI::Option* const watch =
+      status->add_flag("--watch", options->watch, "Show how far the indexing daemon is, until interrupted");
+  status->add_flag("--until-done", options->watch_options.until_done, "With --watch: end when nothing is left to do")
+      ->needs(watch);
+  status->add_option("--share", options->watch_options.share, "With --watch: only this share")->needs(watch);
   status->callback([options] { ShowStatus(*options); });
 }
 

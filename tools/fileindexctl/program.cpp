@@ -36,6 +36,7 @@ int Run(int argc, const char* const* argv) {
   app.set_version_flag("--version", "fileindexctl " FILEINDEXCTL_VERSION);
   app.require_subcommand(1);
   app.footer("'fileindexctl GROUP COMMAND --help' explains a command.");
+  AddDaemonCommands(app);
   AddEventCommands(app);
   AddExtractCommand(app);
   AddFolderCommands(app);
@@ -46,6 +47,8 @@ int Run(int argc, const char* const* argv) {
   AddQueueCommands(app);
   AddSearchCommands(app);
   AddShareCommands(app);
+  AddSummaryCommand(app);
+  AddVolumeCommands(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::RequiredError& error) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "orbisk/fileindex/elastic_control.h"
+#include "orbisk/fileindex/index_mgr.h"
 #include "orbisk/json.h"
 #include "tools/fileindexctl/arguments.h"
 #include "tools/fileindexctl/commands.h"
@@ -202,9 +203,19 @@ void AddSearchCommands(CLI::App& app) {
   const auto begun = std::make_shared<Options>();
   begun->limit = 10;
   CLI::App* const suggest = app.add_subcommand("suggest", "Words of the index that begin with a prefix");
-  suggest->add_option("PREFIX", begun->prefix, "How the words begin")->required();
+  suggest->add_option("PREFIX", begun->prefix, "How the words begin");
   AddCommonOptions(*suggest, *begun);
-  suggest->callback([begun] { Suggest(*begun); });
+  CLI::App* const update = suggest->add_subcommand(
+      "update", "Build the suggestions of indexes that have none; the word itself goes behind --");
+  update->callback([] { orbisk::fileindex::UpdateTermSuggestion(); });
+  suggest->callback([suggest, begun] {
+    if (suggest->get_subcommands().empty()) {
+      if (suggest->count("PREFIX") == 0) {
+        throw CLI::RequiredError("PREFIX");
+      }
+      Suggest(*begun);
+    }
+  });
 }
 
 }  // namespace fileindexctl

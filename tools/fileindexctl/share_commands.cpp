@@ -12,6 +12,7 @@
 #include "orbisk/json.h"
 #include "orbisk/sdk/share.h"
 #include "tools/fileindexctl/commands.h"
+#include "tools/fileindexctl/event_text.h"
 #include "tools/fileindexctl/output.h"
 #include "tools/fileindexctl/table.h"
 
@@ -23,6 +24,7 @@ using orbisk::sdk::SDKShare;
 
 struct Options {
   Entry entry;
+  bool names = false;
   bool json = false;
 };
 
@@ -64,7 +66,19 @@ void Unregister(const Options& options) {
   }
 }
 
+void ListNames() {
+  Output out(STDOUT_FILENO);
+  for (const Entry& entry : NIMO::SHARE::List()) {
+    out.Write(OneLine(entry.name) + "\n");
+  }
+  out.Flush();
+}
+
 void List(const Options& options) {
+  if (options.names) {
+    ListNames();
+    return;
+  }
   Json::Value shares(Json::arrayValue);
   Table table({"NAME", "PATH", "FLAGS"});
   for (const Entry& entry : NIMO::SHARE::List()) {
@@ -122,6 +136,8 @@ void AddShareCommands(CLI::App& app) {
   const auto options = std::make_shared<Options>();
   Entry& entry = options->entry;
 
+  AddShareOperations(*group);
+
   CLI::App* const add = group->add_subcommand("register", "Make a folder a share, or change a share");
   add->add_option("NAME", entry.name, "The share's name")->required();
   add->add_option("PATH", entry.path, "Its folder: an absolute path that ends in NAME")->required();
@@ -147,6 +163,7 @@ void AddShareCommands(CLI::App& app) {
   for (CLI::App* const command : {list, show}) {
     command->add_flag("--json", options->json, "Print one line of JSON");
   }
+  list->add_flag("--names", options->names, "Print the names alone, one a line")->excludes("--json");
 }
 
 }  // namespace fileindexctl

@@ -36,6 +36,11 @@ NIMO_EXPORT std::vector<Entry> List();
 /// same.
 NIMO_EXPORT void Register(const Entry& entry);
 
+/// Puts `entry` in the place of the share `name`, which has another name or another folder now: readers see the one or
+/// the other. Refuses as Register, a name that is not registered, and the name of a third share. Makes what Register
+/// makes.
+NIMO_EXPORT void Replace(const std::string& name, const Entry& entry);
+
 /// Removes a share from the registry; its folder stays. False when there was none.
 NIMO_EXPORT bool Unregister(const std::string& name);
 

@@ -62,9 +62,9 @@ bool HasNoControls(std::string_view head) {
 
 /// As much of the head as libmagic needs.
 std::string_view Telling(std::string_view head) {
-  // JSON is known by being whole.
-  return head.size() > kTextHeadBytes && head.front() != '{' && HasNoControls(head) ? head.substr(0, kTextHeadBytes)
-                                                                                    : head;
+  const std::size_t begin = head.find_first_not_of(" \t\r\n");
+  const bool json = begin != std::string_view::npos && head[begin] == '{';  // known by being whole
+  return head.size() > kTextHeadBytes && !json && HasNoControls(head) ? head.substr(0, kTextHeadBytes) : head;
 }
 
 /// What libmagic makes something of besides plain text: mail, news, cards, calendars.

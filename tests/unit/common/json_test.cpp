@@ -2,16 +2,34 @@
 #include "orbisk/json.h"
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <new>
 
 #include "common/check.h"
 #include "orbisk/error.h"
 #include "tests/support/record_capture.h"
 #include "tests/unit/record_match.h"
+
+namespace {
+
+thread_local bool memory_is_short = false;  // the kernel gives no more
+
+}  // namespace
+
+extern "C" void* mmap(void* address, size_t bytes, int protection, int flags, int fd, off_t offset) noexcept {
+  if (memory_is_short) {
+    errno = ENOMEM;
+    return MAP_FAILED;
+  }
+  return reinterpret_cast<void*>(syscall(SYS_mmap, address, bytes, protection, flags, fd, offset));
+}
 
 namespace orbisk {
 namespace {
@@ -130,6 +148,34 @@ TEST(JsonToString, LargeTextIsWholeAndTakesNoMoreRoomThanItNeeds) {
 
   EXPECT_TRUE(expected == text);
   EXPECT_EQ(expected.size(), text.capacity());
+}
+
+TEST(JsonToString, StringLongerThanAPieceOfALargeTextIsWhole) {
+  std::string name(3'333'333, 'x');
+  for (size_t i = 0; i < name.size(); i += 1'001) {
+    name[i] = static_cast<char>('a' + i % 26);
+  }
+  Json::Value value;
+  value.append("short");
+  value.append(name);
+  value.append("last");
+
+  EXPECT_TRUE("[\"short\",\"" + name + "\",\"last\"]" == toString(value));
+}
+
+TEST(JsonToString, LargeTextIsNeverCutForWantOfMemory) {
+  const Json::Value value(std::string(3'333'333, 'x'));
+  bool is_told = false;
+
+  memory_is_short = true;
+  try {
+    toString(value);
+  } catch (const std::bad_alloc&) {
+    is_told = true;
+  }
+  memory_is_short = false;
+
+  EXPECT_TRUE(is_told);
 }
 
 TEST(JsonToString, WritesBytesThatAreNotUtf8Unchanged) {

@@ -3,12 +3,17 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <optional>
 
+#include "tests/support/record_capture.h"
 #include "tests/support/temp_dir.h"
 
 namespace extractor {
@@ -185,8 +190,66 @@ TEST_F(FailureStoreTest, RemembersInMemoryWhereItCannotWrite) {
   EXPECT_NE(store.Find(ContentCalled(1).identity), nullptr);
 }
 
+// Bounds the size of files as a full disk does.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) : handler_(signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit limit{bytes, before_.rlim_max};
+    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+  }
+  ~FileSizeLimit() {
+    setrlimit(RLIMIT_FSIZE, &before_);
+    signal(SIGXFSZ, handler_);
+  }
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+ private:
+  rlimit before_{};
+  void (*handler_)(int);
+};
+
+size_t TimesNotKept(const orbisk::test::RecordCapture& log) {
+  const std::vector<std::string> texts = log.texts();
+  return static_cast<size_t>(std::count_if(texts.begin(), texts.end(), [](const std::string& text) {
+    return text.find("event=failures_not_kept") != std::string::npos;
+  }));
+}
+
+TEST_F(FailureStoreTest, LeavesNothingInWorkOnceItCanWriteNoMore) {
+  const orbisk::test::RecordCapture log;
+  {
+    FailureStore store = Open();
+    const FailureStore::InWork work(store, ContentCalled(1));
+    errno = EBADF;
+    {
+      const FileSizeLimit limit(std::filesystem::file_size(folder() + "/failures") + 20);
+      store.Add(ContentCalled(2), {});
+    }
+    EXPECT_EQ(ReadFile(folder() + "/in-work"), "");
+  }
+  EXPECT_EQ(TimesNotKept(log), 1U);
+  EXPECT_THAT(log.texts(), testing::Contains(testing::HasSubstr("No space left on device")));
+  EXPECT_EQ(Open().suspects(), 0U);
+}
+
+TEST_F(FailureStoreTest, SuspectsInMemoryWhatWasLeftWhereItCanWriteNoMore) {
+  DieOver({1});
+  std::filesystem::create_directory(folder() + "/failures.new");
+  const orbisk::test::RecordCapture log;
+
+  FailureStore store = Open("another");
+
+  EXPECT_EQ(TimesNotKept(log), 1U);
+  EXPECT_TRUE(store.IsSuspect(ContentCalled(1).identity));
+  store.Acquit(ContentCalled(1).identity);
+  EXPECT_EQ(store.suspects(), 0U);
+}
+
 TEST_F(FailureStoreTest, LeavesTheFilesOfAnotherThatRunsAlone) {
   FailureStore first = Open();
+  const FailureStore::InWork work(first, ContentCalled(3));
   FailureStore second = Open("another");
 
   second.Add(ContentCalled(2), {});
@@ -194,6 +257,7 @@ TEST_F(FailureStoreTest, LeavesTheFilesOfAnotherThatRunsAlone) {
 
   EXPECT_NE(second.Find(ContentCalled(2).identity), nullptr);
   EXPECT_THAT(ReadFile(folder() + "/failures"), testing::Not(testing::HasSubstr("another")));
+  EXPECT_NE(ReadFile(folder() + "/in-work"), "");
 }
 
 }  // namespace

@@ -36,6 +36,14 @@ std::string Repeat(const std::string& text, int times) {
   return out;
 }
 
+TEST(PlainText, LongJsonIsKnownBehindBlanksToo) {
+  const std::string json = "{\"birds\": [" + Repeat("\"heron\", ", 1'000) + "\"stork\"]}\n";
+
+  for (const char* start : {"", " ", "\n\t"}) {
+    EXPECT_EQ(Extract(start + json, "a")["NIMOMDContentType"], "application/json") << start;
+  }
+}
+
 TEST(PlainText, IsReadInTheCharacterSetThatItIsWrittenIn) {
   const struct {
     const char* charset;

@@ -88,12 +88,6 @@ std::string NoteOf(const SeamCall& call) {
   return text + ")";
 }
 
-void ReplaceAll(std::string& text, const std::string& from, const std::string& to) {
-  for (size_t place = text.find(from); place != std::string::npos; place = text.find(from, place + to.size())) {
-    text.replace(place, from.size(), to);
-  }
-}
-
 }  // namespace
 
 ManagementBox::ManagementBox() {
@@ -228,6 +222,12 @@ void ExpectFailed(const orbisk::test::Record& record, const std::string& functio
   EXPECT_EQ(3, record.priority);
   EXPECT_EQ(orbisk::test::RecordText("index_mgr.cpp", function, "Failed [" + condition + "], reason: " + reason),
             text.substr(0, text.find(" [err: ")));
+}
+
+void ReplaceAll(std::string& text, const std::string& from, const std::string& to) {
+  for (size_t place = text.find(from); place != std::string::npos; place = text.find(from, place + to.size())) {
+    text.replace(place, from.size(), to);
+  }
 }
 
 Story Joined(const std::vector<Story>& parts) {

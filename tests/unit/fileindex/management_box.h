@@ -33,13 +33,11 @@ class ManagementBox {
   std::string Full(const std::string& share_path) const { return config_.Full(share_path); }
 
   /// What `action` does outside of the library, in order, and last what it throws: "Error 901 Duplicated ID: /photo".
-  /// The volume's path is written "V".
+  /// The volume's path is written "V"; what every index is made with is left out.
   ///
   ///     lock folders, unlock folders, save folders, save status     the two files
   ///     event LINE                                                  a line appended to a queue
-  ///     search COMMAND DATA                                         a request to the search daemon, as JSON; what
-  ///     every
-  ///                                                                 index is made with is left out
+  ///     search COMMAND DATA                                         a request to the search daemon, as JSON
   ///     daemon TEXT                                                 a command to the indexing daemon
   ///     watch DESCRIPTION, unwatch QUEUE                            the change monitor
   ///     FUNCTION(ARGUMENTS)                                         services, programs, room, homes
@@ -90,6 +88,9 @@ Story CleanNotes(const std::string& share_path);
 /// Whether `record` is that of a failed check in index_mgr.cpp, whatever errno was left from before.
 void ExpectFailed(const orbisk::test::Record& record, const std::string& function, const std::string& condition,
                   const std::string& reason);
+
+/// Puts `to` in the place of each `from`.
+void ReplaceAll(std::string& text, const std::string& from, const std::string& to);
 
 /// The parts one after another.
 Story Joined(const std::vector<Story>& parts);

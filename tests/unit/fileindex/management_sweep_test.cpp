@@ -4,11 +4,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
 #include <map>
 #include <set>
-#include <thread>
 
 #include "nimo/home.h"
 #include "orbisk/fileindex/index_mgr.h"
@@ -121,10 +119,7 @@ class SweepBox {
   // The configuration, whose places are the same in every box.
   std::string Folders() const {
     std::string text = ReadFile(kFoldersFile);
-    const std::string volume = box_.Full("");
-    for (size_t place = text.find(volume); place != std::string::npos; place = text.find(volume)) {
-      text.replace(place, volume.size(), "V");
-    }
+    ReplaceAll(text, box_.Full(""), "V");
     return text;
   }
 
@@ -138,17 +133,14 @@ class Leftovers {
  public:
   Leftovers() : descriptors_(OpenDescriptors()), euid_(geteuid()) {}
 
-  void ExpectNone(bool descriptor_may_stay) const {
+  void ExpectNone(SweepBox& box, bool descriptor_may_stay) const {
     EXPECT_EQ(0, FakeShares().outstanding());
     EXPECT_EQ(0, FakeUsers().outstanding());
     EXPECT_EQ(0, FakeStringLists().outstanding());
     EXPECT_EQ(0, FakeConnections().open());
     EXPECT_EQ(euid_, geteuid());
-    // The indexing daemon closes its end when it comes to it.
+    box.box().daemon().Settle();  // has closed its ends then
     const size_t allowed = descriptors_ + (descriptor_may_stay ? 1 : 0);
-    for (int i = 0; i < 500 && OpenDescriptors() > allowed; ++i) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
     EXPECT_GE(allowed, OpenDescriptors());
     for (const char* const lock : {"/tmp/orbisk_cfg_folder.lock", kStatusLock}) {
       EXPECT_FALSE(std::filesystem::exists(lock) && !descriptor_may_stay && IsLocked(lock)) << lock;
@@ -299,7 +291,7 @@ TEST(ManagementSweep, AFailureOfThePlatformHasTheOneOutcomeThatItStandsFor) {
       ASSERT_NE(PlatformOutcomes().end(), outcome) << "a function that was not thought of";
       ExpectOutcome(outcome->second, story, whole);
       EXPECT_THAT(box.Folders(), testing::AnyOf(before, after));
-      leftovers.ExpectNone(false);
+      leftovers.ExpectNone(box, false);
     }
   }
   for (const auto& [function, outcome] : PlatformOutcomes()) {
@@ -365,7 +357,7 @@ TEST(ManagementSweep, AFailureOfAFileALockOrASocketStopsThereAndLeavesNothingBeh
         ExpectSystemOutcome(failed, story, whole);
       }
       EXPECT_THAT(box.Folders(), testing::AnyOf(before, after));
-      leftovers.ExpectNone(failed.rfind("flock", 0) == 0);
+      leftovers.ExpectNone(box, failed.rfind("flock", 0) == 0);
     }
   }
   for (const auto& [function, codes] : SystemOutcomes()) {
@@ -400,7 +392,7 @@ TEST(ManagementSweep, AQuestionThatFailsLeavesTheAnswerAlone) {
         SCOPED_TRACE(name + ", call " + std::to_string(nth) + " " + failure.failed());
         EXPECT_TRUE(Steps(story).empty()) << testing::PrintToString(story);
         EXPECT_EQ(IsError(story), answer == Json::Value("kept")) << toString(answer);
-        leftovers.ExpectNone(false);
+        leftovers.ExpectNone(box, false);
       }
     }
   }

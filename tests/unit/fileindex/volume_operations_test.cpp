@@ -55,10 +55,7 @@ class VolumeOperations : public testing::Test {
   Story On(const std::string& volume, const std::function<void()>& action) {
     Story story = box_.StoryOf(action);
     for (std::string& line : story) {
-      for (size_t place = line.find("V" + volume + "/"); place != std::string::npos;
-           place = line.find("V" + volume + "/")) {
-        line.replace(place, volume.size() + 1, "V");
-      }
+      ReplaceAll(line, "V" + volume + "/", "V/");
     }
     return story;
   }

@@ -1,6 +1,7 @@
 // An index in memory, which notes what it is asked.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <set>
@@ -26,26 +27,36 @@ class FakeIndex : public DocumentIndex {
     return found == documents.end() ? std::nullopt : std::optional(Entry{path, StampFromText(found->second.stamp)});
   }
   std::vector<Entry> FindTree(const std::string& path) override {
-    std::vector<Entry> entries;
-    for (const auto& [at, document] : documents) {
-      if (IsAtOrBelow(at, path)) {
-        entries.push_back({at, StampFromText(document.stamp)});
-      }
-    }
-    return entries;
+    return FindWhere([&path](const std::string& at) { return IsAtOrBelow(at, path); });
+  }
+  std::vector<Entry> FindPrefix(const std::string& prefix) override {
+    return FindWhere([&prefix](const std::string& at) { return at.compare(0, prefix.size(), prefix) == 0; });
+  }
+  std::vector<Entry> FindOutside(const std::string& path) override {
+    return FindWhere([&path](const std::string& at) { return !IsAtOrBelow(at, path); });
   }
   void Upsert(const std::string& path, bool need_meta) override {
     calls.push_back((need_meta ? "read " : "add ") + path);
-    if ((need_meta && unreadable.count(path) != 0) || Look(path, false).kind == Kind::kNothing || extractor_down) {
+    if ((need_meta && unreadable.count(path) != 0) || refused.count(path) != 0 || extractor_ends-- > 0 ||
+        Look(path, false).kind == Kind::kNothing || extractor_down) {
       throw orbisk::Error(orbisk::Code(914), "Parse failed");
     }
     const bool is_file = Look(path, false).kind == Kind::kFile;
     documents[path] = {is_file && need_meta ? orbisk::test::ReadFile(path) : "", ""};
   }
-  void SetAttributes(const std::string& path) override { calls.push_back("attributes " + path); }
+  void SetAttributes(const std::string& path) override {
+    calls.push_back("attributes " + path);
+    if (refused.count(path) != 0) {
+      throw orbisk::Error(orbisk::Code(1210), "not accepted");
+    }
+  }
   void SetStamp(const std::string& path, const std::string& stamp) override { documents[path].stamp = stamp; }
-  void RemoveOne(const std::string& path) override { documents.erase(path); }
+  void RemoveOne(const std::string& path) override {
+    ++removals;
+    documents.erase(path);
+  }
   void RemoveBelow(const std::string& path) override {
+    ++removals;
     std::erase_if(documents,
                   [&](const auto& document) { return document.first != path && IsAtOrBelow(document.first, path); });
   }
@@ -68,7 +79,26 @@ class FakeIndex : public DocumentIndex {
   std::map<std::string, Document> documents;
   std::vector<std::string> calls;
   std::set<std::string> unreadable;
+  std::set<std::string> refused;  // even without content
+  int extractor_ends = 0;         // so many times in the middle of its work
+  int removals = 0;               // asked for
+  size_t longest_answer = SIZE_MAX;
   bool extractor_down = false;
+
+ private:
+  template <typename Wanted>
+  std::vector<Entry> FindWhere(const Wanted& wanted) const {
+    std::vector<Entry> entries;
+    for (const auto& [at, document] : documents) {
+      if (wanted(at)) {
+        entries.push_back({at, StampFromText(document.stamp)});
+      }
+    }
+    if (entries.size() > longest_answer) {
+      throw orbisk::Error(orbisk::Code(1207), "the answer is too long");
+    }
+    return entries;
+  }
 };
 
 }  // namespace fileindexd

@@ -3,8 +3,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -12,6 +12,7 @@
 #include "orbisk/fileindex/queue_mgr.h"
 #include "tests/support/temp_dir.h"
 #include "tests/unit/indexer/fake_index.h"
+#include "tests/unit/indexer/tick.h"
 
 namespace fileindexd {
 namespace {
@@ -28,7 +29,7 @@ class PassTest : public testing::Test {
   PassTest() : policy_(Policy::Folders{{At(""), {}}}) {
     fs::create_directory(At(""));
     box_ = {[](const std::string&) { return true; }, [](const std::string&) { return false; }, [] { return true; },
-            [] { return false; }};
+            [] { return false; }, [] {}};
   }
 
   std::string At(const std::string& name) const { return dir_.path() + "/share" + (name.empty() ? "" : "/" + name); }
@@ -42,13 +43,14 @@ class PassTest : public testing::Test {
   }
   // One pass over what AddLine wrote; what it did to the index.
   std::vector<std::string> Run() {
-    usleep(30'000);  // so that no stamp is young
+    AwaitTick();  // what is written after the pass has other dates
     WriteFile(dir_ / "queue", lines_);
     lines_.clear();
     fi::QueueMgr queue(dir_ / "queue");
     Pass pass(At(""));
     queue.ProcessOP([&pass](const std::shared_ptr<fi::OP>& operation) { pass.Take(*operation); }, true);
     Reconciler reconciler(index_, policy_, box_, progress_);
+    reconciler.clock = [] { return std::chrono::system_clock::now() + std::chrono::seconds(1); };  // no stamp is young
     pass.Apply(reconciler, progress_, false);
     queue.DeleteTmp();
     return std::exchange(index_.calls, {});
@@ -65,6 +67,19 @@ class PassTest : public testing::Test {
   Progress progress_;
   std::string lines_;
 };
+
+TEST_F(PassTest, ACrashedQueueRemovesWhatTheShareHadUnderAnotherName) {
+  Write("a.txt", "one");
+  Build();
+  index_.documents["/elsewhere/share"] = {"", ""};
+  index_.documents["/elsewhere/share/a.txt"] = {"one", ""};
+
+  AddLine(fi::EVENT_QUEUE_CRASHED, At(""));
+  Run();
+
+  EXPECT_EQ(index_.documents.size(), 2U);
+  EXPECT_EQ(index_.documents.count(At("a.txt")), 1U);
+}
 
 TEST_F(PassTest, ACrashedQueueHasTheWholeShareCompared) {
   Write("a.txt", "one");

@@ -3,16 +3,20 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
+#include <cerrno>
+#include <chrono>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "tests/support/temp_dir.h"
+#include "tests/unit/indexer/failing_statx.h"
 #include "tests/unit/indexer/fake_index.h"
+#include "tests/unit/indexer/tick.h"
 
 namespace fileindexd {
 namespace {
@@ -35,6 +39,11 @@ class ReconcilerTest : public testing::Test {
     box_.is_preserved = [](const std::string& name) { return name == ".git"; };
     box_.extractor_answers = [this] { return !index_.extractor_down; };
     box_.interrupted = [this] { return interrupted_; };
+    box_.check_online = [this] {
+      if (offline_) {
+        throw Offline();
+      }
+    };
   }
 
   std::string At(const std::string& name) const { return dir_ / name; }
@@ -42,10 +51,17 @@ class ReconcilerTest : public testing::Test {
     fs::create_directories(fs::path(At(name)).parent_path());
     WriteFile(At(name), text);
   }
-  // Files are old enough for their stamps to count.
-  static void Age() { usleep(30'000); }
+  // Files are old enough for their stamps to count, and what is written later has other dates.
+  void Age() {
+    AwaitTick();
+    now_ = [] { return std::chrono::system_clock::now() + std::chrono::seconds(1); };
+  }
 
-  Reconciler Fresh() { return Reconciler(index_, policy_, box_, progress_); }
+  Reconciler Fresh() {
+    Reconciler reconciler(index_, policy_, box_, progress_);
+    reconciler.clock = now_;
+    return reconciler;
+  }
   void Tree(const std::string& path) { Fresh().Tree(path); }
   void Build() {
     Age();
@@ -68,12 +84,17 @@ class ReconcilerTest : public testing::Test {
     return texts;
   }
 
+  // As it must be after any changes of the files.
+  void ExpectEqualAfterAnyChanges(unsigned rounds);
+
   TempDir dir_;
   FakeIndex index_;
   Policy policy_;
   Reconciler::Box box_;
   Progress progress_;
   bool interrupted_ = false;
+  bool offline_ = false;
+  std::function<std::chrono::system_clock::time_point()> now_ = std::chrono::system_clock::now;
 };
 
 TEST_F(ReconcilerTest, ATreeIsIndexedWithItsFolders) {
@@ -98,6 +119,8 @@ TEST_F(ReconcilerTest, WhatIsUnchangedIsLeftAlone) {
 
 TEST_F(ReconcilerTest, AFileThatWasYoungIsReadOnceMore) {
   Write("a.txt", "one");
+  const auto written = std::chrono::system_clock::now();
+  now_ = [written] { return written; };
   Tree(dir_.path());
   index_.calls.clear();
   Age();
@@ -148,6 +171,18 @@ TEST_F(ReconcilerTest, AFolderInThePlaceOfAFileAndTheOtherWayRound) {
 
   Fresh().Update(At("a"), false);
   Tree(At("b"));
+
+  EXPECT_EQ(Texts(), DiskTexts());
+}
+
+TEST_F(ReconcilerTest, AnUpdateOfAFileRemovesWhatWasBelowAFolderInItsPlace) {
+  Write("x/a.txt", "one");
+  Write("x/y/b.txt", "two");
+  Build();
+  fs::remove_all(At("x"));
+  Write("x", "three");
+
+  Fresh().Update(At("x"), false);
 
   EXPECT_EQ(Texts(), DiskTexts());
 }
@@ -218,7 +253,8 @@ TEST_F(ReconcilerTest, AFileThatCannotBeReadIsIndexedByItsAttributesAndNotTriedA
   index_.unreadable = {At("a.txt")};
 
   Tree(dir_.path());
-  EXPECT_THAT(index_.calls, ElementsAre("add " + dir_.path(), "read " + At("a.txt"), "add " + At("a.txt")));
+  EXPECT_THAT(index_.calls,
+              ElementsAre("add " + dir_.path(), "read " + At("a.txt"), "read " + At("a.txt"), "add " + At("a.txt")));
   EXPECT_EQ(progress_.ToJson()["failures"][0]["path"].asString(), At("a.txt"));
   index_.calls.clear();
 
@@ -229,6 +265,25 @@ TEST_F(ReconcilerTest, AFileThatCannotBeReadIsIndexedByItsAttributesAndNotTriedA
   index_.unreadable.clear();
   Tree(dir_.path());
   EXPECT_EQ(Texts(), DiskTexts());
+}
+
+TEST_F(ReconcilerTest, AnExtractorThatEndsInTheMiddleOfItsWorkIsAskedAgain) {
+  Write("a.txt", "one");
+  index_.extractor_ends = 1;
+
+  Fresh().Update(At("a.txt"), false);
+
+  EXPECT_EQ(Texts()["/a.txt"], "one");
+  EXPECT_EQ(progress_.ToJson()["failed"].asUInt(), 0U);
+}
+
+TEST_F(ReconcilerTest, AnExtractorThatEndsWhileAFileIsAddedByItsAttributesIsAskedAgain) {
+  Write("a.txt", "one");
+  index_.extractor_ends = 3;
+
+  Fresh().Update(At("a.txt"), false);
+
+  EXPECT_EQ(index_.documents.count(At("a.txt")), 1U);
 }
 
 TEST_F(ReconcilerTest, WithoutAnExtractorNothingIsTakenOut) {
@@ -279,8 +334,100 @@ TEST_F(ReconcilerTest, ItEndsBetweenTwoFilesWhenItIsInterrupted) {
   EXPECT_THAT(index_.documents, IsEmpty());
 }
 
-// Whatever happens to the files: a comparison of the whole leaves the index equal to the disk.
-TEST_F(ReconcilerTest, AfterAnyChangesTheIndexEqualsTheDisk) {
+TEST_F(ReconcilerTest, AFolderThatIsRefusedLosesItsOwnDocumentAlone) {
+  Write("x/a.txt", "one");
+  Write("x/y/b.txt", "two");
+  Build();
+  fs::permissions(At("x"), fs::perms::owner_all);
+  index_.refused = {At("x")};
+
+  Tree(dir_.path());
+
+  EXPECT_EQ(Texts(),
+            (std::map<std::string, std::string>{{"", ""}, {"/x/a.txt", "one"}, {"/x/y", ""}, {"/x/y/b.txt", "two"}}));
+}
+
+TEST_F(ReconcilerTest, AnUpdateOfAVanishedFolderLeavesPausedFoldersBelowItAlone) {
+  Write("x/a.txt", "one");
+  Write("x/y/b.txt", "two");
+  Build();
+  policy_ = Policy(Policy::Folders{{dir_.path(), {}}, {At("x/y"), {true, true, true, true, true}}});
+  fs::remove_all(At("x"));
+
+  Fresh().Update(At("x"), false);
+
+  EXPECT_EQ(Texts(), (std::map<std::string, std::string>{{"", ""}, {"/x/y", ""}, {"/x/y/b.txt", "two"}}));
+}
+
+TEST_F(ReconcilerTest, NothingIsRemovedWhileTheShareIsGone) {
+  Write("a.txt", "one");
+  Write("x/b.txt", "two");
+  Build();
+  const auto before = Texts();
+  fs::remove_all(At("x"));
+  fs::remove(At("a.txt"));
+  offline_ = true;
+
+  EXPECT_THROW(Tree(dir_.path()), Offline);
+  EXPECT_THROW(Fresh().Update(At("a.txt"), false), Offline);
+
+  EXPECT_EQ(Texts(), before);
+}
+
+TEST_F(ReconcilerTest, WhatTheFileSystemSaysNothingOfKeepsItsDocument) {
+  Write("a.txt", "one");
+  Write("x/b.txt", "two");
+  Build();
+  const auto before = Texts();
+  for (const int error : {EIO, ESTALE, ENOMEM, EACCES}) {
+    const FailingStatx failing(error);
+
+    Tree(dir_.path());
+    Fresh().Update(At("a.txt"), false);
+    Fresh().Update(At("x"), false);
+
+    EXPECT_EQ(Texts(), before) << error;
+  }
+  EXPECT_EQ(progress_.ToJson()["failures"][0]["path"].asString(), dir_.path());
+}
+
+TEST_F(ReconcilerTest, AFileOfAFolderThatTheFileSystemSaysNothingOfKeepsItsDocument) {
+  Write("a.txt", "one");
+  Write("x/b.txt", "two");
+  Write("x/y/c.txt", "three");
+  Build();
+  Write("a.txt", "ONE");
+  const FailingStatx failing(EIO, At("x"));
+
+  Tree(dir_.path());
+
+  EXPECT_EQ(Texts(), DiskTexts());
+}
+
+TEST_F(ReconcilerTest, AnEventThatNoFolderIsConcernedWithAsksNothingOfTheIndex) {
+  policy_ = Policy(Policy::Folders{{At("x"), {}}});
+
+  Fresh().Update(At("gone.txt"), false);
+
+  EXPECT_EQ(index_.removals, 0);
+}
+
+TEST_F(ReconcilerTest, APausedFolderIsNotWalked) {
+  Write("x/y/b.txt", "two");
+  Build();
+  policy_ = Policy(Policy::Folders{{dir_.path(), {}}, {At("x"), {true, true, true, true, true}}});
+  std::vector<std::string> asked;
+  box_.may_be_indexed = [&asked](const std::string& path) {
+    asked.push_back(path);
+    return true;
+  };
+
+  Tree(dir_.path());
+
+  EXPECT_THAT(asked, ElementsAre(dir_.path()));
+}
+
+void ReconcilerTest::ExpectEqualAfterAnyChanges(unsigned rounds) {
   std::mt19937 random(7);
   const auto pick = [&random](unsigned bound) { return std::uniform_int_distribution<unsigned>(0, bound - 1)(random); };
   const auto any = [&] {
@@ -291,7 +438,7 @@ TEST_F(ReconcilerTest, AfterAnyChangesTheIndexEqualsTheDisk) {
     return path;
   };
   std::error_code ignored;
-  for (int round = 0; round < 300; ++round) {
+  for (unsigned round = 0; round < rounds; ++round) {
     for (int step = 0; step < 8; ++step) {
       const std::string path = any();
       switch (pick(4)) {
@@ -313,6 +460,16 @@ TEST_F(ReconcilerTest, AfterAnyChangesTheIndexEqualsTheDisk) {
 
     ASSERT_EQ(Texts(), DiskTexts()) << "round " << round;
   }
+}
+
+// Whatever happens to the files: a comparison of the whole leaves the index equal to the disk.
+TEST_F(ReconcilerTest, AfterAnyChangesTheIndexEqualsTheDisk) {
+  ExpectEqualAfterAnyChanges(300);
+}
+
+TEST_F(ReconcilerTest, ATreeThatOneAnswerDoesNotHoldIsComparedInParts) {
+  index_.longest_answer = 2;
+  ExpectEqualAfterAnyChanges(60);
 }
 
 }  // namespace

@@ -4,12 +4,14 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
+#include <chrono>
+#include <ctime>
 #include <filesystem>
 #include <string>
 
 #include "tests/support/temp_dir.h"
+#include "tests/unit/indexer/tick.h"
 
 namespace fileindexd {
 namespace {
@@ -23,8 +25,6 @@ class StampTest : public testing::Test {
   StampTest() { WriteFile(path_, "words"); }
 
   Stamp Now(bool need_meta = true) const { return Look(path_, need_meta).stamp; }
-  // The clock that files are stamped with has gone on.
-  static void Tick() { usleep(30'000); }
   void KeepDates(const std::string& path, const struct stat& info) const {
     const timespec times[] = {info.st_atim, info.st_mtim};
     utimensat(AT_FDCWD, path.c_str(), times, 0);
@@ -40,7 +40,7 @@ TEST_F(StampTest, AnUntouchedFileHasTheSameOne) {
 
 TEST_F(StampTest, NewPermissionsAreNoNewContent) {
   const Stamp before = Now();
-  Tick();
+  AwaitTick();
   fs::permissions(path_, fs::perms::owner_read);
 
   EXPECT_TRUE(before.SameContent(Now()));
@@ -49,7 +49,7 @@ TEST_F(StampTest, NewPermissionsAreNoNewContent) {
 
 TEST_F(StampTest, ContentOfTheSameSizeIsNewContent) {
   const Stamp before = Now();
-  Tick();
+  AwaitTick();
   WriteFile(path_, "WORDS");
 
   EXPECT_FALSE(before.SameContent(Now()));
@@ -78,7 +78,7 @@ TEST_F(StampTest, HowAFileIsReadIsPartOfItsContent) {
 
 TEST_F(StampTest, AFolderIsTheSameWhateverComesIntoIt) {
   const Stamp before = Look(dir_.path(), false).stamp;
-  Tick();
+  AwaitTick();
   WriteFile(dir_ / "b.txt", "");
 
   EXPECT_TRUE(before.SameContent(Look(dir_.path(), false).stamp));
@@ -103,11 +103,20 @@ TEST_F(StampTest, OtherTextIsNone) {
   EXPECT_FALSE(StampFromText("g" + good.substr(1)));
 }
 
-TEST_F(StampTest, AFileIsYoungForATickOfTheClock) {
-  WriteFile(path_, "new");
-  EXPECT_TRUE(Look(path_, true).young);
-  Tick();
-  EXPECT_FALSE(Look(path_, true).young);
+TEST_F(StampTest, AFileIsYoungForTwoTicksOfTheClockAfterAnyChange) {
+  using std::chrono::nanoseconds;
+  timespec tick{};
+  ASSERT_EQ(clock_getres(CLOCK_REALTIME_COARSE, &tick), 0);
+  struct stat info {};
+  ASSERT_EQ(stat(path_.c_str(), &info), 0);
+  const std::chrono::system_clock::time_point changed(std::chrono::seconds(info.st_ctim.tv_sec) +
+                                                      nanoseconds(info.st_ctim.tv_nsec));
+  const nanoseconds two_ticks(2 * tick.tv_nsec);
+
+  EXPECT_TRUE(Look(path_, true, changed - nanoseconds(1)).young) << "changed while it was looked at";
+  EXPECT_TRUE(Look(path_, true, changed).young);
+  EXPECT_TRUE(Look(path_, true, changed + two_ticks - nanoseconds(1)).young);
+  EXPECT_FALSE(Look(path_, true, changed + two_ticks).young);
 }
 
 TEST_F(StampTest, LinksAndPipesCountAsNothing) {

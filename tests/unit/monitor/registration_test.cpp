@@ -27,6 +27,26 @@ TEST(RegistrationTest, SlashesAtTheEndOfAFolderAreDropped) {
   EXPECT_EQ(registration->entries[1].path, "/");
 }
 
+// A blank in front is nothing to the JSON parser, and more than the quick reader takes.
+TEST(RegistrationTest, WhatIsReadQuicklyIsReadAsTheParserReadsIt) {
+  const std::string text =
+      R"({"app":"f","config":[{"ignore":["@eaDir","x"],"mask":65478,"path":"/v/a b"},{"ignore":[],"mask":1,"path":"/"},)"
+      R"({"ignore":["y"],"mask":0,"path":"/v/c"}],"queue":"/q","type":0})"
+      "\n";
+  EXPECT_EQ(ParseRegistration(text),
+            (Registration{"f", "/q", {{"/v/a b", 65478, {"@eaDir", "x"}}, {"/", 1, {}}, {"/v/c", 0, {"y"}}}}));
+  for (size_t at = 0; at < text.size(); ++at) {
+    for (const char* const other :
+         {"", " ", "\"", "\\", "\\u0041", "0", "1", "-", "/", ",", "]", "}", "\n", "\x01", "\xff"}) {
+      for (const size_t instead : {size_t{0}, size_t{1}}) {
+        std::string changed = text;
+        changed.replace(at, instead, other);
+        EXPECT_EQ(ParseRegistration(changed), ParseRegistration(" " + changed)) << changed;
+      }
+    }
+  }
+}
+
 TEST(RegistrationTest, BadOnesAreRefused) {
   for (const char* text : {
            "",

@@ -12,7 +12,9 @@
 #include <random>
 #include <thread>
 
+#include "services/search/database.h"
 #include "services/search/sqlite.h"
+#include "services/search/store.h"
 #include "tests/unit/search/engine_support.h"
 
 namespace search::test {
@@ -82,9 +84,9 @@ TEST(KillTest, LosesNothingThatWasCommitted) {
   std::mt19937 random(7);
   std::uniform_int_distribution<int> wait(0, 40'000);
   int next = 0;
-  // More rounds where a slow build writes little in each.
-  for (int round = 0; round < 60 || next <= 100; ++round) {
-    const int last = WriteAndKill(fixture.path(), next, std::chrono::microseconds(wait(random)));
+  // More rounds, and longer ones, where a slow build writes little in each.
+  for (int round = 0; round < 60 || (next <= 100 && round < 600); ++round) {
+    const int last = WriteAndKill(fixture.path(), next, std::chrono::microseconds(wait(random) * (1 + round / 60)));
     next = last + 10;
     fixture.index = Index::Open(fixture.path());
     const auto paths = Get(*fixture.index, "{'match_all': {}}");
@@ -99,6 +101,7 @@ TEST(KillTest, LosesNothingThatWasCommitted) {
     }
     fixture.index.reset();
   }
+  EXPECT_GT(next, 100) << "it shows little";
   fixture.index = Index::Open(fixture.path());
   EXPECT_EQ(fixture.index->Stat(true).problem, "");
 }
@@ -312,6 +315,38 @@ TEST(CompactTest, TheFileShrinksWhenHalfIsDeleted) {
   EXPECT_LT(fixture.index->Stat(false).bytes, before * 7 / 10);
   EXPECT_THAT(Find(*fixture.index, "every"), SizeIs(5'000));
   EXPECT_EQ(fixture.index->Stat(true).problem, "");
+}
+
+int64_t PiecesThatAreJoined(Connection& connection) {
+  return connection.QueryInt("SELECT v FROM fts_config WHERE k = 'automerge'");
+}
+
+TEST(CompactTest, WordsAreJoinedAgainAfterADeletionThatFailed) {
+  Fixture fixture;
+  fixture.index.reset();
+  Database database(DatabaseFile(fixture.path()));
+  Connection& connection = database.connection();
+  connection.Exec("BEGIN");
+  try {
+    const WordMergingPause pause(connection);
+    EXPECT_EQ(PiecesThatAreJoined(connection), 0);
+    throw Error(ErrorCode::kQueryTimeout, "it leaves the transaction open");
+  } catch (const Error&) {
+    EXPECT_EQ(PiecesThatAreJoined(connection), 4);
+  }
+}
+
+TEST(CompactTest, WordsAreJoinedAgainAfterADeletionOfMany) {
+  Fixture fixture;
+  for (int i = 0; i < 2'000; ++i) {
+    fixture.Put(PathOf(i), "word");
+  }
+  fixture.index->DeleteByQuery(Json_("{'qsl': {'match_all': {}}}"));
+  fixture.index->Commit();
+  fixture.index.reset();
+
+  Connection connection(fixture.path() + "/index.sqlite", SQLITE_OPEN_READWRITE);
+  EXPECT_EQ(PiecesThatAreJoined(connection), 4);
 }
 
 TEST(CompactTest, WhatWasDeletedIsRememberedAcrossARestart) {

@@ -59,7 +59,7 @@ TEST_F(ProgramTest, SaysItsNameAndVersion) {
   EXPECT_FALSE(ran_);
 }
 
-TEST_F(ProgramTest, TellsWhatKeepsItFromStarting) {
+TEST_F(ProgramTest, TellsWhatKeptItFromStartingOrEndedIt) {
   const orbisk::test::RecordCapture log;
   work_ = [] { throw std::runtime_error("no luck"); };
   testing::internal::CaptureStderr();
@@ -67,7 +67,7 @@ TEST_F(ProgramTest, TellsWhatKeepsItFromStarting) {
   EXPECT_EQ(Run({}), kExitFailure);
 
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "sampled: no luck\n");
-  EXPECT_EQ(log.texts().at(0), "event=not_started reason=\"no luck\"");
+  EXPECT_EQ(log.texts().at(0), "event=failed reason=\"no luck\"");
 }
 
 TEST_F(ProgramTest, ClientThatHangsUpAndAFileSizeLimitDoNotEndIt) {

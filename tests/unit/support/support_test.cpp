@@ -253,6 +253,25 @@ TEST(TempDirDeathTest, IsGoneWithAFileSystemThatWasMountedAtIt) {
   EXPECT_EXIT(_exit(leaves_nothing() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
+TEST(TempDirDeathTest, ThatIsGoneAlreadyLeavesTheMountsOfOthers) {
+  const auto leaves_others = [] {
+    try {
+      EnterPrivateMounts({});
+      const TempDir other;
+      MountEmptyFileSystem(other.path(), size_t{1} << 20);
+      WriteFile(other / "file", "x");
+      {
+        const TempDir gone;
+        fs::remove(gone.path());
+      }
+      return fs::exists(other / "file");
+    } catch (const std::system_error&) {
+      return true;  // the machine does not allow it
+    }
+  };
+  EXPECT_EXIT(_exit(leaves_others() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
 TEST(TempDirDeathTest, IsMadeWhereTheUsualPlaceIsCoveredToo) {
   const auto makes_one = [] {
     setenv("TMPDIR", "/tmp/there/is/no/such/folder", 1);

@@ -1,0 +1,55 @@
+// The status of the extractor counts them.
+#include "services/indexer/broken_contents.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "nimo/daemon_connection.h"
+#include "services/base/json_text.h"
+#include "services/indexer/policy.h"
+
+namespace fileindexd {
+
+namespace {
+
+constexpr char kExtractor[] = "/var/run/nimocontentextractd.sock";
+constexpr int kConnectSeconds = 1;
+constexpr char kBroken[] = "broken";
+
+}  // namespace
+
+std::vector<BrokenContent> BrokenContents::New(const Json::Value& status, const std::string& folder) {
+  std::vector<BrokenContent> fresh;
+  const Json::Value& data = status.isObject() ? status["data"] : Json::Value::nullSingleton();
+  if (!data.isObject() || !data["latest_failures"].isArray() || !data["failures"].isObject()) {
+    return fresh;
+  }
+  const Json::Value& count = data["failures"][kBroken];
+  const std::uint64_t now = count.isUInt64() ? count.asUInt64() : 0;
+  std::uint64_t wanted = now < told_ ? now : now - told_;  // fewer: it was started anew
+  told_ = now;
+  const Json::Value& failures = data["latest_failures"];
+  for (Json::ArrayIndex i = failures.size(); i > 0 && wanted > 0; --i) {
+    const Json::Value& failure = failures[i - 1];
+    if (failure.isObject() && failure["reason"] == kBroken) {
+      --wanted;
+      const std::string path = failure["path"].asString();
+      if (IsAtOrBelow(path, folder)) {
+        fresh.push_back({path, failure["message"].asString()});
+      }
+    }
+  }
+  std::reverse(fresh.begin(), fresh.end());
+  return fresh;
+}
+
+Json::Value AskExtractor() {
+  nimodaemon::DomainSockConnection connection(kExtractor);
+  std::string text;
+  if (!connection.Connect(kConnectSeconds) || !connection.Send("{\"status\":true}") || !connection.Recv(text)) {
+    return Json::Value();
+  }
+  return service::FromText(text).value_or(Json::Value());
+}
+
+}  // namespace fileindexd

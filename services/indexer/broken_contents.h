@@ -1,0 +1,33 @@
+// Contents that the extractor could not make sense of: their files have documents all the same, so nothing fails.
+#pragma once
+
+#include <json/json.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace fileindexd {
+
+struct BrokenContent {
+  std::string path;
+  std::string reason;
+};
+
+/// Tells what the extractor says about broken contents since it was last asked. It keeps the latest failures of all
+/// kinds only, so in a flood of them some are counted and not named.
+///
+/// Threads: one.
+class BrokenContents {
+ public:
+  /// `status` is the extractor's answer to a question about its status. The new ones at and below `folder`.
+  std::vector<BrokenContent> New(const Json::Value& status, const std::string& folder);
+
+ private:
+  std::uint64_t told_ = 0;
+};
+
+/// Asks the extractor for its status; null if it does not answer.
+Json::Value AskExtractor();
+
+}  // namespace fileindexd

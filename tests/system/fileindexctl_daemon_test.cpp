@@ -1,0 +1,258 @@
+// "fileindexctl daemon" and "failures", run as a program against the real indexing daemon.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "tests/support/local_socket.h"
+#include "tests/system/indexer_box.h"
+
+namespace orbisk::test {
+namespace {
+
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+constexpr char kSocket[] = "/var/run/fileindexd.sock";
+
+// Gives one answer after the other, and the last one for ever, at the indexing daemon's socket.
+class CannedDaemon {
+ public:
+  explicit CannedDaemon(const std::string& answer) : CannedDaemon(std::vector{answer}) {}
+  explicit CannedDaemon(std::vector<std::string> answers)
+      : answers_(std::move(answers)), listener_(ListenAt(kSocket)), thread_([this] { Run(); }) {}
+  ~CannedDaemon() {
+    shutdown(listener_, SHUT_RDWR);
+    thread_.join();
+    close(listener_);
+    unlink(kSocket);
+  }
+  CannedDaemon(const CannedDaemon&) = delete;
+  CannedDaemon& operator=(const CannedDaemon&) = delete;
+
+ private:
+  void Run() const {
+    size_t next = 0;
+    for (int client = -1; (client = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0; close(client)) {
+      std::uint64_t bytes = 0;
+      recv(client, &bytes, sizeof(bytes), MSG_WAITALL);
+      std::string command(bytes, '\0');
+      recv(client, command.data(), command.size(), MSG_WAITALL);
+      const std::string& answer = answers_[std::min(next++, answers_.size() - 1)];
+      bytes = answer.size();
+      send(client, &bytes, sizeof(bytes), MSG_NOSIGNAL);
+      send(client, answer.data(), answer.size(), MSG_NOSIGNAL);
+    }
+  }
+
+  const std::vector<std::string> answers_;
+  const int listener_;
+  std::thread thread_;
+};
+
+class DaemonCommand : public IndexerBox {
+ protected:
+  static bool HasState(const std::string& state) {
+    const Json::Value status = Parse(Fileindexctl({"daemon", "status", "--json"}).output);
+    return status["shares"].size() == 1 && status["shares"][0]["state"] == state;
+  }
+};
+
+TEST_F(DaemonCommand, StatusTellsWhatEachShareIsAt) {
+  WriteFile(Docs("a.txt"), "kingfisher");
+  StartIndexer();
+  ASSERT_TRUE(Succeeds(Fileindexctl({"folder", "reindex", "/docs"})));
+  ASSERT_TRUE(BecomesEqual());
+  ASSERT_TRUE(Eventually([] { return HasState("idle"); }));
+
+  const ProcessResult status = Fileindexctl({"daemon", "status"});
+
+  EXPECT_EQ(status.exit_status, 0);
+  EXPECT_THAT(status.output, MatchesRegex("SHARE +STATE +DONE +TO DO +PER SECOND +FAILED +FILE +PROBLEM\n"
+                                          "docs +idle +[1-9][0-9]* +0 +[0-9]+ +0 +- +-\n"
+                                          "paused: no\n"));
+}
+
+TEST_F(DaemonCommand, PauseAndResumeReachTheDaemon) {
+  SkipWithoutIdentities();
+  StartIndexer();
+
+  EXPECT_TRUE(Succeeds(Fileindexctl({"daemon", "pause", "1"})));
+  EXPECT_THAT(Fileindexctl({"daemon", "status"}).output, HasSubstr("\npaused: yes\n"));
+  EXPECT_THAT(ReadFile(kStatusFile), HasSubstr("\"resume_time\":"));
+  EXPECT_TRUE(Succeeds(Fileindexctl({"daemon", "resume"})));
+
+  EXPECT_THAT(Fileindexctl({"daemon", "status"}).output, HasSubstr("\npaused: no\n"));
+}
+
+TEST_F(DaemonCommand, WatchingEndsWhenWhatWaitsIsIndexed) {
+  SkipWithoutIdentities();
+  AddShare(OnFirst("music"));
+  for (int i = 0; i < 300; ++i) {
+    WriteFile(OnFirst("music/" + std::to_string(i) + ".txt"), "kingfisher");
+  }
+  StartIndexer();
+  ASSERT_TRUE(Succeeds(Fileindexctl({"folder", "add", "/music"})));
+
+  const ProcessResult watched = Fileindexctl({"status", "--watch", "--until-done"});
+
+  EXPECT_EQ(watched.exit_status, 0) << watched.errors;
+  EXPECT_EQ(InIndex("music"), OnDisk("music"));
+  EXPECT_THAT(watched.output, MatchesRegex("(.|\n)*music: idle, 30[0-9]+ of 30[0-9]+\n(.|\n)*"));
+}
+
+TEST_F(DaemonCommand, WatchingSaysWhatCannotBeIndexed) {
+  WriteFolders({Entry("/docs", "all"), Entry("/docs/gone", "gone")});
+  StartIndexer();
+
+  const ProcessResult watched = Fileindexctl({"status", "--watch", "--until-done"});
+
+  EXPECT_EQ(watched.exit_status, 1);
+  EXPECT_EQ(watched.errors, "fileindexctl: the rest is done, but this cannot be indexed: /docs/gone\n");
+}
+
+class CannedCommand : public Box {
+ protected:
+  static std::string Status(const std::string& shares, bool paused = false) {
+    return std::string(R"({"data":{"paused":)") + (paused ? "true" : "false") + R"(,"shares":[)" + shares +
+           R"(]},"success":true})";
+  }
+  static std::string Share(const std::string& name, const std::string& state, int done, int to_do,
+                           const std::string& file = "") {
+    return R"({"done":)" + std::to_string(done) + R"(,"failed":)" + std::to_string(done / 4) +
+           R"(,"failures":[{"path":"/x","reason":"y"}],"file":")" + file + R"(","problem":"","rate":12.6,"share":")" +
+           name + R"(","state":")" + state + R"(","to_do":)" + std::to_string(to_do) + "}";
+  }
+  static std::string AtTerminal(const std::string& command) {
+    Subprocess terminal(
+        {"script", "-qec", "stty cols 60 rows 6; " + BuiltProgram("fileindexctl") + " " + command, "/dev/null"},
+        {"TERM=xterm"});
+    return terminal.Wait(std::chrono::seconds(60)).output;
+  }
+};
+
+TEST_F(CannedCommand, WatchingPrintsALineForEachChange) {
+  const CannedDaemon daemon({Status(Share("docs", "working", 1, 3, "/v/a") + "," + Share("photo", "idle", 0, 0)),
+                             Status(Share("docs", "working", 1, 3, "/v/b") + "," + Share("photo", "idle", 0, 0)),
+                             Status(Share("docs", "working", 4, 1, "/v/c") + "," + Share("photo", "idle", 0, 0)),
+                             Status(Share("docs", "idle", 5, 0) + "," + Share("photo", "idle", 0, 0))});
+
+  EXPECT_TRUE(Succeeds(Fileindexctl({"status", "--watch", "--until-done"}),
+                       "docs: working, 1 of 4, 13 per second, /v/a\n"
+                       "photo: idle, 0 of 0\n"
+                       "docs: working, 4 of 5, 13 per second, 1 failed, /v/c\n"
+                       "docs: idle, 5 of 5, 1 failed\n"));
+}
+
+TEST_F(CannedCommand, WatchingForProgramsPrintsAnObjectForEachChange) {
+  const CannedDaemon daemon({Status(Share("docs", "working", 1, 3)), Status(Share("docs", "idle", 4, 0))});
+
+  const ProcessResult watched = Fileindexctl({"status", "--watch", "--until-done", "--json"});
+
+  EXPECT_EQ(watched.exit_status, 0);
+  std::istringstream lines(watched.output);
+  std::string line;
+  ASSERT_TRUE(std::getline(lines, line));
+  EXPECT_EQ(Parse(line)["to_do"], 3);
+  EXPECT_EQ(Parse(line)["paused"], false);
+  EXPECT_FALSE(Parse(line).isMember("failures"));
+  ASSERT_TRUE(std::getline(lines, line));
+  EXPECT_EQ(Parse(line)["state"], "idle");
+  EXPECT_FALSE(std::getline(lines, line));
+}
+
+TEST_F(CannedCommand, WatchingAtATerminalDrawsABarForEachShareAnew) {
+  const CannedDaemon daemon(
+      {Status(Share("docs", "working", 5, 5, "/volume1/docs/a very long name of a folder/and of a file.pdf")),
+       Status(Share("docs", "idle", 10, 0))});
+
+  const std::string drawn = AtTerminal("status --watch --until-done");
+
+  EXPECT_THAT(drawn, HasSubstr("\rdocs  [##########..........]  50%  working, 5 of 10, 13 per\x1b[K"));
+  EXPECT_THAT(drawn, HasSubstr("\r      ...ocs/a very long name of a folder/and of a file.pdf\x1b[K"));
+  EXPECT_THAT(drawn, HasSubstr("\x1b[2A\rdocs  [####################] 100%  idle, 10 of 10, 2 failed\x1b[K"));
+}
+
+TEST_F(CannedCommand, WatchingManySharesShowsThoseThatHaveWorkFirst) {
+  const CannedDaemon daemon(Status(Share("a", "idle", 0, 0) + "," + Share("b", "idle", 0, 0) + "," +
+                                   Share("c", "idle", 0, 0) + "," + Share("d", "idle", 0, 0) + "," +
+                                   Share("e", "idle", 0, 0) + "," + Share("f", "deleted", 5, 5)));
+
+  const std::string drawn = AtTerminal("status --watch --until-done");
+
+  EXPECT_THAT(drawn, MatchesRegex("\rf  .*\n\ra  .*\n\rb  .*\n\rand 3 more shares(.|\n)*"));
+}
+
+TEST_F(CannedCommand, WatchingDoesNotEndWhileIndexingIsPausedOrAShareFails) {
+  const CannedDaemon daemon({Status(Share("docs", "paused", 0, 0), true), Status(Share("docs", "failing", 1, 0)),
+                             Status(Share("docs", "offline", 2, 0)), Status(Share("docs", "idle", 3, 0))});
+
+  EXPECT_TRUE(Succeeds(Fileindexctl({"status", "--watch", "--until-done"}),
+                       "docs: paused, 0 of 0, 13 per second\n"
+                       "docs: failing, 1 of 1, 13 per second\n"
+                       "docs: offline, 2 of 2, 13 per second\n"
+                       "docs: idle, 3 of 3\n"));
+}
+
+TEST_F(CannedCommand, WatchingOneShareTakesOneThatIsIndexed) {
+  AddShare(OnFirst("photo"));
+  WriteFolders({Entry("/photo", "all")});
+  const CannedDaemon daemon(Status(Share("docs", "working", 1, 3) + "," + Share("photo", "idle", 0, 0)));
+
+  EXPECT_TRUE(
+      Succeeds(Fileindexctl({"status", "--watch", "--until-done", "--share", "photo"}), "photo: idle, 0 of 0\n"));
+  EXPECT_TRUE(FailsWith(Fileindexctl({"status", "--watch", "--share", "films"}),
+                        "fileindexctl: no folder of this share is indexed: films"));
+  EXPECT_EQ(Fileindexctl({"status", "--until-done"}).exit_status, 2);
+}
+
+TEST_F(CannedCommand, FailuresNameTheFilesAndTheReasons) {
+  const CannedDaemon daemon(
+      R"({"data":{"shares":[{"failures":[{"path":"/v/docs/a\nb.pdf","reason":"it takes too long"}],"share":"docs"},)"
+      R"({"failures":[{"path":"/v/photo/c.jpg","reason":"gone"}],"share":"photo"},)"
+      R"({"share":"music","state":"deleted"}]},"success":true})");
+
+  EXPECT_TRUE(Succeeds(Fileindexctl({"failures"}),
+                       "SHARE  PATH              REASON\n"
+                       "docs   /v/docs/a\\nb.pdf  it takes too long\n"
+                       "photo  /v/photo/c.jpg    gone\n"));
+  EXPECT_TRUE(Succeeds(Fileindexctl({"failures", "--share", "photo", "--json"}),
+                       "[{\"path\":\"/v/photo/c.jpg\",\"reason\":\"gone\",\"share\":\"photo\"}]\n"));
+  EXPECT_TRUE(Succeeds(Fileindexctl({"failures", "--share", "music"}), "SHARE  PATH  REASON\n"));
+}
+
+TEST_F(CannedCommand, StatusShowsWhatIsWrongAndWhatIsInWork) {
+  const CannedDaemon daemon(
+      R"({"data":{"paused":true,"shares":[{"done":5,"failed":2,"file":"/v/docs/a","problem":"","rate":12.6,)"
+      R"("share":"docs","state":"working","to_do":7},)"
+      R"({"problem":"there is no such share","share":"gone","state":"offline"}]},"success":true})");
+
+  EXPECT_TRUE(Succeeds(Fileindexctl({"daemon", "status"}),
+                       "SHARE  STATE    DONE  TO DO  PER SECOND  FAILED  FILE       PROBLEM\n"
+                       "docs   working  5     7      13          2       /v/docs/a  -\n"
+                       "gone   offline  -     -      -           -       -          there is no such share\n"
+                       "paused: yes\n"));
+}
+
+TEST_F(CannedCommand, ARefusalAndNonsenseAreErrors) {
+  {
+    const CannedDaemon daemon(R"({"error":{"msg":"unknown command: status"},"success":false})");
+    EXPECT_TRUE(FailsWith(Fileindexctl({"daemon", "status"}),
+                          "fileindexctl: error 502: the indexing daemon refused: unknown command: status"));
+  }
+  const CannedDaemon daemon("[1,2]");
+  EXPECT_TRUE(
+      FailsWith(Fileindexctl({"failures"}), "fileindexctl: error 502: the indexing daemon gave no proper response"));
+}
+
+}  // namespace
+}  // namespace orbisk::test

@@ -1,0 +1,75 @@
+// What is new in the extractor's list.
+#include "services/indexer/broken_contents.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace fileindexd {
+namespace {
+
+Json::Value Failure(const std::string& reason, const std::string& path) {
+  Json::Value failure;
+  failure["reason"] = reason;
+  failure["path"] = path;
+  failure["message"] = "no text in " + path;
+  return failure;
+}
+
+Json::Value Status(unsigned broken, const std::vector<Json::Value>& latest) {
+  Json::Value status;
+  status["data"]["failures"]["broken"] = broken;
+  status["data"]["latest_failures"] = Json::Value(Json::arrayValue);
+  for (const Json::Value& failure : latest) {
+    status["data"]["latest_failures"].append(failure);
+  }
+  return status;
+}
+
+std::vector<std::string> PathsOf(const std::vector<BrokenContent>& contents) {
+  std::vector<std::string> paths;
+  for (const BrokenContent& content : contents) {
+    paths.push_back(content.path);
+  }
+  return paths;
+}
+
+TEST(BrokenContents, EachIsToldOnceInTheOrderInWhichItCame) {
+  BrokenContents contents;
+  const Json::Value a = Failure("broken", "/v/a");
+  const Json::Value b = Failure("broken", "/v/b");
+
+  EXPECT_EQ(PathsOf(contents.New(Status(1, {a}), "/v")), std::vector<std::string>{"/v/a"});
+  EXPECT_EQ(PathsOf(contents.New(Status(1, {a}), "/v")), std::vector<std::string>{});
+  EXPECT_EQ(PathsOf(contents.New(Status(3, {a, a, b}), "/v")), (std::vector<std::string>{"/v/a", "/v/b"}));
+}
+
+TEST(BrokenContents, OtherFailuresAndOtherSharesAreLeftOut) {
+  BrokenContents contents;
+
+  const auto found = contents.New(Status(3, {Failure("broken", "/v/a"), Failure("deadline", "/v/b"),
+                                             Failure("broken", "/v2/c"), Failure("broken", "/v/d")}),
+                                  "/v");
+
+  EXPECT_EQ(PathsOf(found), (std::vector<std::string>{"/v/a", "/v/d"}));
+  EXPECT_EQ(found[0].reason, "no text in /v/a");
+}
+
+TEST(BrokenContents, AnExtractorThatWasStartedAnewBeginsAnew) {
+  BrokenContents contents;
+  contents.New(Status(9, {}), "/v");
+
+  EXPECT_EQ(PathsOf(contents.New(Status(1, {Failure("broken", "/v/a")}), "/v")), std::vector<std::string>{"/v/a"});
+}
+
+TEST(BrokenContents, AnAnswerThatIsNoneSaysNothing) {
+  BrokenContents contents;
+
+  EXPECT_TRUE(contents.New(Json::Value(), "/v").empty());
+  EXPECT_TRUE(contents.New(Json::Value("text"), "/v").empty());
+  EXPECT_TRUE(contents.New(Status(1, {Json::Value(7)}), "/v").empty());
+}
+
+}  // namespace
+}  // namespace fileindexd

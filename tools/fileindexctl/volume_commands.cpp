@@ -1,0 +1,87 @@
+// "fileindexctl volume", "home", "user" and "services": what the box does when something became of them.
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <string>
+
+#include "nimo/home.h"
+#include "orbisk/fileindex/index_mgr.h"
+#include "tools/fileindexctl/arguments.h"
+#include "tools/fileindexctl/commands.h"
+#include "tools/fileindexctl/confirm.h"
+
+namespace fileindexctl {
+namespace {
+
+namespace index = orbisk::fileindex;
+
+struct Options {
+  std::string mount_point;
+  std::string accounts;
+  std::string user;
+  std::string user_to;
+  bool yes = false;
+};
+
+AUTH_TYPE TypeOf(const std::string& accounts) {
+  return accounts == "local" ? AUTH_LOCAL : AUTH_DIRECTORY;
+}
+
+void ClearPaused(const Options& options) {
+  Confirm("Forget the paused shares of the volume " + options.mount_point + " and delete their indexes?", options.yes);
+  index::VolumeClearPaused(options.mount_point);
+}
+
+void AddVolume(CLI::App& app, const std::shared_ptr<Options>& options) {
+  CLI::App* const group = app.add_subcommand("volume", "The volumes that shares lie on");
+  group->require_subcommand(1);
+  CLI::App* const pause = group->add_subcommand("pause", "Pause the folders of a volume that is about to go");
+  pause->callback([options] { index::VolumePause(options->mount_point); });
+  CLI::App* const resume = group->add_subcommand("resume", "Go on with the folders of a volume that is back");
+  resume->callback([options] { index::VolumeResume(options->mount_point); });
+  CLI::App* const clear =
+      group->add_subcommand("clear-paused", "Forget the shares of a volume that will not come back");
+  AddYes(*clear, options->yes);
+  clear->callback([options] { ClearPaused(*options); });
+  for (CLI::App* const command : {pause, resume, clear}) {
+    command->add_option("MOUNT_POINT", options->mount_point, "Root folder of the volume")
+        ->required()
+        ->check(PlainFullPath());
+  }
+}
+
+void AddHome(CLI::App& app, const std::shared_ptr<Options>& options) {
+  CLI::App* const group = app.add_subcommand("home", "The homes of accounts");
+  group->require_subcommand(1);
+  CLI::App* const enable = group->add_subcommand("enable", "Homes were switched on: look through their recycle bins");
+  enable->callback([options] { index::HomeEnable(TypeOf(options->accounts)); });
+  CLI::App* const disable = group->add_subcommand("disable", "Homes were switched off: look through all recycle bins");
+  disable->callback([options] { index::HomeDisable(TypeOf(options->accounts)); });
+  for (CLI::App* const command : {enable, disable}) {
+    command->add_option("ACCOUNTS", options->accounts, "Whose: 'local' or 'directory'")
+        ->required()
+        ->check(CLI::IsMember({"local", "directory"}));
+  }
+}
+
+}  // namespace
+
+void AddVolumeCommands(CLI::App& app) {
+  const auto options = std::make_shared<Options>();
+  AddVolume(app, options);
+  AddHome(app, options);
+
+  CLI::App* const user = app.add_subcommand("user", "Accounts");
+  user->require_subcommand(1);
+  CLI::App* const rename = user->add_subcommand("rename", "Follow an account that has another name now");
+  rename->add_option("OLD", options->user, "The name it had")->required();
+  rename->add_option("NEW", options->user_to, "The name it has")->required();
+  rename->callback([options] { index::UserRename(options->user, options->user_to); });
+
+  CLI::App* const services = app.add_subcommand("services", "The services that indexing needs");
+  services->require_subcommand(1);
+  CLI::App* const prepare =
+      services->add_subcommand("prepare", "Start them if any folder is indexed, else stop them; failures are logged");
+  prepare->callback([] { index::PrepareServices(); });
+}
+
+}  // namespace fileindexctl
