@@ -16,22 +16,11 @@ set(CMAKE_INSTALL_RPATH "$ORIGIN/${bin_to_lib};$ORIGIN")
 
 set(ORBISK_SANITIZE "" CACHE STRING "Sanitizers to build with, for example address,undefined")
 option(ORBISK_FUZZ "Build the fuzz targets as libFuzzer programs; needs clang" OFF)
-option(ORBISK_PRECOMPILE "Precompile what most files include; needs clang" OFF)
 option(ORBISK_WERROR "Treat compiler warnings as errors" ON)
 
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   set(CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE_PROGRAM}")
-  if(ORBISK_PRECOMPILE)
-    # "Precompiled headers" in ccache(1): else it compiles every file anew.
-    set(CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_SLOPPINESS=pch_defines,time_macros ${CMAKE_CXX_COMPILER_LAUNCHER})
-    add_compile_options("SHELL:-Xclang -fno-pch-timestamp")
-  endif()
-endif()
-if(ORBISK_PRECOMPILE)
-  # clang refuses a precompiled header in a program if it was made for a library, and the other way round.
-  set(CMAKE_POSITION_INDEPENDENT_CODE OFF)
-  add_compile_options(-fPIC)
 endif()
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)

@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "orbisk/fileindex/elastic_control.h"
+#include "tests/support/eventually.h"
 #include "tests/support/indexer_double.h"
-#include "tests/support/private_mounts.h"
 #include "tests/system/search_box.h"
 
 namespace orbisk::test {
@@ -29,7 +29,6 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-constexpr char kRegistrations[] = "/var/lib/nimotifyd/queues.d";
 constexpr char kNobodyToAsk[] = "fileindexctl: nothing was done: this needs --yes where nobody can be asked";
 constexpr char kStored[] = "(the change is stored, and the indexing daemon follows when it runs)";
 
@@ -44,31 +43,18 @@ ProcessResult AtTerminal(const std::string& command, const std::string& answer) 
   return terminal.Wait(std::chrono::seconds(60));
 }
 
-bool AppearsSoon(const std::string& path) {
-  for (int i = 0; i < 1000 && !fs::exists(path); ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  return fs::exists(path);
-}
-
 // A share "photo" with a folder and room, of which nothing is indexed.
-class ManagementCommand : public SearchBox {
+class ManagementCommand : public RoomyBox {
  protected:
   void SetUp() override {
-    SkipWithoutIdentities();
-    if (IsSkipped()) {
+    RoomyBox::SetUp();
+    if (IsSkipped() || HasFatalFailure()) {
       return;
     }
-    static const bool covered = (EnterPrivateMounts({"/var/lib/nimotifyd"}), true);
-    ASSERT_TRUE(covered);
-    fs::remove_all(kRegistrations);
-    SearchBox::SetUp();
-    MountEmptyFileSystem(roomy_.path(), size_t{512} << 20);
     AddShare(OnRoomy("photo"));
     MakeFolder(OnRoomy("photo/2019"));
   }
 
-  std::string OnRoomy(const std::string& name) const { return roomy_ / name; }
   std::string Queue() const {
     const std::string queue = OnRoomy("@fileindex/photo/queue");
     return fs::exists(queue) ? ReadFile(queue) : "";
@@ -105,7 +91,6 @@ class ManagementCommand : public SearchBox {
   static bool IsRegistered() { return fs::exists(kRegistrations) && !fs::is_empty(kRegistrations); }
 
  private:
-  const TempDir roomy_;
   std::optional<IndexerDouble> indexer_{std::in_place};
   size_t seen_ = 0;
 };
@@ -468,7 +453,7 @@ TEST_F(ManagementCommand, PreparingStartsTheServicesIfAnyFolderIsIndexed) {
   WriteFolders({Entry("/photo", "Pictures")});
   EXPECT_TRUE(Succeeds(Fileindexctl({"services", "prepare"})));
 
-  EXPECT_TRUE(AppearsSoon(started));
+  EXPECT_TRUE(Eventually([&started] { return fs::exists(started); }));
 }
 
 TEST_F(ManagementCommand, EveryCommandExplainsItself) {

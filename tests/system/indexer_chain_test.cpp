@@ -297,7 +297,7 @@ TEST_F(IndexerChain, WhatAFailedPassChangedIsCommittedByTheNext) {
   Write("c/c.txt", "heron");
   WriteFolders({Entry("/docs/a", "a"), Entry("/docs/c", "c")});
   StartIndexer();
-  ASSERT_TRUE(Eventually([this] { return Find({"kingfisher", "OR", "heron"}).size() == 2; }));
+  ASSERT_TRUE(Eventually([] { return Find({"kingfisher", "OR", "heron"}).size() == 2; }));
   ASSERT_TRUE(Eventually(Idle));
   KillMonitor();
   StopExtractor();

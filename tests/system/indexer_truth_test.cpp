@@ -113,7 +113,7 @@ class IndexerTruth : public IndexerBox {
 };
 
 TEST_F(IndexerTruth, TheIndexEqualsTheDiskWheneverItIsQuiet) {
-  const long seconds = FromEnvironment("ORBISK_TRUTH_SECONDS", 60);
+  const long seconds = FromEnvironment("ORBISK_TRUTH_SECONDS", 20);
   std::cout << "ORBISK_TRUTH_SEED=" << FromEnvironment("ORBISK_TRUTH_SEED", 1) << std::endl;
   const bool may_manage = ReadFile("/proc/self/setgroups") != "deny\n";
   const auto end = Clock::now() + std::chrono::seconds(seconds);

@@ -67,7 +67,7 @@ TEST_F(IndexerFullVolume, AShareWithoutRoomWaitsAndGoesOnWhenThereIsSome) {
 
   EXPECT_TRUE(Eventually([] { return StateOf("docs") == "no_space"; }));
   WriteFile(OnSecond("music/c.txt"), "heron");
-  EXPECT_TRUE(Eventually([this] { return Find({"heron"}).size() == 1; }));
+  EXPECT_TRUE(Eventually([] { return Find({"heron"}).size() == 1; }));
   EXPECT_EQ(InIndex()[Docs("a.txt")].text, "kingfisher");
 
   fs::remove(OnFirst("ballast"));

@@ -12,7 +12,6 @@
 #include "orbisk/fileindex/index_mgr.h"
 #include "orbisk/fileindex/status_mgr.h"
 #include "tests/support/indexer_double.h"
-#include "tests/support/private_mounts.h"
 #include "tests/support/subprocess.h"
 #include "tests/system/search_box.h"
 
@@ -21,8 +20,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace fileindex;  // NOLINT(google-build-using-namespace): what the test is about
-
-constexpr char kRegistrations[] = "/var/lib/nimotifyd/queues.d";
 
 Json::Value ListOf(const std::vector<Json::Value>& items) {
   Json::Value list(Json::arrayValue);
@@ -42,24 +39,8 @@ std::set<std::string> ConfiguredPaths() {
   return paths;
 }
 
-// Root alone can store the configuration, and a place for registrations is needed that nobody else sees.
-class ManagementChain : public SearchBox {
+class ManagementChain : public RoomyBox {
  protected:
-  void SetUp() override {
-    SkipWithoutIdentities();
-    if (IsSkipped()) {
-      return;
-    }
-    static const bool covered = (EnterPrivateMounts({"/var/lib/nimotifyd"}), true);
-    ASSERT_TRUE(covered);
-    fs::remove_all(kRegistrations);
-    SearchBox::SetUp();
-    MountEmptyFileSystem(roomy_.path(), size_t{512} << 20);
-  }
-
-  // On a volume with the room that a folder is asked for; those of the box are small.
-  std::string OnRoomy(const std::string& name) const { return roomy_ / name; }
-
   static bool HasIndex(const std::string& share) {
     try {
       std::vector<std::string> paths;
@@ -78,7 +59,6 @@ class ManagementChain : public SearchBox {
     }
     return text;
   }
-  const TempDir roomy_;
   const IndexerDouble indexer_;
 };
 

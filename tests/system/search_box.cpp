@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "orbisk/fileindex/elastic_control.h"
+#include "tests/support/private_mounts.h"
 
 namespace orbisk::test {
 namespace {
@@ -114,6 +115,18 @@ std::vector<std::string> SearchBox::Find(const std::vector<std::string>& argumen
     paths.push_back(hit["path"].asString());
   }
   return paths;
+}
+
+void RoomyBox::SetUp() {
+  SkipWithoutIdentities();
+  if (IsSkipped()) {
+    return;
+  }
+  static const bool covered = (EnterPrivateMounts({"/var/lib/nimotifyd"}), true);
+  ASSERT_TRUE(covered);
+  fs::remove_all(kRegistrations);
+  SearchBox::SetUp();
+  MountEmptyFileSystem(roomy_.path(), size_t{512} << 20);
 }
 
 }  // namespace orbisk::test

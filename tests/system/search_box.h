@@ -46,4 +46,19 @@ class SearchBox : public Box {
   std::unique_ptr<Subprocess> extractor_;
 };
 
+/// Where the change monitor's registrations are; RoomyBox has the place for itself.
+constexpr char kRegistrations[] = "/var/lib/nimotifyd/queues.d";
+
+/// A box for what changes the configuration, which root alone can: nothing is registered with the monitor, and there is
+/// a volume with the room that an added folder is asked for.
+class RoomyBox : public SearchBox {
+ protected:
+  void SetUp() override;
+
+  std::string OnRoomy(const std::string& name) const { return roomy_ / name; }
+
+ private:
+  const TempDir roomy_;
+};
+
 }  // namespace orbisk::test

@@ -352,21 +352,26 @@ TEST(SearchClients, LoneRequestOverTheMemoryBoundIsServed) {
   EXPECT_EQ(0, box.Put("a", "/v/x", std::string(3 << 20, 'x')));
 }
 
+// Asks for `count` documents below /v of the index "a", in one request.
+void SendLongChange(RawClient& client, int count, const std::string& text) {
+  std::string compound = "{\"compound\":[";
+  for (int i = 0; i < count; ++i) {
+    const std::string path = "/v/" + std::to_string(i);
+    compound += (i > 0 ? "," : "") +
+                JsonLine(Object("{'command':'document_upsert_by_id','data':{'id':'a','doc_id':'" + path +
+                                "','data':{'NIMOMDPath':'" + path + "','NIMOMDTextContent':'" + text + "'}}}"));
+  }
+  compound += "]}";
+  client.SendLength(compound.size());
+  client.Send(compound);
+}
+
 TEST(SearchClients, TooManyWaitingAreToldToComeBack) {
   SearchBox box;
   box.Start({"--max-waiting", "4"});
   box.CreateIndex("a");
-  std::string compound = "{\"compound\":[";
-  for (int i = 0; i < 20'000; ++i) {
-    compound +=
-        (i > 0 ? "," : "") +
-        JsonLine(Object("{'command':'document_upsert_by_id','data':{'id':'a','doc_id':'/v/" + std::to_string(i) +
-                        "','data':{'NIMOMDPath':'/v/" + std::to_string(i) + "','NIMOMDTextContent':'some words'}}}"));
-  }
-  compound += "]}";
   RawClient busy(box.socket());
-  busy.SendLength(compound.size());
-  busy.Send(compound);
+  SendLongChange(busy, 20'000, "some words");
   // The long request takes its place once it is read whole; what comes before is served at once. So round after round
   // asks until one meets it at work.
   const std::string commit = JsonLine(Object("{'command':'commit','data':{'id':'a'}}"));
@@ -398,17 +403,8 @@ TEST(SearchClients, SearchDoesNotWaitForALongChange) {
   box.CreateIndex("a");
   box.Put("a", "/v/first", "pear");
   box.CodeOf("commit", Object("{'id':'a'}"));
-  std::string compound = "{\"compound\":[";
-  for (int i = 0; i < 60'000; ++i) {
-    compound +=
-        (i > 0 ? "," : "") +
-        JsonLine(Object("{'command':'document_upsert_by_id','data':{'id':'a','doc_id':'/v/" + std::to_string(i) +
-                        "','data':{'NIMOMDPath':'/v/" + std::to_string(i) + "','NIMOMDTextContent':'pear'}}}"));
-  }
-  compound += "]}";
   RawClient busy(box.socket());
-  busy.SendLength(compound.size());
-  busy.Send(compound);
+  SendLongChange(busy, 60'000, "pear");
   std::this_thread::sleep_for(milliseconds(200));
 
   const Json::Value found = box.Ask("document_search", Object("{'id':'a','query':'pear'}"));

@@ -31,6 +31,8 @@ constexpr std::chrono::seconds kLongestOperation{20};
 constexpr size_t kLongestStory = 60;
 constexpr int kRefused = 3;  // exit statuses
 constexpr int kFailed = 4;
+// What the search daemon answers when it is to make an index that there is.
+constexpr int kIndexExists = 1220;
 
 Json::Value ListOf(const Json::Value& item) {
   Json::Value list(Json::arrayValue);
@@ -186,7 +188,19 @@ void TruthManager::Settle() {
   story_.push_back("settled");
   story_.erase(story_.begin(), story_.end() - static_cast<long>(std::min<size_t>(story_.size(), kLongestStory)));
   if (Parse(ReadFile(kFoldersFile)).empty()) {
-    make_good("add", [this] { fi::FolderAdd(ListOf(FolderOf("/" + shares_.front(), true)), false); });
+    make_good("add", [root = "/" + shares_.front()] {
+      try {
+        fi::FolderAdd(ListOf(FolderOf(root, true)), false);
+      } catch (const Error& error) {
+        if (static_cast<int>(error.code()) != kIndexExists) {
+          throw;
+        }
+        // An operation that was killed had made the index, or had not removed it. Removing the folder, which is in no
+        // list, removes what is left.
+        fi::FolderDelete(ListOf(root));
+        throw;
+      }
+    });
   }
 }
 
