@@ -1,6 +1,9 @@
 // The status of the extractor counts them.
 #include "services/indexer/broken_contents.h"
 
+#include <sys/socket.h>
+#include <sys/time.h>
+
 #include <algorithm>
 #include <optional>
 
@@ -12,9 +15,18 @@ namespace fileindexd {
 
 namespace {
 
-constexpr char kExtractor[] = "/var/run/nimocontentextractd.sock";
-constexpr int kConnectSeconds = 1;
+constexpr int kPatienceSeconds = 1;
 constexpr char kBroken[] = "broken";
+
+// The daemons' own waits for an answer as long as it takes; this one is not worth that.
+class HastyConnection : public nimodaemon::DomainSockConnection {
+ public:
+  using DomainSockConnection::DomainSockConnection;
+  bool LimitReceiving() const {
+    const timeval patience{kPatienceSeconds, 0};
+    return setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience)) == 0;
+  }
+};
 
 }  // namespace
 
@@ -31,7 +43,8 @@ std::vector<BrokenContent> BrokenContents::New(const Json::Value& status, const 
   const Json::Value& failures = data["latest_failures"];
   for (Json::ArrayIndex i = failures.size(); i > 0 && wanted > 0; --i) {
     const Json::Value& failure = failures[i - 1];
-    if (failure.isObject() && failure["reason"] == kBroken) {
+    if (failure.isObject() && failure["reason"] == kBroken && failure["path"].isString() &&
+        failure["message"].isString()) {
       --wanted;
       const std::string path = failure["path"].asString();
       if (IsAtOrBelow(path, folder)) {
@@ -43,10 +56,11 @@ std::vector<BrokenContent> BrokenContents::New(const Json::Value& status, const 
   return fresh;
 }
 
-Json::Value AskExtractor() {
-  nimodaemon::DomainSockConnection connection(kExtractor);
+Json::Value AskExtractor(const std::string& socket) {
+  HastyConnection connection(socket);
   std::string text;
-  if (!connection.Connect(kConnectSeconds) || !connection.Send("{\"status\":true}") || !connection.Recv(text)) {
+  if (!connection.Connect(kPatienceSeconds) || !connection.LimitReceiving() || !connection.Send("{\"status\":true}") ||
+      !connection.Recv(text)) {
     return Json::Value();
   }
   return service::FromText(text).value_or(Json::Value());

@@ -27,7 +27,7 @@ class BrokenContents {
   std::uint64_t told_ = 0;
 };
 
-/// Asks the extractor for its status; null if it does not answer.
-Json::Value AskExtractor();
+/// Asks the extractor for its status; null if it does not answer within some seconds.
+Json::Value AskExtractor(const std::string& socket = "/var/run/nimocontentextractd.sock");
 
 }  // namespace fileindexd

@@ -1,4 +1,5 @@
-// One line of JSON, replaced whole. A mark that gets lost costs a comparison and nothing else, so nothing is synced.
+// One line of JSON, replaced whole. A mark that gets lost costs a comparison and nothing else, so only its removal is
+// synced: what asked for a comparison is forgotten after it.
 #include "services/indexer/mark.h"
 
 #include <fcntl.h>
@@ -107,8 +108,16 @@ void WriteMark(const std::string& path, const Mark& mark) {
 }
 
 void RemoveMark(const std::string& path) {
-  if (unlink(path.c_str()) != 0 && errno != ENOENT && errno != ENOTDIR) {
-    Fail(path);
+  if (unlink(path.c_str()) != 0) {
+    if (errno != ENOENT && errno != ENOTDIR) {
+      Fail(path);
+    }
+    return;
+  }
+  const std::string parent = path.substr(0, path.rfind('/'));
+  const service::UniqueFd folder(open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (folder.get() < 0 || fsync(folder.get()) != 0) {
+    Fail(parent);
   }
 }
 

@@ -215,8 +215,14 @@ void Supervisor::ForgetMark(const std::string& share) {
 // The pause, and the flags of shares, which the workers read.
 void Supervisor::ReadStatus() {
   ReadPause();
-  for (auto& [share, slot] : slots_) {
-    slot.worker->NoteConfiguration();
+  try {
+    const fi::StatusMgr status;
+    for (auto& [share, slot] : slots_) {
+      if ((status.GetShareStatus(share) & kNeedsReindex) != 0) {
+        slot.worker->NoteConfiguration();
+      }
+    }
+  } catch (const Error&) {  // ReadPause has said why
   }
 }
 

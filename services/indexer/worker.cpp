@@ -31,7 +31,6 @@ using service::Record;
 namespace {
 
 constexpr std::chrono::milliseconds kFirstBackOff{250};
-constexpr int kNeedsReindex = 1;  // a flag of the share's status
 
 // Codes of the search daemon and the library that ask for something.
 constexpr int kSystem = 502;

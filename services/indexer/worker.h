@@ -23,6 +23,9 @@
 
 namespace fileindexd {
 
+/// A flag of a share's status: all of it is to be compared.
+constexpr int kNeedsReindex = 1;
+
 /// What all workers go by.
 struct WorkerSettings {
   std::string folders_file = "/var/packages/Orbisk/etc/fileindex.folders";

@@ -6,6 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "services/base/unique_fd.h"
+#include "tests/support/local_socket.h"
+#include "tests/support/temp_dir.h"
+
 namespace fileindexd {
 namespace {
 
@@ -69,6 +73,19 @@ TEST(BrokenContents, AnAnswerThatIsNoneSaysNothing) {
   EXPECT_TRUE(contents.New(Json::Value(), "/v").empty());
   EXPECT_TRUE(contents.New(Json::Value("text"), "/v").empty());
   EXPECT_TRUE(contents.New(Status(1, {Json::Value(7)}), "/v").empty());
+  Json::Value odd = Failure("broken", "/v/a");
+  odd["path"] = Json::Value(Json::arrayValue);
+  EXPECT_TRUE(contents.New(Status(2, {odd}), "/v").empty());
+  odd = Failure("broken", "/v/a");
+  odd["message"] = Json::Value(Json::objectValue);
+  EXPECT_TRUE(contents.New(Status(3, {odd}), "/v").empty());
+}
+
+TEST(BrokenContents, AnExtractorThatSaysNothingIsNotWaitedFor) {
+  const orbisk::test::TempDir dir;
+  const service::UniqueFd silent(orbisk::test::ListenAt(dir / "socket"));
+
+  EXPECT_TRUE(AskExtractor(dir / "socket").isNull());
 }
 
 }  // namespace
