@@ -15,7 +15,9 @@ grep -q '@ARGV' remove.pl || { echo "NOT OK: the script has no such part any mor
 # index VOLUME SHARE   what the daemons make for a share
 index() {
   mkdir -p "$1/@fileindex/$2/db" "$1/@fileindex/$2/db.moving" "$1/$2/db"
-  touch "$1/@fileindex/$2/db/main" "$1/@fileindex/$2/queue" "$1/@fileindex/$2/queue.tmp" "$1/$2/queue" "$1/$2/db/main"
+  touch "$1/@fileindex/$2/db/main" "$1/@fileindex/$2/queue" "$1/@fileindex/$2/queue.tmp"
+  touch "$1/@fileindex/$2/queue.mark" "$1/@fileindex/$2/queue.mark.new"
+  touch "$1/$2/queue" "$1/$2/queue.mark" "$1/$2/db/main"
 }
 
 gone() {
