@@ -287,7 +287,11 @@ std::string GoBack(ShareMove& move) {
 void Run(ShareMove move) {
   for (size_t i = move.step; i < kSteps.size(); ++i) {
     move.step = i;
-    ShareJournal::Write(move);
+    try {
+      ShareJournal::Write(move);
+    } catch (const std::exception& error) {
+      throw std::runtime_error(error.what() + (ShareJournal::Read() ? AgainText(move) : std::string()));
+    }
     try {
       kSteps[i].forward(move);
     } catch (const std::exception& error) {
