@@ -159,6 +159,12 @@ class StormBox : public DiskBox {
 
   static bool TellMemory(const std::map<std::string, long>& peaks) {
     bool kept = true;
+    for (const char* const daemon : {"nimotifyd", "nimoelasticd", "fileindexd"}) {
+      if (peaks.count(daemon) == 0) {
+        printf("peak memory, %s: not seen\n", daemon);
+        kept = false;
+      }
+    }
     for (const auto& [name, kib] : peaks) {
       const long bound = name.starts_with("nimotifyd") ? kMostMonitorKib : kMostKib;
       kept = Report("peak memory, " + name, static_cast<double>(kib) / 1024, "MiB", static_cast<double>(bound >> 10)) &&

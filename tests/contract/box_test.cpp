@@ -87,7 +87,6 @@ TEST_F(Accounts, AdministerTheBoxNotAtAllWithoutSuchAGroup) {
   EXPECT_EQ(1, NLIBGroupIsAdminGroupMem("root", 0));
 }
 
-// A share that belongs to "owner" and the group "owners".
 TEST_F(Accounts, AreLocalHoweverMuchIsSaidOfThoseBeforeThem) {
   const TempDir volume;
   fs::create_directories(volume / "homes/bob/#recycle");
@@ -106,6 +105,7 @@ TEST_F(Accounts, AreLocalHoweverMuchIsSaidOfThoseBeforeThem) {
   EXPECT_EQ(-1, bins_after("ann:x:1001:1001:" + std::string(2'000'000, 'a') + ":/:/bin/sh")) << "it cannot be known";
 }
 
+// A share that belongs to "owner" and the group "owners".
 class Privilege : public Accounts {
  protected:
   void SetUp() override {

@@ -103,6 +103,7 @@ interrupt() {
     ! grep -q '== Changes' "$out" || break
     sleep 0.1
   done
+  grep -q '== Changes' "$out" || { kill -TERM -- "$pid"; failed "the box is not on after a minute"; }
   kill "-$1" -- "$2$pid"
   wait "$pid" || status=$?
   [ $status -eq "$3" ] || failed "after SIG$1 the status is $status, not $3"

@@ -84,6 +84,9 @@ TEST_F(DaemonCommand, StatusTellsWhatEachShareIsAt) {
 
 TEST_F(DaemonCommand, PauseAndResumeReachTheDaemon) {
   SkipWithoutIdentities();
+  if (IsSkipped()) {
+    return;
+  }
   StartIndexer();
 
   EXPECT_TRUE(Succeeds(Fileindexctl({"daemon", "pause", "1"})));
@@ -96,6 +99,9 @@ TEST_F(DaemonCommand, PauseAndResumeReachTheDaemon) {
 
 TEST_F(DaemonCommand, WatchingEndsWhenWhatWaitsIsIndexed) {
   SkipWithoutIdentities();
+  if (IsSkipped()) {
+    return;
+  }
   AddShare(OnFirst("music"));
   for (int i = 0; i < 300; ++i) {
     WriteFile(OnFirst("music/" + std::to_string(i) + ".txt"), "kingfisher");
