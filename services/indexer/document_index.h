@@ -27,11 +27,8 @@ class DocumentIndex {
 
   /// The document of `path`; nothing if there is none.
   virtual std::optional<Entry> Find(const std::string& path) = 0;
-  /// The documents of `path` and of all below it, in any order. Throws Error 1207 if they are more than one answer
-  /// holds.
+  /// The documents of `path` and of all below it, in any order.
   virtual std::vector<Entry> FindTree(const std::string& path) = 0;
-  /// The documents whose paths begin with the bytes of `prefix`; otherwise as FindTree.
-  virtual std::vector<Entry> FindPrefix(const std::string& prefix) = 0;
   /// Some of the documents that are neither at `path` nor below it; none when there are none.
   virtual std::vector<Entry> FindOutside(const std::string& path) = 0;
   /// Adds or replaces the document; its stamp is gone.

@@ -203,28 +203,24 @@ void Reconciler::Move(const std::string& from, const std::string& to) {
 
 void Reconciler::Tree(const std::string& path) {
   CheckInterrupted();
-  std::vector<Entry> entries;
-  try {
-    entries = index_.FindTree(path);
-  } catch (const Error& error) {
-    if (error.code() != kAnswerTooLong) {
-      throw;
-    }
-    TreeInParts(path);
-    return;
-  }
+  Known known(index_.FindTree(path));
   const Found found = FindOnDisk(path);
   if (Keep(path, found)) {
     return;
   }
-  Known known(std::move(entries));
   progress_.AddWork(1);
   if (IsWanted(path, found) && !policy_.IsPaused(path)) {
     Settle(path, found, known.See(path), true);
   }
   progress_.EndFile(false);
+  std::vector<std::string> folders;
   if (found.kind == Kind::kFolder) {
-    Walk({path}, known);
+    folders.push_back(path);
+  }
+  while (!folders.empty()) {
+    const std::string folder = std::move(folders.back());
+    folders.pop_back();
+    WalkFolder(folder, known, folders);
   }
   RemoveVanished(known);
 }
@@ -235,73 +231,6 @@ void Reconciler::RemoveOutside(const std::string& path) {
       CheckInterrupted();
       index_.RemoveOne(entry.path);
       CountChange();
-    }
-  }
-}
-
-void Reconciler::Walk(std::vector<std::string> folders, Known& known) {
-  while (!folders.empty()) {
-    const std::string folder = std::move(folders.back());
-    folders.pop_back();
-    WalkFolder(folder, known, folders);
-  }
-}
-
-// A tree of which the index knows more than it can say at once.
-void Reconciler::TreeInParts(const std::string& path) {
-  const Found found = FindOnDisk(path);
-  if (Keep(path, found)) {
-    return;
-  }
-  const std::optional<Entry> known = index_.Find(path);
-  if (IsWanted(path, found) && !policy_.IsPaused(path)) {
-    Settle(path, found, known ? &*known : nullptr, true);
-  } else if (known && !policy_.IsPaused(path)) {
-    box_.check_online();
-    index_.RemoveOne(path);
-    CountChange();
-  }
-  const Listing listing = found.kind == Kind::kFolder ? List(path) : Listing();
-  if (!listing.readable) {
-    progress_.AddFailure(path, "the folder cannot be read");
-    return;
-  }
-  Split(path, "", listing.names);
-}
-
-// Compares what lies in `folder` and begins with `prefix`; `names` are those on disk.
-void Reconciler::Part(const std::string& folder, const std::string& prefix, const std::vector<std::string>& names) {
-  CheckInterrupted();
-  std::vector<Entry> entries;
-  try {
-    entries = index_.FindPrefix(folder + "/" + prefix);
-  } catch (const Error& error) {
-    if (error.code() != kAnswerTooLong) {
-      throw;
-    }
-    Tree(folder + "/" + prefix);
-    Split(folder, prefix, names);
-    return;
-  }
-  Known known(std::move(entries));
-  std::vector<std::string> folders;
-  progress_.AddWork(names.size());
-  for (const std::string& name : names) {
-    LookAtEntry(folder, name, known, folders);
-  }
-  Walk(std::move(folders), known);
-  RemoveVanished(known);
-}
-
-// The same for all whose names are longer than `prefix`.
-void Reconciler::Split(const std::string& folder, const std::string& prefix, const std::vector<std::string>& names) {
-  for (int byte = 1; byte < 256; ++byte) {
-    const std::string longer = prefix + static_cast<char>(byte);
-    std::vector<std::string> some;
-    std::copy_if(names.begin(), names.end(), std::back_inserter(some),
-                 [&longer](const std::string& name) { return name.compare(0, longer.size(), longer) == 0; });
-    if (byte != '/') {
-      Part(folder, longer, some);
     }
   }
 }

@@ -32,8 +32,6 @@ struct NoExtractor {};
 /// Whatever it is told, it believes the disk: a change of a file that is gone removes its document, a delete of a file
 /// that is there updates it. So it does not matter in which order it is told, and nothing is wrong in telling it twice.
 ///
-/// A tree whose documents are too many for one answer is compared in parts, by the first bytes of the names.
-///
 /// Threads: one.
 class Reconciler {
  public:
@@ -94,12 +92,8 @@ class Reconciler {
   void SetStamp(const std::string& path, const Found& found);
   void Remove(const std::string& path);
   bool Keep(const std::string& path, const Found& found);
-  void Walk(std::vector<std::string> folders, Known& known);
   void WalkFolder(const std::string& folder, Known& known, std::vector<std::string>& folders);
   void LookAtEntry(const std::string& folder, const std::string& name, Known& known, std::vector<std::string>& folders);
-  void TreeInParts(const std::string& path);
-  void Part(const std::string& folder, const std::string& prefix, const std::vector<std::string>& names);
-  void Split(const std::string& folder, const std::string& prefix, const std::vector<std::string>& names);
   void RemoveVanished(Known& known);
   void CheckInterrupted() const;
   void CountChange();

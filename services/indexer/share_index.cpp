@@ -101,23 +101,6 @@ std::vector<Entry> ShareIndex::FindTree(const std::string& path) {
   return tree;
 }
 
-std::vector<Entry> ShareIndex::FindPrefix(const std::string& prefix) {
-  std::vector<Entry> entries;
-  std::string last;
-  for (size_t got = kPortion; got == kPortion;) {
-    Json::Value next;
-    next["bool"]["must"].append(BeginsWith(prefix));
-    Json::Value behind;
-    behind["range"][elastic::kMDPath]["gt"] = last;
-    next["bool"]["must"].append(std::move(behind));
-    std::vector<Entry> portion = Query(std::move(next), kPortion);
-    got = portion.size();
-    last = portion.empty() ? "" : portion.back().path;
-    entries.insert(entries.end(), std::make_move_iterator(portion.begin()), std::make_move_iterator(portion.end()));
-  }
-  return entries;
-}
-
 std::vector<Entry> ShareIndex::FindOutside(const std::string& path) {
   Json::Value others;
   others["bool"]["must"].append(BeginsWith("/"));

@@ -22,7 +22,6 @@ class ShareIndex : public DocumentIndex {
 
   std::optional<Entry> Find(const std::string& path) override;
   std::vector<Entry> FindTree(const std::string& path) override;
-  std::vector<Entry> FindPrefix(const std::string& prefix) override;
   std::vector<Entry> FindOutside(const std::string& path) override;
   void Upsert(const std::string& path, bool need_meta) override;
   void SetAttributes(const std::string& path) override;

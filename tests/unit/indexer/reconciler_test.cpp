@@ -467,10 +467,5 @@ TEST_F(ReconcilerTest, AfterAnyChangesTheIndexEqualsTheDisk) {
   ExpectEqualAfterAnyChanges(300);
 }
 
-TEST_F(ReconcilerTest, ATreeThatOneAnswerDoesNotHoldIsComparedInParts) {
-  index_.longest_answer = 2;
-  ExpectEqualAfterAnyChanges(60);
-}
-
 }  // namespace
 }  // namespace fileindexd
