@@ -55,4 +55,12 @@ int ConnectTo(const std::string& path) {
   return local.fd;
 }
 
+bool SomebodyListensAt(const std::string& path) {
+  const int fd = ConnectTo(path);
+  if (fd >= 0) {
+    close(fd);
+  }
+  return fd >= 0;
+}
+
 }  // namespace orbisk::test

@@ -12,4 +12,7 @@ int ListenAt(const std::string& path, int backlog = 8);
 /// A descriptor, which the caller closes, connected to who listens at `path`; -1, with errno, if nobody does.
 int ConnectTo(const std::string& path);
 
+/// Whether somebody listens at `path`. The file alone says less: it is there before its maker listens.
+bool SomebodyListensAt(const std::string& path);
+
 }  // namespace orbisk::test

@@ -2,13 +2,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
 #include <string>
 #include <vector>
 
+#include "tests/support/local_socket.h"
 #include "tests/support/private_mounts.h"
 #include "tests/support/subprocess.h"
 #include "tests/support/temp_dir.h"
@@ -128,7 +128,7 @@ TEST_F(MonitorCommand, WrongUsageIsStatusTwo) {
 
 TEST_F(MonitorCommand, ARunningMonitorRecordsChangesFromTheInstantThatRegisterReturns) {
   Subprocess monitor({BuiltProgram("nimotifyd")});
-  ASSERT_TRUE(WaitFor([] { return access(kSocket, F_OK) == 0; }));
+  ASSERT_TRUE(WaitFor([] { return orbisk::test::SomebodyListensAt(kSocket); }));
   ASSERT_EQ(Monitor({"register", queue_, folder_}).exit_status, 0);
 
   WriteFile(folder_ + "/made", "text");

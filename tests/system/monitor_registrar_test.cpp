@@ -2,13 +2,13 @@
 #include <gtest/gtest.h>
 #include <json/json.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
 #include <memory>
 
 #include "nimo/monitor_queue.h"
+#include "tests/support/local_socket.h"
 #include "tests/support/private_mounts.h"
 #include "tests/system/monitor_support.h"
 
@@ -33,7 +33,7 @@ class MonitorRegistrarTest : public testing::TestWithParam<const char*> {
   void StartMonitor() {
     monitor_ =
         std::make_unique<Subprocess>(std::vector<std::string>{BuiltProgram("nimotifyd"), "--backend", GetParam()});
-    ASSERT_TRUE(Eventually([] { return access(kSocket, F_OK) == 0; }));
+    ASSERT_TRUE(Eventually([] { return SomebodyListensAt(kSocket); }));
   }
   void StopMonitor() {
     if (monitor_ != nullptr) {
