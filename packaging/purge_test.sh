@@ -16,7 +16,8 @@ grep -q '@ARGV' remove.pl || { echo "NOT OK: the script has no such part any mor
 index() {
   mkdir -p "$1/@fileindex/$2/db" "$1/@fileindex/$2/db.moving" "$1/$2/db"
   touch "$1/@fileindex/$2/db/main" "$1/@fileindex/$2/queue" "$1/@fileindex/$2/queue.tmp"
-  touch "$1/@fileindex/$2/queue.mark" "$1/@fileindex/$2/queue.mark.new"
+  touch "$1/@fileindex/$2/queue.mark" "$1/@fileindex/$2/queue.mark.new" \
+    "$1/@fileindex/$2/queue.failures" "$1/@fileindex/$2/queue.failures.new"
   touch "$1/$2/queue" "$1/$2/queue.mark" "$1/$2/db/main"
 }
 

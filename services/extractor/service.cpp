@@ -45,7 +45,9 @@ double Seconds(Clock::duration time) {
 }  // namespace
 
 Service::Service(boost::asio::io_context& context, const Options& options)
-    : failures_(options.state_folder, ReaderVersion(options), kMostFailures), pool_(context, options) {}
+    : reader_(ReaderVersion(options)),
+      failures_(options.state_folder, reader_, kMostFailures),
+      pool_(context, options) {}
 
 void Service::Handle(const std::string& request, const Reply& reply) {
   const Request understood = ParseRequest(request);
@@ -167,6 +169,7 @@ Json::Value Service::Status() const {
     }
   }
   status["state"] = in_work.empty() && pool_.waiting() == 0 ? "idle" : "working";
+  status["reader"] = reader_;
   status["waiting"] = Json::UInt64{pool_.waiting()};
   status["requests"] = Json::UInt64{requests_};
   status["contents"] = Json::UInt64{contents_};

@@ -50,6 +50,7 @@ class Service {
   void Note(const std::string& path, const std::string& reason, const std::string& message);
   Json::Value Status() const;
 
+  const std::string reader_;  // tells one way of reading from others
   FailureStore failures_;
   uint64_t requests_ = 0;
   uint64_t contents_ = 0;                   // read to their end

@@ -28,16 +28,24 @@ class HastyConnection : public nimodaemon::DomainSockConnection {
   }
 };
 
+const Json::Value& DataOf(const Json::Value& status) {
+  return status.isObject() ? status["data"] : Json::Value::nullSingleton();
+}
+
+std::uint64_t CountIn(const Json::Value& data) {
+  const Json::Value& count = data["failures"][kBroken];
+  return count.isUInt64() ? count.asUInt64() : 0;
+}
+
 }  // namespace
 
 std::vector<BrokenContent> BrokenContents::New(const Json::Value& status, const std::string& folder) {
   std::vector<BrokenContent> fresh;
-  const Json::Value& data = status.isObject() ? status["data"] : Json::Value::nullSingleton();
+  const Json::Value& data = DataOf(status);
   if (!data.isObject() || !data["latest_failures"].isArray() || !data["failures"].isObject()) {
     return fresh;
   }
-  const Json::Value& count = data["failures"][kBroken];
-  const std::uint64_t now = count.isUInt64() ? count.asUInt64() : 0;
+  const std::uint64_t now = CountIn(data);
   std::uint64_t wanted = now < told_ ? now : now - told_;  // fewer: it was started anew
   told_ = now;
   const Json::Value& failures = data["latest_failures"];
@@ -54,6 +62,16 @@ std::vector<BrokenContent> BrokenContents::New(const Json::Value& status, const 
   }
   std::reverse(fresh.begin(), fresh.end());
   return fresh;
+}
+
+void BrokenContents::Skip(const Json::Value& status) {
+  const Json::Value& data = DataOf(status);
+  told_ = data.isObject() && data["failures"].isObject() ? CountIn(data) : 0;
+}
+
+std::string ReaderOf(const Json::Value& status) {
+  const Json::Value& data = DataOf(status);
+  return data.isObject() && data["reader"].isString() ? data["reader"].asString() : "";
 }
 
 Json::Value AskExtractor(const std::string& socket) {

@@ -23,9 +23,15 @@ class BrokenContents {
   /// `status` is the extractor's answer to a question about its status. The new ones at and below `folder`.
   std::vector<BrokenContent> New(const Json::Value& status, const std::string& folder);
 
+  /// Leaves out what it has said up to now.
+  void Skip(const Json::Value& status);
+
  private:
   std::uint64_t told_ = 0;
 };
+
+/// By what the extractor tells its present way of reading from others, out of such an answer; "" if it does not say.
+std::string ReaderOf(const Json::Value& status);
 
 /// Asks the extractor for its status; null if it does not answer within some seconds.
 Json::Value AskExtractor(const std::string& socket = "/var/run/nimocontentextractd.sock");

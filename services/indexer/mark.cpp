@@ -8,14 +8,12 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <system_error>
 #include <utility>
 
 #include "services/base/json_text.h"
 #include "services/base/unique_fd.h"
+#include "services/indexer/whole_file.h"
 
 namespace fileindexd {
 namespace {
@@ -52,9 +50,7 @@ std::string MarkPath(const std::string& queue) {
 }
 
 std::optional<Mark> ReadMark(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  const std::optional<Json::Value> json = service::FromText(text);
+  const std::optional<Json::Value> json = service::FromText(ContentOf(path));
   if (!json || !IsMark(*json)) {
     return std::nullopt;
   }
@@ -87,24 +83,7 @@ void WriteMark(const std::string& path, const Mark& mark) {
   for (const std::string& folder : mark.pending) {
     json["pending"].append(folder);
   }
-  const std::string text = service::ToText(json) + "\n";
-  const std::string next = path + ".new";
-  // The folder may be somebody else's, who shall not lead us away by a link.
-  unlink(next.c_str());
-  const service::UniqueFd file(open(next.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644));
-  if (file.get() < 0) {
-    Fail(next);
-  }
-  errno = ENOSPC;
-  if (write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
-    const int error = errno;
-    unlink(next.c_str());
-    errno = error;
-    Fail(next);
-  }
-  if (rename(next.c_str(), path.c_str()) != 0) {
-    Fail(path);
-  }
+  ReplaceFile(path, service::ToText(json) + "\n");
 }
 
 void RemoveMark(const std::string& path) {

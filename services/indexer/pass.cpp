@@ -38,13 +38,16 @@ void Pass::Take(const fi::OP& operation) {
 
 void Pass::Apply(Reconciler& reconciler, Progress& progress, bool again) {
   ReduceTrees();
-  progress.AddWork(singles_.size());
+  progress.AddWork(singles_.size() + anew_.size());
   reconciler.remember_reads = !trees_.empty();
   for (const auto& [from, to] : renames_) {
     reconciler.Move(from, to);
   }
   for (const Single& single : singles_) {
     single.attributes ? reconciler.UpdateAttributes(single.path) : reconciler.Update(single.path, again);
+  }
+  for (const std::string& path : anew_) {
+    reconciler.Update(path, false);
   }
   for (const std::string& tree : trees_) {
     if (tree == share_folder_) {

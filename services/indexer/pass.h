@@ -27,6 +27,9 @@ class Pass {
   /// Has the tree at `path` compared too.
   void TakeTree(std::string path) { trees_.push_back(std::move(path)); }
 
+  /// Has the content of `path` read whatever its document looks like.
+  void TakeAnew(std::string path) { anew_.push_back(std::move(path)); }
+
   /// Applies what was taken. `again`: the batch was begun before, so what looks current was read then.
   void Apply(Reconciler& reconciler, Progress& progress, bool again);
 
@@ -41,6 +44,7 @@ class Pass {
   std::string share_folder_;
   std::vector<std::pair<std::string, std::string>> renames_;  // from, to
   std::vector<Single> singles_;
+  std::vector<std::string> anew_;
   std::vector<std::string> trees_;
 };
 

@@ -2,11 +2,10 @@
 #include "services/indexer/progress.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace fileindexd {
 namespace {
-
-constexpr size_t kMostFailures = 100;
 
 const char* NameOf(Progress::State state) {
   switch (state) {
@@ -75,16 +74,7 @@ void Progress::EndPass(std::uint64_t operations) {
   ended_ = Clock::now();
 }
 
-void Progress::AddFailure(const std::string& path, const std::string& reason) {
-  const std::lock_guard lock(mutex_);
-  ++failed_;
-  failures_.push_back({path, reason});
-  if (failures_.size() > kMostFailures) {
-    failures_.pop_front();
-  }
-}
-
-Json::Value Progress::ToJson() const {
+Json::Value Progress::ToJson(size_t most_failures) const {
   const std::lock_guard lock(mutex_);
   Json::Value json;
   json["state"] = NameOf(state_);
@@ -93,18 +83,23 @@ Json::Value Progress::ToJson() const {
   json["to_do"] = Json::UInt64{known_ - done_};
   json["changed"] = Json::UInt64{changed_};
   const double seconds = std::chrono::duration<double>(ended_ - begun_).count();
-  json["rate"] = seconds > 0 ? static_cast<double>(done_) / seconds : 0.0;
+  const double rate = seconds > 0 ? static_cast<double>(done_) / seconds : 0.0;
+  json["rate"] = rate;
+  json["seconds_left"] = SecondsLeft(rate);
   json["file"] = file_;
   json["passes"] = Json::UInt64{passes_};
   json["operations"] = Json::UInt64{operations_};
-  json["failed"] = Json::UInt64{failed_};
-  Json::Value& failures = json["failures"] = Json::Value(Json::arrayValue);
-  for (const Failure& failure : failures_) {
-    Json::Value& one = failures.append(Json::Value());
-    one["path"] = failure.path;
-    one["reason"] = failure.reason;
-  }
+  failures_.Report(json, most_failures);
   return json;
+}
+
+// Of what is known of; a walk may find more.
+Json::Value Progress::SecondsLeft(double rate) const {
+  if (state_ != State::kWorking) {
+    return state_ == State::kIdle ? Json::Value(Json::UInt64{0}) : Json::Value();
+  }
+  return rate > 0 ? Json::Value(static_cast<Json::UInt64>(std::ceil(static_cast<double>(known_ - done_) / rate)))
+                  : Json::Value();
 }
 
 }  // namespace fileindexd

@@ -5,17 +5,21 @@
 
 #include <chrono>
 #include <cstdint>
-#include <deque>
 #include <mutex>
 #include <string>
 
+#include "services/indexer/failures.h"
+
 namespace fileindexd {
 
-/// Counters and the latest failures of one share. Cheap: a lock that nobody holds for long, for each file.
+/// Counters and the failures of one share. Cheap: a lock that nobody holds for long, for each file.
 ///
 /// Threads: any.
 class Progress {
  public:
+  /// How many failures are told of unless somebody asks for more.
+  static constexpr size_t kUsualFailures = 100;
+
   enum class State { kIdle, kWaiting, kWorking, kPaused, kFailing, kOffline, kNoSpace };
 
   void SetState(State state);
@@ -30,19 +34,20 @@ class Progress {
   /// It is done; `changed` if the index was changed for it.
   void EndFile(bool changed);
   void EndPass(std::uint64_t operations);
-  void AddFailure(const std::string& path, const std::string& reason);
 
-  /// "state", "problem", "done", "to_do", "changed", "rate" (files for each second of the pass), "file", "passes",
-  /// "operations", "failed", "failures" (array of "path" and "reason", the latest ones).
-  Json::Value ToJson() const;
+  /// What is wrong with which files; they stay when a pass ends.
+  Failures& failures() { return failures_; }
+
+  /// "state", "problem", "done", "to_do", "changed", "rate" (files for each second of the pass), "seconds_left" (null
+  /// while nobody can know), "file", "passes", "operations", and what Failures::Report adds.
+  Json::Value ToJson(size_t most_failures = kUsualFailures) const;
 
  private:
   using Clock = std::chrono::steady_clock;
-  struct Failure {
-    std::string path;
-    std::string reason;
-  };
 
+  Json::Value SecondsLeft(double rate) const;
+
+  Failures failures_;         // has a lock of its own
   mutable std::mutex mutex_;  // guards all of the below
   State state_ = State::kIdle;
   std::string problem_;
@@ -52,8 +57,6 @@ class Progress {
   std::uint64_t changed_ = 0;
   std::uint64_t passes_ = 0;
   std::uint64_t operations_ = 0;
-  std::uint64_t failed_ = 0;
-  std::deque<Failure> failures_;
   Clock::time_point begun_{};
   Clock::time_point ended_{};
 };

@@ -19,6 +19,8 @@ namespace {
 
 constexpr std::uint64_t kMilestoneChanges = 5'000;
 constexpr std::chrono::seconds kMilestoneTime{5};
+constexpr char kUnreadableFolder[] = "the folder cannot be read";
+constexpr char kUnknown[] = "the file system does not say what it is";
 constexpr int kNotBuilt = 914;  // by the extractor
 constexpr int kNoDocument = 917;
 constexpr int kAnswerTooLong = 1207;
@@ -46,6 +48,11 @@ bool IsOfTheMove(const Error& error) {
     default:
       return false;
   }
+}
+
+// The extractor adds to what it has said before.
+bool IsRepeated(const std::string& first, const std::string& second) {
+  return !first.empty() && second.compare(0, first.size(), first) == 0;
 }
 
 struct Listing {
@@ -193,6 +200,7 @@ void Reconciler::Move(const std::string& from, const std::string& to) {
   }
   try {
     index_.Move(from, to);
+    progress_.failures().Move(from, to);
     CountChange();
   } catch (const Error& error) {
     if (!IsOfTheMove(error)) {
@@ -223,6 +231,7 @@ void Reconciler::Tree(const std::string& path) {
     WalkFolder(folder, known, folders);
   }
   RemoveVanished(known);
+  ForgiveVanished(path);
 }
 
 void Reconciler::RemoveOutside(const std::string& path) {
@@ -230,6 +239,7 @@ void Reconciler::RemoveOutside(const std::string& path) {
     for (const Entry& entry : some) {
       CheckInterrupted();
       index_.RemoveOne(entry.path);
+      progress_.failures().Forgive(entry.path);
       CountChange();
     }
   }
@@ -239,8 +249,10 @@ void Reconciler::RemoveOutside(const std::string& path) {
 void Reconciler::WalkFolder(const std::string& folder, Known& known, std::vector<std::string>& folders) {
   const Listing listing = List(folder);
   if (!listing.readable) {
-    progress_.AddFailure(folder, "the folder cannot be read");
+    progress_.failures().Add(folder, kUnreadableFolder);
     known.KeepBelow(folder);
+  } else {
+    progress_.failures().ForgiveIf(folder, kUnreadableFolder);
   }
   progress_.AddWork(listing.names.size());
   for (const std::string& name : listing.names) {
@@ -289,7 +301,21 @@ void Reconciler::RemoveVanished(Known& known) {
       known.KeepBelow(path);  // nothing is left to be removed
     }
     index_.RemoveOne(path);
+    progress_.failures().Forgive(path);
     CountChange();
+  }
+}
+
+// Files that are not in the index at all can be on the list of failures, so no document says where they were.
+void Reconciler::ForgiveVanished(const std::string& tree) {
+  for (const std::string& path : progress_.failures().PathsIn(tree)) {
+    if (policy_.IsPaused(path)) {
+      continue;
+    }
+    const Found found = Look(path, false);
+    if (!found.unknown && !IsWanted(path, found)) {
+      progress_.failures().Forgive(path);
+    }
   }
 }
 
@@ -336,13 +362,22 @@ void Reconciler::Settle(const std::string& path, const Found& found, const Entry
   if (earlier != read_.end() && earlier->second == found.stamp && known != nullptr) {
     return;
   }
-  if (trust && known != nullptr && known->stamp && known->stamp->SameContent(found.stamp)) {
-    if (!known->stamp->Same(found.stamp)) {
-      SetAttributes(path, found);
+  if (trust && known != nullptr && known->stamp) {
+    const bool failed = HasFailed(path, *known->stamp, found.stamp);
+    const Stamp stamp = failed ? known->stamp->Failed() : *known->stamp;
+    if (stamp.SameContent(found.stamp)) {
+      if (!stamp.Same(found.stamp)) {
+        SetAttributes(path, found, failed);
+      }
+      return;
     }
-    return;
   }
   Index(path, found);
+}
+
+// Whether the content of what is there now could not be read, and people can see why. Else it is worth another try.
+bool Reconciler::HasFailed(const std::string& path, const Stamp& stamp, const Stamp& now) const {
+  return stamp.Failed().SameContent(now) && progress_.failures().Has(path);
 }
 
 void Reconciler::Index(const std::string& path, const Found& found) {
@@ -352,12 +387,14 @@ void Reconciler::Index(const std::string& path, const Found& found) {
     IndexWithoutContent(path, found, *reason);
     return;
   }
-  SetStamp(path, found);
+  progress_.failures().Forgive(path);
+  SetStamp(path, found, false);
 }
 
 // Why there can be no such document; nothing if there is one now. It is asked for twice, because the extractor may have
 // ended in the middle of the first time, and what it dies of it says at once the second time.
 std::optional<std::string> Reconciler::TryUpsert(const std::string& path, bool need_meta) {
+  std::string first_reason;
   for (int attempt = 1;; ++attempt) {
     try {
       index_.Upsert(path, need_meta);
@@ -367,8 +404,9 @@ std::optional<std::string> Reconciler::TryUpsert(const std::string& path, bool n
         throw;
       }
       if (error.code() != kNotBuilt || attempt == 2) {
-        return error.reason();
+        return IsRepeated(first_reason, error.reason()) ? first_reason : error.reason();
       }
+      first_reason = error.reason();
     }
     if (!box_.extractor_answers()) {
       throw NoExtractor();
@@ -387,8 +425,8 @@ void Reconciler::IndexWithoutContent(const std::string& path, const Found& found
   }
   const std::optional<std::string> refusal = TryUpsert(path, false);
   if (!refusal) {
-    progress_.AddFailure(path, reason);
-    SetStamp(path, found);
+    progress_.failures().Add(path, reason);
+    SetStamp(path, found, true);
     return;
   }
   const Found still = Look(path, false);
@@ -397,12 +435,12 @@ void Reconciler::IndexWithoutContent(const std::string& path, const Found& found
     return;
   }
   // A folder stays one: what is in it has documents of its own.
-  progress_.AddFailure(path, *refusal);
+  progress_.failures().Add(path, *refusal);
   index_.RemoveOne(path);
   CountChange();
 }
 
-void Reconciler::SetAttributes(const std::string& path, const Found& found) {
+void Reconciler::SetAttributes(const std::string& path, const Found& found, bool failed) {
   try {
     index_.SetAttributes(path);
   } catch (const Error& error) {
@@ -412,19 +450,21 @@ void Reconciler::SetAttributes(const std::string& path, const Found& found) {
     Index(path, found);
     return;
   }
-  SetStamp(path, found);
+  SetStamp(path, found, failed);
 }
 
 // Comes after the content, so that a document never says that it is newer than it is.
-void Reconciler::SetStamp(const std::string& path, const Found& found) {
-  index_.SetStamp(path, ToText(found.stamp, found.young));
+void Reconciler::SetStamp(const std::string& path, const Found& found, bool failed) {
+  index_.SetStamp(path, ToText(failed ? found.stamp.Failed() : found.stamp, found.young));
   CountChange();
 }
 
 // Whether what the index has of `path` is to stay because nobody knows what lies there.
 bool Reconciler::Keep(const std::string& path, const Found& found) {
   if (found.unknown) {
-    progress_.AddFailure(path, "the file system does not say what it is");
+    progress_.failures().Add(path, kUnknown);
+  } else {
+    progress_.failures().ForgiveIf(path, kUnknown);
   }
   return found.unknown;
 }
@@ -433,6 +473,7 @@ void Reconciler::Remove(const std::string& path) {
   box_.check_online();
   index_.RemoveBelow(path);
   index_.RemoveOne(path);
+  progress_.failures().ForgiveTree(path);
   CountChange();
 }
 

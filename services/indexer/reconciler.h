@@ -88,13 +88,15 @@ class Reconciler {
   void Index(const std::string& path, const Found& found);
   std::optional<std::string> TryUpsert(const std::string& path, bool need_meta);
   void IndexWithoutContent(const std::string& path, const Found& found, const std::string& reason);
-  void SetAttributes(const std::string& path, const Found& found);
-  void SetStamp(const std::string& path, const Found& found);
+  bool HasFailed(const std::string& path, const Stamp& stamp, const Stamp& now) const;
+  void SetAttributes(const std::string& path, const Found& found, bool failed);
+  void SetStamp(const std::string& path, const Found& found, bool failed);
   void Remove(const std::string& path);
   bool Keep(const std::string& path, const Found& found);
   void WalkFolder(const std::string& folder, Known& known, std::vector<std::string>& folders);
   void LookAtEntry(const std::string& folder, const std::string& name, Known& known, std::vector<std::string>& folders);
   void RemoveVanished(Known& known);
+  void ForgiveVanished(const std::string& tree);
   void CheckInterrupted() const;
   void CountChange();
 

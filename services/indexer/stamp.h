@@ -18,9 +18,13 @@ struct Stamp {
   std::uint64_t content = 0;     ///< identity, size, date of change, and how it was read; 0 matches nothing
   std::uint64_t attributes = 0;  ///< everything, the date of the last change of any attribute too
 
+  static constexpr std::uint64_t kFailed = 0x6661696c6c696166ULL;  ///< any number but 0
+
   bool operator==(const Stamp&) const = default;
   /// Whether a document with this stamp has the content that `now` says; never for a stamp that was made too early.
   bool SameContent(const Stamp& now) const { return content != 0 && content == now.content; }
+  /// As a document has it whose content could not be read: it matches nothing. Of such a one, what it was made from.
+  Stamp Failed() const { return {identity, content == 0 ? 0 : content ^ kFailed, attributes}; }
   bool Same(const Stamp& now) const { return SameContent(now) && attributes == now.attributes; }
 };
 

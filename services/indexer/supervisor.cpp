@@ -5,6 +5,7 @@
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
 #include <ctime>
+#include <limits>
 #include <system_error>
 #include <utility>
 
@@ -74,7 +75,7 @@ void Supervisor::Handle(const Json::Value& message, Answer answer) {
   const Json::Value& data = message.isObject() ? message["data"] : Json::Value::nullSingleton();
   const std::string share = ShareOf(data);
   if (type == "status") {
-    answer(Status());
+    answer(Status(data));
   } else if (type == "pause" || type == "resume") {
     ReadPause();
     answer(Success());
@@ -253,14 +254,16 @@ void Supervisor::ReadPause() {
   }
 }
 
-Json::Value Supervisor::Status() const {
+Json::Value Supervisor::Status(const Json::Value& asked) const {
+  const bool wants_all = asked.isObject() && asked["failures"] == "all";
+  const size_t most_failures = wants_all ? std::numeric_limits<size_t>::max() : Progress::kUsualFailures;
   Json::Value answer = Success();
   Json::Value& data = answer["data"];
   data["paused"] = paused_;
   data["resume_time"] = paused_ ? Json::Int64{pause_until_} : Json::Int64{-1};
   Json::Value& shares = data["shares"] = Json::Value(Json::arrayValue);
   for (const auto& [share, slot] : slots_) {
-    shares.append(slot.worker->Report());
+    shares.append(slot.worker->Report(most_failures));
   }
   for (const auto& [share, problem] : problems_) {
     if (slots_.count(share) == 0) {

@@ -63,7 +63,7 @@ class Supervisor {
   void ForgetMark(const std::string& share);
   void ReadStatus();
   void ReadPause();
-  Json::Value Status() const;
+  Json::Value Status(const Json::Value& asked) const;
 
   boost::asio::io_context& context_;
   const SupervisorSettings& settings_;

@@ -42,9 +42,13 @@ constexpr int kFilesMissing = 1221;
 constexpr int kIndexDamaged = 1222;
 constexpr int kNoRoom = 1223;
 
-bool HasContent(const std::string& path) {
+std::uint64_t BytesOf(const std::string& path) {
   struct stat info {};
-  return stat(path.c_str(), &info) == 0 && info.st_size > 0;
+  return stat(path.c_str(), &info) == 0 ? static_cast<std::uint64_t>(info.st_size) : 0;
+}
+
+bool HasContent(const std::string& path) {
+  return BytesOf(path) > 0;
 }
 
 bool Exists(const std::string& path) {
@@ -139,15 +143,17 @@ void Worker::Stop() {
   wake_.notify_one();
 }
 
-Json::Value Worker::Report() const {
-  Json::Value report = progress_.ToJson();
+Json::Value Worker::Report(size_t most_failures) const {
+  Json::Value report = progress_.ToJson(most_failures);
   report["share"] = share_.name;
+  report["backlog"] = Json::UInt64{BytesOf(share_.queue) + BytesOf(share_.queue + ".tmp")};
   return report;
 }
 
 void Worker::Run() {
   pthread_setname_np(pthread_self(), ("i-" + share_.name).substr(0, 15).c_str());
   LowerPriority(settings_.nice);
+  LoadFailures();
   Record(LOG_NOTICE, "worker_started").Add("share", share_.name);
   while (WaitForWork()) {
     TryPass();
@@ -205,6 +211,7 @@ void Worker::TryPass() {
 bool Worker::DoPass() {
   configuration_ = false;
   ReadPolicy();
+  LoadFailures();
   if (!policy_.HasWork()) {
     KeepChanges();
     progress_.SetState(policy_.folders().empty() ? Progress::State::kIdle : Progress::State::kPaused);
@@ -224,9 +231,10 @@ bool Worker::DoPass() {
   }
   const std::string index = IdentityOfIndex(share_.index);
   FindWork(index);
+  FindFailuresToRetry();
   const bool again = Exists(share_.queue + ".tmp");
   const bool has_batch = again || HasContent(share_.queue);
-  if (has_batch || whole_share_ || !changed_folders_.empty()) {
+  if (has_batch || whole_share_ || !changed_folders_.empty() || !retry_.empty()) {
     Apply(has_batch, again, index);
   }
   progress_.SetState(Progress::State::kIdle);
@@ -276,6 +284,7 @@ void Worker::FindWork(const std::string& index) {
 }
 
 void Worker::Apply(bool has_batch, bool again, const std::string& index) {
+  const std::string tried_by = reader_;
   progress_.BeginPass();
   Pass pass(share_.folder);
   if (whole_share_) {
@@ -283,6 +292,9 @@ void Worker::Apply(bool has_batch, bool again, const std::string& index) {
   }
   for (const std::string& folder : changed_folders_) {
     pass.TakeTree(folder);
+  }
+  for (const std::string& path : retry_) {
+    pass.TakeAnew(path);
   }
   int operations = 0;
   if (has_batch) {
@@ -293,6 +305,8 @@ void Worker::Apply(bool has_batch, bool again, const std::string& index) {
   Reconciler reconciler(index_, policy_, box, progress_);
   reconciler.on_milestone = [this] {
     CheckOnline();
+    MeetExtractor();
+    KeepFailures();
     index_.Commit();
   };
   pass.Apply(reconciler, progress_, again);
@@ -308,15 +322,74 @@ void Worker::Apply(bool has_batch, bool again, const std::string& index) {
   if (!StoreMark({policy_.folders(), index, {}})) {
     throw Interrupted();
   }
+  EndRetry(reconciler.changes() > 0, tried_by);
   fi::QueueMgr(share_.queue).DeleteTmp();
   whole_share_ = false;
   changed_folders_.clear();
-  if (reconciler.changes() > 0) {
-    for (const BrokenContent& content : broken_contents_.New(AskExtractor(), share_.folder)) {
-      progress_.AddFailure(content.path, content.reason);
-    }
-  }
   progress_.EndPass(static_cast<std::uint64_t>(std::max(operations, 0)));
+}
+
+// Missing they are only where no daemon has stored any yet, or where the volume is not mounted.
+void Worker::LoadFailures() {
+  failures_loaded_ = failures_loaded_ || progress_.failures().Load(FailuresPath(share_.queue), share_.folder);
+}
+
+// A list that cannot be stored stays in memory, and the documents that are not on a stored one are read again.
+void Worker::KeepFailures() {
+  try {
+    progress_.failures().Store(FailuresPath(share_.queue), share_.folder);
+  } catch (const std::system_error& error) {
+    Record(LOG_NOTICE, "failures_not_kept").Add("share", share_.name).Add("reason", error.what());
+  }
+}
+
+// What it says of contents, and whether it is still the one that was met before.
+void Worker::MeetExtractor() {
+  const Json::Value status = AskExtractor();
+  if (status.isNull()) {
+    return;
+  }
+  reader_ = ReaderOf(status);
+  if (!std::exchange(met_extractor_, true)) {
+    broken_contents_.Skip(status);
+    return;
+  }
+  for (const BrokenContent& content : broken_contents_.New(status, share_.folder)) {
+    progress_.failures().Add(content.path, content.reason);
+  }
+}
+
+// Another way of reading may succeed where the former one failed.
+void Worker::FindFailuresToRetry() {
+  LoadFailures();
+  failures_loaded_ = true;
+  if (!met_extractor_) {
+    MeetExtractor();
+  }
+  Failures& failures = progress_.failures();
+  if (reader_.empty() || failures.reader() == reader_) {
+    return;
+  }
+  retry_ = failures.PathsIn(share_.folder);
+  if (retry_.empty()) {
+    failures.SetReader(reader_);
+  }
+}
+
+// `tried_by` is the way of reading that the pass began with.
+void Worker::EndRetry(bool changed, const std::string& tried_by) {
+  if (changed) {
+    MeetExtractor();
+  }
+  Failures& failures = progress_.failures();
+  if (!retry_.empty()) {
+    failures.SetReader(tried_by);
+    retry_.clear();
+  }
+  KeepFailures();
+  if (!reader_.empty() && failures.reader() != reader_) {
+    NoteConfiguration();  // the next pass tries what this one may have failed at
+  }
 }
 
 void Worker::ForgetMark() {

@@ -76,8 +76,8 @@ class Worker {
   void SetPaused(bool paused);
   /// Asks it to end soon.
   void Stop();
-  /// What Progress says, and "share". Any thread.
-  Json::Value Report() const;
+  /// What Progress says, "share", and "backlog", how many bytes of events wait or are in work. Any thread.
+  Json::Value Report(size_t most_failures = Progress::kUsualFailures) const;
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -94,6 +94,11 @@ class Worker {
   void FindWork(const std::string& index);
   void ForgetMark();
   bool StoreMark(Mark mark);
+  void LoadFailures();
+  void KeepFailures();
+  void MeetExtractor();
+  void FindFailuresToRetry();
+  void EndRetry(bool changed, const std::string& tried_by);
   void CheckOnline();
   void OnError(int code, const std::string& reason);
   void RebuildIndex(bool delete_first);
@@ -130,6 +135,10 @@ class Worker {
   bool told_no_space_ = false;
   std::chrono::milliseconds back_off_{0};
   BrokenContents broken_contents_;
+  bool failures_loaded_ = false;
+  bool met_extractor_ = false;
+  std::string reader_;              // the extractor's way of reading; "" while nobody knows
+  std::vector<std::string> retry_;  // failures of another one
 
   Progress progress_;
   std::thread thread_;

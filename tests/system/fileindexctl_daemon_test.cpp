@@ -236,16 +236,46 @@ TEST_F(CannedCommand, FailuresNameTheFilesAndTheReasons) {
   EXPECT_TRUE(Succeeds(Fileindexctl({"failures", "--share", "music"}), "SHARE  PATH  REASON\n"));
 }
 
+TEST_F(CannedCommand, FailuresAreCountedByReason) {
+  const CannedDaemon daemon(R"({"data":{"shares":[{"reasons":{"died":2,"it takes too long":10},"share":"docs"},)"
+                            R"({"share":"music","state":"deleted"}]},"success":true})");
+
+  EXPECT_TRUE(Succeeds(Fileindexctl({"failures", "--count"}),
+                       "SHARE  FILES  REASON\n"
+                       "docs   2      died\n"
+                       "docs   10     it takes too long\n"));
+  EXPECT_TRUE(Succeeds(Fileindexctl({"failures", "--count", "--json"}),
+                       "[{\"files\":2,\"reason\":\"died\",\"share\":\"docs\"},"
+                       "{\"files\":10,\"reason\":\"it takes too long\",\"share\":\"docs\"}]\n"));
+}
+
+TEST_F(CannedCommand, WatchingSaysHowLongItTakesInTheUnitThatOneWouldSay) {
+  const auto working = [](const std::string& seconds) {
+    return Status(R"({"done":1,"failed":0,"file":"","problem":"","rate":2,"seconds_left":)" + seconds +
+                  R"(,"share":"docs","state":"working","to_do":)" + (seconds == "null" ? "1" : seconds) + "}");
+  };
+  const CannedDaemon daemon({working("null"), working("119"), working("120"), working("7199"), working("7200"),
+                             Status(Share("docs", "idle", 1, 0))});
+
+  EXPECT_TRUE(Succeeds(Fileindexctl({"status", "--watch", "--until-done"}),
+                       "docs: working, 1 of 2, 2 per second\n"
+                       "docs: working, 1 of 120, 2 per second, 119 s left\n"
+                       "docs: working, 1 of 121, 2 per second, 2 min left\n"
+                       "docs: working, 1 of 7200, 2 per second, 119 min left\n"
+                       "docs: working, 1 of 7201, 2 per second, 2 h left\n"
+                       "docs: idle, 1 of 1\n"));
+}
+
 TEST_F(CannedCommand, StatusShowsWhatIsWrongAndWhatIsInWork) {
   const CannedDaemon daemon(
       R"({"data":{"paused":true,"shares":[{"done":5,"failed":2,"file":"/v/docs/a","problem":"","rate":12.6,)"
-      R"("share":"docs","state":"working","to_do":7},)"
+      R"("seconds_left":130,"share":"docs","state":"working","to_do":7},)"
       R"({"problem":"there is no such share","share":"gone","state":"offline"}]},"success":true})");
 
   EXPECT_TRUE(Succeeds(Fileindexctl({"daemon", "status"}),
-                       "SHARE  STATE    DONE  TO DO  PER SECOND  FAILED  FILE       PROBLEM\n"
-                       "docs   working  5     7      13          2       /v/docs/a  -\n"
-                       "gone   offline  -     -      -           -       -          there is no such share\n"
+                       "SHARE  STATE    DONE  TO DO  PER SECOND  TIME LEFT  FAILED  FILE       PROBLEM\n"
+                       "docs   working  5     7      13          2 min      2       /v/docs/a  -\n"
+                       "gone   offline  -     -      -           -          -       -          there is no such share\n"
                        "paused: yes\n"));
 }
 

@@ -66,9 +66,12 @@ Json::Value AskSearchDaemon(const std::string& command, const Json::Value& data)
   return Ask(kSearch, request)["data"];
 }
 
-Json::Value AskIndexer(const std::string& type) {
+Json::Value AskIndexer(const std::string& type, const Json::Value& data) {
   Json::Value request;
   request["type"] = type;
+  if (!data.isNull()) {
+    request["data"] = data;
+  }
   return Ask(kIndexer, request)["data"];
 }
 

@@ -17,9 +17,9 @@ namespace fileindexctl {
 /// proper response.
 Json::Value AskSearchDaemon(const std::string& command, const Json::Value& data);
 
-/// Sends the command `type`, without data, to the indexing daemon and returns the "data" of its answer, null if it has
+/// Sends the command `type` with `data` to the indexing daemon and returns the "data" of its answer, null if it has
 /// none. Throws Error 502 if it refuses, cannot be reached or gives no proper answer.
-Json::Value AskIndexer(const std::string& type);
+Json::Value AskIndexer(const std::string& type, const Json::Value& data = Json::Value());
 
 /// Asks the extractor and returns its whole response, which has an object "data". Throws orbisk::Error with the
 /// daemon's code and message if it refuses, and Error 914 if it cannot be reached or gives no proper response.

@@ -6,11 +6,13 @@
 #include <cmath>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "orbisk/json.h"
 #include "tools/fileindexctl/commands.h"
 #include "tools/fileindexctl/daemon_client.h"
 #include "tools/fileindexctl/output.h"
+#include "tools/fileindexctl/progress_text.h"
 #include "tools/fileindexctl/table.h"
 
 namespace fileindexctl {
@@ -19,6 +21,7 @@ namespace {
 struct Options {
   std::string share;
   bool json = false;
+  bool count = false;
 };
 
 std::string OrDash(const Json::Value& value) {
@@ -27,12 +30,12 @@ std::string OrDash(const Json::Value& value) {
 }
 
 std::string StatusText(const Json::Value& status) {
-  Table table({"SHARE", "STATE", "DONE", "TO DO", "PER SECOND", "FAILED", "FILE", "PROBLEM"});
+  Table table({"SHARE", "STATE", "DONE", "TO DO", "PER SECOND", "TIME LEFT", "FAILED", "FILE", "PROBLEM"});
   for (const Json::Value& share : status["shares"]) {
     const bool has_pass = share["rate"].isNumeric();
     table.Add({OrDash(share["share"]), OrDash(share["state"]), OrDash(share["done"]), OrDash(share["to_do"]),
-               has_pass ? std::to_string(std::lround(share["rate"].asDouble())) : "-", OrDash(share["failed"]),
-               OrDash(share["file"]), OrDash(share["problem"])});
+               has_pass ? std::to_string(std::lround(share["rate"].asDouble())) : "-", OrDash(TimeLeft(share)),
+               OrDash(share["failed"]), OrDash(share["file"]), OrDash(share["problem"])});
   }
   return table.Text() + "paused: " + YesNo(status["paused"].asBool()) + "\n";
 }
@@ -44,18 +47,41 @@ void ShowStatus(const Options& options) {
   out.Flush();
 }
 
+// One for each file.
+Table ListFailures(const Json::Value& share, Table table, Json::Value& failures) {
+  const std::string name = share["share"].asString();
+  for (Json::Value failure : share["failures"]) {
+    failure["share"] = name;
+    table.Add({name, failure["path"].asString(), failure["reason"].asString()});
+    failures.append(failure);
+  }
+  return table;
+}
+
+// One for each reason.
+Table CountFailures(const Json::Value& share, Table table, Json::Value& failures) {
+  const std::string name = share["share"].asString();
+  const Json::Value& reasons = share["reasons"];
+  for (const std::string& reason : reasons.isObject() ? reasons.getMemberNames() : Json::Value::Members()) {
+    Json::Value count;
+    count["share"] = name;
+    count["reason"] = reason;
+    count["files"] = reasons[reason];
+    table.Add({name, reasons[reason].asString(), reason});
+    failures.append(count);
+  }
+  return table;
+}
+
 void ShowFailures(const Options& options) {
   Json::Value failures(Json::arrayValue);
-  Table table({"SHARE", "PATH", "REASON"});
-  const Json::Value status = AskIndexer("status");
+  Table table({"SHARE", options.count ? "FILES" : "PATH", "REASON"});
+  Json::Value wanted;
+  wanted["failures"] = "all";
+  const Json::Value status = AskIndexer("status", options.count ? Json::Value() : wanted);
   for (const Json::Value& share : status["shares"]) {
-    const std::string name = share["share"].asString();
-    for (Json::Value failure : share["failures"]) {
-      if (options.share.empty() || options.share == name) {
-        failure["share"] = name;
-        table.Add({name, failure["path"].asString(), failure["reason"].asString()});
-        failures.append(failure);
-      }
+    if (options.share.empty() || options.share == share["share"].asString()) {
+      table = (options.count ? CountFailures : ListFailures)(share, std::move(table), failures);
     }
   }
   Output out(STDOUT_FILENO);
@@ -76,6 +102,7 @@ void AddDaemonCommands(CLI::App& app) {
 
   CLI::App* const failures = app.add_subcommand("failures", "Files that were indexed without their content, or not");
   failures->add_option("--share", options->share, "Only files of this share");
+  failures->add_flag("--count", options->count, "How many for each reason");
   failures->callback([options] { ShowFailures(*options); });
 
   for (CLI::App* const command : {status, failures}) {

@@ -84,6 +84,9 @@ std::string NumbersOf(const Json::Value& share, const Counts& counts) {
   if (share["rate"].isNumeric() && !IsIdle(share)) {
     text += ", " + std::to_string(std::lround(share["rate"].asDouble())) + " per second";
   }
+  if (const std::string time = TimeLeft(share); !time.empty()) {
+    text += ", " + time + " left";
+  }
   if (counts.failed > 0) {
     text += ", " + std::to_string(counts.failed) + " failed";
   }
@@ -149,6 +152,22 @@ std::string ProgressLine(const Json::Value& share) {
   const std::string detail = DetailOf(share);
   return OneLine(share["share"].asString()) + ": " + share["state"].asString() + ", " +
          NumbersOf(share, Counts(share)) + (detail.empty() ? "" : ", " + detail);
+}
+
+// In the unit that one would say it in.
+std::string TimeLeft(const Json::Value& share) {
+  constexpr std::uint64_t kMinute = 60;
+  constexpr std::uint64_t kHour = 60 * kMinute;
+  constexpr std::uint64_t kSeveral = 2;
+  const std::uint64_t seconds = CountOf(share["seconds_left"]);
+  if (share["state"].asString() != "working" || seconds == 0) {
+    return "";
+  }
+  if (seconds < kSeveral * kMinute) {
+    return std::to_string(seconds) + " s";
+  }
+  return seconds < kSeveral * kHour ? std::to_string(seconds / kMinute) + " min"
+                                    : std::to_string(seconds / kHour) + " h";
 }
 
 }  // namespace fileindexctl

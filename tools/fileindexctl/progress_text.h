@@ -18,4 +18,8 @@ std::vector<std::string> ProgressLines(const Json::Value& status, size_t columns
 /// One share in one line, as ProgressLines says it but for the bar, without a newline.
 std::string ProgressLine(const Json::Value& share);
 
+/// How long a share's pass takes by what is known of, as "90 s", "5 min" or "3 h"; "" if nobody knows or nothing is in
+/// work.
+std::string TimeLeft(const Json::Value& share);
+
 }  // namespace fileindexctl

@@ -125,6 +125,7 @@ void CarryQueue(const std::string& path_from, const std::string& path_to) {
   fs::create_directories(fs::path(to).parent_path());
   MoveIfThere(from + ".tmp", to + ".tmp");
   MoveIfThere(from, to);
+  MoveIfThere(from + ".failures", to + ".failures");
 }
 
 // Steps

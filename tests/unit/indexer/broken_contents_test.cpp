@@ -67,6 +67,26 @@ TEST(BrokenContents, AnExtractorThatWasStartedAnewBeginsAnew) {
   EXPECT_EQ(PathsOf(contents.New(Status(1, {Failure("broken", "/v/a")}), "/v")), std::vector<std::string>{"/v/a"});
 }
 
+TEST(BrokenContents, WhatWasSaidBeforeIsLeftOutIfAsked) {
+  BrokenContents contents;
+  const Json::Value a = Failure("broken", "/v/a");
+
+  contents.Skip(Status(1, {a}));
+
+  EXPECT_EQ(PathsOf(contents.New(Status(2, {a, Failure("broken", "/v/b")}), "/v")), std::vector<std::string>{"/v/b"});
+}
+
+TEST(BrokenContents, AReaderIsToldFromAProperAnswerAlone) {
+  Json::Value status = Status(0, {});
+  EXPECT_EQ(ReaderOf(status), "");
+  status["data"]["reader"] = "0a1b";
+  EXPECT_EQ(ReaderOf(status), "0a1b");
+  status["data"]["reader"] = 7;
+  EXPECT_EQ(ReaderOf(status), "");
+  EXPECT_EQ(ReaderOf(Json::Value("text")), "");
+  EXPECT_EQ(ReaderOf(Json::Value()), "");
+}
+
 TEST(BrokenContents, AnAnswerThatIsNoneSaysNothing) {
   BrokenContents contents;
 

@@ -13,17 +13,13 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/temp_dir.h"
 #include "tests/unit/indexer/failing_statx.h"
-#include "tests/unit/indexer/fake_index.h"
-#include "tests/unit/indexer/tick.h"
+#include "tests/unit/indexer/reconciler_box.h"
 
 namespace fileindexd {
 namespace {
 
 namespace fs = std::filesystem;
-using orbisk::test::ReadFile;
-using orbisk::test::TempDir;
 using orbisk::test::WriteFile;
 using testing::Contains;
 using testing::ElementsAre;
@@ -31,70 +27,10 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::UnorderedElementsAre;
 
-class ReconcilerTest : public testing::Test {
+class ReconcilerTest : public ReconcilerBox {
  protected:
-  ReconcilerTest() {
-    policy_ = Policy(Policy::Folders{{dir_.path(), {}}});
-    box_.may_be_indexed = [](const std::string& path) { return path.find("forbidden") == std::string::npos; };
-    box_.is_preserved = [](const std::string& name) { return name == ".git"; };
-    box_.extractor_answers = [this] { return !index_.extractor_down; };
-    box_.interrupted = [this] { return interrupted_; };
-    box_.check_online = [this] {
-      if (offline_) {
-        throw Offline();
-      }
-    };
-  }
-
-  std::string At(const std::string& name) const { return dir_ / name; }
-  void Write(const std::string& name, const std::string& text) const {
-    fs::create_directories(fs::path(At(name)).parent_path());
-    WriteFile(At(name), text);
-  }
-  // Files are old enough for their stamps to count, and what is written later has other dates.
-  void Age() {
-    AwaitTick();
-    now_ = [] { return std::chrono::system_clock::now() + std::chrono::seconds(1); };
-  }
-
-  Reconciler Fresh() {
-    Reconciler reconciler(index_, policy_, box_, progress_);
-    reconciler.clock = now_;
-    return reconciler;
-  }
-  void Tree(const std::string& path) { Fresh().Tree(path); }
-  void Build() {
-    Age();
-    Tree(dir_.path());
-    index_.calls.clear();
-  }
-
-  std::map<std::string, std::string> Texts() const {
-    std::map<std::string, std::string> texts;
-    for (const auto& [path, document] : index_.documents) {
-      texts[path.substr(dir_.path().size())] = document.text;
-    }
-    return texts;
-  }
-  std::map<std::string, std::string> DiskTexts() const {
-    std::map<std::string, std::string> texts = {{"", ""}};
-    for (const auto& entry : fs::recursive_directory_iterator(dir_.path())) {
-      texts[entry.path().string().substr(dir_.path().size())] = entry.is_regular_file() ? ReadFile(entry.path()) : "";
-    }
-    return texts;
-  }
-
   // As it must be after any changes of the files.
   void ExpectEqualAfterAnyChanges(unsigned rounds);
-
-  TempDir dir_;
-  FakeIndex index_;
-  Policy policy_;
-  Reconciler::Box box_;
-  Progress progress_;
-  bool interrupted_ = false;
-  bool offline_ = false;
-  std::function<std::chrono::system_clock::time_point()> now_ = std::chrono::system_clock::now;
 };
 
 TEST_F(ReconcilerTest, ATreeIsIndexedWithItsFolders) {

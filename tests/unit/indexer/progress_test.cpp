@@ -1,0 +1,68 @@
+// What a pass tells of itself.
+#include "services/indexer/progress.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cmath>
+
+namespace fileindexd {
+namespace {
+
+// A pass with `done` of `known` files behind it.
+void Work(Progress& progress, int done, int known) {
+  progress.BeginPass();
+  progress.AddWork(static_cast<std::uint64_t>(known));
+  usleep(20'000);  // a rate takes time
+  for (int i = 0; i < done; ++i) {
+    progress.BeginFile("/v/a");
+    progress.EndFile(true);
+  }
+}
+
+TEST(Progress, TheTimeLeftIsWhatIsToDoByTheRate) {
+  Progress progress;
+
+  Work(progress, 1, 101);
+
+  const Json::Value told = progress.ToJson();
+  EXPECT_EQ(told["to_do"].asUInt(), 100U);
+  EXPECT_GT(told["seconds_left"].asUInt(), 0U);
+  EXPECT_EQ(told["seconds_left"].asDouble(), std::ceil(100 / told["rate"].asDouble()));
+}
+
+TEST(Progress, BeforeTheFirstFileNobodyKnowsHowLongItTakes) {
+  Progress progress;
+
+  Work(progress, 0, 100);
+
+  EXPECT_TRUE(progress.ToJson()["seconds_left"].isNull());
+}
+
+TEST(Progress, NothingIsLeftWhenItIsIdleAndNobodyKnowsWhenItFails) {
+  Progress progress;
+  Work(progress, 1, 101);
+
+  progress.SetState(Progress::State::kFailing);
+  EXPECT_TRUE(progress.ToJson()["seconds_left"].isNull());
+
+  progress.EndPass(1);
+  progress.SetState(Progress::State::kIdle);
+  EXPECT_EQ(progress.ToJson()["seconds_left"], Json::Value(Json::UInt64{0}));
+}
+
+TEST(Progress, FailuresOutliveThePassAndAreToldOfAsFarAsWanted) {
+  Progress progress;
+  progress.failures().Add("/v/a", "died");
+  progress.failures().Add("/v/b", "died");
+
+  Work(progress, 1, 1);
+  progress.EndPass(1);
+
+  EXPECT_EQ(progress.ToJson()["failed"].asUInt(), 2U);
+  EXPECT_EQ(progress.ToJson()["failures"].size(), 2U);
+  EXPECT_EQ(progress.ToJson(1)["failures"].size(), 1U);
+}
+
+}  // namespace
+}  // namespace fileindexd
