@@ -199,7 +199,7 @@ testing::AssertionResult IndexerBox::BecomesEqualTo(const std::function<IndexedT
   for (const auto& [path, what] : disk) {
     const auto found = index.find(path);
     if (found == index.end()) {
-      text << path << ": not in the index\n";
+      text << path << ": not in the index, disk " << what << "\n";
     } else if (!(found->second == what)) {
       text << path << ": disk " << what << ", index " << found->second << "\n";
     }
