@@ -2,6 +2,9 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <algorithm>
+#include <chrono>
+
 #include "services/base/json_text.h"
 #include "services/search/catalog.h"
 #include "services/search/commands.h"
@@ -134,6 +137,46 @@ TEST_F(SearchCommand, SaysThatThereAreMoreHitsThanItHasCounted) {
 
   EXPECT_TRUE(answer["more"].asBool());
   EXPECT_EQ(100'000, answer["total"].asInt());
+}
+
+// Eight indexes of equal documents, so that one takes an eighth of what all take.
+TEST_F(SearchCommand, OfManyIndexesHasOneTimeLimitForAll) {
+  Json::Value mappings;
+  mappings["property_id"] = "p";
+  mappings["properties"]["p"]["analyzer"] = "keyword";
+  Json::Value question;
+  for (int i = 0; i < 8; ++i) {
+    const std::string id = "many" + std::to_string(i);
+    catalog_.Create(id, dir_ / id, mappings, Json::Value(Json::objectValue), Json::Value());
+    const HostPtr host = catalog_.Require(id);
+    const HostedIndex::Use index(*host);
+    for (int number = 0; number < 2'000; ++number) {
+      Json::Value document;
+      document["p"] = "/v/" + std::to_string(number);
+      index->Upsert(document["p"].asString(), document);
+    }
+    index->Commit();
+    question["id"].append(id);
+  }
+  std::string query = "folder:/none";
+  for (int i = 0; i < 40; ++i) {
+    query += " OR folder:/none/" + std::to_string(i);
+  }
+  question["query"] = query;
+  Json::Value one = question;
+  one["id"] = "many0";
+  const auto start = std::chrono::steady_clock::now();
+  Run("document_search", one);
+  const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+
+  question["time_limit_ms"] = Json::Int64{2 * std::max<std::int64_t>(took.count(), 1)};
+
+  try {
+    Run("document_search", question);
+    FAIL() << "each index had the whole limit";
+  } catch (const search::Error& error) {
+    EXPECT_EQ(search::ErrorCode::kQueryTimeout, error.code());
+  }
 }
 
 TEST_F(SearchCommand, NullIsTheSameAsAMissingMember) {
