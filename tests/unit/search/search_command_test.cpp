@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <limits>
 
 #include "services/base/json_text.h"
 #include "services/search/catalog.h"
@@ -163,17 +164,18 @@ TEST_F(SearchCommand, OfManyIndexesHasOneTimeLimitForAll) {
     query += " OR folder:/none/" + std::to_string(i);
   }
   question["query"] = query;
-  Json::Value one = question;
-  one["id"] = "many0";
-  const auto start = std::chrono::steady_clock::now();
-  Run("document_search", one);
-  const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
-
-  question["time_limit_ms"] = Json::Int64{2 * std::max<std::int64_t>(took.count(), 1)};
+  std::int64_t all_take_ms = std::numeric_limits<std::int64_t>::max();
+  for (int run = 0; run < 3; ++run) {  // the quickest, because others may be at work on the machine
+    const auto start = std::chrono::steady_clock::now();
+    Run("document_search", question);
+    const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+    all_take_ms = std::min<std::int64_t>(all_take_ms, took.count());
+  }
+  question["time_limit_ms"] = Json::Int64{std::max<std::int64_t>(all_take_ms / 3, 1)};
 
   try {
     Run("document_search", question);
-    FAIL() << "each index had the whole limit";
+    FAIL() << "each index had the whole limit, a third of the " << all_take_ms << " ms that all take";
   } catch (const search::Error& error) {
     EXPECT_EQ(search::ErrorCode::kQueryTimeout, error.code());
   }
