@@ -43,7 +43,9 @@ class StringList {
 
 void ReindexAll(const StringList& paths) {
   for (int i = 0; i < paths.size(); ++i) {
-    AddCustomEvent(EVENT_REINDEX, paths[i], "", Json::Value());
+    if (const char* const path = paths[i]) {  // the platform may have none at some place
+      AddCustomEvent(EVENT_REINDEX, path, "", Json::Value());
+    }
   }
 }
 

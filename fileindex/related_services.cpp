@@ -26,19 +26,6 @@ constexpr char kAppName[] = "fileindex";
 constexpr int kMonitorMask = 0xFFC6;
 constexpr size_t kPathBytes = 4096;
 
-void SwitchSpotlight(bool enable) {
-  if ((0 != NIMOSMBIsEnableSpotlight()) == enable) {
-    return;
-  }
-  if (0 > NIMOSMBSetSpotlight(enable ? 1 : 0)) {
-    ORBISK_RECORD(ORBISK_SOURCE, "NIMOSMBSetSpotlight failed: err=[0x%04X %s:%d]", static_cast<unsigned>(NLIBCErrGet()),
-                  NLIBCErrorGetFile(), NLIBCErrorGetLine());
-  } else if (0 > NLIBServiceRestart("samba")) {
-    ORBISK_RECORD(ORBISK_SOURCE, "NLIBServiceRestart failed: err=[0x%04X %s:%d]", static_cast<unsigned>(NLIBCErrGet()),
-                  NLIBCErrorGetFile(), NLIBCErrorGetLine());
-  }
-}
-
 void RemoveAll(const std::string& path) {
   NLIBCExec("/bin/rm", "-rf", path.c_str(), nullptr);
 }
@@ -46,7 +33,15 @@ void RemoveAll(const std::string& path) {
 }  // namespace
 
 void SetupRelatedServices(bool enable) {
-  SwitchSpotlight(enable);
+  if ((0 != NIMOSMBIsEnableSpotlight()) != enable) {
+    if (0 > NIMOSMBSetSpotlight(enable ? 1 : 0)) {
+      ORBISK_RECORD(ORBISK_SOURCE, "NIMOSMBSetSpotlight failed: err=[0x%04X %s:%d]",
+                    static_cast<unsigned>(NLIBCErrGet()), NLIBCErrorGetFile(), NLIBCErrorGetLine());
+    } else if (0 > NLIBServiceRestart("samba")) {
+      ORBISK_RECORD(ORBISK_SOURCE, "NLIBServiceRestart failed: err=[0x%04X %s:%d]",
+                    static_cast<unsigned>(NLIBCErrGet()), NLIBCErrorGetFile(), NLIBCErrorGetLine());
+    }
+  }
   // A check that failed has left its record; what follows does not depend on it.
   if (enable) {
     (void)ORBISK_FAILED(0 > NLIBServiceStart("nimocontentextractd", TRUE));

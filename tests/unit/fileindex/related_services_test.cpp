@@ -100,6 +100,7 @@ TEST_F(RelatedServices, SambaIsNotRestartedWhenTheSwitchFailedAndTheNextStepsRun
   EXPECT_EQ("%s:%d (%d, %u) (%s) NIMOSMBSetSpotlight failed: err=[0x%04X %s:%d]", box_.log().records()[0].format);
   EXPECT_THAT(Texts()[0], HasSubstr("NIMOSMBSetSpotlight failed: err=[0x002A smb.c:17]"));
   EXPECT_THAT(Texts()[0], HasSubstr("index_mgr.cpp:"));
+  EXPECT_THAT(Texts()[0], HasSubstr(") (SetupRelatedServices) NIMOSMB"));
 }
 
 TEST_F(RelatedServices, ARestartThatFailsIsLoggedAndTheNextStepsRun) {
@@ -109,8 +110,8 @@ TEST_F(RelatedServices, ARestartThatFailsIsLoggedAndTheNextStepsRun) {
   ASSERT_EQ(1U, Texts().size());
   EXPECT_EQ("%s:%d (%d, %u) (%s) NLIBServiceRestart failed: err=[0x%04X %s:%d] [err: %m]",
             box_.log().records()[0].format);
-  EXPECT_THAT(Texts()[0],
-              HasSubstr("NLIBServiceRestart failed: err=[0xD000 service.c:9] [err: Operation not permitted]"));
+  EXPECT_THAT(Texts()[0], HasSubstr(") (SetupRelatedServices) NLIBServiceRestart failed: err=[0xD000 service.c:9] "
+                                    "[err: Operation not permitted]"));
   EXPECT_EQ(0, errno);
 }
 

@@ -313,6 +313,12 @@ TEST_F(Homes, WithoutBinsNoEventIsWritten) {
   EXPECT_EQ(Story{"NIMORecycleHomeEnumRecyclePath(pointer)"}, box_.StoryOf([] { HomeDisable(AUTH_LOCAL); }));
 }
 
+TEST_F(Homes, AnItemThatThePlatformDoesNotHaveIsSkipped) {
+  FakeStringLists().get.Next([](const SZLIST*, int) -> const char* { return nullptr; });
+  EXPECT_EQ((Story{"NIMORecycleHomeEnumRecyclePath(pointer)", BinNote("bob"), BinNote("dora")}),
+            box_.StoryOf([] { HomeDisable(AUTH_LOCAL); }));
+}
+
 TEST_F(Homes, AListThatCannotBeMadeIsLoggedAndEndsIt) {
   for (const auto& [function, call] :
        {std::pair<std::string, void (*)(AUTH_TYPE)>{"HomeEnable", HomeEnable}, {"HomeDisable", HomeDisable}}) {
