@@ -26,17 +26,25 @@ void Pass::Take(const fi::OP& operation) {
       break;
     case fi::OP_UPDATE_DIRECTORY:
     case fi::OP_REINDEX:
-      trees_.push_back(std::move(path));
+      TakeTree(std::move(path));
       break;
     case fi::OP_QUEUE_CRASHED:
-      trees_.push_back(share_folder_);
+      events_lost_ = true;
+      doubt_ = true;
       break;
     case fi::OP_NONE:
       break;
   }
 }
 
+void Pass::PutOffRecovery() {
+  events_lost_ = false;
+}
+
 void Pass::Apply(Reconciler& reconciler, Progress& progress, bool again) {
+  if (events_lost_) {
+    trees_.push_back(share_folder_);
+  }
   ReduceTrees();
   progress.AddWork(singles_.size() + anew_.size());
   reconciler.remember_reads = !trees_.empty();
@@ -44,7 +52,7 @@ void Pass::Apply(Reconciler& reconciler, Progress& progress, bool again) {
     reconciler.Move(from, to);
   }
   for (const Single& single : singles_) {
-    single.attributes ? reconciler.UpdateAttributes(single.path) : reconciler.Update(single.path, again);
+    single.attributes ? reconciler.UpdateAttributes(single.path, doubt_) : reconciler.Update(single.path, again);
   }
   for (const std::string& path : anew_) {
     reconciler.Update(path, false);

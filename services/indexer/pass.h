@@ -25,10 +25,20 @@ class Pass {
 
   void Take(const orbisk::fileindex::OP& operation);
   /// Has the tree at `path` compared too.
-  void TakeTree(std::string path) { trees_.push_back(std::move(path)); }
+  void TakeTree(std::string path) {
+    doubt_ = true;
+    trees_.push_back(std::move(path));
+  }
 
+  /// Events may have been lost: that an attribute changed does not mean that the content did not.
+  void Doubt() { doubt_ = true; }
   /// Has the content of `path` read whatever its document looks like.
   void TakeAnew(std::string path) { anew_.push_back(std::move(path)); }
+
+  /// Whether the queue says that events were lost, so that the whole share has to be compared.
+  bool EventsLost() const { return events_lost_; }
+  /// Leaves that comparison to a later pass.
+  void PutOffRecovery();
 
   /// Applies what was taken. `again`: the batch was begun before, so what looks current was read then.
   void Apply(Reconciler& reconciler, Progress& progress, bool again);
@@ -42,6 +52,8 @@ class Pass {
   void ReduceTrees();
 
   std::string share_folder_;
+  bool doubt_ = false;
+  bool events_lost_ = false;
   std::vector<std::pair<std::string, std::string>> renames_;  // from, to
   std::vector<Single> singles_;
   std::vector<std::string> anew_;

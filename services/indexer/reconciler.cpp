@@ -140,6 +140,14 @@ Reconciler::Reconciler(DocumentIndex& index, const Policy& policy, const Box& bo
       milestone_time_(std::chrono::steady_clock::now()) {}
 
 void Reconciler::Update(const std::string& path, bool trust) {
+  Update(path, trust ? Belief::kUnchanged : Belief::kNothing);
+}
+
+void Reconciler::UpdateAttributes(const std::string& path, bool doubt) {
+  Update(path, doubt ? Belief::kUnchanged : Belief::kAttributes);
+}
+
+void Reconciler::Update(const std::string& path, Belief belief) {
   CheckInterrupted();
   if (policy_.IsPaused(path)) {
     return;
@@ -169,8 +177,8 @@ void Reconciler::Update(const std::string& path, bool trust) {
     if (!is_known) {
       index_.RemoveBelow(path);  // a folder may have been here, of whose end nobody said more than this
     }
-    const bool believes_it = trust || is_folder;
-    Settle(path, found, known && believes_it ? &*known : nullptr, believes_it);
+    const Belief believes = is_folder ? Belief::kAttributes : belief;
+    Settle(path, found, known && believes != Belief::kNothing ? &*known : nullptr, believes);
     if (remember_reads) {
       read_[path] = found.stamp;
     }
@@ -180,15 +188,12 @@ void Reconciler::Update(const std::string& path, bool trust) {
   progress_.EndFile(changes_ != before);
 }
 
-void Reconciler::UpdateAttributes(const std::string& path) {
-  Update(path, true);
-}
-
 void Reconciler::Move(const std::string& from, const std::string& to) {
   CheckInterrupted();
   if (from == to || policy_.IsPaused(from) || policy_.IsPaused(to)) {
     return;
   }
+  moved_.insert(to);
   const std::optional<Entry> source = index_.Find(from);
   const Found there = Look(from, false);
   if (there.unknown) {
@@ -218,7 +223,7 @@ void Reconciler::Tree(const std::string& path) {
   }
   progress_.AddWork(1);
   if (IsWanted(path, found) && !policy_.IsPaused(path)) {
-    Settle(path, found, known.See(path), true);
+    Settle(path, found, known.See(path), Belief::kUnchanged);
   }
   progress_.EndFile(false);
   std::vector<std::string> folders;
@@ -274,7 +279,7 @@ void Reconciler::LookAtEntry(const std::string& folder, const std::string& name,
       known.See(path);
       known.KeepBelow(path);
     } else if (wanted && found.kind != Kind::kNothing) {
-      Settle(path, found, known.See(path), true);
+      Settle(path, found, known.See(path), Belief::kUnchanged);
     }
     if (found.kind == Kind::kFolder) {
       folders.push_back(path);
@@ -356,23 +361,31 @@ bool Reconciler::IsWanted(const std::string& path, const Found& found) const {
   return found.kind != Kind::kNothing && policy_.Governs(path);
 }
 
-// `known` is the document as it is, if it was asked for; `trust` it where it looks current.
-void Reconciler::Settle(const std::string& path, const Found& found, const Entry* known, bool trust) {
+// `known` is the document as it is, if it was asked for.
+void Reconciler::Settle(const std::string& path, const Found& found, const Entry* known, Belief belief) {
   const auto earlier = read_.find(path);
   if (earlier != read_.end() && earlier->second == found.stamp && known != nullptr) {
     return;
   }
-  if (trust && known != nullptr && known->stamp) {
+  if (belief != Belief::kNothing && known != nullptr && known->stamp) {
     const bool failed = HasFailed(path, *known->stamp, found.stamp);
     const Stamp stamp = failed ? known->stamp->Failed() : *known->stamp;
-    if (stamp.SameContent(found.stamp)) {
-      if (!stamp.Same(found.stamp)) {
-        SetAttributes(path, found, failed);
-      }
+    if (stamp.Same(found.stamp)) {
+      return;
+    }
+    if (stamp.SameContent(found.stamp) && IsExplained(path, found, stamp, belief)) {
+      SetAttributes(path, found, failed);
       return;
     }
   }
   Index(path, found);
+}
+
+// Whether attributes that differ say why the file was changed though its size and its date are those of before. Else
+// its date may have been set back after its content was replaced.
+bool Reconciler::IsExplained(const std::string& path, const Found& found, const Stamp& stamp, Belief belief) const {
+  return belief == Belief::kAttributes || found.kind == Kind::kFolder || !stamp.SamePermissions(found.stamp) ||
+         moved_.count(path) != 0;
 }
 
 // Whether the content of what is there now could not be read, and people can see why. Else it is worth another try.

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -54,8 +55,8 @@ class Reconciler {
 
   /// The content of `path` may have changed. It is read even if its document looks current, unless `trust` says so.
   void Update(const std::string& path, bool trust);
-  /// The attributes of `path` changed.
-  void UpdateAttributes(const std::string& path);
+  /// The attributes of `path` changed, and nothing else, unless `doubt`: then events were lost, or may have been.
+  void UpdateAttributes(const std::string& path, bool doubt);
   /// Moves the documents of `from` to `to`, if they do not belong where they are. Tree of both has to follow.
   void Move(const std::string& from, const std::string& to);
   /// Compares all at and below `path` and puts right what differs.
@@ -84,7 +85,15 @@ class Reconciler {
   Found FindForWalk(const std::string& path, const std::string& name) const;
   bool IsBehindMount(const std::string& path) const;
   bool IsWanted(const std::string& path, const Found& found) const;
-  void Settle(const std::string& path, const Found& found, const Entry* known, bool trust);
+  /// What is believed without reading a file whose document has its size and date.
+  enum class Belief {
+    kNothing,
+    kUnchanged,   ///< its content is the document's, unless something changed that its attributes do not explain
+    kAttributes,  ///< its content is the document's
+  };
+  void Update(const std::string& path, Belief belief);
+  void Settle(const std::string& path, const Found& found, const Entry* known, Belief belief);
+  bool IsExplained(const std::string& path, const Found& found, const Stamp& stamp, Belief belief) const;
   void Index(const std::string& path, const Found& found);
   std::optional<std::string> TryUpsert(const std::string& path, bool need_meta);
   void IndexWithoutContent(const std::string& path, const Found& found, const std::string& reason);
@@ -105,6 +114,7 @@ class Reconciler {
   const Box& box_;
   Progress& progress_;
   std::unordered_map<std::string, Stamp> read_;  // in this pass: a young stamp need not have them read again
+  std::unordered_set<std::string> moved_;        // to here: a rename changes the date of the last change, too
   std::uint64_t changes_ = 0;
   std::uint64_t milestone_changes_ = 0;
   std::chrono::steady_clock::time_point milestone_time_;

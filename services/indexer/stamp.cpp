@@ -15,6 +15,7 @@ namespace fileindexd {
 namespace {
 
 constexpr std::int64_t kSecond = 1'000'000'000;
+constexpr std::uint64_t kLowerHalf = 0xffffffffULL;
 constexpr size_t kDigits = 16;
 constexpr size_t kTextBytes = 3 * kDigits;
 
@@ -65,8 +66,13 @@ Stamp StampOf(const struct statx& info, const std::string& path, bool need_meta)
     digest.Add(orbisk::fileindex::GetFileExtension(path, true));
   }
   stamp.content = digest.Value();
-  digest.Add(static_cast<std::uint64_t>(Nanoseconds(info.stx_ctime)));
-  stamp.attributes = digest.Value();
+  Digest change = digest;
+  digest.Add(static_cast<std::uint64_t>(info.stx_mode));
+  digest.Add(info.stx_uid);
+  digest.Add(info.stx_gid);
+  digest.Add(info.stx_nlink);
+  change.Add(static_cast<std::uint64_t>(Nanoseconds(info.stx_ctime)));
+  stamp.attributes = (digest.Value() & ~kLowerHalf) | (change.Value() & kLowerHalf);
   return stamp;
 }
 

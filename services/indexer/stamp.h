@@ -14,9 +14,11 @@ enum class Kind { kNothing, kFile, kFolder };
 /// Three digests of a file's attributes. They are kept with the document, so that a later look tells whether the file
 /// is another one, has other content, or other attributes alone, by nanoseconds and inode and not by seconds.
 struct Stamp {
-  std::uint64_t identity = 0;    ///< which file: device's inode, birth, kind
-  std::uint64_t content = 0;     ///< identity, size, date of change, and how it was read; 0 matches nothing
-  std::uint64_t attributes = 0;  ///< everything, the date of the last change of any attribute too
+  std::uint64_t identity = 0;  ///< which file: device's inode, birth, kind
+  std::uint64_t content = 0;   ///< identity, size, date of change, and how it was read; 0 matches nothing
+  /// All of that; in the upper half with permissions, owner and number of names, in the lower half with the date of the
+  /// last change of anything.
+  std::uint64_t attributes = 0;
 
   static constexpr std::uint64_t kFailed = 0x6661696c6c696166ULL;  ///< any number but 0
 
@@ -25,6 +27,9 @@ struct Stamp {
   bool SameContent(const Stamp& now) const { return content != 0 && content == now.content; }
   /// As a document has it whose content could not be read: it matches nothing. Of such a one, what it was made from.
   Stamp Failed() const { return {identity, content == 0 ? 0 : content ^ kFailed, attributes}; }
+  /// Whether, with the same content, the attributes that people see are the same. If the file was changed all the same,
+  /// something set its date back, so that its content cannot be known without reading it.
+  bool SamePermissions(const Stamp& now) const { return attributes >> 32 == now.attributes >> 32; }
   bool Same(const Stamp& now) const { return SameContent(now) && attributes == now.attributes; }
 };
 

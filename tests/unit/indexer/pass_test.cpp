@@ -4,6 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <chrono>
 #include <filesystem>
 #include <memory>
@@ -130,6 +133,22 @@ TEST_F(PassTest, ARenameOfWhatWasNeverIndexedHasTheTargetRead) {
   Run();
 
   EXPECT_EQ(index_.documents[At("y/a.txt")].text, "one");
+}
+
+TEST_F(PassTest, WhenEventsGotLostAChangeOfAttributesIsNotTakenForAllThatHappened) {
+  Write("a.txt", "one");
+  Build();
+  struct stat info {};
+  ASSERT_EQ(stat(At("a.txt").c_str(), &info), 0);
+  Write("a.txt", "ONE");
+  const timespec times[] = {info.st_atim, info.st_mtim};
+  ASSERT_EQ(utimensat(AT_FDCWD, At("a.txt").c_str(), times, 0), 0);
+  AddLine(fi::EVENT_ATTRIB, At("a.txt"));
+  AddLine(fi::EVENT_REINDEX, At("x"));
+
+  Run();
+
+  EXPECT_EQ(index_.documents[At("a.txt")].text, "ONE");
 }
 
 TEST_F(PassTest, ATreeWithinATreeIsComparedOnce) {

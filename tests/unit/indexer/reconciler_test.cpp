@@ -4,6 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
@@ -81,6 +84,58 @@ TEST_F(ReconcilerTest, OnlyWhatChangedIsReadAndOnlyAttributesIfTheyChanged) {
 
   EXPECT_THAT(index_.calls, UnorderedElementsAre("read " + At("a.txt"), "attributes " + At("b.txt")));
   EXPECT_EQ(Texts(), DiskTexts());
+}
+
+// Of the same size, with the date of before.
+void ReplaceUnseen(const std::string& path, const std::string& text) {
+  struct stat info {};
+  ASSERT_EQ(stat(path.c_str(), &info), 0);
+  WriteFile(path, text);
+  const timespec times[] = {info.st_atim, info.st_mtim};
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+}
+
+TEST_F(ReconcilerTest, ContentThatWasReplacedBehindTheOldDateIsRead) {
+  Write("a.txt", "one");
+  Write("b.txt", "two");
+  Build();
+  ReplaceUnseen(At("a.txt"), "ONE");
+  ReplaceUnseen(At("b.txt"), "TWO");
+
+  Fresh().Update(At("b.txt"), true);
+  Tree(dir_.path());
+
+  EXPECT_THAT(index_.calls, ElementsAre("read " + At("b.txt"), "read " + At("a.txt")));
+  EXPECT_EQ(Texts(), DiskTexts());
+}
+
+TEST_F(ReconcilerTest, AnEventOfAttributesIsBelievedUnlessEventsMayBeLost) {
+  Write("a.txt", "one");
+  Build();
+  ReplaceUnseen(At("a.txt"), "one");
+
+  Fresh().UpdateAttributes(At("a.txt"), false);
+  EXPECT_THAT(index_.calls, ElementsAre("attributes " + At("a.txt")));
+  index_.calls.clear();
+  AwaitTick();
+  ReplaceUnseen(At("a.txt"), "ONE");
+
+  Fresh().UpdateAttributes(At("a.txt"), true);
+  EXPECT_THAT(index_.calls, ElementsAre("read " + At("a.txt")));
+}
+
+TEST_F(ReconcilerTest, ARenamedFileIsNotReadAlsoWhenTheMoveIsDoneAgain) {
+  Write("a.txt", "one");
+  Build();
+  fs::rename(At("a.txt"), At("b.txt"));
+  Fresh().Move(At("a.txt"), At("b.txt"));
+  Reconciler again = Fresh();
+
+  again.Move(At("a.txt"), At("b.txt"));
+  again.Tree(At("a.txt"));
+  again.Tree(At("b.txt"));
+
+  EXPECT_THAT(index_.calls, ElementsAre("move " + At("a.txt") + " " + At("b.txt"), "attributes " + At("b.txt")));
 }
 
 TEST_F(ReconcilerTest, WhatVanishedIsRemoved) {

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <ctime>
@@ -44,7 +45,45 @@ TEST_F(StampTest, NewPermissionsAreNoNewContent) {
   fs::permissions(path_, fs::perms::owner_read);
 
   EXPECT_TRUE(before.SameContent(Now()));
+  EXPECT_FALSE(before.SamePermissions(Now()));
   EXPECT_FALSE(before.Same(Now()));
+}
+
+TEST_F(StampTest, ANewOwnerOrNameIsSeenLikeNewPermissions) {
+  Stamp before = Now();
+  fs::create_hard_link(path_, dir_ / "b.txt");
+  EXPECT_FALSE(before.SamePermissions(Now()));
+
+  if (geteuid() == 0) {
+    before = Now();
+    ASSERT_EQ(chown(path_.c_str(), 1234, static_cast<gid_t>(-1)), 0);
+    EXPECT_FALSE(before.SamePermissions(Now()));
+    before = Now();
+    ASSERT_EQ(chown(path_.c_str(), static_cast<uid_t>(-1), 1234), 0);
+    EXPECT_FALSE(before.SamePermissions(Now()));
+  }
+}
+
+TEST_F(StampTest, ADateThatWasSetBackShowsThoughNoAttributeThatPeopleSeeIsNew) {
+  struct stat info {};
+  ASSERT_EQ(stat(path_.c_str(), &info), 0);
+  const Stamp before = Now();
+  AwaitTick();
+  WriteFile(path_, "WORDS");
+  KeepDates(path_, info);
+
+  EXPECT_TRUE(before.SameContent(Now()));
+  EXPECT_TRUE(before.SamePermissions(Now()));
+  EXPECT_FALSE(before.Same(Now()));
+}
+
+TEST_F(StampTest, AFailedOneMatchesNothingAndGivesTheOtherBack) {
+  const Stamp now = Now();
+
+  EXPECT_FALSE(now.Failed().SameContent(now));
+  EXPECT_EQ(now.Failed().Failed(), now);
+  const Stamp young = *StampFromText(ToText(now.Failed(), true));
+  EXPECT_FALSE(young.Failed().SameContent(now));
 }
 
 TEST_F(StampTest, ContentOfTheSameSizeIsNewContent) {
