@@ -73,14 +73,22 @@ void SearchBox::WaitUntilOpen(const std::string& share) {
 }
 
 void SearchBox::StartExtractor() {
-  extractor_ = std::make_unique<Subprocess>(
-      std::vector<std::string>{BuiltProgram("nimocontentextractd"), "--state-dir", state_ / "extractor"});
+  std::vector<std::string> command = {
+      extractor_program_.empty() ? BuiltProgram("nimocontentextractd") : extractor_program_, "--state-dir",
+      state_ / "extractor"};
+  command.insert(command.end(), extractor_arguments_.begin(), extractor_arguments_.end());
+  extractor_ = std::make_unique<Subprocess>(command);
   WaitUntilSucceeds({"extract", "/"});
 }
 
 void SearchBox::ReplaceExtractor() {
   End(extractor_, SIGKILL);
   StartExtractor();
+}
+
+void SearchBox::UseExtractor(const std::string& program, const std::vector<std::string>& arguments) {
+  extractor_program_ = program;
+  extractor_arguments_ = arguments;
 }
 
 bool SearchBox::KillWorker() {

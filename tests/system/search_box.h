@@ -28,6 +28,8 @@ class SearchBox : public Box {
   void StopExtractor();
   /// Ends the extractor at once, and starts another one that knows what it has stored.
   void ReplaceExtractor();
+  /// From now on that other one is `program`, with `arguments` more.
+  void UseExtractor(const std::string& program, const std::vector<std::string>& arguments);
   /// Ends a worker of the extractor at once. False when there is none.
   bool KillWorker();
 
@@ -44,6 +46,8 @@ class SearchBox : public Box {
   TempDir state_;
   std::unique_ptr<Subprocess> search_;
   std::unique_ptr<Subprocess> extractor_;
+  std::string extractor_program_;  // "": the one that was built
+  std::vector<std::string> extractor_arguments_;
 };
 
 /// Where the change monitor's registrations are; RoomyBox has the place for itself.
