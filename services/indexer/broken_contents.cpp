@@ -17,6 +17,7 @@ namespace {
 
 constexpr int kPatienceSeconds = 1;
 constexpr char kBroken[] = "broken";
+constexpr char kKnown[] = "known";
 
 // The daemons' own waits for an answer as long as it takes; this one is not worth that.
 class HastyConnection : public nimodaemon::DomainSockConnection {
@@ -32,9 +33,14 @@ const Json::Value& DataOf(const Json::Value& status) {
   return status.isObject() ? status["data"] : Json::Value::nullSingleton();
 }
 
+// All but those that it answered from memory.
 std::uint64_t CountIn(const Json::Value& data) {
-  const Json::Value& count = data["failures"][kBroken];
-  return count.isUInt64() ? count.asUInt64() : 0;
+  std::uint64_t count = 0;
+  for (const std::string& reason : data["failures"].getMemberNames()) {
+    const Json::Value& of_reason = data["failures"][reason];
+    count += reason != kKnown && of_reason.isUInt64() ? of_reason.asUInt64() : 0;
+  }
+  return count;
 }
 
 }  // namespace
@@ -51,13 +57,10 @@ std::vector<BrokenContent> BrokenContents::New(const Json::Value& status, const 
   const Json::Value& failures = data["latest_failures"];
   for (Json::ArrayIndex i = failures.size(); i > 0 && wanted > 0; --i) {
     const Json::Value& failure = failures[i - 1];
-    if (failure.isObject() && failure["reason"] == kBroken && failure["path"].isString() &&
-        failure["message"].isString()) {
-      --wanted;
-      const std::string path = failure["path"].asString();
-      if (IsAtOrBelow(path, folder)) {
-        fresh.push_back({path, failure["message"].asString()});
-      }
+    --wanted;
+    if (failure.isObject() && failure["path"].isString() && failure["message"].isString() &&
+        IsAtOrBelow(failure["path"].asString(), folder)) {
+      fresh.push_back({failure["path"].asString(), failure["message"].asString(), failure["reason"] == kBroken});
     }
   }
   std::reverse(fresh.begin(), fresh.end());

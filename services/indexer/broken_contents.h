@@ -1,4 +1,5 @@
-// Contents that the extractor could not make sense of: their files have documents all the same, so nothing fails.
+// What the extractor says of contents that it could not read. Of some it could not make sense: their files have
+// documents all the same, so nothing else tells of them.
 #pragma once
 
 #include <json/json.h>
@@ -12,10 +13,11 @@ namespace fileindexd {
 struct BrokenContent {
   std::string path;
   std::string reason;
+  bool has_document = false;  ///< the extractor did not refuse the file
 };
 
-/// Tells what the extractor says about broken contents since it was last asked. It keeps the latest failures of all
-/// kinds only, so in a flood of them some are counted and not named.
+/// Tells what the extractor says about failures since it was last asked. It keeps the latest ones only, so in a flood
+/// of them some are counted and not named.
 ///
 /// Threads: one.
 class BrokenContents {

@@ -39,6 +39,8 @@ struct Numbers {
   long settle_limit_ms = 2'000;
   long retry_limit_ms = 60'000;
   long missing_index_ms = 5'000;
+  long recovery_pause_ms = 1'000;
+  long recovery_limit_ms = 600'000;
 };
 
 void AddOptions(CLI::App& app, Options& options, Numbers& numbers) {
@@ -53,6 +55,12 @@ void AddOptions(CLI::App& app, Options& options, Numbers& numbers) {
       ->check(CLI::Range(250, 3'600'000));
   app.add_option("--missing-index-ms", numbers.missing_index_ms, "how long an index is missing before it is made anew")
       ->check(CLI::Range(0, 3'600'000));
+  app.add_option("--recovery-pause-ms", numbers.recovery_pause_ms,
+                 "the least time between two comparisons of a whole share whose events get lost")
+      ->check(CLI::Range(0, 3'600'000));
+  app.add_option("--recovery-limit-ms", numbers.recovery_limit_ms,
+                 "the longest time that such a comparison waits, as it does after long ones and after many")
+      ->check(CLI::Range(0, 86'400'000));
   app.add_option("--extractions", options.supervisor.extractions, "files that are read at once")
       ->check(CLI::Range(1, 1024));
   app.add_option("--nice", options.supervisor.worker.nice, "nice value of the workers")->check(CLI::Range(0, 19));
@@ -63,6 +71,8 @@ void Apply(const Numbers& numbers, Options& options) {
   worker.settle = std::chrono::milliseconds(numbers.settle_ms);
   worker.settle_limit = std::chrono::milliseconds(numbers.settle_limit_ms);
   worker.retry_limit = std::chrono::milliseconds(numbers.retry_limit_ms);
+  worker.recovery_pause = std::chrono::milliseconds(numbers.recovery_pause_ms);
+  worker.recovery_limit = std::chrono::milliseconds(numbers.recovery_limit_ms);
   worker.missing_index = std::chrono::milliseconds(numbers.missing_index_ms);
 }
 

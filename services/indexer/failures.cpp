@@ -12,6 +12,7 @@ namespace fileindexd {
 namespace {
 
 constexpr size_t kMostFailures = 10'000;
+constexpr char kUnexplained[] = "the extractor failed at it";
 
 }  // namespace
 
@@ -27,6 +28,18 @@ void Failures::Add(const std::string& path, const std::string& reason) {
   }
   changed_ = true;
   Put(path, reason);
+}
+
+void Failures::AddUnexplained(const std::string& path) {
+  if (!Has(path)) {
+    Add(path, kUnexplained);
+  }
+}
+
+void Failures::Explain(const std::string& path, const std::string& reason) {
+  if (Has(path)) {
+    Add(path, reason);
+  }
 }
 
 void Failures::Put(const std::string& path, const std::string& reason) {

@@ -19,6 +19,10 @@ class Failures {
  public:
   /// Why the file at `path` has no content in the index, or no document; in the place of what was said before.
   void Add(const std::string& path, const std::string& reason);
+  /// The same, where nobody knows why: what was said before stays.
+  void AddUnexplained(const std::string& path);
+  /// Gives the reason, if the file is on the list.
+  void Explain(const std::string& path, const std::string& reason);
   /// All is well with `path`, or it is gone.
   void Forgive(const std::string& path);
   /// The same, if `reason` was what was wrong.

@@ -39,6 +39,7 @@ void Pass::Take(const fi::OP& operation) {
 
 void Pass::PutOffRecovery() {
   events_lost_ = false;
+  doubt_ = true;
 }
 
 void Pass::Apply(Reconciler& reconciler, Progress& progress, bool again) {

@@ -30,14 +30,12 @@ class Pass {
     trees_.push_back(std::move(path));
   }
 
-  /// Events may have been lost: that an attribute changed does not mean that the content did not.
-  void Doubt() { doubt_ = true; }
   /// Has the content of `path` read whatever its document looks like.
   void TakeAnew(std::string path) { anew_.push_back(std::move(path)); }
 
   /// Whether the queue says that events were lost, so that the whole share has to be compared.
   bool EventsLost() const { return events_lost_; }
-  /// Leaves that comparison to a later pass.
+  /// Leaves that comparison to a later pass, and doubts.
   void PutOffRecovery();
 
   /// Applies what was taken. `again`: the batch was begun before, so what looks current was read then.
@@ -52,7 +50,7 @@ class Pass {
   void ReduceTrees();
 
   std::string share_folder_;
-  bool doubt_ = false;
+  bool doubt_ = false;  // that a change of attributes was all that happened
   bool events_lost_ = false;
   std::vector<std::pair<std::string, std::string>> renames_;  // from, to
   std::vector<Single> singles_;

@@ -74,6 +74,11 @@ void Progress::EndPass(std::uint64_t operations) {
   ended_ = Clock::now();
 }
 
+void Progress::NoteRecovery() {
+  const std::lock_guard lock(mutex_);
+  ++recoveries_;
+}
+
 Json::Value Progress::ToJson(size_t most_failures) const {
   const std::lock_guard lock(mutex_);
   Json::Value json;
@@ -89,6 +94,7 @@ Json::Value Progress::ToJson(size_t most_failures) const {
   json["file"] = file_;
   json["passes"] = Json::UInt64{passes_};
   json["operations"] = Json::UInt64{operations_};
+  json["recoveries"] = Json::UInt64{recoveries_};
   failures_.Report(json, most_failures);
   return json;
 }

@@ -34,12 +34,14 @@ class Progress {
   /// It is done; `changed` if the index was changed for it.
   void EndFile(bool changed);
   void EndPass(std::uint64_t operations);
+  /// The whole share was compared because events were lost.
+  void NoteRecovery();
 
   /// What is wrong with which files; they stay when a pass ends.
   Failures& failures() { return failures_; }
 
   /// "state", "problem", "done", "to_do", "changed", "rate" (files for each second of the pass), "seconds_left" (null
-  /// while nobody can know), "file", "passes", "operations", and what Failures::Report adds.
+  /// while nobody can know), "file", "passes", "operations", "recoveries", and what Failures::Report adds.
   Json::Value ToJson(size_t most_failures = kUsualFailures) const;
 
  private:
@@ -57,6 +59,7 @@ class Progress {
   std::uint64_t changed_ = 0;
   std::uint64_t passes_ = 0;
   std::uint64_t operations_ = 0;
+  std::uint64_t recoveries_ = 0;
   Clock::time_point begun_{};
   Clock::time_point ended_{};
 };

@@ -50,11 +50,6 @@ bool IsOfTheMove(const Error& error) {
   }
 }
 
-// The extractor adds to what it has said before.
-bool IsRepeated(const std::string& first, const std::string& second) {
-  return !first.empty() && second.compare(0, first.size(), first) == 0;
-}
-
 struct Listing {
   std::vector<std::string> names;
   bool readable = true;  // false: what is in it cannot be known; a folder that is gone is readable and empty
@@ -404,10 +399,10 @@ void Reconciler::Index(const std::string& path, const Found& found) {
   SetStamp(path, found, false);
 }
 
-// Why there can be no such document; nothing if there is one now. It is asked for twice, because the extractor may have
-// ended in the middle of the first time, and what it dies of it says at once the second time.
+// Why there can be no such document, "" where only the extractor can tell; nothing if there is one now. It is asked for
+// twice, because the extractor may have ended in the middle of the first time, and what it dies of it says at once the
+// second time.
 std::optional<std::string> Reconciler::TryUpsert(const std::string& path, bool need_meta) {
-  std::string first_reason;
   for (int attempt = 1;; ++attempt) {
     try {
       index_.Upsert(path, need_meta);
@@ -417,9 +412,8 @@ std::optional<std::string> Reconciler::TryUpsert(const std::string& path, bool n
         throw;
       }
       if (error.code() != kNotBuilt || attempt == 2) {
-        return IsRepeated(first_reason, error.reason()) ? first_reason : error.reason();
+        return error.code() == kNotBuilt ? "" : error.reason();
       }
-      first_reason = error.reason();
     }
     if (!box_.extractor_answers()) {
       throw NoExtractor();
@@ -438,7 +432,7 @@ void Reconciler::IndexWithoutContent(const std::string& path, const Found& found
   }
   const std::optional<std::string> refusal = TryUpsert(path, false);
   if (!refusal) {
-    progress_.failures().Add(path, reason);
+    NoteFailure(path, reason);
     SetStamp(path, found, true);
     return;
   }
@@ -448,9 +442,13 @@ void Reconciler::IndexWithoutContent(const std::string& path, const Found& found
     return;
   }
   // A folder stays one: what is in it has documents of its own.
-  progress_.failures().Add(path, *refusal);
+  NoteFailure(path, *refusal);
   index_.RemoveOne(path);
   CountChange();
+}
+
+void Reconciler::NoteFailure(const std::string& path, const std::string& reason) {
+  reason.empty() ? progress_.failures().AddUnexplained(path) : progress_.failures().Add(path, reason);
 }
 
 void Reconciler::SetAttributes(const std::string& path, const Found& found, bool failed) {

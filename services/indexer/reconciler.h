@@ -98,6 +98,7 @@ class Reconciler {
   std::optional<std::string> TryUpsert(const std::string& path, bool need_meta);
   void IndexWithoutContent(const std::string& path, const Found& found, const std::string& reason);
   bool HasFailed(const std::string& path, const Stamp& stamp, const Stamp& now) const;
+  void NoteFailure(const std::string& path, const std::string& reason);
   void SetAttributes(const std::string& path, const Found& found, bool failed);
   void SetStamp(const std::string& path, const Found& found, bool failed);
   void Remove(const std::string& path);

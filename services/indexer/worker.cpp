@@ -101,6 +101,7 @@ Worker::Worker(ShareInfo share, const WorkerSettings& settings, Extractions& ext
       paused_(paused),
       interrupt_(paused),
       index_(share_.name, extractions),
+      pace_(settings.recovery_pause, settings.recovery_limit),
       thread_([this] { Run(); }) {}
 
 Worker::~Worker() {
@@ -180,10 +181,14 @@ bool Worker::WaitForWork() {
       continue;
     }
     std::optional<Clock::time_point> due = retry_at_ ? retry_at_ : settle_.Due();
+    if (!retry_at_ && recovery_at_) {
+      due = std::min(due.value_or(*recovery_at_), *recovery_at_);
+    }
     if (look_again_ || (due && *due <= Clock::now())) {
       settle_.Take();
       look_again_ = false;
       retry_at_.reset();
+      recovery_at_.reset();  // the pass looks for itself whether it is time
       return true;
     }
     due ? static_cast<void>(wake_.wait_until(lock, *due)) : wake_.wait(lock);
@@ -243,10 +248,15 @@ bool Worker::DoPass() {
   FindFailuresToRetry();
   const bool again = Exists(share_.queue + ".tmp");
   const bool has_batch = again || HasContent(share_.queue);
-  if (has_batch || whole_share_ || !changed_folders_.empty() || !retry_.empty()) {
+  const bool recovers = recovery_pending_ && !pace_.Due(Clock::now());
+  if (has_batch || whole_share_ || !changed_folders_.empty() || !retry_.empty() || recovers) {
     Apply(has_batch, again, index);
   }
-  progress_.SetState(Progress::State::kIdle);
+  progress_.SetState(recovery_pending_ ? Progress::State::kWaiting : Progress::State::kIdle);
+  if (recovery_pending_) {
+    const std::lock_guard lock(mutex_);
+    recovery_at_ = pace_.Due(Clock::now()).value_or(Clock::now());
+  }
   if (again && HasContent(share_.queue)) {
     NoteQueue();  // what came while the left-over batch kept the queue waiting
   }
@@ -257,7 +267,7 @@ bool Worker::DoPass() {
 void Worker::KeepChanges() {
   try {
     if (!changed_folders_.empty()) {
-      StoreMark({policy_.folders(), mark_ ? mark_->index : "", changed_folders_});
+      StoreMark({policy_.folders(), mark_ ? mark_->index : "", Unfinished()});
     }
   } catch (const std::system_error& error) {
     Record(LOG_NOTICE, "changes_not_kept").Add("share", share_.name).Add("reason", error.what());
@@ -285,10 +295,41 @@ void Worker::FindWork(const std::string& index) {
   if (whole_share_) {
     ForgetMark();
   } else if (!changed_folders_.empty()) {
-    StoreMark({policy_.folders(), index, changed_folders_});
+    StoreMark({policy_.folders(), index, Unfinished()});
   }
   if (flagged) {
     fi::StatusMgr().UnsetShareStatus(share_.name, kNeedsReindex);
+  }
+}
+
+// What the next pass has to compare if this one does not.
+std::vector<std::string> Worker::Unfinished() const {
+  std::vector<std::string> folders = changed_folders_;
+  if (recovery_pending_) {
+    folders.push_back(share_.folder);
+  }
+  return folders;
+}
+
+// Where events get lost again and again, the whole share is not compared each time.
+void Worker::PlanRecovery(Pass& pass) {
+  recovery_pending_ = recovery_pending_ || pass.EventsLost();
+  recovering_ = recovery_pending_ && (whole_share_ || !pace_.Due(Clock::now()));
+  if (recovering_) {
+    pass.TakeTree(share_.folder);
+  } else if (recovery_pending_) {
+    pass.PutOffRecovery();
+  }
+}
+
+// A recovery that was put off is kept in the mark alone when the batch goes, so that an old mark must not come back.
+void Worker::EndRecovery(Clock::time_point begun) {
+  if (recovering_) {
+    pace_.NoteRecovery(begun, Clock::now());
+    progress_.NoteRecovery();
+    recovery_pending_ = recovering_ = false;
+  } else if (recovery_pending_ && (!mark_ || mark_->pending != Unfinished())) {
+    ForgetMark();
   }
 }
 
@@ -310,6 +351,8 @@ void Worker::Apply(bool has_batch, bool again, const std::string& index) {
     fi::QueueMgr queue(share_.queue);
     operations = queue.ProcessOP([&pass](const std::shared_ptr<fi::OP>& operation) { pass.Take(*operation); }, true);
   }
+  PlanRecovery(pass);
+  const Clock::time_point begun = Clock::now();
   const Reconciler::Box box = AskedOfTheBox();
   Reconciler reconciler(index_, policy_, box, progress_);
   reconciler.on_milestone = [this] {
@@ -328,13 +371,14 @@ void Worker::Apply(bool has_batch, bool again, const std::string& index) {
     NoteConfiguration();
     throw Interrupted();
   }
-  if (!StoreMark({policy_.folders(), index, {}})) {
+  changed_folders_.clear();
+  EndRecovery(begun);
+  if (!StoreMark({policy_.folders(), index, Unfinished()})) {
     throw Interrupted();
   }
   EndRetry(reconciler.changes() > 0, tried_by);
   fi::QueueMgr(share_.queue).DeleteTmp();
   whole_share_ = false;
-  changed_folders_.clear();
   progress_.EndPass(static_cast<std::uint64_t>(std::max(operations, 0)));
 }
 
@@ -364,7 +408,8 @@ void Worker::MeetExtractor() {
     return;
   }
   for (const BrokenContent& content : broken_contents_.New(status, share_.folder)) {
-    progress_.failures().Add(content.path, content.reason);
+    content.has_document ? progress_.failures().Add(content.path, content.reason)
+                         : progress_.failures().Explain(content.path, content.reason);
   }
 }
 

@@ -15,9 +15,11 @@
 
 #include "services/indexer/broken_contents.h"
 #include "services/indexer/mark.h"
+#include "services/indexer/pass.h"
 #include "services/indexer/policy.h"
 #include "services/indexer/progress.h"
 #include "services/indexer/reconciler.h"
+#include "services/indexer/recovery_pace.h"
 #include "services/indexer/settle.h"
 #include "services/indexer/share_index.h"
 
@@ -33,6 +35,9 @@ struct WorkerSettings {
   std::chrono::milliseconds settle_limit{2'000};
   std::chrono::milliseconds retry_limit{60'000};   ///< between two tries of what fails, at most
   std::chrono::milliseconds missing_index{5'000};  ///< how long whoever removed an index may take to say why
+  /// Between two comparisons of a whole share whose events get lost again and again, at least and at most.
+  std::chrono::milliseconds recovery_pause{1'000};
+  std::chrono::milliseconds recovery_limit{600'000};
   int nice = 10;
 };
 
@@ -92,6 +97,9 @@ class Worker {
   void AddChanges(const Policy& before);
   void KeepChanges();
   void FindWork(const std::string& index);
+  void PlanRecovery(Pass& pass);
+  void EndRecovery(Clock::time_point begun);
+  std::vector<std::string> Unfinished() const;
   void ForgetMark();
   bool StoreMark(Mark mark);
   void LoadFailures();
@@ -114,7 +122,8 @@ class Worker {
   std::condition_variable wake_;
   Settle settle_;
   std::optional<Clock::time_point> retry_at_;
-  bool look_again_ = true;  // the start, or NoteConfiguration
+  std::optional<Clock::time_point> recovery_at_;  // one that was put off
+  bool look_again_ = true;                        // the start, or NoteConfiguration
   bool paused_;
   bool stop_ = false;
   bool compare_ = false;  // CompareAll was called: no mark is stored until the comparison begins
@@ -128,10 +137,13 @@ class Worker {
   bool has_policy_ = false;
   std::uint64_t share_identity_ = 0;
   std::vector<std::string> changed_folders_;  // of the configuration, not compared yet
-  bool whole_share_ = false;                  // has to be compared
-  std::optional<Mark> mark_;                  // as it is stored
-  bool has_mark_ = false;                     // has been looked for
-  bool probed_ = false;                       // the index has answered
+  bool recovery_pending_ = false;             // events were lost: the share has to be compared, sooner or later
+  bool recovering_ = false;                   // in this pass
+  RecoveryPace pace_;
+  bool whole_share_ = false;  // has to be compared
+  std::optional<Mark> mark_;  // as it is stored
+  bool has_mark_ = false;     // has been looked for
+  bool probed_ = false;       // the index has answered
   std::optional<Clock::time_point> missing_since_;
   bool told_no_space_ = false;
   std::string told_problem_;  // in the log as a warning

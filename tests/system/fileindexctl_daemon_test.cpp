@@ -77,8 +77,8 @@ TEST_F(DaemonCommand, StatusTellsWhatEachShareIsAt) {
   const ProcessResult status = Fileindexctl({"daemon", "status"});
 
   EXPECT_EQ(status.exit_status, 0);
-  EXPECT_THAT(status.output, MatchesRegex("SHARE +STATE +DONE +TO DO +PER SECOND +FAILED +FILE +PROBLEM\n"
-                                          "docs +idle +[1-9][0-9]* +0 +[0-9]+ +0 +- +-\n"
+  EXPECT_THAT(status.output, MatchesRegex("SHARE +STATE +DONE +TO DO +PER SECOND +TIME LEFT +FAILED +FILE +PROBLEM\n"
+                                          "docs +idle +[1-9][0-9]* +0 +[0-9]+ +- +0 +- +-\n"
                                           "paused: no\n"));
 }
 

@@ -49,15 +49,31 @@ TEST(BrokenContents, EachIsToldOnceInTheOrderInWhichItCame) {
   EXPECT_EQ(PathsOf(contents.New(Status(3, {a, a, b}), "/v")), (std::vector<std::string>{"/v/a", "/v/b"}));
 }
 
-TEST(BrokenContents, OtherFailuresAndOtherSharesAreLeftOut) {
+TEST(BrokenContents, OtherSharesAreLeftOutAndFilesWithoutADocumentAreToldApart) {
   BrokenContents contents;
 
-  const auto found = contents.New(Status(3, {Failure("broken", "/v/a"), Failure("deadline", "/v/b"),
+  const auto found = contents.New(Status(4, {Failure("broken", "/v/a"), Failure("deadline", "/v/b"),
                                              Failure("broken", "/v2/c"), Failure("broken", "/v/d")}),
                                   "/v");
 
-  EXPECT_EQ(PathsOf(found), (std::vector<std::string>{"/v/a", "/v/d"}));
+  EXPECT_EQ(PathsOf(found), (std::vector<std::string>{"/v/a", "/v/b", "/v/d"}));
   EXPECT_EQ(found[0].reason, "no text in /v/a");
+  EXPECT_TRUE(found[0].has_document);
+  EXPECT_FALSE(found[1].has_document);
+}
+
+TEST(BrokenContents, FailuresOfAllKindsCountButThoseFromMemory) {
+  BrokenContents contents;
+  const Json::Value a = Failure("died", "/v/a");
+  Json::Value status = Status(1, {Failure("broken", "/v/b"), a});
+  status["data"]["failures"]["died"] = 1;
+  contents.Skip(status);
+
+  status["data"]["failures"]["known"] = 5;
+  EXPECT_EQ(PathsOf(contents.New(status, "/v")), std::vector<std::string>{});
+
+  status["data"]["failures"]["died"] = 2;
+  EXPECT_EQ(PathsOf(contents.New(status, "/v")), std::vector<std::string>{"/v/a"});
 }
 
 TEST(BrokenContents, AnExtractorThatWasStartedAnewBeginsAnew) {

@@ -96,6 +96,18 @@ TEST(Failures, OneIsForgivenForTheRightReasonOrForAny) {
   EXPECT_FALSE(failures.Has("/v/a"));
 }
 
+TEST(Failures, AReasonIsGivenToWhatIsOnTheListAlone) {
+  Failures failures;
+  failures.AddUnexplained("/v/a");
+
+  failures.Explain("/v/a", "died");
+  failures.Explain("/v/b", "died");
+  EXPECT_THAT(Told(failures), ElementsAre("/v/a: died"));
+
+  failures.AddUnexplained("/v/a");
+  EXPECT_THAT(Told(failures), ElementsAre("/v/a: died"));
+}
+
 TEST(Failures, ATreeIsForgivenWithoutItsNeighbours) {
   Failures failures;
   for (const char* const path : {"/v/x", "/v/x!", "/v/x/a", "/v/x/y/b", "/v/x0"}) {

@@ -1,0 +1,74 @@
+// Events that get lost again and again: the whole share is compared, but not all the time.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "orbisk/fileindex/op.h"
+#include "orbisk/fileindex/util.h"
+#include "tests/system/indexer_box.h"
+
+namespace orbisk::test {
+namespace {
+
+class IndexerLosses : public IndexerBox {
+ protected:
+  void SetUp() override {
+    IndexerBox::SetUp();
+    WriteFile(Docs("a.txt"), "kingfisher");
+    StartIndexer(kSlowPace);
+    ASSERT_TRUE(BecomesEqual());
+    ASSERT_TRUE(Eventually(Idle));
+  }
+
+  // As the monitor says it.
+  void LoseEvents() const { fileindex::AddCustomEvent(fileindex::EVENT_QUEUE_CRASHED, Docs(), "", Json::Value()); }
+  static int Recoveries() { return StatusOf()["recoveries"].asInt(); }
+  static bool Idle() { return StatusOf()["state"] == "idle" && StatusOf()["backlog"] == 0; }
+  static bool Waiting() { return StatusOf()["state"] == "waiting" && StatusOf()["backlog"] == 0; }
+  void LoseOnce() const {
+    const int before = Recoveries();
+    LoseEvents();
+    ASSERT_TRUE(Eventually([&] { return Recoveries() == before + 1 && Idle(); }));
+  }
+
+  const std::vector<std::string> kSlowPace = {"--recovery-pause-ms", "4000"};
+};
+
+TEST_F(IndexerLosses, AThousandOfThemInTwoSecondsCostTwoComparisonsAndOtherChangesGoOn) {
+  LoseOnce();
+  const int before = Recoveries();
+
+  for (int i = 0; i < 1'000; ++i) {
+    LoseEvents();
+    if (i % 100 == 0) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    }
+  }
+  ASSERT_TRUE(Eventually(Waiting));
+  WriteFile(Docs("b.txt"), "heron");
+  EXPECT_TRUE(Eventually([this] { return InIndex().count(Docs("b.txt")) == 1; }, std::chrono::seconds(2)));
+  EXPECT_EQ(Recoveries(), before) << "the comparison is put off";
+
+  EXPECT_TRUE(Eventually([&] { return Recoveries() == before + 1 && Idle(); }));
+  EXPECT_TRUE(BecomesEqual());
+}
+
+TEST_F(IndexerLosses, AComparisonThatWasPutOffIsDoneByTheNextDaemon) {
+  LoseOnce();
+  KillMonitor();
+  WriteFile(Docs("unseen.txt"), "dipper");
+  LoseEvents();
+  ASSERT_TRUE(Eventually(Waiting));
+  ASSERT_EQ(InIndex().count(Docs("unseen.txt")), 0U);
+
+  KillIndexer();
+  StartIndexer(kSlowPace);
+
+  EXPECT_TRUE(BecomesEqual());
+}
+
+}  // namespace
+}  // namespace orbisk::test
