@@ -14,6 +14,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 
 namespace orbisk::bench {
 namespace {
@@ -69,40 +70,52 @@ long ProportionalKib(int pid) {
   return line != nullptr ? strtol(line + 5, nullptr, 10) : 0;
 }
 
-// The highest sum of proportional sizes, within a hundredth. They are taken only when they may be that much higher than
+// The highest sum of proportional sizes, within a fiftieth. They are taken only when they may be that much higher than
 // the highest so far: the resident sizes, less what was shared of them when last seen, say so, since the shared part
 // (libraries, what workers have of the process that forked them) hardly changes while the processes are the same.
 class Peak {
  public:
   void Look(const std::set<int>& processes, Clock::time_point now) {
     long estimate = 0;
-    bool same = processes.size() == shared_kib_.size();
+    bool same = processes.size() == sizes_.size();
     for (const int pid : processes) {
-      const auto known = shared_kib_.find(pid);
-      same = same && known != shared_kib_.end();
-      estimate += ResidentKib(pid) - (known != shared_kib_.end() ? known->second : 0);
+      const auto known = sizes_.find(pid);
+      same = same && known != sizes_.end();
+      estimate += ResidentKib(pid) - (known != sizes_.end() ? known->second.shared_kib : 0);
     }
-    if (!same || estimate > peak_kib_ + peak_kib_ / 100 || now - measured_ > kOldest) {
-      Measure(processes);
+    if (!same || now - measured_ > kOldest) {
+      sizes_.clear();
       measured_ = now;
+      Measure(processes);
+    } else if (estimate > peak_kib_ + peak_kib_ / 50) {
+      Measure(processes);
     }
   }
 
   long kib() const { return peak_kib_; }
 
  private:
+  struct Size {
+    long resident_kib = 0;
+    long shared_kib = 0;
+  };
+
+  // Of those that are known only what has changed.
   void Measure(const std::set<int>& processes) {
-    shared_kib_.clear();
+    std::map<int, Size> sizes;
     long sum = 0;
     for (const int pid : processes) {
-      const long proportional = ProportionalKib(pid);
-      shared_kib_[pid] = std::max(0L, ResidentKib(pid) - proportional);
-      sum += proportional;
+      const long resident = ResidentKib(pid);
+      const auto known = sizes_.find(pid);
+      const bool same = known != sizes_.end() && known->second.resident_kib == resident;
+      sizes[pid] = {resident, same ? known->second.shared_kib : std::max(0L, resident - ProportionalKib(pid))};
+      sum += resident - sizes[pid].shared_kib;
     }
+    sizes_ = std::move(sizes);
     peak_kib_ = std::max(peak_kib_, sum);
   }
 
-  std::map<int, long> shared_kib_;
+  std::map<int, Size> sizes_;
   long peak_kib_ = 0;
   Clock::time_point measured_;
 };

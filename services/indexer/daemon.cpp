@@ -12,6 +12,7 @@
 #include "services/base/log.h"
 #include "services/base/pid_file.h"
 #include "services/base/program.h"
+#include "services/base/readiness.h"
 #include "services/indexer/command_socket.h"
 #include "services/indexer/supervisor.h"
 
@@ -91,6 +92,7 @@ void Serve(const Options& options) {
   socket.Open(options.group);
   supervisor.Start();
   Record(LOG_NOTICE, "started").Add("socket", options.socket);
+  service::TellReady();
   context->run();
   service::LimitStopping();  // the library waits for a busy search daemon, and cannot be interrupted
   socket.Close();

@@ -12,6 +12,7 @@
 #include "services/base/log.h"
 #include "services/base/pid_file.h"
 #include "services/base/program.h"
+#include "services/base/readiness.h"
 #include "services/search/catalog.h"
 #include "services/search/dispatcher.h"
 #include "services/search/maintenance.h"
@@ -113,6 +114,7 @@ void Serve(const Options& options) {
   server.Open();  // whoever connects waits; and without a socket no index is touched
   const Workers workers(dispatcher);
   Record(LOG_NOTICE, "started").Add("indexes", static_cast<long long>(catalog.All().size()));
+  service::TellReady();
   context.run();
   service::LimitStopping();  // a search or a deletion in work cannot be interrupted
   server.Close();

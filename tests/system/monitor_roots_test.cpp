@@ -3,6 +3,7 @@
 #include <sys/mount.h>
 
 #include <filesystem>
+#include <fstream>
 
 #include "tests/support/private_mounts.h"
 #include "tests/system/monitor_support.h"
@@ -73,6 +74,29 @@ TEST_P(MonitorRootsTest, FolderRegisteredBeforeItExistsIsWatchedOnceItDoes) {
   WriteFile(later + "/f", "x");
 
   EXPECT_TRUE(Eventually([&] { return Holds(MonitorBox::Lines(queue), {kModifyLine, false, later + "/f", ""}); }));
+}
+
+TEST_P(MonitorRootsTest, FileAtARegisteredPathIsReportedThoughItsFolderIsNotRegistered) {
+  const std::string file = box_.outside() + "/song";
+  const std::string queue = box_.root() + "/vol/song.queue";
+  box_.Register(queue, {file});
+  Start();
+  const auto next_line_is = [&](int event) {
+    const bool came = Eventually([&] { return Holds(MonitorBox::Lines(queue), {event, false, file, ""}); });
+    fs::remove(queue);
+    return came;
+  };
+
+  WriteFile(file, "x");
+  EXPECT_TRUE(next_line_is(kCreateLine)) << "created";
+  std::ofstream(file, std::ios::app) << "y";
+  EXPECT_TRUE(next_line_is(kCreateLine)) << "written";
+  fs::permissions(file, fs::perms::owner_read);
+  EXPECT_TRUE(next_line_is(kCreateLine)) << "another mode";
+  fs::rename(file, box_.outside() + "/elsewhere");
+  EXPECT_TRUE(next_line_is(kDeleteLine)) << "renamed";
+  fs::rename(box_.outside() + "/elsewhere", file);
+  EXPECT_TRUE(next_line_is(kCreateLine)) << "renamed back";
 }
 
 TEST_P(MonitorRootsTest, MountOverAWatchedFolderCrashesTheQueueAndTheNewOneIsWatched) {
