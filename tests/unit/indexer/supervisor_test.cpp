@@ -47,7 +47,7 @@ class SupervisorTest : public testing::Test {
   }
 
   Loop loop_;
-  const SupervisorSettings settings_;
+  const SupervisorSettings settings_{};
   Supervisor supervisor_{loop_.context(), settings_};
 };
 
