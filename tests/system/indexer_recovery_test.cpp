@@ -63,7 +63,16 @@ class OpeningSearchDaemon {
   std::thread thread_;
 };
 
-class IndexerRecovery : public IndexerBox {};
+class IndexerRecovery : public IndexerBox {
+ protected:
+  static size_t Count(const std::string& text, const std::string& part) {
+    size_t count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+      ++count;
+    }
+    return count;
+  }
+};
 
 TEST_F(IndexerRecovery, IndexingBeginsSoonAfterTheSearchDaemonHasItsDatabasesOpen) {
   constexpr std::chrono::seconds kSoon{10};  // the library waits 30 s between two tries
@@ -79,6 +88,7 @@ TEST_F(IndexerRecovery, IndexingBeginsSoonAfterTheSearchDaemonHasItsDatabasesOpe
     StartIndexer();
     EXPECT_TRUE(Eventually([&] { return opening.asked() >= 3; }, kSoon)) << opening.asked();
     EXPECT_EQ(StatusOf()["state"].asString(), "failing");
+    EXPECT_EQ(Count(IndexerLog(), "error 606"), 1U) << IndexerLog();
   }
   StartSearchDaemon();
 
