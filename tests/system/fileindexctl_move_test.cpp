@@ -153,38 +153,6 @@ TEST_F(MoveCommand, APausedShareStaysPaused) {
   ExpectMoved();
 }
 
-TEST_F(MoveCommand, AFolderThatWasPausedByItselfStaysPausedAlone) {
-  ASSERT_TRUE(Succeeds(Fileindexctl({"folder", "add", "/music/deep", "--name", "Deep"})));
-  fileindex::FolderMgr folders;
-  for (const auto& folder : folders.GetFolders()) {
-    folder->SetPaused(folder->GetPath() == "/music/deep");
-  }
-  folders.Save();
-
-  EXPECT_TRUE(Succeeds(Move("music", "songs")));
-
-  EXPECT_TRUE(Parse(Fileindexctl({"folder", "get", "/songs/deep", "--json"}).output)["paused"].asBool());
-  EXPECT_FALSE(Parse(Fileindexctl({"folder", "get", "/songs", "--json"}).output)["paused"].asBool());
-  ExpectMoved();
-}
-
-TEST_F(MoveCommand, AFolderThatWasPausedByItselfStaysPausedAloneWhenTheMoveIsUndone) {
-  ASSERT_TRUE(Succeeds(Fileindexctl({"folder", "add", "/music/deep", "--name", "Deep"})));
-  fileindex::FolderMgr folders;
-  for (const auto& folder : folders.GetFolders()) {
-    folder->SetPaused(folder->GetPath() == "/music/deep");
-  }
-  folders.Save();
-  ASSERT_EQ(mount(OnFirst("music").c_str(), OnFirst("music").c_str(), nullptr, MS_BIND, nullptr), 0);
-
-  EXPECT_EQ(Move("music", "songs").exit_status, 1);
-
-  umount2(OnFirst("music").c_str(), MNT_DETACH);
-  EXPECT_TRUE(Parse(Fileindexctl({"folder", "get", "/music/deep", "--json"}).output)["paused"].asBool());
-  EXPECT_FALSE(Parse(Fileindexctl({"folder", "get", "/music", "--json"}).output)["paused"].asBool());
-  ExpectUntouched();
-}
-
 TEST_F(MoveCommand, NamesThatCannotBeAreRefusedBeforeAnythingIsDone) {
   EXPECT_TRUE(FailsWith(Move("nothing", "songs"), "fileindexctl: no such share: nothing"));
   EXPECT_TRUE(FailsWith(Move("music", "docs"), "fileindexctl: there is a share docs already"));

@@ -59,9 +59,6 @@ std::optional<ShareMove> ShareJournal::Read() {
     move.folder = note["folder"].asUInt64();
     move.indexed = note["indexed"].asBool();
     move.resume = note["resume"].asBool();
-    for (const Json::Value& path : note["paused"]) {
-      move.paused.push_back(path.asString());
-    }
     move.step = note["step"].asUInt64();
   } catch (const Json::Exception& error) {
     throw std::runtime_error(std::string("cannot read ") + kNote + ": " + error.what());
@@ -78,10 +75,6 @@ void ShareJournal::Write(const ShareMove& move) {
   note["folder"] = Json::UInt64{move.folder};
   note["indexed"] = move.indexed;
   note["resume"] = move.resume;
-  note["paused"] = Json::Value(Json::arrayValue);
-  for (const std::string& path : move.paused) {
-    note["paused"].append(path);
-  }
   note["step"] = Json::UInt64{move.step};
   if (!orbisk::toFile(note, kNote)) {
     throw std::runtime_error(std::string("cannot write ") + kNote);

@@ -6,7 +6,6 @@
 
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace fileindexctl {
 
@@ -19,9 +18,7 @@ struct ShareMove {
   ino_t folder = 0;       ///< tells the folder from another one that has come to its path
   bool indexed = false;   ///< folders of the share are configured
   bool resume = false;    ///< it was not paused before
-  /// Folders that were paused one by one, which resuming the share goes on with: share paths without the share's name.
-  std::vector<std::string> paused;
-  size_t step = 0;  ///< the step that is being done; those before it are done
+  size_t step = 0;        ///< the step that is being done; those before it are done
 };
 
 /// The note on disk, /etc/nimo/share-move.json, and the lock that keeps two moves apart.

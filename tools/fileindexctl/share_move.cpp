@@ -136,32 +136,10 @@ void Pause(const ShareMove& move) {
   }
 }
 
-// Without the name of its share, which changes.
-std::string PathInShare(const index::Folder& folder) {
-  return folder.GetPath().substr(folder.GetShare().size() + 1);
-}
-
-// Resuming a share goes on with all of its folders.
-void ResumeAsItWas(const ShareMove& move, const std::string& share) {
-  if (!move.resume) {
-    return;
-  }
-  index::ShareResume(share);
-  const index::FolderMgr folder_mgr;
-  bool changed = false;
-  for (const auto& folder : folder_mgr.GetFolders()) {
-    if (folder->GetShare() == share && std::count(move.paused.begin(), move.paused.end(), PathInShare(*folder)) != 0) {
-      folder->SetPaused(true);
-      changed = true;
-    }
-  }
-  if (changed) {
-    folder_mgr.Save();
-  }
-}
-
 void PauseBack(const ShareMove& move) {
-  ResumeAsItWas(move, move.from);
+  if (move.resume) {
+    index::ShareResume(move.from);
+  }
 }
 
 void Place(const ShareMove& move) {
@@ -249,7 +227,9 @@ void FollowBack(const ShareMove& move) {
 }
 
 void Resume(const ShareMove& move) {
-  ResumeAsItWas(move, move.to);
+  if (move.resume) {
+    index::ShareResume(move.to);
+  }
 }
 
 struct Step {
@@ -382,9 +362,6 @@ ShareMove Plan(const std::string& from, const std::string& to) {
     const bool of_share = folder->GetShare() == from;
     move.indexed = move.indexed || of_share;
     move.resume = move.resume || (of_share && !folder->IsPaused());
-    if (of_share && folder->IsPaused()) {
-      move.paused.push_back(PathInShare(*folder));
-    }
   }
   if (move.indexed) {
     RequireIndexThatCanFollow(move);
