@@ -218,6 +218,7 @@ bool Worker::DoPass() {
   }
   share_identity_ = 0;
   CheckOnline();
+  index_.DropChanges();
   if (!probed_) {
     index_.Find(share_.folder);
     probed_ = true;
