@@ -140,6 +140,10 @@ void CommandSocket::Open(const std::string& group) {
   listener_.Accept();
 }
 
+void CommandSocket::Close() {
+  listener_.Close();
+}
+
 void CommandSocket::Serve(service::Listener::Socket socket) {
   ++clients_;
   std::make_shared<Session>(std::move(socket), gate_)->ReadLength();

@@ -29,6 +29,8 @@ class CommandSocket {
 
   /// Throws std::runtime_error as service::Listener does. `group` may use the socket besides root, if there is one.
   void Open(const std::string& group);
+  /// Lets nobody else in and removes the socket. Who is connected is served as before.
+  void Close();
 
  private:
   class Session;

@@ -36,6 +36,24 @@ class Turn {
   Extractions& extractions_;
 };
 
+bool IsBusy(int code) {
+  return code == 1400 || code == 1401;
+}
+
+// As orbisk::SendRequest; but while the database is not ready, which after a power cut takes the search daemon a
+// moment, this throws and does not wait half a minute: the worker tries again in its own time, and can be stopped
+// meanwhile.
+void Ask(Json::Value& answer, const Json::Value& request) {
+  try {
+    orbisk::SendRequestImpl(answer, request);
+  } catch (const orbisk::Error& error) {
+    if (!IsBusy(error.code())) {
+      throw;
+    }
+    orbisk::SendRequest(answer, request);
+  }
+}
+
 Json::Value PathIs(const std::string& path) {
   Json::Value condition;
   condition["term"][elastic::kMDPath] = path;
@@ -118,7 +136,7 @@ Json::Value ShareIndex::GetRequest(Json::Value condition, size_t limit) const {
 std::vector<Entry> ShareIndex::Query(Json::Value condition, size_t limit) {
   SendChanges();
   Json::Value answer;
-  orbisk::SendRequest(answer, GetRequest(std::move(condition), limit));
+  Ask(answer, GetRequest(std::move(condition), limit));
   return EntriesOf(answer["data"]);
 }
 
@@ -128,12 +146,12 @@ void ShareIndex::AppendLookUp(const std::string& path, Json::Value& requests) co
 }
 
 // The answers to what AppendLookUp made.
-std::vector<LookedUp> ShareIndex::Ask(Json::Value requests) {
+std::vector<LookedUp> ShareIndex::AskFor(Json::Value requests) {
   SendChanges();
   Json::Value request;
   request["compound"].swap(requests);
   Json::Value answer;
-  orbisk::SendRequest(answer, request);
+  Ask(answer, request);
   Json::Value& results = answer["data"];
   if (!results.isArray() || results.size() != request["compound"].size()) {
     throw orbisk::Error(orbisk::Code(916));
@@ -159,7 +177,7 @@ LookedUp ShareIndex::LookUp(const std::string& path) {
   }
   Json::Value requests(Json::arrayValue);
   AppendLookUp(path, requests);
-  return std::move(Ask(std::move(requests)).front());
+  return std::move(AskFor(std::move(requests)).front());
 }
 
 void ShareIndex::Expect(const std::vector<std::string>& paths) {
@@ -171,7 +189,7 @@ void ShareIndex::Expect(const std::vector<std::string>& paths) {
   if (paths.empty()) {
     return;
   }
-  std::vector<LookedUp> answers = Ask(std::move(requests));
+  std::vector<LookedUp> answers = AskFor(std::move(requests));
   for (size_t i = 0; i < paths.size(); ++i) {
     looked_up_[paths[i]] = std::move(answers[i]);
   }
@@ -210,7 +228,7 @@ void ShareIndex::SendChanges() {
   changes_ = Json::Value(Json::arrayValue);
   changed_.clear();
   Json::Value answer;
-  orbisk::SendRequest(answer, request);
+  Ask(answer, request);
   if (!answer["has_fail"].isBool() || !answer["has_fail"].asBool()) {
     return;
   }

@@ -46,7 +46,7 @@ class ShareIndex : public DocumentIndex {
   Json::Value GetRequest(Json::Value condition, size_t limit) const;
   std::vector<Entry> Query(Json::Value condition, size_t limit);
   void AppendLookUp(const std::string& path, Json::Value& requests) const;
-  std::vector<LookedUp> Ask(Json::Value requests);
+  std::vector<LookedUp> AskFor(Json::Value requests);
   void Change(const std::string& path, Json::Value request);
   void Forget(const std::string& path);
   void SendChanges();

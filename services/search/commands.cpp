@@ -68,7 +68,7 @@ Route Commands::RouteOf(const Command& command) {
 std::string Commands::Run(const Command& command) {
   const Row& entry = RowOf(command);
   try {
-    return entry.handler(catalog_, command.data);
+    return entry.handler({catalog_, max_answer_bytes_}, command.data);
   } catch (const search::Error& error) {
     if (error.code() == search::ErrorCode::kTooMuchMemory) {
       // The document is too large and will always be; 1401 would have it sent again for ever.

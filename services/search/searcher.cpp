@@ -49,6 +49,19 @@ std::string OrderOf(const Schema& schema, SearchOptions::Sort sort, bool descend
   return by.empty() || by == "nimo_fold()" ? "d.path" + direction : by + direction + ", d.path" + direction;
 }
 
+// What a hit takes, of which strings are all that can be much.
+size_t BytesOf(const Hit& hit) {
+  size_t bytes = sizeof(Hit) + hit.path.size() + hit.snippet.size();
+  for (const Json::Value& field : hit.fields) {
+    const char* begin = nullptr;
+    const char* end = nullptr;
+    if (field.isString() && field.getString(&begin, &end)) {
+      bytes += static_cast<size_t>(end - begin);
+    }
+  }
+  return bytes;
+}
+
 }  // namespace
 
 std::string Searcher::From() const {
@@ -90,6 +103,10 @@ SearchResult Searcher::Run(const std::string& text) {
                           options_.mark_end);
     for (const Found& found : Page()) {
       result.hits.push_back(MakeHit(found, snippets));
+      result.bytes += BytesOf(result.hits.back());
+      if (result.bytes > options_.max_bytes) {
+        throw Error(ErrorCode::kAnswerTooLarge, "the hits take too much room: ask for fewer of them, or fewer fields");
+      }
     }
   } catch (...) {
     sqlite3_progress_handler(handle, 0, nullptr, nullptr);  // it would outlive the deadline that it looks at

@@ -14,13 +14,14 @@ add_library(nimoelasticd_server STATIC
   ${server_dir}/lanes.cpp
   ${server_dir}/maintenance.cpp
   ${server_dir}/mover.cpp
+  ${server_dir}/problem.cpp
   ${server_dir}/registry.cpp
   ${server_dir}/request.cpp
   ${server_dir}/search_commands.cpp
   ${server_dir}/server.cpp
   ${server_dir}/session.cpp
   ${server_dir}/whole_file.cpp)
-target_include_directories(nimoelasticd_server PUBLIC "${PROJECT_SOURCE_DIR}")
+target_include_directories(nimoelasticd_server PUBLIC "${PROJECT_SOURCE_DIR}" PRIVATE "${PROJECT_SOURCE_DIR}/include")
 target_link_libraries(nimoelasticd_server
   PUBLIC service_base PRIVATE ${CMAKE_DL_LIBS})
 target_compile_definitions(nimoelasticd_server PRIVATE NIMOELASTICD_VERSION="${PROJECT_VERSION}")

@@ -94,6 +94,15 @@ TEST(SearchProgram, SocketIsForRootAndGroupAndGoneAfterTheEnd) {
   EXPECT_FALSE(fs::exists(box.socket()));
 }
 
+TEST(SearchProgram, SocketBelongsToTheGroupThatItWasTold) {
+  SearchBox box;
+  box.Start({"--group", "daemon"});
+  struct stat info {};
+  ASSERT_EQ(0, stat(box.socket().c_str(), &info));
+
+  EXPECT_EQ(1U, info.st_gid);  // in every Debian
+}
+
 TEST(SearchProgram, TermEndsItWithinASecondAndKeepsNothingUncommitted) {
   SearchBox box;
   box.Start();
@@ -302,6 +311,12 @@ TEST(SearchClients, SilentClientsMakeRoomForThoseWhoAsk) {
   EXPECT_EQ("", silent.front()->ReceiveAll(seconds(10)));
 }
 
+// A million take a minute or two: ORBISK_CONNECTIONS=1000000.
+int Connections() {
+  const char* const wanted = getenv("ORBISK_CONNECTIONS");
+  return wanted != nullptr ? atoi(wanted) : 5000;
+}
+
 TEST(SearchClients, ManyConnectionsInTurnLeaveNothingBehind) {
   SearchBox box;
   box.Start();
@@ -310,7 +325,7 @@ TEST(SearchClients, ManyConnectionsInTurnLeaveNothingBehind) {
   const auto count = [&] { return std::distance(fs::directory_iterator(descriptors), fs::directory_iterator()); };
   const auto before = count();
 
-  for (int i = 0; i < 5000; ++i) {
+  for (int i = 0; i < Connections(); ++i) {
     RawClient client(box.socket());
     if (i % 3 == 0) {
       client.SendLength(5);
@@ -412,6 +427,40 @@ TEST(SearchClients, SearchDoesNotWaitForALongChange) {
 
   EXPECT_EQ(1, found["data"]["total"].asInt());
   EXPECT_TRUE(still_busy) << "the change was too short to prove anything";
+}
+
+TEST(SearchClients, ChangeOfAnotherIndexDoesNotWaitForALongOne) {
+  SearchBox box;
+  box.Start();
+  box.CreateIndex("a");
+  box.CreateIndex("b");
+  RawClient busy(box.socket());
+  SendLongChange(busy, 60'000, "pear");
+  std::this_thread::sleep_for(milliseconds(200));
+
+  const int put = box.Put("b", "/v/x", "pear");
+  const int committed = box.CodeOf("commit", Object("{'id':'b'}"));
+  const bool still_busy = !busy.ReceiveMessage(milliseconds(1)).has_value();
+
+  EXPECT_EQ(0, put);
+  EXPECT_EQ(0, committed);
+  EXPECT_TRUE(still_busy) << "the change was too short to prove anything";
+}
+
+TEST(SearchClients, ChangeOfTheSameIndexComesBehindTheLongOneBeforeIt) {
+  SearchBox box;
+  box.Start();
+  box.CreateIndex("a");
+  RawClient busy(box.socket());
+  SendLongChange(busy, 20'000, "pear");
+  const auto at_work = [&] { return box.Ask("index_stat", Object("{'id':'a'}"))["data"]["uncommitted"].asBool(); };
+  ASSERT_TRUE(Eventually(at_work));
+
+  const Json::Value deleted =
+      box.Ask("document_del_by_query", Object("{'id':'a','query':{'qsl':{'prefix':{'NIMOMDPath':'/v/'}}}}"));
+
+  EXPECT_EQ(20'000, deleted["data"]["deleted"].asInt());
+  EXPECT_TRUE(busy.ReceiveMessage());
 }
 
 }  // namespace

@@ -85,18 +85,28 @@ Json::Value SearchData(const Options& options) {
   return data;
 }
 
-// What is missing from the hits. To people, beside them: a script that counts lines is not disturbed.
+void WriteLeftOut(Output& out, const Json::Value& ids) {
+  if (ids.empty()) {
+    return;
+  }
+  out.Write("fileindexctl: these indexes could not be asked, see \"fileindexctl index list\":");
+  for (const Json::Value& id : ids) {
+    out.Write(" " + OneLine(id.asString()));
+  }
+  out.Write("\n");
+}
+
+// What is missing from the answer. To people, beside the hits: a script that counts lines is not disturbed.
 void WriteDoubts(const Json::Value& answer) {
   Output out(STDERR_FILENO);
-  if (!answer["left_out"].empty()) {
-    std::string ids;
-    for (const Json::Value& id : answer["left_out"]) {
-      ids += " " + OneLine(id.asString());
-    }
-    out.Write("fileindexctl: these indexes could not be asked, see \"fileindexctl index list\":" + ids + "\n");
-  }
+  WriteLeftOut(out, answer["left_out"]);
   if (answer["repairing"].asBool()) {
     out.Write("fileindexctl: an index is being repaired, so files may be missing here\n");
+  }
+  for (const Json::Value& hit : answer["hits"]) {
+    if (hit["cut"].asBool()) {
+      out.Write("fileindexctl: has more text than is searched: " + OneLine(hit["path"].asString()) + "\n");
+    }
   }
   out.Flush();
 }
@@ -120,12 +130,11 @@ void Search(const Options& options) {
   }
 }
 
-Json::Value OpenIndexes() {
+// The indexes that can be asked; the others go to `left_out`.
+Json::Value OpenIndexes(Json::Value& left_out) {
   Json::Value ids(Json::arrayValue);
   for (const Json::Value& index : AskSearchDaemon("index_list", Json::Value(Json::objectValue))) {
-    if (index["state"] == "open") {
-      ids.append(index["id"]);
-    }
+    (index["state"] == "open" ? ids : left_out).append(index["id"]);
   }
   return ids;
 }
@@ -151,7 +160,8 @@ std::vector<std::string> Merged(const std::vector<Json::Value>& lists, size_t li
 
 void Suggest(const Options& options) {
   std::vector<Json::Value> lists;
-  for (const Json::Value& id : options.shares.empty() ? OpenIndexes() : IndexesOf(options.shares)) {
+  Json::Value left_out(Json::arrayValue);
+  for (const Json::Value& id : options.shares.empty() ? OpenIndexes(left_out) : IndexesOf(options.shares)) {
     Json::Value data;
     data["id"] = id;
     data["prefix"] = options.prefix;
@@ -168,6 +178,9 @@ void Suggest(const Options& options) {
     }
   }
   out.Flush();
+  Output doubts(STDERR_FILENO);
+  WriteLeftOut(doubts, left_out);
+  doubts.Flush();
 }
 
 // What both commands take.

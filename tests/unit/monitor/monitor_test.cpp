@@ -375,6 +375,26 @@ TEST_F(MonitorTest, AFolderMoreThatAppearsWhileItIsGuardedIsWatchedAndGuardedWhe
   EXPECT_EQ(guarded, WaysTo({another})) << "as a folder, which tells itself when it goes";
 }
 
+TEST_F(MonitorTest, AFileMoreIsReportedWhenItGoes) {
+  const std::string file = folder_ / "file";
+  WriteFile(file, "text");
+  Register("a", queue(), {share()});
+  ASSERT_TRUE(Start());
+  Register("a", queue(), {share(), file});
+  monitor_.Reload();
+  fs::remove(file);
+  script_.drain = [this] {
+    script_.drain = [] { return DrainReport(); };
+    DrainReport report;
+    report.roots_touched = true;
+    return report;
+  };
+
+  monitor_.Reload();
+
+  EXPECT_TRUE(RunUntil([&] { return Written().find(file + "\"") != std::string::npos; })) << Written();
+}
+
 TEST_F(MonitorTest, AFolderLessOrAnotherMaskGuardsAllAnew) {
   const std::string another = folder_ / "another";
   fs::create_directory(another);
