@@ -1,31 +1,16 @@
 // What the search daemon says of indexes that cannot be used now, and of answers that would be too much.
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <algorithm>
 #include <filesystem>
 
+#include "tests/support/foreign_connection.h"
 #include "tests/system/search_support.h"
 
 namespace orbisk::test {
 namespace {
 
 namespace fs = std::filesystem;
-
-// Another program's connection to the database of an index.
-class Connection {
- public:
-  explicit Connection(const std::string& folder) {
-    EXPECT_EQ(SQLITE_OK, sqlite3_open((folder + "/index.sqlite").c_str(), &handle_));
-  }
-  ~Connection() { sqlite3_close(handle_); }
-  Connection(const Connection&) = delete;
-  Connection& operator=(const Connection&) = delete;
-  void Exec(const char* sql) { EXPECT_EQ(SQLITE_OK, sqlite3_exec(handle_, sql, nullptr, nullptr, nullptr)) << sql; }
-
- private:
-  sqlite3* handle_ = nullptr;
-};
 
 class SearchRefusals : public testing::Test {
  protected:
@@ -61,8 +46,9 @@ class SearchRefusals : public testing::Test {
 
 TEST_F(SearchRefusals, DatabaseOfALaterVersionIs606AndLeftAlone) {
   Start();
-  ChangeWhileClosed(
-      [](const std::string& folder) { Connection(folder).Exec("UPDATE meta SET value = 99 WHERE name = 'format'"); });
+  ChangeWhileClosed([](const std::string& folder) {
+    ForeignConnection(folder).Exec("UPDATE meta SET value = 99 WHERE name = 'format'");
+  });
   Code("index_resume", "{'id':'a'}");
 
   EXPECT_EQ("of a later version", State());
@@ -78,7 +64,7 @@ TEST_F(SearchRefusals, DatabaseThatIsBeingUpgradedIs607UntilItIsDone) {
   box_.Stop();
   fs::copy(SEARCH_SAMPLES_DIR "/format1.sqlite", box_.volume() + "/a/index.sqlite",
            fs::copy_options::overwrite_existing);
-  Connection other(box_.volume() + "/a");
+  ForeignConnection other(box_.volume() + "/a");
   other.Exec("BEGIN IMMEDIATE");  // the upgrade waits for this to end
   box_.Start();
   ASSERT_TRUE(Eventually([&] { return State() == "upgrading"; })) << State();
