@@ -13,7 +13,8 @@
 namespace fileindexd {
 
 /// Answers the messages of any number of clients, up to a bound, with what `handle` makes of each. A client that sends
-/// what is no message is cut off, and so is one that stops in the middle of one; others do not notice.
+/// what is no message is cut off, and so is one that neither sends a whole message nor takes its answer for 30 s, so
+/// that the silent leave room; others do not notice.
 ///
 /// Threads: that of the event loop.
 class CommandSocket {

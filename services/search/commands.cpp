@@ -67,6 +67,10 @@ Route Commands::RouteOf(const Command& command) {
 
 std::string Commands::Run(const Command& command) {
   const Row& entry = RowOf(command);
+  if (command.data.isMember("as") && entry.handler != DocumentSearch) {
+    // Whoever asks for somebody must not be given everything because nobody looked.
+    throw Refusal(Code::kBadMember, "member \"as\": only document_search can be asked for an account");
+  }
   try {
     return entry.handler({catalog_, max_answer_bytes_}, command.data);
   } catch (const search::Error& error) {

@@ -65,13 +65,19 @@ struct SetResult {
   bool replaced = false;  ///< another document was at the target path and is gone
 };
 
+class Viewer;
+
 struct SearchOptions {
   enum class Sort { kRelevance, kName, kPath, kSize, kModified };
 
   size_t offset = 0;
   size_t limit = 20;  ///< at most 10,000
   Sort sort = Sort::kRelevance;
-  bool descending = false;               ///< ignored by kRelevance, which is always best first
+  bool descending = false;  ///< ignored by kRelevance, which is always best first
+  /// Whose eyes the answer is for, not owned; null: anybody's. All in the answer is of documents that it may see,
+  /// counts and order too. Asking it may take half of the time limit; then `more` is true, and nothing older is looked
+  /// at.
+  Viewer* viewer = nullptr;
   std::vector<std::string> load_fields;  ///< fields of each hit; the property id is in Hit::path anyway
   bool snippets = true;
   bool facets = true;

@@ -12,6 +12,7 @@
 
 #include "services/extractor/formats/archive_source.h"
 #include "services/extractor/formats/charset.h"
+#include "services/extractor/formats/plain_bytes.h"
 
 namespace extractor {
 namespace {
@@ -58,7 +59,13 @@ bool IsControl(char c) {
 }
 
 bool HasNoControls(std::string_view head) {
-  return std::none_of(head.begin(), head.end(), IsControl);
+  std::size_t at = 0;
+  while ((at += PlainRun(head, at)) < head.size()) {
+    if (IsControl(head[at++])) {
+      return false;
+    }
+  }
+  return true;
 }
 
 /// As much of the head as libmagic needs.

@@ -1,10 +1,13 @@
 // Questions to several indexes of which one cannot answer, and answers that are not all there is.
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <sqlite3.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <limits>
+#include <optional>
 
 #include "services/base/json_text.h"
 #include "services/search/catalog.h"
@@ -43,6 +46,21 @@ class SearchCommand : public testing::Test {
     Json::Value data;
     data["query"] = query;
     return Run("document_search", data);
+  }
+
+  std::optional<Code> RefusalOf(const std::string& name, const Json::Value& data) {
+    try {
+      Run(name, data);
+      return std::nullopt;
+    } catch (const Refusal& refusal) {
+      return refusal.code();
+    }
+  }
+
+  // Whom the daemon may always act as.
+  static std::string CurrentAccount() {
+    const passwd* const entry = getpwuid(geteuid());
+    return entry == nullptr ? "root" : entry->pw_name;
   }
 
   // As a damaged disk might, behind the daemon's back.
@@ -138,6 +156,66 @@ TEST_F(SearchCommand, SaysThatThereAreMoreHitsThanItHasCounted) {
 
   EXPECT_TRUE(answer["more"].asBool());
   EXPECT_EQ(100'000, answer["total"].asInt());
+}
+
+TEST_F(SearchCommand, ForAnAccountFindsFilesAloneThatAreThere) {
+  const std::string file = dir_ / "file";
+  orbisk::test::WriteFile(file, "heron");
+  Json::Value document;
+  document["id"] = "a";
+  document["doc_id"] = document["data"]["p"] = file;
+  document["data"]["t"] = "heron";
+  Run("document_upsert_by_id", document);
+  Run("commit", document);
+  Json::Value data;
+  data["query"] = "heron";
+  data["as"] = CurrentAccount();
+
+  const Json::Value answer = Run("document_search", data);
+
+  EXPECT_EQ(1, answer["total"].asInt());
+  EXPECT_EQ(file, answer["hits"][0]["path"].asString());
+  EXPECT_EQ(3, Search("heron")["total"].asInt());
+}
+
+TEST_F(SearchCommand, ForAnAccountNamesNoIndexThatIsLeftOut) {
+  Json::Value data;
+  data["query"] = "heron";
+  data["as"] = CurrentAccount();
+  EXPECT_FALSE(Run("document_search", data).isMember("incomplete"));
+  catalog_.Pause("a");
+
+  const Json::Value answer = Run("document_search", data);
+
+  EXPECT_FALSE(answer.isMember("left_out"));
+  EXPECT_TRUE(answer["incomplete"].asBool());
+}
+
+TEST_F(SearchCommand, ForAnAccountThatIsNoneIsRefusedRatherThanAnsweredForAll) {
+  Json::Value data;
+  data["query"] = "heron";
+  for (const Json::Value& account : {Json::Value("nobody knows"), Json::Value("")}) {
+    data["as"] = account;
+    EXPECT_EQ(Code::kNoSuchAccount, RefusalOf("document_search", data)) << account;
+  }
+  for (const Json::Value& account : {Json::Value(), Json::Value(0), Json::Value(false)}) {
+    data["as"] = account;
+    EXPECT_EQ(Code::kBadMember, RefusalOf("document_search", data)) << account;
+  }
+}
+
+TEST_F(SearchCommand, OfAnotherKindCannotBeAskedForAnAccount) {
+  Json::Value data;
+  data["id"] = data["db_name"] = "a";
+  data["prefix"] = "her";
+  data["doc_id"] = data["doc_id_field"] = "/a";
+  data["query"]["qsl"]["match_all"] = Json::Value(Json::objectValue);
+  for (const char* const command : {"term_suggest", "document_get_by_query", "document_del_by_query", "index_list"}) {
+    data["as"] = CurrentAccount();
+    EXPECT_EQ(Code::kBadMember, RefusalOf(command, data)) << command;
+    data.removeMember("as");
+    EXPECT_EQ(std::nullopt, RefusalOf(command, data)) << command;
+  }
 }
 
 // Eight indexes of equal documents, so that one takes an eighth of what all take.
