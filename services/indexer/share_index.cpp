@@ -116,6 +116,17 @@ Json::Value MovedFields(const std::string& path) {
   return fields;
 }
 
+// A member that is null says as much as one that is missing.
+Json::Value WithoutNulls(const Json::Value& object) {
+  Json::Value rest(Json::objectValue);
+  for (const std::string& name : object.getMemberNames()) {
+    if (!object[name].isNull()) {
+      rest[name] = object[name];
+    }
+  }
+  return rest;
+}
+
 }  // namespace
 
 ShareIndex::ShareIndex(std::string share, Extractions& extractions)
@@ -246,6 +257,20 @@ void ShareIndex::DropChanges() {
   changes_.clear();
   changed_.clear();
   looked_up_.clear();
+}
+
+// A search daemon that does not tell, or an index that is not open, says nothing.
+bool ShareIndex::IsOutdated() const {
+  Json::Value request;
+  request["command"] = "index_stat";
+  request["data"]["id"] = id_;
+  request["data"]["schema"] = true;
+  Json::Value answer;
+  Ask(answer, request);
+  const Json::Value& made_with = std::as_const(answer)["data"];
+  return made_with.isObject() && made_with["mappings"].isObject() && made_with["settings"].isObject() &&
+         (made_with["mappings"] != elastic::GetFileIndexMappings() ||
+          WithoutNulls(made_with["settings"]) != WithoutNulls(elastic::GetFileIndexSettings()));
 }
 
 std::optional<Entry> ShareIndex::Find(const std::string& path) {

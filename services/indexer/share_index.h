@@ -39,6 +39,9 @@ class ShareIndex : public DocumentIndex {
 
   /// Forgets the changes that were not sent yet, which a pass that was broken off leaves and makes again.
   void DropChanges();
+  /// Whether the index was made with another schema than the library makes one with now.
+  bool IsOutdated() const;
+
   /// Whether a commit may have to follow; true at first, because an earlier daemon may have been killed before its own.
   bool uncommitted() const { return uncommitted_; }
 
