@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <set>
+#include <utility>
 
 #include "services/search/index.h"
 #include "services/search/vocabulary.h"
@@ -173,7 +174,7 @@ Schema::Schema(const Json::Value& mappings, const Json::Value& settings) : mappi
 }
 
 void Schema::ReadLanguages() {
-  const Json::Value& languages = settings_["languages"];
+  const Json::Value& languages = std::as_const(settings_)["languages"];
   if (languages.isNull()) {
     languages_ = {"english"};
     return;
