@@ -134,6 +134,7 @@ Reconciler::Reconciler(DocumentIndex& index, const Policy& policy, const Box& bo
 
 void Reconciler::Update(const std::string& path, bool trust) {
   CheckInterrupted();
+  FinishNear(path);
   if (policy_.IsPaused(path)) {
     return;
   }
@@ -158,24 +159,23 @@ void Reconciler::Update(const std::string& path, bool trust) {
     return;
   }
   progress_.BeginFile(path);
-  const std::uint64_t before = changes_;
   if (IsWanted(path, found)) {
     if (!is_folder && looked_up.below) {
       index_.RemoveBelow(path);  // a folder was here, of whose end nobody said more than this
     }
     const bool believes_it = trust || is_folder;
-    Settle(path, found, known && believes_it ? &*known : nullptr, believes_it);
+    EndFile(Settle(path, found, known && believes_it ? &*known : nullptr, believes_it));
     if (remember_reads) {
       read_[path] = found.stamp;
     }
   } else {
-    Remove(path, looked_up);
+    EndFile(Remove(path, looked_up) ? Settled::kChanged : Settled::kAsItWas);
   }
-  progress_.EndFile(changes_ != before);
 }
 
 void Reconciler::Expect(const std::vector<std::string>& paths) {
   CheckInterrupted();
+  Finish();
   index_.Expect(paths);
 }
 
@@ -185,6 +185,7 @@ void Reconciler::UpdateAttributes(const std::string& path) {
 
 void Reconciler::Move(const std::string& from, const std::string& to) {
   CheckInterrupted();
+  Finish();
   if (from == to || policy_.IsPaused(from) || policy_.IsPaused(to)) {
     return;
   }
@@ -210,6 +211,7 @@ void Reconciler::Move(const std::string& from, const std::string& to) {
 
 void Reconciler::Tree(const std::string& path) {
   CheckInterrupted();
+  Finish();
   const Found found = FindOnDisk(path);
   Known known(FindKnown(path, found));
   if (Keep(path, found)) {
@@ -217,9 +219,10 @@ void Reconciler::Tree(const std::string& path) {
   }
   progress_.AddWork(1);
   if (IsWanted(path, found) && !policy_.IsPaused(path)) {
-    Settle(path, found, known.See(path), true);
+    EndFile(Settle(path, found, known.See(path), true));
+  } else {
+    EndFile(Settled::kAsItWas);
   }
-  progress_.EndFile(false);
   std::vector<std::string> folders;
   if (found.kind == Kind::kFolder) {
     folders.push_back(path);
@@ -229,6 +232,7 @@ void Reconciler::Tree(const std::string& path) {
     folders.pop_back();
     WalkFolder(folder, known, folders);
   }
+  Finish();
   RemoveVanished(known);
 }
 
@@ -270,7 +274,7 @@ void Reconciler::LookAtEntry(const std::string& folder, const std::string& name,
                              std::vector<std::string>& folders) {
   CheckInterrupted();
   const std::string path = (folder == "/" ? "" : folder) + "/" + name;
-  const std::uint64_t before = changes_;
+  Settled settled = Settled::kAsItWas;
   progress_.BeginFile(path);
   const bool leads_to_folder = policy_.LeadsToFolder(path);
   const bool wanted = policy_.Governs(path) && !policy_.IsPaused(path);
@@ -280,13 +284,13 @@ void Reconciler::LookAtEntry(const std::string& folder, const std::string& name,
       known.See(path);
       known.KeepBelow(path);
     } else if (wanted && found.kind != Kind::kNothing) {
-      Settle(path, found, known.See(path), true);
+      settled = Settle(path, found, known.See(path), true);
     }
     if (found.kind == Kind::kFolder) {
       folders.push_back(path);
     }
   }
-  progress_.EndFile(changes_ != before);
+  EndFile(settled);
 }
 
 void Reconciler::RemoveVanished(Known& known) {
@@ -350,18 +354,55 @@ bool Reconciler::IsWanted(const std::string& path, const Found& found) const {
 }
 
 // `known` is the document as it is, if it was asked for; `trust` it where it looks current.
-void Reconciler::Settle(const std::string& path, const Found& found, const Entry* known, bool trust) {
+Reconciler::Settled Reconciler::Settle(const std::string& path, const Found& found, const Entry* known, bool trust) {
   const auto earlier = read_.find(path);
   if (earlier != read_.end() && earlier->second == found.stamp && known != nullptr) {
-    return;
+    return Settled::kAsItWas;
   }
   if (trust && known != nullptr && known->stamp && known->stamp->SameContent(found.stamp)) {
-    if (!known->stamp->Same(found.stamp)) {
-      SetAttributes(path, found);
-    }
-    return;
+    return known->stamp->Same(found.stamp) ? Settled::kAsItWas
+                                           : Do(path, [this, path, found] { SetAttributes(path, found); });
   }
-  Index(path, found);
+  return Do(path, [this, path, found] { Index(path, found); });
+}
+
+// Changes what the index has of `path`: now, or while others are looked at.
+Reconciler::Settled Reconciler::Do(const std::string& path, std::function<void()> work) {
+  if (crew_ == nullptr) {
+    work();
+    return Settled::kChanged;
+  }
+  given_.insert(path);
+  crew_->Give([this, work = std::move(work)] {
+    work();
+    progress_.EndFile(true);
+  });
+  return Settled::kGiven;
+}
+
+void Reconciler::EndFile(Settled settled) {
+  if (settled != Settled::kGiven) {
+    progress_.EndFile(settled == Settled::kChanged);
+  }
+}
+
+void Reconciler::Finish() {
+  given_.clear();
+  if (crew_ != nullptr) {
+    crew_->Wait();
+  }
+}
+
+// What the index says of a path is only known when nothing is in work at it, below it or above it.
+void Reconciler::FinishNear(const std::string& path) {
+  const auto below = given_.lower_bound(path + "/");
+  bool near = below != given_.end() && IsAtOrBelow(*below, path);
+  for (std::string at = path; !at.empty() && !near; at.resize(at.rfind('/') == std::string::npos ? 0 : at.rfind('/'))) {
+    near = given_.count(at) != 0;
+  }
+  if (near) {
+    Finish();
+  }
 }
 
 void Reconciler::Index(const std::string& path, const Found& found) {
@@ -452,7 +493,8 @@ void Reconciler::Remove(const std::string& path) {
   Remove(path, index_.LookUp(path));
 }
 
-void Reconciler::Remove(const std::string& path, const LookedUp& known) {
+// Whether there was something to be removed.
+bool Reconciler::Remove(const std::string& path, const LookedUp& known) {
   box_.check_online();
   if (known.below) {
     index_.RemoveBelow(path);
@@ -460,21 +502,34 @@ void Reconciler::Remove(const std::string& path, const LookedUp& known) {
   if (known.entry) {
     index_.RemoveOne(path);
   }
-  if (known.below || known.entry) {
-    CountChange();
+  if (!known.below && !known.entry) {
+    return false;
   }
+  CountChange();
+  return true;
 }
 
-void Reconciler::CheckInterrupted() const {
+// Comes before each step.
+void Reconciler::CheckInterrupted() {
   if (box_.interrupted()) {
     throw Interrupted();
+  }
+  if (crew_ != nullptr) {
+    CheckMilestone();
   }
 }
 
 void Reconciler::CountChange() {
   ++changes_;
+  if (crew_ == nullptr) {
+    CheckMilestone();
+  }
+}
+
+void Reconciler::CheckMilestone() {
   const auto now = std::chrono::steady_clock::now();
   if (changes_ - milestone_changes_ >= kMilestoneChanges || now - milestone_time_ >= kMilestoneTime) {
+    Finish();
     on_milestone();
     milestone_changes_ = changes_;
     milestone_time_ = now;

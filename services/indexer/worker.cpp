@@ -392,6 +392,7 @@ void Worker::Apply(bool has_batch, bool again, const std::string& index) {
   }
   const Reconciler::Box box = AskedOfTheBox();
   Reconciler reconciler(index_, policy_, box, progress_);
+  reconciler.WorkWith(std::max(1U, std::thread::hardware_concurrency()));
   reconciler.on_milestone = [this] {
     CheckOnline();
     index_.Commit();
