@@ -65,10 +65,19 @@ Route Commands::RouteOf(const Command& command) {
   return route;
 }
 
-std::string Commands::Run(const Command& command) {
+void Commands::Prepare(Command& command) {
+  if (RowOf(command).handler == DocumentUpsertById) {
+    PrepareDocument(catalog_, command);
+  }
+}
+
+std::string Commands::Run(Command& command) {
   const Row& entry = RowOf(command);
   try {
-    return entry.handler(catalog_, command.data);
+    if (!command.document) {
+      Prepare(command);
+    }
+    return command.document ? UpsertPrepared(catalog_, command) : entry.handler(catalog_, command.data);
   } catch (const search::Error& error) {
     if (error.code() == search::ErrorCode::kTooMuchMemory) {
       // The document is too large and will always be; 1401 would have it sent again for ever.

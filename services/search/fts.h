@@ -4,6 +4,8 @@
 #include <sqlite3.h>
 
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "services/search/schema.h"
 
@@ -15,5 +17,23 @@ namespace search {
 /// schema's columns, for the first LIMIT rows asked for, then 0.
 /// nimo_fold(bytes) is Fold of them, for sorting.
 void RegisterFunctions(sqlite3* database, std::shared_ptr<const Schema> schema);
+
+/// What the columns of the full text get of a record. On its way to the tokenizer a text would be copied several times,
+/// so a statement gets marks that say which text is meant, and the tokenizers that are called in this thread while this
+/// lives take the texts from here.
+class GivenTexts {
+ public:
+  /// `texts` has to outlive this.
+  explicit GivenTexts(const std::vector<ColumnText>& texts);
+  ~GivenTexts();
+  GivenTexts(const GivenTexts&) = delete;
+  GivenTexts& operator=(const GivenTexts&) = delete;
+
+  /// Stands for the text at `index`.
+  static std::string Mark(size_t index);
+
+ private:
+  const std::vector<ColumnText>* before_;
+};
 
 }  // namespace search
