@@ -79,11 +79,4 @@ void DiskBox::MountVolume() {
   test::MountBind("/proc/self/fd/" + std::to_string(area_descriptor), Volume());
 }
 
-bool Report(const std::string& what, double value, const char* unit, double bound) {
-  const bool kept = value <= bound;
-  printf("%-66s %12.3f %s (at most %g) %s\n", what.c_str(), value, unit, bound, kept ? "ok" : "OVER");
-  fflush(stdout);
-  return kept;
-}
-
 }  // namespace orbisk::bench

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "bench/report.h"
 #include "tests/system/indexer_box.h"
 
 namespace orbisk::bench {
@@ -19,8 +20,5 @@ class DiskBox : public test::IndexerBox {
  protected:
   void MountVolume() override;
 };
-
-/// Prints a measured value with its bound. Returns whether the bound is kept.
-bool Report(const std::string& what, double value, const char* unit, double bound);
 
 }  // namespace orbisk::bench

@@ -7,6 +7,7 @@
 
 #include "bench/child_peak.h"
 #include "bench/event_mix.h"
+#include "bench/report.h"
 #include "orbisk/fileindex/optree.h"
 #include "orbisk/fileindex/queue_mgr.h"
 
@@ -14,11 +15,6 @@ namespace orbisk::bench {
 namespace {
 
 constexpr size_t kFiles = 1'000'000;
-
-bool Report(const char* what, double value, double bound) {
-  printf("%-64s %9.0f bytes (at most %.0f) %s\n", what, value, bound, value <= bound ? "ok" : "OVER");
-  return value <= bound;
-}
 
 int Run() {
   char name[] = "/tmp/memory_bench_XXXXXX";
@@ -35,9 +31,10 @@ int Run() {
   unlink(path.c_str());
 
   const bool tree_within = Report("peak memory per pending file, one folder of 1,000,000",
-                                  static_cast<double>(tree - nothing) / kFiles, 700);
-  const bool scan_within = Report("peak memory of asking a queue of 1,000,000 lines, over one of 1,000",
-                                  static_cast<double>(long_scan) - static_cast<double>(short_scan), 256 * 1024);
+                                  static_cast<double>(tree - nothing) / kFiles, "bytes", 700);
+  const bool scan_within =
+      Report("peak memory of asking a queue of 1,000,000 lines, over one of 1,000",
+             static_cast<double>(long_scan) - static_cast<double>(short_scan), "bytes", 256 * 1024);
   return tree_within && scan_within ? 0 : 1;
 }
 

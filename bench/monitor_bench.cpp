@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/report.h"
 #include "tests/system/monitor_support.h"
 
 namespace orbisk::bench {
@@ -29,13 +30,6 @@ using Seconds = std::chrono::duration<double>;
 
 constexpr int kFiles = 100'000;
 constexpr int kRounds = 7;
-
-bool Report(const char* what, double value, const char* unit, double bound, bool at_least = false) {
-  const bool kept = at_least ? value >= bound : value <= bound;
-  printf("%-66s %12.3f %s (at %s %g) %s\n", what, value, unit, at_least ? "least" : "most", bound,
-         kept ? "ok" : "OVER");
-  return kept;
-}
 
 // Creates, renames and deletes as many files, in folders of a thousand. Three events of three kinds for each file, none
 // of which the kernel merges.

@@ -8,11 +8,14 @@
 #include <memory>
 #include <random>
 
+#include "bench/word_source.h"
 #include "services/search/index.h"
 #include "tests/unit/search/engine_support.h"
 
 namespace search::bench {
 namespace {
+
+using orbisk::bench::WordSource;
 
 // Time of this thread's work: the engine starts none, and other programs' work is not its speed.
 struct Clock {
@@ -30,32 +33,6 @@ constexpr int kFolder = 100'000;  // documents of the folder that is renamed and
 double SecondsSince(Clock::time_point start) {
   return Clock::now() - start;
 }
-
-// A vocabulary in which, as in language, few words are most of a text.
-class WordSource {
- public:
-  std::string Word() {
-    const double u = std::uniform_real_distribution<double>(0, 1)(random_);
-    const auto rank = static_cast<int>(std::pow(kWords, u)) - 1;
-    std::string word;
-    for (int rest = rank * 7 + 11; rest > 0; rest /= 20) {
-      word += "bcdfghklmnprstvwxzjq"[rest % 20];
-      word += "aeiou"[rest % 5];
-    }
-    return word;
-  }
-  std::string Text(int words) {
-    std::string text;
-    while (words-- > 0) {
-      text += Word() + " ";
-    }
-    return text;
-  }
-
- private:
-  static constexpr double kWords = 100'000;
-  std::mt19937 random_{1};
-};
 
 std::string PathOf(int number) {
   // The first hundred thousand are one folder.

@@ -15,6 +15,8 @@
 #include <thread>
 #include <vector>
 
+#include "bench/report.h"
+#include "bench/word_source.h"
 #include "orbisk/fileindex/elastic_control.h"
 #include "tests/support/subprocess.h"
 #include "tests/support/temp_dir.h"
@@ -36,41 +38,12 @@ double SecondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-bool Report(const std::string& what, double value, const char* unit, double bound, bool at_least = false) {
-  const bool kept = at_least ? value >= bound : value <= bound;
-  printf("%-66s %12.3f %s (at %s %g) %s\n", what.c_str(), value, unit, at_least ? "least" : "most", bound,
-         kept ? "ok" : "OVER");
-  fflush(stdout);
-  return kept;
-}
-
-// A vocabulary in which, as in language, few words are most of a text.
-class WordSource {
- public:
-  std::string Text(int words) {
-    std::string text;
-    while (words-- > 0) {
-      const double u = std::uniform_real_distribution<double>(0, 1)(random_);
-      for (int rest = (static_cast<int>(std::pow(kWords, u)) - 1) * 7 + 11; rest > 0; rest /= 20) {
-        text += "bcdfghklmnprstvwxzjq"[rest % 20];
-        text += "aeiou"[rest % 5];
-      }
-      text += ' ';
-    }
-    return text;
-  }
-
- private:
-  static constexpr double kWords = 100'000;
-  std::mt19937 random_{1};
-};
-
 // The daemon with one index, and a client.
 class Box {
  public:
   Box()
-      : daemon_({std::string(Programs()) + "/nimoelasticd", "--socket", Socket(), "--state-dir", dir_ / "state",
-                 "--group", "root"}) {
+      : daemon_({test::BuiltProgram("nimoelasticd"), "--socket", Socket(), "--state-dir", dir_ / "state", "--group",
+                 "root"}) {
     for (int i = 0; i < 1'000 && !std::filesystem::exists(Socket()); ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
@@ -135,12 +108,6 @@ class Box {
   }
 
  private:
-  static std::string Programs() {
-    const char* programs = getenv("ORBISK_BIN_DIR");
-    return programs != nullptr
-               ? programs
-               : (std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "bin").string();
-  }
   std::string Socket() const { return dir_ / "socket"; }
   std::string Folder() const { return dir_ / "db"; }
 

@@ -36,6 +36,14 @@ for unit in "$units"/*.service; do
   fi
 done
 
+# Each daemon says when it serves; who is started after it may rely on that.
+for unit in "$units"/*.service; do
+  if ! grep -qx 'Type=notify' "$unit"; then
+    echo "NOT OK: ${unit##*/} does not wait for its daemon"
+    failures=$((failures + 1))
+  fi
+done
+
 # The library starts the indexing daemon by another name.
 grep -qx 'lib/systemd/system/fileindexd.service lib/systemd/system/pkg-Orbisk-fileindexd.service' \
   "$units/../debian/fileindex.links" || { echo "NOT OK: the library's name for fileindexd is missing"; exit 1; }

@@ -23,3 +23,30 @@ step() {
   fi
   printf '%d s\n' $((SECONDS - start))
 }
+
+# begin TITLE PROGRAM...   starts the program in the background, giving way to whatever else runs. One at a time; it is
+# ended if the script ends before `finish`.
+begin() {
+  begun_title=$1
+  shift
+  begun_log=build/$(printf '%s' "$begun_title" | tr -cs 'a-zA-Z0-9\n' '-').log
+  mkdir -p build
+  printf '== %s begins\n' "$begun_title"
+  nice -n 10 "$@" >"$begun_log" 2>&1 &
+  begun=$!
+  trap 'kill "$begun" 2>/dev/null || true' EXIT
+}
+
+# finish   waits for what was begun. If it failed, shows its log and ends the script.
+finish() {
+  local start=$SECONDS
+  printf '== %s ... ' "$begun_title"
+  if ! wait "$begun"; then
+    trap - EXIT
+    printf 'FAILED\n'
+    tail -n 1000 "$begun_log" >&2
+    fail "$begun_title failed; the log is $begun_log"
+  fi
+  trap - EXIT
+  printf 'waited %d s\n' $((SECONDS - start))
+}

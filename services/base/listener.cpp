@@ -68,8 +68,9 @@ void Listener::Open(const SocketAccess& access) {
   }
   RemoveLeftOver(path_);
   Bind();
-  Restrict(access);
+  // At once: who waits for the socket to appear is turned away as long as nobody listens.
   acceptor_.listen(Protocol::acceptor::max_listen_connections);
+  Restrict(access);
 }
 
 // Nobody else may connect in the moment before the group is set.

@@ -103,4 +103,9 @@ void AddContentDates(const Attributes& attributes, Json::Value& document) {
   }
 }
 
+void AddCutNote(Json::Value& document) {
+  const Json::Value own = document[names::kMDCoverage];
+  document[names::kMDCoverage] = names::kCoverageOfCutText + (own.isString() ? "\n" + own.asString() : "");
+}
+
 }  // namespace extractor

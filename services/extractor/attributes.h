@@ -42,4 +42,8 @@ void AddAttributes(const Attributes& attributes, const std::string& path, Json::
 /// change of attributes alone must not replace the date that a photo or a letter bears in itself.
 void AddContentDates(const Attributes& attributes, Json::Value& document);
 
+/// Says in the document that it has only the beginning of the text: of all the answer, the document alone reaches the
+/// index. What the content tells of its coverage follows in the next line.
+void AddCutNote(Json::Value& document);
+
 }  // namespace extractor

@@ -11,6 +11,7 @@
 #include "services/base/log.h"
 #include "services/base/pid_file.h"
 #include "services/base/program.h"
+#include "services/base/readiness.h"
 #include "services/extractor/nursery.h"
 #include "services/extractor/options.h"
 #include "services/extractor/server.h"
@@ -70,6 +71,7 @@ void Serve(const Options& options) {
   service.Start();
   server.Open();
   Record(LOG_NOTICE, "started").Add("workers", static_cast<long long>(options.workers)).Add("socket", options.socket);
+  service::TellReady();
   context.run();
   service.Stop();
   Record(LOG_NOTICE, "stopped");  // NOLINT(bugprone-unused-raii): is written when it goes

@@ -3,7 +3,9 @@
 
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <iterator>
 
 namespace extractor {
 
@@ -57,6 +59,33 @@ bool SendBytes(int fd, std::string_view bytes, int passed) {
     }
     passed = -1;
     bytes.remove_prefix(static_cast<size_t>(sent));
+  }
+  return true;
+}
+
+bool SendFrame(int fd, std::string_view first, std::string_view second) {
+  FrameHeader header = HeaderFor(first.size() + second.size());
+  iovec parts[] = {{header.data(), header.size()},
+                   {const_cast<char*>(first.data()), first.size()},
+                   {const_cast<char*>(second.data()), second.size()}};
+  msghdr message{};
+  message.msg_iov = parts;
+  message.msg_iovlen = std::size(parts);
+  ssize_t sent = 0;
+  do {
+    sent = sendmsg(fd, &message, MSG_NOSIGNAL);
+  } while (sent < 0 && errno == EINTR);
+  if (sent < 0) {
+    return false;
+  }
+  // What a signal left.
+  auto done = static_cast<size_t>(sent);
+  for (const iovec& part : parts) {
+    const size_t skip = std::min(done, part.iov_len);
+    done -= skip;
+    if (!SendBytes(fd, {static_cast<const char*>(part.iov_base) + skip, part.iov_len - skip})) {
+      return false;
+    }
   }
   return true;
 }

@@ -39,6 +39,9 @@ std::string Framed(std::string_view message);
 /// False, with errno, when the other end is gone or, on a socket that does not block, when it takes no more.
 bool SendBytes(int fd, std::string_view bytes, int passed = -1);
 
+/// Sends the message that `first` and `second` make together, without putting them together. As SendBytes.
+bool SendFrame(int fd, std::string_view first, std::string_view second);
+
 /// A message and the descriptor that came with it, if one did.
 struct ReceivedFrame {
   std::string message;

@@ -124,6 +124,7 @@ void Service::OnOutcome(const Request& request, const Attributes& attributes, Js
     }
     if (outcome.cut) {
       extra["cut"] = true;
+      AddCutNote(document);
     }
     AddContentDates(attributes, document);
     reply(DataAnswer(document, std::move(extra), outcome.text));

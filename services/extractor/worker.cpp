@@ -110,8 +110,7 @@ void Worker::OnReply() {
   }
   deadline_.cancel();
   ++files_;
-  Reply reply = ParseReply(reply_);
-  std::string().swap(reply_);
+  Reply reply = ParseReply(std::exchange(reply_, {}));
   const bool trusted = reply.kind == Reply::Kind::kRead || reply.kind == Reply::Kind::kBroken;
   Job job = std::move(*job_);
   job_.reset();

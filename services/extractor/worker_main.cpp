@@ -2,6 +2,7 @@
 #include "services/extractor/worker_main.h"
 
 #include <malloc.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,7 +20,24 @@
 namespace extractor {
 namespace {
 
-constexpr size_t kKeptHeapBytes = size_t{8} << 20;
+constexpr size_t kKeptHeapBytes = size_t{1} << 20;
+constexpr long kFaultsBetweenTrims = 256;  // a mebibyte
+
+// Gives memory back that contents needed. Looking through the heap for it takes as long as reading a small file, and so
+// does getting the pages anew for the next one; so it is done only when new pages came since the last time.
+class HeapTrimmer {
+ public:
+  void TrimIfGrown() {
+    rusage usage{};
+    if (getrusage(RUSAGE_SELF, &usage) == 0 && usage.ru_minflt - faults_ > kFaultsBetweenTrims) {
+      malloc_trim(kKeptHeapBytes);
+      faults_ = usage.ru_minflt;
+    }
+  }
+
+ private:
+  long faults_ = 0;
+};
 
 Reply ReadContent(ContentReader& reader, int fd, const std::string& order_text) {
   Reply reply;
@@ -40,15 +58,15 @@ Reply ReadContent(ContentReader& reader, int fd, const std::string& order_text) 
   return reply;
 }
 
-// The text of the reply needs memory too, which a content that fills the worker to the brim may have left too little
+// The words of the reply need memory too, which a content that fills the worker to the brim may have left too little
 // of.
-std::string TextOf(Reply& reply) {
+std::string HeadOf(Reply& reply) {
   try {
-    return Framed(ReplyText(reply));
+    return ReplyHead(reply);
   } catch (const std::bad_alloc&) {
     reply = Reply();
     reply.kind = Reply::Kind::kMemory;
-    return Framed(ReplyText(reply));
+    return ReplyHead(reply);
   }
 }
 
@@ -60,15 +78,17 @@ void RunWorker(ContentReader& reader, int channel, size_t memory_bytes, pid_t pa
   } catch (const std::exception&) {
     _exit(kWorkerNoSandbox);
   }
+  HeapTrimmer trimmer;
   while (std::optional<ReceivedFrame> order = ReceiveFrame(channel, kLongestOrder)) {
     Reply reply = ReadContent(reader, order->passed.get(), order->message);
-    if (!SendBytes(channel, TextOf(reply))) {
+    const std::string head = HeadOf(reply);
+    if (!SendFrame(channel, head, reply.text)) {
       break;
     }
     // Whatever the reader forgot to close must not be there for the next content.
     order->passed.Close();
     close_range(static_cast<unsigned>(channel) + 1, std::numeric_limits<unsigned>::max(), 0);
-    malloc_trim(kKeptHeapBytes);
+    trimmer.TrimIfGrown();
   }
   _exit(kWorkerDone);
 }

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 #include <unordered_set>
+#include <utility>
 
 #include "orbisk/fileindex/metadata_names.h"
 #include "services/base/json_text.h"
@@ -64,7 +65,7 @@ Order ParseOrder(std::string_view text) {
   return {(*value)["name"].asString(), (*value)["text_bytes"].asUInt64()};
 }
 
-std::string ReplyText(const Reply& reply) {
+std::string ReplyHead(const Reply& reply) {
   Json::Value value;
   switch (reply.kind) {
     case Reply::Kind::kRead:
@@ -80,19 +81,17 @@ std::string ReplyText(const Reply& reply) {
     case Reply::Kind::kGarbled:
       break;
   }
-  std::string text = ToText(value);
-  if (reply.kind == Reply::Kind::kRead && !reply.text.empty()) {
-    text.reserve(text.size() + 1 + reply.text.size());
-    text += '\0';
-    text += reply.text;
+  std::string head = ToText(value);
+  if (!reply.text.empty()) {
+    head += '\0';
   }
-  return text;
+  return head;
 }
 
-Reply ParseReply(std::string_view text) {
+Reply ParseReply(std::string text) {
   Reply reply;
   const size_t end = std::min(text.find('\0'), text.size());
-  std::optional<Json::Value> value = FromText(text.substr(0, end));
+  std::optional<Json::Value> value = FromText(std::string_view(text).substr(0, end));
   if (!value || !value->isObject()) {
     return reply;
   }
@@ -107,7 +106,7 @@ Reply ParseReply(std::string_view text) {
   } else if (fields.isObject() && cut.isBool()) {
     reply.kind = Reply::Kind::kRead;
     reply.cut = cut.asBool();
-    reply.text = text.substr(std::min(end + 1, text.size()));
+    reply.text = std::move(text.erase(0, end + 1));
     for (const std::string& name : fields.getMemberNames()) {
       if (ContentNames().count(name) != 0 && IsScalar(fields[name])) {
         reply.fields[name].swap(fields[name]);

@@ -45,11 +45,12 @@ constexpr size_t LongestReply(size_t text_bytes) {
   return text_bytes + kOtherFields;
 }
 
-/// JSON, and behind a NUL the content's text as it is: for a large text, JSON costs more than all the rest.
-std::string ReplyText(const Reply& reply);
+/// What is sent before the reply's `text`, which follows as it is: for a large text, JSON costs more than all the rest.
+/// JSON, and a NUL if there is text.
+std::string ReplyHead(const Reply& reply);
 
 /// Understands a reply. Of the fields only those of the vocabulary stay that are scalars and no attributes of the file:
 /// a worker must not say what a file is called or who owns it. Never throws for what the text holds.
-Reply ParseReply(std::string_view text);
+Reply ParseReply(std::string text);
 
 }  // namespace extractor

@@ -23,7 +23,7 @@ using boost::system::error_code;
 namespace {
 
 constexpr std::uint64_t kLongestMessage = std::uint64_t{1} << 20;
-constexpr std::chrono::seconds kPatience{30};  // with half a message
+constexpr std::chrono::seconds kPatience{30};  // for a whole message, and for an answer to be taken
 constexpr int kMostClients = 128;
 
 }  // namespace
@@ -138,6 +138,10 @@ void CommandSocket::Open(const std::string& group) {
   const std::optional<gid_t> number = group.empty() ? std::nullopt : service::FindGroup(group);
   listener_.Open(number ? service::SocketAccess{0660, number} : service::SocketAccess{});
   listener_.Accept();
+}
+
+void CommandSocket::Close() {
+  listener_.Close();
 }
 
 void CommandSocket::Serve(service::Listener::Socket socket) {

@@ -13,7 +13,8 @@
 namespace fileindexd {
 
 /// Answers the messages of any number of clients, up to a bound, with what `handle` makes of each. A client that sends
-/// what is no message is cut off, and so is one that stops in the middle of one; others do not notice.
+/// what is no message is cut off, and so is one that neither sends a whole message nor takes its answer for 30 s, so
+/// that the silent leave room; others do not notice.
 ///
 /// Threads: that of the event loop.
 class CommandSocket {
@@ -29,6 +30,8 @@ class CommandSocket {
 
   /// Throws std::runtime_error as service::Listener does. `group` may use the socket besides root, if there is one.
   void Open(const std::string& group);
+  /// Lets nobody else in and removes the socket. Who is connected is served as before.
+  void Close();
 
  private:
   class Session;

@@ -12,6 +12,7 @@
 #include "services/base/log.h"
 #include "services/base/pid_file.h"
 #include "services/base/program.h"
+#include "services/base/readiness.h"
 #include "services/indexer/command_socket.h"
 #include "services/indexer/supervisor.h"
 
@@ -20,6 +21,10 @@ namespace fileindexd {
 using service::Record;
 
 namespace {
+
+// Together less than what LimitStopping leaves.
+constexpr std::chrono::milliseconds kPatienceWithWorkers{400};
+constexpr std::chrono::milliseconds kLastRequests{100};
 
 struct Options {
   std::string socket = "/var/run/fileindexd.sock";
@@ -61,6 +66,21 @@ void Apply(const Numbers& numbers, Options& options) {
   worker.missing_index = std::chrono::milliseconds(numbers.missing_index_ms);
 }
 
+// Whoever waits for an answer waits for ever if none comes: callers read on at the end of the stream. One that has not
+// been read yet at the end is told so by the kernel, because its connection is reset.
+void FinishAnswers(boost::asio::io_context& context, Supervisor& supervisor) {
+  using Clock = std::chrono::steady_clock;
+  const auto end_of_patience = Clock::now() + kPatienceWithWorkers;
+  context.restart();
+  while (supervisor.IsAwaited() && Clock::now() < end_of_patience) {
+    context.run_one_until(end_of_patience);
+  }
+  const auto end = Clock::now() + kLastRequests;
+  do {
+    supervisor.AnswerAll();
+  } while (context.poll_one() > 0 && Clock::now() < end);
+}
+
 void Serve(const Options& options) {
   const service::PidFile lock(options.pid_file);
   auto context = std::make_unique<boost::asio::io_context>(1);
@@ -72,9 +92,12 @@ void Serve(const Options& options) {
   socket.Open(options.group);
   supervisor.Start();
   Record(LOG_NOTICE, "started").Add("socket", options.socket);
+  service::TellReady();
   context->run();
   service::LimitStopping();  // the library waits for a busy search daemon, and cannot be interrupted
+  socket.Close();
   supervisor.Stop();
+  FinishAnswers(*context, supervisor);
   Record(LOG_NOTICE, "stopped").Add("reason", "asked to");
 }
 

@@ -12,8 +12,6 @@ const char* NameOf(Progress::State state) {
   switch (state) {
     case Progress::State::kIdle:
       return "idle";
-    case Progress::State::kWaiting:
-      return "waiting";
     case Progress::State::kWorking:
       return "working";
     case Progress::State::kPaused:

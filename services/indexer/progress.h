@@ -16,7 +16,7 @@ namespace fileindexd {
 /// Threads: any.
 class Progress {
  public:
-  enum class State { kIdle, kWaiting, kWorking, kPaused, kFailing, kOffline, kNoSpace };
+  enum class State { kIdle, kWorking, kPaused, kFailing, kOffline, kNoSpace };
 
   void SetState(State state);
   /// What keeps the share from being indexed; "" when nothing does.

@@ -284,7 +284,8 @@ void Reconciler::RemoveVanished(Known& known) {
     }
     CheckInterrupted();
     const std::string& path = known.PathOf(i);
-    if (known.LookBelow(path) == Known::Below::kUnseen) {
+    // On the way to another indexed folder there may be documents that this walk has made.
+    if (!policy_.LeadsToFolder(path) && known.LookBelow(path) == Known::Below::kUnseen) {
       index_.RemoveBelow(path);
       known.KeepBelow(path);  // nothing is left to be removed
     }

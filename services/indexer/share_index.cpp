@@ -33,6 +33,24 @@ class Turn {
   Extractions& extractions_;
 };
 
+bool IsBusy(int code) {
+  return code == 1400 || code == 1401;
+}
+
+// As orbisk::SendRequest; but while the database is not ready, which after a power cut takes the search daemon a
+// moment, this throws and does not wait half a minute: the worker tries again in its own time, and can be stopped
+// meanwhile.
+void Ask(Json::Value& answer, const Json::Value& request) {
+  try {
+    orbisk::SendRequestImpl(answer, request);
+  } catch (const orbisk::Error& error) {
+    if (!IsBusy(error.code())) {
+      throw;
+    }
+    orbisk::SendRequest(answer, request);
+  }
+}
+
 Json::Value PathIs(const std::string& path) {
   Json::Value condition;
   condition["term"][elastic::kMDPath] = path;
@@ -68,7 +86,7 @@ std::vector<Entry> ShareIndex::Query(Json::Value condition, size_t limit) const 
   request["data"]["load_field"].append(elastic::kMDPath);
   request["data"]["load_field"].append(kStampField);
   Json::Value answer;
-  orbisk::SendRequest(answer, request);
+  Ask(answer, request);
   if (!answer["data"].isArray()) {
     throw orbisk::Error(orbisk::Code(916));
   }
@@ -128,7 +146,8 @@ void ShareIndex::SetStamp(const std::string& path, const std::string& stamp) {
   request["data"]["id"] = id_;
   request["data"]["doc_id"] = path;
   request["data"]["data"][kStampField] = stamp;
-  orbisk::SendRequest(request);
+  Json::Value answer;
+  Ask(answer, request);
 }
 
 void ShareIndex::RemoveOne(const std::string& path) {

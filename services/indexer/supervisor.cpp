@@ -1,6 +1,7 @@
 // Commands and configuration.
 #include "services/indexer/supervisor.h"
 
+#include <algorithm>
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
@@ -64,8 +65,21 @@ void Supervisor::Reload() {
 }
 
 void Supervisor::Stop() {
+  stopping_ = true;
   for (auto& [share, slot] : slots_) {
     slot.worker->Stop();
+  }
+}
+
+bool Supervisor::IsAwaited() const {
+  return std::any_of(slots_.begin(), slots_.end(), [](const auto& slot) { return !slot.second.on_gone.empty(); });
+}
+
+void Supervisor::AnswerAll() {
+  for (auto& [share, slot] : slots_) {
+    for (const auto& gone : std::exchange(slot.on_gone, {})) {
+      gone();
+    }
   }
 }
 
@@ -98,6 +112,9 @@ void Supervisor::Handle(const Json::Value& message, Answer answer) {
 
 // Workers come and go as the configuration says; those that stay look at it themselves.
 void Supervisor::Configure() {
+  if (stopping_) {
+    return;
+  }
   watch_.LookForMissing();
   std::set<std::string> wanted;
   try {

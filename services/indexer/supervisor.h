@@ -36,8 +36,12 @@ class Supervisor {
 
   /// Reads the configuration and starts the workers. A configuration that cannot be read means none until it can.
   void Start();
-  /// Asks all workers to end. Going, it waits for them.
+  /// Asks all workers to end, and makes none any more. Going, it waits for them.
   void Stop();
+  /// Whether somebody waits for the end of a worker. Each end is told by the event loop.
+  bool IsAwaited() const;
+  /// Answers who waits for the end of a worker now, because the daemon is about to end, and all workers with it.
+  void AnswerAll();
 
   /// Reads configuration and pause again.
   void Reload();
@@ -70,6 +74,7 @@ class Supervisor {
   Extractions extractions_;
   FileWatch watch_;
   boost::asio::system_timer pause_end_;
+  bool stopping_ = false;
   bool paused_ = false;
   long pause_until_ = 0;                         // while paused: seconds since 1970, 0 for no end
   std::set<std::string> deleted_;                // shares whose worker was deleted by command

@@ -31,16 +31,24 @@ using service::Record;
 namespace {
 
 constexpr std::chrono::milliseconds kFirstBackOff{250};
+constexpr std::chrono::milliseconds kNotReadyBackOff{2'000};  // the longest while a database is opened or mended
 
 // Codes of the search daemon and the library that ask for something.
 constexpr int kSystem = 502;
+constexpr int kIndexOpening = 606;
+constexpr int kIndexUpgrading = 607;
 constexpr int kIndexPaused = 608;
+constexpr int kIndexRepairing = 609;
 constexpr int kNoShare = 800;
 constexpr int kNoSpaceOnVolume = 1003;
 constexpr int kNoSuchIndex = 1204;
 constexpr int kFilesMissing = 1221;
 constexpr int kIndexDamaged = 1222;
 constexpr int kNoRoom = 1223;
+
+bool IsNotReady(int code) {
+  return code == kIndexOpening || code == kIndexUpgrading || code == kIndexRepairing;
+}
 
 bool HasContent(const std::string& path) {
   struct stat info {};
@@ -183,6 +191,7 @@ void Worker::TryPass() {
       back_off_ = {};
       missing_since_.reset();
       told_no_space_ = false;
+      told_problem_.clear();
       progress_.SetProblem("");
     }
   } catch (const Interrupted&) {
@@ -397,6 +406,8 @@ void Worker::OnError(int code, const std::string& reason) {
       orbisk::fileindex::SendNXMNotify();
     }
     RetryLater(Progress::State::kNoSpace, problem);
+  } else if (IsNotReady(code)) {
+    RetryLater(Progress::State::kFailing, problem, kNotReadyBackOff);
   } else if (code == kNoShare || code == kSystem) {
     RetryLater(Progress::State::kOffline, problem);
   } else {
@@ -422,12 +433,13 @@ void Worker::RebuildIndex(bool delete_first) {
   }
 }
 
-void Worker::RetryLater(Progress::State state, const std::string& problem) {
+void Worker::RetryLater(Progress::State state, const std::string& problem, std::chrono::milliseconds limit) {
   probed_ = false;
-  back_off_ = std::min(settings_.retry_limit, back_off_.count() == 0 ? kFirstBackOff : back_off_ * 2);
+  back_off_ = std::min({settings_.retry_limit, limit, back_off_.count() == 0 ? kFirstBackOff : back_off_ * 2});
   progress_.SetState(state);
   progress_.SetProblem(problem);
-  Record(LOG_WARNING, "pass_failed")
+  const bool is_news = std::exchange(told_problem_, problem) != problem;
+  Record(is_news ? LOG_WARNING : LOG_INFO, "pass_failed")
       .Add("share", share_.name)
       .Add("reason", problem)
       .Add("retry_ms", back_off_.count());

@@ -97,7 +97,8 @@ class Worker {
   void CheckOnline();
   void OnError(int code, const std::string& reason);
   void RebuildIndex(bool delete_first);
-  void RetryLater(Progress::State state, const std::string& problem);
+  void RetryLater(Progress::State state, const std::string& problem,
+                  std::chrono::milliseconds limit = std::chrono::milliseconds::max());
   Reconciler::Box AskedOfTheBox();
 
   const ShareInfo share_;
@@ -128,6 +129,7 @@ class Worker {
   bool probed_ = false;                       // the index has answered
   std::optional<Clock::time_point> missing_since_;
   bool told_no_space_ = false;
+  std::string told_problem_;  // in the log as a warning
   std::chrono::milliseconds back_off_{0};
   BrokenContents broken_contents_;
 

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "services/base/program.h"
+#include "services/base/readiness.h"
 #include "services/monitor/control_socket.h"
 #include "services/monitor/monitor.h"
 #include "services/monitor/options.h"
@@ -67,6 +68,7 @@ void Serve(const Options& options) {
   if (!monitor.Start()) {
     throw std::runtime_error("the kernel permits no change reports");
   }
+  service::TellReady();
   try {
     context.run();
   } catch (...) {

@@ -23,6 +23,7 @@ constexpr uint64_t kFileSystemMask =
     FAN_CREATE | FAN_DELETE | FAN_RENAME | FAN_CLOSE_WRITE | FAN_MODIFY | FAN_ATTRIB | FAN_ONDIR;
 constexpr uint64_t kGuardMask = FAN_MOVE_SELF | FAN_DELETE_SELF | FAN_ONDIR;
 constexpr uint64_t kNameGuardMask = kGuardMask | FAN_CREATE | FAN_DELETE | FAN_MOVED_FROM | FAN_MOVED_TO;
+constexpr uint64_t kFileGuardMask = kNameGuardMask | FAN_MODIFY | FAN_CLOSE_WRITE | FAN_ATTRIB | FAN_EVENT_ON_CHILD;
 constexpr uint64_t kNameMask = FAN_CREATE | FAN_DELETE | FAN_RENAME | FAN_MOVED_TO | FAN_MOVED_FROM;
 
 // Lines are written to the queues after so many events at the latest.
@@ -147,8 +148,9 @@ void FanotifyWatcher::Unwatch(const std::string& path) {
 // folder itself goes and, if what the name leads to will not tell that of itself, what becomes of the name.
 void FanotifyWatcher::GuardStep(const Handle& folder, const WayStep& step) {
   guarded_[folder].insert(step.name);
+  guards_files_ |= step.is_file;
   if (marks_.count(folder.file_system) == 0) {
-    const uint64_t mask = step.is_folder ? kGuardMask : kNameGuardMask;
+    const uint64_t mask = step.is_folder ? kGuardMask : step.is_file ? kFileGuardMask : kNameGuardMask;
     fanotify_mark(fd_.get(), FAN_MARK_ADD | FAN_MARK_ONLYDIR, mask, AT_FDCWD, step.folder.c_str());
   }
 }
@@ -156,6 +158,7 @@ void FanotifyWatcher::GuardStep(const Handle& folder, const WayStep& step) {
 void FanotifyWatcher::Guard(const std::vector<WayStep>& steps) {
   fanotify_mark(fd_.get(), FAN_MARK_FLUSH, 0, AT_FDCWD, nullptr);  // the marks on folders; those on file systems stay
   guarded_.clear();
+  guards_files_ = false;
   std::string looked_up;
   std::optional<Handle> folder;
   for (const WayStep& step : steps) {  // sorted, so that those in one folder stand together
@@ -258,7 +261,8 @@ void FanotifyWatcher::OnEvent(const KernelEvent& event, Clock::time_point now, D
   if ((event.mask & (FAN_MOVE_SELF | FAN_DELETE_SELF)) != 0) {
     report.roots_touched |= guarded_.count(*folder) != 0;
   }
-  if ((event.mask & kNameMask) != 0) {  // of a link too: it can lie on the way to a registered folder
+  // Of a link too: it can lie on the way to a registered folder.
+  if ((event.mask & kNameMask) != 0 || (guards_files_ && !event.is_dir())) {
     report.roots_touched |= TouchesRoot(event, *folder);
   }
   if (marks_.count(folder->file_system) == 0) {

@@ -100,6 +100,7 @@ class FanotifyWatcher : public Watcher {
   std::unordered_map<Handle, std::vector<size_t>, HandleHash> points_by_handle_;
   std::unordered_map<uint64_t, int> marks_;                                          // watch points by file system
   std::unordered_map<Handle, std::unordered_set<std::string>, HandleHash> guarded_;  // folder -> names in it
+  bool guards_files_ = false;                                                        // one of the names is a file's
   std::vector<ViewSlot> slots_;
   Views outside_;
 };

@@ -28,6 +28,7 @@ constexpr uint32_t kFolderMask = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVE
                                  IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_EXCL_UNLINK | IN_MASK_ADD;
 constexpr uint32_t kGuardMask = IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_MASK_ADD;
 constexpr uint32_t kNameGuardMask = kGuardMask | IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO;
+constexpr uint32_t kFileGuardMask = kNameGuardMask | IN_MODIFY | IN_CLOSE_WRITE | IN_ATTRIB;
 
 constexpr size_t kFoldersNamed = 100;  // in records of one kind
 
@@ -366,7 +367,8 @@ void InotifyTree::ClearGuards() {
 }
 
 void InotifyTree::AddGuard(const WayStep& step) {
-  const int watch = inotify_add_watch(fd_, step.folder.c_str(), step.is_folder ? kGuardMask : kNameGuardMask);
+  const uint32_t mask = step.is_folder ? kGuardMask : step.is_file ? kFileGuardMask : kNameGuardMask;
+  const int watch = inotify_add_watch(fd_, step.folder.c_str(), mask);
   if (watch >= 0) {
     guards_[watch].insert(step.name);
   } else if (errno == ENOSPC) {

@@ -1,6 +1,8 @@
 // Ties the kernel interfaces, the registrations and the queue files together.
 #include "services/monitor/monitor.h"
 
+#include <sys/stat.h>
+
 #include <boost/asio/post.hpp>
 
 #include <algorithm>
@@ -26,6 +28,11 @@ constexpr int kPlanRounds = 4;
 
 void AppendJson(std::string& text, const char* key, const std::string& value) {
   text += std::string(text.size() > 1 ? "," : "") + "\"" + key + "\":" + value;
+}
+
+bool IsFile(const std::string& path) {
+  struct stat info {};
+  return lstat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
 }
 
 std::string Quoted(const std::string& value) {
@@ -271,8 +278,28 @@ void Monitor::RefreshPoints(bool announce) {
     }
     steps = std::move(steps_after);
   }
+  FollowFiles(announce);
   UpdatePresence();
   PumpAllSoon();
+}
+
+// What lies at a registered path may be a file. No folder's watch tells of it where the folder that it lies in is not
+// registered too; a guard does, and not what happened. Both lines have whoever reads them look at the file.
+void Monitor::FollowFiles(bool announce) {
+  std::set<std::string> files;
+  for (const std::string& path : scopes_->folders()) {
+    if (points_.count(path) != 0) {
+      continue;
+    }
+    const bool is_file = IsFile(path);
+    if (announce && (is_file || files_.count(path) != 0)) {
+      recorder_->Report({recorder_->MakeView(0, path)}, {}, false, is_file ? kCreate : kDelete);
+    }
+    if (is_file) {
+      files.insert(path);
+    }
+  }
+  files_ = std::move(files);
 }
 
 // Returns whether anything had to be changed.
@@ -305,8 +332,9 @@ void Monitor::UpdatePresence() {
   for (const Registration& registration : registrations_) {
     present[registration.queue] |=
         registration.entries.empty() ||
-        std::any_of(registration.entries.begin(), registration.entries.end(),
-                    [this](const WatchEntry& entry) { return points_.count(entry.path) != 0; });
+        std::any_of(registration.entries.begin(), registration.entries.end(), [this](const WatchEntry& entry) {
+          return points_.count(entry.path) != 0 || files_.count(entry.path) != 0;
+        });
   }
   for (const auto& [queue, sink] : sinks_) {
     sink->SetPresent(present[queue]);

@@ -7,6 +7,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -94,6 +95,7 @@ class Monitor {
   void Withdraw(const std::string& path, const ActivePoint& point);
   bool Establish(const std::string& path, const PlannedPoint& point);
   void ReportFolder(const std::string& path);
+  void FollowFiles(bool announce);
   void CrashSinksAt(const std::string& path, const char* reason);
   void CrashAll(const char* reason);
   void UpdatePresence();
@@ -115,6 +117,7 @@ class Monitor {
   std::unique_ptr<Scopes> scopes_;
   std::unique_ptr<Recorder> recorder_;
   std::map<std::string, ActivePoint> points_;
+  std::set<std::string> files_;  // registered paths at which there is a file and no folder
 
   uint64_t overflows_ = 0;
   bool stopped_ = false;

@@ -27,10 +27,12 @@ enum class WatchOutcome {
 };
 
 struct DrainReport {
-  bool activity = false;       ///< other programs changed something: more may follow at once
-  bool unfinished = false;     ///< call again as soon as the lines so far are written
-  bool lost = false;           ///< the kernel dropped events
-  bool roots_touched = false;  ///< a registered folder, or one on the way to it, was created, moved or removed
+  bool activity = false;    ///< other programs changed something: more may follow at once
+  bool unfinished = false;  ///< call again as soon as the lines so far are written
+  bool lost = false;        ///< the kernel dropped events
+  /// A registered folder, or one on the way to it, was created, moved or removed; or what is registered is a file, and
+  /// that changed.
+  bool roots_touched = false;
   std::optional<Clock::time_point> again{};  ///< call again at this time, even if no event comes
 };
 
@@ -60,8 +62,8 @@ class Watcher {
   virtual WatchOutcome Watch(const WatchPoint& point) = 0;
   virtual void Unwatch(const std::string& path) = 0;
 
-  /// `steps`: what leads to the registered folders. From the return on a change of any step sets roots_touched. Whoever
-  /// reads the steps looks again afterwards: they may have changed before.
+  /// `steps`: what leads to the registered folders. From the return on a change of any step, and of the content of one
+  /// that is a file, sets roots_touched. Whoever reads the steps looks again afterwards: they may have changed before.
   virtual void Guard(const std::vector<WayStep>& steps) = 0;
 
   /// Reads and reports what the kernel has.

@@ -41,7 +41,7 @@ void AppendWay(const std::string& path, std::unordered_set<std::string>& known, 
     }
     struct stat info {};
     const bool present = lstat(next.c_str(), &info) == 0;
-    steps.push_back({at, name, present && S_ISDIR(info.st_mode)});
+    steps.push_back({at, name, present && S_ISDIR(info.st_mode), present && S_ISREG(info.st_mode)});
     if (steps.back().is_folder) {
       known.insert(next);
       at = next;

@@ -12,6 +12,7 @@ struct WayStep {
   std::string folder;      ///< where it is looked up: absolute, without links
   std::string name;        ///< never empty, "." or ".."
   bool is_folder = false;  ///< a folder tells itself when it goes; a link, or what is not there, does not
+  bool is_file = false;    ///< a regular one: if that is all there is to watch, what becomes of its content matters
   auto operator<=>(const WayStep&) const = default;  // NOLINT(modernize-use-nullptr): clang-tidy misreads it
 };
 

@@ -3,6 +3,7 @@
 
 #include <json/value.h>
 
+#include <cstddef>
 #include <string>
 
 #include "services/search/catalog.h"
@@ -10,8 +11,14 @@
 
 namespace nimoelasticd {
 
+/// What commands are run on, and within.
+struct Setting {
+  Catalog& catalog;
+  size_t max_answer_bytes;  ///< a longer result is refused while it is made: Refusal kAnswerTooLarge
+};
+
 /// Each takes the "data" of its command and returns the result as JSON text, "" for none.
-using Handler = std::string (*)(Catalog& catalog, const Json::Value& data);
+using Handler = std::string (*)(const Setting& setting, const Json::Value& data);
 
 /// Prepares the command's document, if its index is open and there is one; never says what is wrong with it.
 void PrepareDocument(Catalog& catalog, Command& command);
@@ -19,26 +26,26 @@ void PrepareDocument(Catalog& catalog, Command& command);
 std::string UpsertPrepared(Catalog& catalog, Command& command);
 
 // Whole indexes.
-std::string IndexCreate(Catalog& catalog, const Json::Value& data);
-std::string IndexDelete(Catalog& catalog, const Json::Value& data);
-std::string IndexPause(Catalog& catalog, const Json::Value& data);
-std::string IndexResume(Catalog& catalog, const Json::Value& data);
-std::string IndexConfigSet(Catalog& catalog, const Json::Value& data);
-std::string IndexList(Catalog& catalog, const Json::Value& data);
-std::string IndexStat(Catalog& catalog, const Json::Value& data);
+std::string IndexCreate(const Setting& setting, const Json::Value& data);
+std::string IndexDelete(const Setting& setting, const Json::Value& data);
+std::string IndexPause(const Setting& setting, const Json::Value& data);
+std::string IndexResume(const Setting& setting, const Json::Value& data);
+std::string IndexConfigSet(const Setting& setting, const Json::Value& data);
+std::string IndexList(const Setting& setting, const Json::Value& data);
+std::string IndexStat(const Setting& setting, const Json::Value& data);
 
 // Documents.
-std::string DocumentUpsertById(Catalog& catalog, const Json::Value& data);
-std::string DocumentSetById(Catalog& catalog, const Json::Value& data);
-std::string DocumentDelById(Catalog& catalog, const Json::Value& data);
-std::string DocumentDelByQuery(Catalog& catalog, const Json::Value& data);
-std::string DocumentGetByQuery(Catalog& catalog, const Json::Value& data);
-std::string Commit(Catalog& catalog, const Json::Value& data);
+std::string DocumentUpsertById(const Setting& setting, const Json::Value& data);
+std::string DocumentSetById(const Setting& setting, const Json::Value& data);
+std::string DocumentDelById(const Setting& setting, const Json::Value& data);
+std::string DocumentDelByQuery(const Setting& setting, const Json::Value& data);
+std::string DocumentGetByQuery(const Setting& setting, const Json::Value& data);
+std::string Commit(const Setting& setting, const Json::Value& data);
 
 // People's questions.
-std::string DocumentSearch(Catalog& catalog, const Json::Value& data);
-std::string TermSuggest(Catalog& catalog, const Json::Value& data);
-std::string ListTermSuggDb(Catalog& catalog, const Json::Value& data);
-std::string UpdateTermSuggestion(Catalog& catalog, const Json::Value& data);
+std::string DocumentSearch(const Setting& setting, const Json::Value& data);
+std::string TermSuggest(const Setting& setting, const Json::Value& data);
+std::string ListTermSuggDb(const Setting& setting, const Json::Value& data);
+std::string UpdateTermSuggestion(const Setting& setting, const Json::Value& data);
 
 }  // namespace nimoelasticd

@@ -1,6 +1,7 @@
 // What the daemon can be asked, command by command.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include "services/search/catalog.h"
@@ -25,7 +26,9 @@ struct Route {
 /// Runs commands. Threads: any.
 class Commands {
  public:
-  explicit Commands(Catalog& catalog) : catalog_(catalog) {}
+  /// A result of more than `max_answer_bytes` is refused.
+  explicit Commands(Catalog& catalog, size_t max_answer_bytes = kMaxMessageBytes)
+      : catalog_(catalog), max_answer_bytes_(max_answer_bytes) {}
 
   /// Throws Refusal kUnknownCommand, kBadMember.
   static Route RouteOf(const Command& command);
@@ -38,6 +41,7 @@ class Commands {
 
  private:
   Catalog& catalog_;
+  const size_t max_answer_bytes_;
 };
 
 }  // namespace nimoelasticd

@@ -13,6 +13,7 @@
 #include "services/base/log.h"
 #include "services/base/pid_file.h"
 #include "services/base/program.h"
+#include "services/base/readiness.h"
 #include "services/search/catalog.h"
 #include "services/search/dispatcher.h"
 #include "services/search/maintenance.h"
@@ -38,6 +39,7 @@ struct Numbers {
   std::int64_t cache_mib = 8;
   std::int64_t batch_mib = 4;
   std::int64_t document_mib = 64;
+  size_t answer_mib = kMaxMessageBytes >> 20;
   long patience_ms = 30'000;
   long quiet_ms = 30'000;
 };
@@ -48,6 +50,8 @@ void AddOptions(CLI::App& app, Options& options, Numbers& numbers) {
   app.add_option("--state-dir", options.state_dir, "folder with the list of indexes");
   app.add_option("--memory-limit-mib", numbers.memory_mib, "memory for requests and answers; over it: error 1401")
       ->check(CLI::Range(1, 65536));
+  app.add_option("--answer-limit-mib", numbers.answer_mib, "a longer answer is refused: error 1207")
+      ->check(CLI::Range(size_t{1}, size_t{kMaxMessageBytes >> 20}));
   app.add_option("--max-waiting", options.limits.max_waiting,
                  "changes, and questions, that wait or are worked on; over it: error 1400")
       ->check(CLI::Range(1, 100'000));
@@ -71,6 +75,7 @@ void AddOptions(CLI::App& app, Options& options, Numbers& numbers) {
 
 void Apply(const Numbers& numbers, Options& options) {
   options.server.max_memory_bytes = numbers.memory_mib << 20;
+  options.limits.max_answer_bytes = numbers.answer_mib << 20;
   options.server.patience = std::chrono::milliseconds(numbers.patience_ms);
   options.quiet = std::chrono::milliseconds(numbers.quiet_ms);
   options.index.cache_bytes = numbers.cache_mib << 20;
@@ -120,6 +125,7 @@ void Serve(const Options& options) {
   server.Open();  // whoever connects waits; and without a socket no index is touched
   const Workers workers(dispatcher);
   Record(LOG_NOTICE, "started").Add("indexes", static_cast<long long>(catalog.All().size()));
+  service::TellReady();
   context.run();
   service::LimitStopping();  // a search or a deletion in work cannot be interrupted
   server.Close();

@@ -5,11 +5,11 @@
 #include <array>
 #include <boost/asio/post.hpp>
 #include <optional>
-#include <system_error>
 #include <utility>
 
 #include "services/base/json_text.h"
 #include "services/base/log.h"
+#include "services/search/problem.h"
 #include "services/search/refusal.h"
 #include "services/search/request.h"
 
@@ -49,34 +49,10 @@ std::string Success(const std::string& result) {
   return result.empty() ? R"({"success":true})" : "{\"data\":" + result + ",\"success\":true}";
 }
 
-struct Problem {
-  int code;
-  std::string message;
-};
-
-// What `work` throws, as code and message; nothing when it returns.
-template <typename Work>
-std::optional<Problem> Try(const Work& work) {
-  try {
-    work();
-    return std::nullopt;
-  } catch (const Refusal& refusal) {
-    return Problem{static_cast<int>(refusal.code()), refusal.what()};
-  } catch (const search::Error& error) {
-    return Problem{static_cast<int>(error.code()), error.what()};
-  } catch (const std::bad_alloc&) {
-    return Problem{static_cast<int>(Code::kTooMuchMemory), "out of memory"};
-  } catch (const std::system_error& error) {
-    return Problem{static_cast<int>(Code::kStorage), error.what()};
-  } catch (const std::exception& error) {
-    return Problem{static_cast<int>(Code::kInternal), error.what()};
-  }
-}
-
 }  // namespace
 
 struct Dispatcher::Job {
-  explicit Job(Reply on_reply) : reply(std::move(on_reply)) {}
+  Job(Reply on_reply, size_t max_answer_bytes) : reply(std::move(on_reply)), max_bytes(max_answer_bytes) {}
   ~Job() {
     if (counter != nullptr) {
       --*counter;
@@ -103,19 +79,29 @@ struct Dispatcher::Job {
     }
     has_fail = has_fail || problem;
     results += (results.empty() ? "" : ",") + outcome;
+    if (results.size() > max_bytes) {
+      failed_as_a_whole = true;  // before the rest takes still more memory
+      results = std::string();
+      answer = TooLong();
+    }
   }
 
   void Finish() {
     if (request->compound() && !failed_as_a_whole) {
       answer = "{\"data\":[" + results + "],\"has_fail\":" + (has_fail ? "true" : "false") + ",\"success\":true}";
     }
-    if (answer.size() > kMaxMessageBytes) {
-      answer = Failure(static_cast<int>(Code::kAnswerTooLarge), "the answer is over 1 GiB");
+    if (answer.size() > max_bytes) {
+      answer = TooLong();
     }
     reply(std::move(answer));
   }
 
+  static std::string TooLong() {
+    return Failure(static_cast<int>(Code::kAnswerTooLarge), "the answer is too long: ask for less at once");
+  }
+
   Reply reply;
+  const size_t max_bytes;  // of the answer
   std::optional<Request> request;
   size_t next = 0;
   std::optional<Command> command;  // the next one, if it was read before its turn
@@ -128,7 +114,7 @@ struct Dispatcher::Job {
 
 Dispatcher::Dispatcher(Catalog& catalog, const DispatcherLimits& limits)
     : catalog_(catalog),
-      commands_(catalog),
+      commands_(catalog, limits.max_answer_bytes),
       limits_(limits),
       writers_(limits.writer_threads),
       readers_(limits.reader_threads),
@@ -164,7 +150,7 @@ std::string Dispatcher::Failure(int code, const std::string& message) {
 }
 
 void Dispatcher::Submit(std::string message, Reply reply) {
-  const auto job = std::make_shared<Job>(std::move(reply));
+  const auto job = std::make_shared<Job>(std::move(reply), limits_.max_answer_bytes);
   if (message.size() <= kShortMessage) {
     Admit(job, std::move(message), Place{});
     return;

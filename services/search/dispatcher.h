@@ -19,6 +19,8 @@ struct DispatcherLimits {
   size_t writer_threads = 8;  ///< indexes that are changed at once
   size_t reader_threads = 4;  ///< questions that are answered at once
   size_t max_waiting = 256;   ///< requests of each kind that wait or are worked on; more are told 1400
+  /// A longer answer is told 1207 instead; at most kMaxMessageBytes.
+  size_t max_answer_bytes = kMaxMessageBytes;
 };
 
 /// Runs requests on its threads. Those that change an index, or have to see what was changed before, run in their order

@@ -22,8 +22,8 @@ HostPtr HostOf(Catalog& catalog, const Json::Value& data, const char* member = "
 
 }  // namespace
 
-std::string DocumentUpsertById(Catalog& catalog, const Json::Value& data) {
-  const HostPtr host = HostOf(catalog, data);
+std::string DocumentUpsertById(const Setting& setting, const Json::Value& data) {
+  const HostPtr host = HostOf(setting.catalog, data);
   const HostedIndex::Use index(*host, kChanging);
   index->Upsert(RequireString(data, "doc_id"), RequireObject(data, "data"));
   return "";
@@ -58,27 +58,27 @@ std::string UpsertPrepared(Catalog& catalog, Command& command) {
   return "";
 }
 
-std::string DocumentSetById(Catalog& catalog, const Json::Value& data) {
-  const HostPtr host = HostOf(catalog, data);
+std::string DocumentSetById(const Setting& setting, const Json::Value& data) {
+  const HostPtr host = HostOf(setting.catalog, data);
   const HostedIndex::Use index(*host, kChanging);
   const search::SetResult result = index->Set(RequireString(data, "doc_id"), RequireObject(data, "data"));
   return result.replaced ? R"({"replaced":true})" : R"({"replaced":false})";
 }
 
-std::string DocumentDelById(Catalog& catalog, const Json::Value& data) {
-  const HostPtr host = HostOf(catalog, data);
+std::string DocumentDelById(const Setting& setting, const Json::Value& data) {
+  const HostPtr host = HostOf(setting.catalog, data);
   const HostedIndex::Use index(*host, kChanging);
   return index->Delete(RequireString(data, "doc_id")) ? R"({"deleted":1})" : R"({"deleted":0})";
 }
 
-std::string DocumentDelByQuery(Catalog& catalog, const Json::Value& data) {
-  const HostPtr host = HostOf(catalog, data);
+std::string DocumentDelByQuery(const Setting& setting, const Json::Value& data) {
+  const HostPtr host = HostOf(setting.catalog, data);
   const HostedIndex::Use index(*host, kChanging);
   return "{\"deleted\":" + std::to_string(index->DeleteByQuery(RequireObject(data, "query"))) + "}";
 }
 
-std::string DocumentGetByQuery(Catalog& catalog, const Json::Value& data) {
-  const HostPtr host = HostOf(catalog, data);
+std::string DocumentGetByQuery(const Setting& setting, const Json::Value& data) {
+  const HostPtr host = HostOf(setting.catalog, data);
   std::optional<std::vector<std::string>> load_fields;
   if (!data["load_field"].isNull()) {
     load_fields = OptionalStrings(data, "load_field");
@@ -88,13 +88,13 @@ std::string DocumentGetByQuery(Catalog& catalog, const Json::Value& data) {
   std::int64_t wanted =
       OptionalInt(data, "limit", std::numeric_limits<std::int64_t>::max(), 1, std::numeric_limits<std::int64_t>::max());
   const bool committed = OptionalBool(data, "committed", false);
-  const auto add_hit = [&hits, &wanted](Json::Value&& hit) {
+  const auto add_hit = [&hits, &wanted, &setting](Json::Value&& hit) {
     if (hits.size() > 1) {
       hits += ',';
     }
     hits += service::ToText(hit);
-    if (hits.size() > kMaxMessageBytes - 1024) {
-      throw Refusal(Code::kAnswerTooLarge, "the answer is over 1 GiB: ask for fewer fields or a smaller folder");
+    if (hits.size() > setting.max_answer_bytes) {
+      throw Refusal(Code::kAnswerTooLarge, "the answer is too long: ask for fewer fields or a smaller folder");
     }
     if (--wanted == 0) {
       throw Enough();
@@ -111,8 +111,8 @@ std::string DocumentGetByQuery(Catalog& catalog, const Json::Value& data) {
   return hits;
 }
 
-std::string Commit(Catalog& catalog, const Json::Value& data) {
-  const HostPtr host = HostOf(catalog, data);
+std::string Commit(const Setting& setting, const Json::Value& data) {
+  const HostPtr host = HostOf(setting.catalog, data);
   const HostedIndex::Use index(*host);
   if (host->TakeLostChanges()) {
     // Whoever commits now may count on changes of before; told once, they send them again.
@@ -123,8 +123,8 @@ std::string Commit(Catalog& catalog, const Json::Value& data) {
   return "";
 }
 
-std::string UpdateTermSuggestion(Catalog& catalog, const Json::Value& data) {
-  const HostPtr host = HostOf(catalog, data, "db_name");
+std::string UpdateTermSuggestion(const Setting& setting, const Json::Value& data) {
+  const HostPtr host = HostOf(setting.catalog, data, "db_name");
   const HostedIndex::Use index(*host, kChanging);
   index->AddSuggestions(RequireString(data, "doc_id_field"));
   return "";

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -130,6 +131,15 @@ int CountRow(const Fts5ExtensionApi*, Fts5Context*, void* count) {
   return ++*static_cast<int64_t*>(count) < kCountedRows ? SQLITE_OK : SQLITE_DONE;
 }
 
+// The numbers that are no matter of the whole index, for whoever may not know what else is in it.
+constexpr double kAnySize = 500;
+
+void MakeLoneState(const Fts5ExtensionApi* api, Fts5Context* row, int64_t limit, RankState& state) {
+  state.left = limit;
+  state.average_size = kAnySize;
+  state.rarity.assign(static_cast<size_t>(api->xPhraseCount(row)), 1.0);
+}
+
 int MakeState(const Fts5ExtensionApi* api, Fts5Context* row, int64_t limit, RankState& state) {
   sqlite3_int64 rows = 0;
   sqlite3_int64 tokens = 0;
@@ -183,7 +193,12 @@ void Rank(const Fts5ExtensionApi* api, Fts5Context* row, sqlite3_context* result
   try {
     if (state == nullptr) {
       auto made = std::make_unique<RankState>();
-      code = MakeState(api, row, count > 0 ? sqlite3_value_int64(values[0]) : INT64_MAX, *made);
+      const int64_t limit = count > 0 ? sqlite3_value_int64(values[0]) : INT64_MAX;
+      if (count > 1 && sqlite3_value_int(values[1]) != 0) {
+        MakeLoneState(api, row, limit, *made);
+      } else {
+        code = MakeState(api, row, limit, *made);
+      }
       state = made.release();
       const int set = api->xSetAuxdata(row, state, [](void* old) { delete static_cast<RankState*>(old); });
       code = code == SQLITE_OK ? set : code;
@@ -207,6 +222,12 @@ void FoldFunction(sqlite3_context* result, int, sqlite3_value** values) {
   } catch (const std::bad_alloc&) {
     sqlite3_result_error_nomem(result);
   }
+}
+
+void AmongFunction(sqlite3_context* result, int, sqlite3_value** values) {
+  const auto* ids = static_cast<const DocumentIds*>(sqlite3_value_pointer(values[0], kDocumentIdsType));
+  const int64_t id = sqlite3_value_int64(values[1]);
+  sqlite3_result_int(result, ids != nullptr && std::binary_search(ids->begin(), ids->end(), id, std::greater<>()));
 }
 
 fts5_api* FullTextApi(sqlite3* database) {
@@ -242,6 +263,10 @@ void RegisterFunctions(sqlite3* database, std::shared_ptr<const Schema> schema) 
   if (code == SQLITE_OK) {
     code = sqlite3_create_function_v2(database, "nimo_fold", 1, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr,
                                       FoldFunction, nullptr, nullptr, nullptr);
+  }
+  if (code == SQLITE_OK) {
+    code = sqlite3_create_function_v2(database, "nimo_among", 2, SQLITE_UTF8, nullptr, AmongFunction, nullptr, nullptr,
+                                      nullptr);
   }
   if (code != SQLITE_OK) {
     ThrowSqlite(database, code, "adding the tokenizer");

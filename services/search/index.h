@@ -21,6 +21,7 @@ namespace search {
 enum class ErrorCode {
   kNoSuchDocument = 1200,  ///< no document has this path
   kTooMuchMemory = 1401,   ///< the document alone is over OpenOptions::max_document_bytes
+  kAnswerTooLarge = 1207,  ///< the hits asked for take more than SearchOptions::max_bytes
   kBadDocument = 1210,     ///< a required field is missing, or a value's type is not its field's
   kBadQuery = 1211,        ///< the query cannot be read; the message says what and where
   kBadMappings = 1212,     ///< the mappings or settings of a new index make no sense
@@ -64,19 +65,26 @@ struct SetResult {
   bool replaced = false;  ///< another document was at the target path and is gone
 };
 
+class Viewer;
+
 struct SearchOptions {
   enum class Sort { kRelevance, kName, kPath, kSize, kModified };
 
   size_t offset = 0;
   size_t limit = 20;  ///< at most 10,000
   Sort sort = Sort::kRelevance;
-  bool descending = false;               ///< ignored by kRelevance, which is always best first
+  bool descending = false;  ///< ignored by kRelevance, which is always best first
+  /// Whose eyes the answer is for, not owned; null: anybody's. All in the answer is of documents that it may see,
+  /// counts and order too. Asking it may take half of the time limit; then `more` is true, and nothing older is looked
+  /// at.
+  Viewer* viewer = nullptr;
   std::vector<std::string> load_fields;  ///< fields of each hit; the property id is in Hit::path anyway
   bool snippets = true;
   bool facets = true;
   std::string mark_begin = "<b>";  ///< put before each found word in a snippet
   std::string mark_end = "</b>";
-  std::chrono::milliseconds time_limit{10'000};                                  ///< then ErrorCode::kQueryTimeout
+  std::chrono::milliseconds time_limit{10'000};  ///< then ErrorCode::kQueryTimeout
+  size_t max_bytes = size_t{1} << 30;            ///< of the hits; then ErrorCode::kAnswerTooLarge
   std::chrono::system_clock::time_point now = std::chrono::system_clock::now();  ///< what date:today counts from
 };
 
@@ -92,6 +100,7 @@ using Facet = std::vector<std::pair<std::string, int64_t>>;
 
 struct SearchResult {
   std::vector<Hit> hits;
+  size_t bytes = 0;  ///< about what the hits take in memory
   int64_t total = 0;
   bool more = false;  ///< there are more than `total`, which is counted up to 100,000; pages reach no further
   /// False when there are more hits than are ranked and counted by facet one by one (1,000): then the facets are those
@@ -229,8 +238,8 @@ class Index {
 
   /// Answers a question in people's language on the last commit: words (also parts of file names), "phrases", -not,
   /// OR, parentheses, word*, FIELD:value, ext:, type:, folder:, size:>10M, size:1k..5M, date:2021-05,
-  /// date:>=2021-01-02, date:today. docs/protocols.md tells all of it. Throws kBadQuery, kQueryTimeout, kCorrupt,
-  /// kStorage.
+  /// date:>=2021-01-02, date:today. docs/protocols.md tells all of it. Throws kBadQuery, kQueryTimeout,
+  /// kAnswerTooLarge, kCorrupt, kStorage.
   SearchResult Search(const std::string& query, const SearchOptions& options = {});
 
   /// Words that begin with `prefix` (case and accents do not matter), of most documents first.

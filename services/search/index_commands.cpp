@@ -18,53 +18,53 @@ Json::Value Describe(const std::string& id, const HostedIndex& host) {
 
 }  // namespace
 
-std::string IndexCreate(Catalog& catalog, const Json::Value& data) {
+std::string IndexCreate(const Setting& setting, const Json::Value& data) {
   const std::string id = RequireString(data, "id");
   if (id.empty()) {
     throw Refusal(Code::kBadMember, "member \"id\": an index needs a name");
   }
   const Json::Value& settings = data["settings"];
-  catalog.Create(id, RequireString(data, "path"), RequireObject(data, "mappings"),
-                 settings.isNull() ? Json::Value(Json::objectValue) : RequireObject(data, "settings"),
-                 data["event_handler"]);
+  setting.catalog.Create(id, RequireString(data, "path"), RequireObject(data, "mappings"),
+                         settings.isNull() ? Json::Value(Json::objectValue) : RequireObject(data, "settings"),
+                         data["event_handler"]);
   return "";
 }
 
-std::string IndexDelete(Catalog& catalog, const Json::Value& data) {
-  catalog.Delete(RequireString(data, "id"));
+std::string IndexDelete(const Setting& setting, const Json::Value& data) {
+  setting.catalog.Delete(RequireString(data, "id"));
   return "";
 }
 
-std::string IndexPause(Catalog& catalog, const Json::Value& data) {
-  catalog.Pause(RequireString(data, "id"));
+std::string IndexPause(const Setting& setting, const Json::Value& data) {
+  setting.catalog.Pause(RequireString(data, "id"));
   return "";
 }
 
-std::string IndexResume(Catalog& catalog, const Json::Value& data) {
-  catalog.Resume(RequireString(data, "id"));
+std::string IndexResume(const Setting& setting, const Json::Value& data) {
+  setting.catalog.Resume(RequireString(data, "id"));
   return "";
 }
 
-std::string IndexConfigSet(Catalog& catalog, const Json::Value& data) {
+std::string IndexConfigSet(const Setting& setting, const Json::Value& data) {
   const Json::Value& changes = RequireObject(data, "data");
   const std::string new_id = OptionalString(changes, "id", "");
   const std::string new_path = OptionalString(changes, "path", "");
-  catalog.Configure(RequireString(data, "id"), new_id, new_path);
+  setting.catalog.Configure(RequireString(data, "id"), new_id, new_path);
   return "";
 }
 
-std::string IndexList(Catalog& catalog, const Json::Value&) {
+std::string IndexList(const Setting& setting, const Json::Value&) {
   Json::Value list(Json::arrayValue);
-  for (const auto& [id, host] : catalog.All()) {
+  for (const auto& [id, host] : setting.catalog.All()) {
     list.append(Describe(id, *host));
   }
   return service::ToText(list);
 }
 
-std::string IndexStat(Catalog& catalog, const Json::Value& data) {
+std::string IndexStat(const Setting& setting, const Json::Value& data) {
   const std::string id = RequireString(data, "id");
   const bool check = OptionalBool(data, "check", false);
-  const HostPtr host = catalog.Require(id);
+  const HostPtr host = setting.catalog.Require(id);
   Json::Value result = Describe(id, *host);
   result["bytes"] = Json::Int64{host->BytesOnDisk()};
   if (check && WillOpenSoon(host->state())) {
@@ -83,7 +83,7 @@ std::string IndexStat(Catalog& catalog, const Json::Value& data) {
     result["problem"] = stat.problem.empty() ? host->problem() : stat.problem;
     result["repairing"] = !stat.problem.empty();
     if (!stat.problem.empty()) {
-      catalog.ReportDamage(id);
+      setting.catalog.ReportDamage(id);
     }
   }
   return service::ToText(result);

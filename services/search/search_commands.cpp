@@ -5,14 +5,17 @@
 #include <optional>
 #include <set>
 
+#include "orbisk/fileindex/metadata_names.h"
 #include "services/base/json_text.h"
 #include "services/search/command_table.h"
+#include "services/search/file_viewer.h"
 #include "services/search/refusal.h"
 #include "services/search/request.h"
 
 namespace nimoelasticd {
 namespace {
 
+namespace names = orbisk::fileindex::elastic;
 using Sort = search::SearchOptions::Sort;
 
 constexpr std::int64_t kMostHits = 10'000;
@@ -82,6 +85,15 @@ search::SearchOptions OptionsOf(const Json::Value& data, const SortName& sort) {
   return options;
 }
 
+// "as": the account whom the answer is for. It is never taken for missing, not even when it is null: who sends it must
+// not be shown everything.
+std::optional<FileViewer> ViewerOf(const Json::Value& data) {
+  if (!data.isMember("as")) {
+    return std::nullopt;
+  }
+  return FileViewer(AccountOf(RequireString(data, "as")));
+}
+
 struct FoundHit {
   std::string index;
   search::Hit hit;
@@ -120,12 +132,22 @@ void AddFacets(search::SearchResult& all, const search::SearchResult& one) {
   }
 }
 
+// Whether the file has more text than the document, so that words further on are not found.
+bool IsCut(const search::Hit& hit) {
+  const Json::Value& coverage = hit.fields[names::kMDCoverage];
+  const std::string text = coverage.isString() ? coverage.asString() : "";
+  return text.substr(0, text.find('\n')) == names::kCoverageOfCutText;
+}
+
 Json::Value ToJson(const FoundHit& found, const std::vector<std::string>& load_fields) {
   Json::Value hit;
   hit["id"] = found.index;
   hit["path"] = found.hit.path;
   hit["score"] = found.hit.score;
   hit["snippet"] = found.hit.snippet;
+  if (IsCut(found.hit)) {
+    hit["cut"] = true;
+  }
   hit["fields"] = Json::Value(Json::objectValue);
   for (const std::string& field : load_fields) {
     if (found.hit.fields.isMember(field)) {
@@ -182,6 +204,12 @@ std::optional<search::SearchResult> SearchNext(Catalog& catalog, Asked& asked, c
   }
 }
 
+// The limit is that of the whole question. One index more that is quick, or nearly done, does no harm.
+std::chrono::milliseconds TimeLeft(std::chrono::steady_clock::time_point deadline) {
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+  return std::max(left, std::chrono::milliseconds(1));
+}
+
 // Keeps what was asked for of the best hits of each index.
 void Merge(std::vector<FoundHit>& found, const SortName& sort, const search::SearchOptions& wanted) {
   std::stable_sort(found.begin(), found.end(), [&](const FoundHit& first, const FoundHit& second) {
@@ -192,14 +220,18 @@ void Merge(std::vector<FoundHit>& found, const SortName& sort, const search::Sea
 }
 
 std::string ResultText(const search::SearchResult& all, const std::vector<FoundHit>& found,
-                       const std::vector<std::string>& load_fields, const std::vector<std::string>& left_out,
-                       bool repairing) {
+                       const std::vector<std::string>& load_fields, bool for_somebody,
+                       const std::vector<std::string>& left_out, bool repairing) {
   Json::Value result;
   if (repairing) {
     result["repairing"] = true;  // what is damaged may be missing
   }
   for (const std::string& id : left_out) {
-    result["left_out"].append(id);
+    if (for_somebody) {
+      result["incomplete"] = true;  // an index bears the name of a share that the account may not know of
+    } else {
+      result["left_out"].append(id);
+    }
   }
   if (all.more) {
     result["more"] = true;
@@ -216,12 +248,17 @@ std::string ResultText(const search::SearchResult& all, const std::vector<FoundH
 
 }  // namespace
 
-std::string DocumentSearch(Catalog& catalog, const Json::Value& data) {
+std::string DocumentSearch(const Setting& setting, const Json::Value& data) {
   const std::string query = RequireString(data, "query");
   const SortName& sort = SortOf(data);
   const search::SearchOptions wanted = OptionsOf(data, sort);
-  Asked asked = WhoIsAsked(catalog, data);
+  Asked asked = WhoIsAsked(setting.catalog, data);
   search::SearchOptions options = wanted;
+  options.max_bytes = setting.max_answer_bytes;
+  options.load_fields.emplace_back(names::kMDCoverage);
+  const auto deadline = std::chrono::steady_clock::now() + wanted.time_limit;
+  std::optional<FileViewer> viewer = ViewerOf(data);
+  options.viewer = viewer ? &*viewer : nullptr;
   if (asked.hosts.size() > 1) {
     options.offset = 0;
     options.limit = std::min<size_t>(wanted.offset + wanted.limit, kMostHits);
@@ -234,10 +271,12 @@ std::string DocumentSearch(Catalog& catalog, const Json::Value& data) {
   bool repairing = false;
   for (const auto& [id, host] : asked.hosts) {
     const bool damaged = host->state() == State::kRepairing;
-    std::optional<search::SearchResult> one = SearchNext(catalog, asked, id, *host, query, options);
+    options.time_limit = TimeLeft(deadline);
+    std::optional<search::SearchResult> one = SearchNext(setting.catalog, asked, id, *host, query, options);
     if (!one) {
       continue;
     }
+    options.max_bytes -= one->bytes;
     repairing = repairing || damaged;
     all.total += one->total;
     all.more = all.more || one->more;
@@ -250,11 +289,11 @@ std::string DocumentSearch(Catalog& catalog, const Json::Value& data) {
   if (asked.hosts.size() > 1) {
     Merge(found, sort, wanted);
   }
-  return ResultText(all, found, wanted.load_fields, asked.left_out, repairing);
+  return ResultText(all, found, wanted.load_fields, options.viewer != nullptr, asked.left_out, repairing);
 }
 
-std::string TermSuggest(Catalog& catalog, const Json::Value& data) {
-  const HostPtr host = catalog.Require(RequireString(data, "id"));
+std::string TermSuggest(const Setting& setting, const Json::Value& data) {
+  const HostPtr host = setting.catalog.Require(RequireString(data, "id"));
   const std::string prefix = RequireString(data, "prefix");
   const auto limit = static_cast<size_t>(OptionalInt(data, "limit", 10, 1, 1000));
   const HostedIndex::Use index(*host, HostedIndex::Use::For::kAsking);
@@ -265,10 +304,10 @@ std::string TermSuggest(Catalog& catalog, const Json::Value& data) {
   return service::ToText(words);
 }
 
-std::string ListTermSuggDb(Catalog& catalog, const Json::Value&) {
+std::string ListTermSuggDb(const Setting& setting, const Json::Value&) {
   Json::Value result;
   result["unavail"] = Json::Value(Json::arrayValue);
-  for (const auto& [id, host] : catalog.All()) {
+  for (const auto& [id, host] : setting.catalog.All()) {
     try {
       const HostedIndex::Use index(*host);
       if (!index->SuggestionsAvailable()) {
@@ -277,7 +316,7 @@ std::string ListTermSuggDb(Catalog& catalog, const Json::Value&) {
     } catch (const Refusal&) {              // nothing can be built for it now
     } catch (const search::Error& error) {  // nor for this one, which is no reason to keep the others from it
       if (error.code() == search::ErrorCode::kCorrupt) {
-        catalog.ReportDamage(id);
+        setting.catalog.ReportDamage(id);
       }
     }
   }

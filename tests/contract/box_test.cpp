@@ -209,7 +209,7 @@ class SmallVolume : public testing::Test {
     try {
       EnterPrivateMounts({});
       MountEmptyFileSystem(dir_.path(), kBytes);
-    } catch (const std::system_error& error) {
+    } catch (const NotAllowed& error) {
       GTEST_SKIP() << error.what();
     }
   }
@@ -254,7 +254,7 @@ TEST(UserQuota, LeavesLessRoomThanTheVolume) {
   const TempDir dir;
   try {
     EnterPrivateMounts({});
-  } catch (const std::system_error& error) {
+  } catch (const NotAllowed& error) {
     GTEST_SKIP() << error.what();
   }
   if (mount("tmpfs", dir.path().c_str(), "tmpfs", 0, "mode=0777,size=1m,usrquota,usrquota_block_hardlimit=65536") !=

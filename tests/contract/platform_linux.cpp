@@ -29,7 +29,7 @@ bool MakeMountPoint(const std::string& path) {
     EnterPrivateMounts({});
     MountEmptyFileSystem(path, 1024UL * 1024);
     return true;
-  } catch (const std::system_error&) {
+  } catch (const NotAllowed&) {
     return false;
   }
 }
@@ -57,7 +57,7 @@ bool ForgetRegistrations() {
     EnterPrivateMounts({"/var/lib/nimotifyd", "/run"});
     std::filesystem::remove_all("/var/lib/nimotifyd/queues.d");
     return true;
-  } catch (const std::system_error&) {
+  } catch (const NotAllowed&) {
     return false;
   }
 }

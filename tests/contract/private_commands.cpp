@@ -20,7 +20,7 @@ bool Cover() {
   try {
     EnterPrivateMounts({kCommands, kBeforeCommands});
     return true;
-  } catch (const std::system_error&) {
+  } catch (const NotAllowed&) {
     return false;
   }
 }

@@ -28,7 +28,7 @@ bool CoverRun() {
   try {
     EnterPrivateMounts({"/run"});
     return true;
-  } catch (const std::system_error&) {
+  } catch (const NotAllowed&) {
     return false;
   }
 }

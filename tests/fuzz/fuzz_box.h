@@ -37,7 +37,7 @@ class FuzzBox {
   static bool EnterOrEnd() {
     try {
       EnterPrivateMounts({"/var/packages/Orbisk/etc", "/tmp"});
-    } catch (const std::system_error& error) {
+    } catch (const NotAllowed& error) {
       fprintf(stderr, "no private mount namespace: %s\n", error.what());
       exit(77);
     }

@@ -37,7 +37,7 @@ bool CoverEtc() {
     EnterPrivateMounts({});
     MountEmptyFileSystem("/etc", 64UL * 1024 * 1024);
     return true;
-  } catch (const std::system_error&) {
+  } catch (const NotAllowed&) {
     return false;
   }
 }

@@ -19,9 +19,14 @@ namespace fs = std::filesystem;
 bool entered = false;  // only touched by the main thread
 
 void Require(bool done, const std::string& what) {
-  if (!done) {
-    throw std::system_error(errno, std::generic_category(), what);
+  if (done) {
+    return;
   }
+  // Of user namespaces, ENOSPC: this machine has room for none; ENOSYS: its kernel has none.
+  if (errno == EPERM || errno == EACCES || errno == ENOSYS || (!entered && errno == ENOSPC)) {
+    throw NotAllowed(errno, std::generic_category(), what);
+  }
+  throw std::system_error(errno, std::generic_category(), what);
 }
 
 void WriteProcFile(const char* path, const std::string& text) {

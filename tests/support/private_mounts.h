@@ -2,9 +2,17 @@
 #pragma once
 
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace orbisk::test {
+
+/// The machine does not let this program have mounts of its own. What else goes wrong is another std::system_error, so
+/// that a test which is skipped for the one does not pass over the other.
+class NotAllowed : public std::system_error {
+ public:
+  using std::system_error::system_error;
+};
 
 /// Moves the calling thread, and all threads and processes that it starts from now on, into a mount namespace of their
 /// own, and makes each of `paths` an empty directory there: an empty file system is mounted over the nearest folder of
@@ -13,12 +21,11 @@ namespace orbisk::test {
 ///
 /// Without root a user namespace is made as well, in which the caller is root; the kernel allows that only to a program
 /// with one thread. Call it from the main thread, before the test makes files in a folder that gets covered. A second
-/// call may hide what the first one made if its paths lie above. Throws std::system_error where the machine does not
-/// allow it.
+/// call may hide what the first one made if its paths lie above. Throws NotAllowed, std::system_error.
 void EnterPrivateMounts(const std::vector<std::string>& paths);
 
 /// Mounts an empty file system of at most `size_bytes` at the existing directory `path`. Only after
-/// EnterPrivateMounts. Throws std::system_error.
+/// EnterPrivateMounts. Throws NotAllowed, std::system_error.
 void MountEmptyFileSystem(const std::string& path, size_t size_bytes);
 
 /// Makes `from` appear at the existing `to` as well. Only after EnterPrivateMounts. Throws std::system_error.

@@ -273,7 +273,9 @@ TEST_F(ExtractorWorker, CutsTextAtTheBoundAndSaysSo) {
   const Json::Value cut = box_.Do(std::string(1025, 'a'));
 
   EXPECT_FALSE(whole.isMember("cut"));
+  EXPECT_FALSE(whole["data"].isMember("NIMOMDCoverage"));
   EXPECT_EQ(cut["cut"], true);
+  EXPECT_EQ(cut["data"]["NIMOMDCoverage"], "the beginning of the text");
   EXPECT_EQ(cut["data"]["NIMOMDTextContent"].asString().size(), 1024U);
 }
 

@@ -82,7 +82,7 @@ void Box::TearDown() {
 
 void Box::SkipWithoutIdentities() {
   if (ReadFile("/proc/self/setgroups") == "deny\n") {
-    GTEST_SKIP() << "needs root";
+    GTEST_SKIP() << "a user namespace whose groups cannot be set";
   }
 }
 

@@ -146,6 +146,41 @@ TEST_F(ManagementCommand, AFolderThatCannotBeAddedIsRefusedWithTheReason) {
   EXPECT_THAT(NewCommands(), IsEmpty());
 }
 
+TEST_F(ManagementCommand, AddMakesTheIndexAnewThatAKilledAddLeft) {
+  WriteFile(OnRoomy("photo/a.txt"), "heron");
+  fileindex::elastic::ShareIndexCreate("photo");
+  fileindex::elastic::IndexUpsert("photo", OnRoomy("photo/a.txt"), true);
+  fileindex::elastic::IndexCommit("photo");
+  ASSERT_THAT(Find({"heron"}), ElementsAre(OnRoomy("photo/a.txt")));
+
+  const ProcessResult result = Fileindexctl({"folder", "add", "/photo/2019"});
+
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_EQ(result.errors, "fileindexctl: an index of the share photo was left over; it is made anew\n");
+  EXPECT_EQ(Get("/photo/2019")["name"], "2019");
+  EXPECT_THAT(Find({"heron"}), IsEmpty());
+}
+
+TEST_F(ManagementCommand, WhatNeedsAnIndexMakesTheOneThatIsMissing) {
+  AddPhoto();
+  const std::string volume = OnRoomy("photo").substr(0, OnRoomy("photo").rfind('/'));
+  const std::vector<std::vector<std::string>> commands = {{"share", "pause", "photo"},
+                                                          {"share", "resume", "photo"},
+                                                          {"share", "rebuild", "photo", "--yes"},
+                                                          {"volume", "resume", volume},
+                                                          {"folder", "delete", "/photo", "--yes"}};
+  for (const std::vector<std::string>& command : commands) {
+    ASSERT_TRUE(Succeeds(Fileindexctl({"index", "delete", "photo", "--yes"})));
+
+    const ProcessResult result = Fileindexctl(command);
+
+    EXPECT_EQ(result.exit_status, 0) << result.errors;
+    EXPECT_EQ(result.errors, "fileindexctl: the index of the share photo was missing; a new one is made\n");
+  }
+  EXPECT_EQ(IndexState(), "");
+  EXPECT_EQ(ReadFile(kFoldersFile), "[]");
+}
+
 TEST_F(ManagementCommand, SetChangesWhatIsGivenAndKeepsTheRest) {
   ASSERT_TRUE(Succeeds(Fileindexctl({"folder", "add", "/photo", "--group", "family", "--privileged"})));
   EmptyQueue();

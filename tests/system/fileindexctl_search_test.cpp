@@ -181,7 +181,7 @@ TEST_F(SearchCommands, APausedIndexIsSaidToBePausedAtOnce) {
 
   EXPECT_EQ(result.exit_status, 1);
   EXPECT_THAT(result.errors, StartsWith("fileindexctl: error 608: "));
-  EXPECT_TRUE(Succeeds(Fileindexctl({"suggest", "her"})));
+  EXPECT_EQ(Fileindexctl({"suggest", "her"}).exit_status, 0);
 }
 
 TEST_F(SearchCommands, ASearchOfAllIndexesSaysWhichItLeftOut) {
@@ -205,6 +205,35 @@ TEST_F(SearchCommands, WhatAnAnswerMayLackIsSaid) {
   EXPECT_EQ(result.exit_status, 0);
   EXPECT_EQ(result.output, "0 of more than 100000 hits\n");
   EXPECT_EQ(result.errors, "fileindexctl: an index is being repaired, so files may be missing here\n");
+}
+
+TEST_F(SearchCommands, AHitThatHasMoreTextThanIsSearchedIsNamed) {
+  Index("docs", OnFirst("docs/long.txt"), "heron " + std::string(5 << 20, 'x') + " weir");
+  Index("docs", OnFirst("docs/short.txt"), "heron");
+  elastic::IndexCommit("docs");
+
+  const ProcessResult found = Fileindexctl({"search", "heron", "--sort", "path"});
+  const Json::Value answer = Parse(Fileindexctl({"search", "heron", "--sort", "path", "--json"}).output);
+
+  EXPECT_EQ(found.errors, "fileindexctl: has more text than is searched: " + OnFirst("docs/long.txt") + "\n");
+  EXPECT_EQ(answer["hits"][0]["cut"], true);
+  EXPECT_FALSE(answer["hits"][0]["fields"].isMember("NIMOMDCoverage")) << "nobody asked for it";
+  EXPECT_FALSE(answer["hits"][1].isMember("cut"));
+  EXPECT_THAT(Fileindexctl({"search", "weir"}).output, StartsWith("0 of 0"));
+}
+
+TEST_F(SearchCommands, SuggestOfAllIndexesSaysWhichItLeftOut) {
+  IndexHerons();
+  elastic::UpdateTermSuggestion("fileindex_mail", {OnSecond("mail/c.txt")});
+  elastic::IndexCommit("mail");
+  elastic::ShareIndexPause("docs");
+
+  const ProcessResult result = Fileindexctl({"suggest", "hero"});
+
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_EQ(result.output, "hero\nheron\n");
+  EXPECT_EQ(result.errors,
+            "fileindexctl: these indexes could not be asked, see \"fileindexctl index list\": fileindex_docs\n");
 }
 
 TEST_F(SearchCommands, SuggestGivesTheWordsOfOneIndexOrOfAll) {

@@ -4,14 +4,11 @@
 
 #include "orbisk/error.h"
 #include "orbisk/fileindex/index_mgr.h"
+#include "tests/support/json_list.h"
 
 namespace {
 
-Json::Value ListOf(const Json::Value& item) {
-  Json::Value list(Json::arrayValue);
-  list.append(item);
-  return list;
-}
+using orbisk::test::ListOf;
 
 void Change(const std::string& path, bool is_kept) {
   Json::Value folder;
@@ -20,9 +17,9 @@ void Change(const std::string& path, bool is_kept) {
   for (const char* const kind : {"document", "audio", "video", "photo"}) {
     folder[kind] = true;
   }
-  orbisk::fileindex::FolderAdd(ListOf(folder), false);
+  orbisk::fileindex::FolderAdd(ListOf({folder}), false);
   if (!is_kept) {
-    orbisk::fileindex::FolderDelete(ListOf(path));
+    orbisk::fileindex::FolderDelete(ListOf({path}));
   }
 }
 

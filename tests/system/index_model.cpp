@@ -113,14 +113,21 @@ void IndexModel::Consume(const std::string& queue) {
   fileindex::QueueMgr manager(queue);
   manager.PrepareTmpQueue();
   TakeHistory(queue + ".tmp");
+  std::set<std::string> renamed;
   manager.ProcessOP(
-      [this](std::shared_ptr<fileindex::OP> op) {
+      [this, &renamed](std::shared_ptr<fileindex::OP> op) {
         std::ostringstream text;
         text << "    " << op;
         history_.push_back(text.str());
         ApplyOperation(*op);
+        if (op->op == fileindex::OP_RENAME) {
+          renamed.insert({op->path, op->node->GetPath()});
+        }
       },
       true);
+  for (const std::string& path : renamed) {
+    Compare(path);
+  }
   manager.DeleteTmp();
 }
 
@@ -237,6 +244,26 @@ void IndexModel::ReadTree(const std::string& path) {
     missed_.insert(path);
   }
   documents_.merge(found);
+}
+
+// Reads what is on disk at `path` and below it and is not known; removes what is known and not there.
+void IndexModel::Compare(const std::string& path) {
+  const Documents found = ReadDocuments(path, ignore_);
+  const auto gone = [&found](const auto& document) { return found.count(document.first) == 0; };
+  const auto [first, last] = Below(documents_, path);
+  for (auto at = first; at != last;) {
+    at = gone(*at) ? documents_.erase(at) : std::next(at);
+  }
+  if (found.empty()) {
+    documents_.erase(path);
+  }
+  for (const auto& [read, document] : found) {
+    const auto known = documents_.find(read);
+    if (known == documents_.end() || !KnownAgain(known->second, document)) {
+      documents_[read] = document;
+      ++reads_;
+    }
+  }
 }
 
 void IndexModel::Rename(const std::string& from, const std::string& to) {

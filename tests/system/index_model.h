@@ -34,15 +34,16 @@ Documents ReadDocuments(const std::string& path, const std::set<std::string>& ig
 /// operation whose file is gone removes the document, a delete whose file is there reads it. All of these see the disk
 /// as it is when they are applied, which may be later than the event: so a rename moves a document only if it is what
 /// lies at the target now, and has the target read otherwise; and what could not be found is looked for again where a
-/// rename brings it. It never looks into folders that it moves for files that no operation named.
+/// rename brings it. Line by line it never looks into folders that it moves for files that no operation named.
 class IndexModel {
  public:
   IndexModel(std::string folder, std::set<std::string> ignore)
       : folder_(std::move(folder)), ignore_(std::move(ignore)) {}
 
   /// One pass over the queue at `queue`: freeze, fold, apply, delete the side file. The fold delivers operations on
-  /// what is below a renamed folder before the rename and under the new path; so in one pass what was read is not
-  /// replaced by what a rename brings.
+  /// what is below a renamed folder before the rename and under the new path, and renames that follow one another under
+  /// the last name; so in one pass what was read is not replaced by what a rename brings, and in the end each rename's
+  /// source and target are compared with the disk.
   void Consume(const std::string& queue);
 
   /// The same without the fold: each line is applied by itself, in order.
@@ -64,6 +65,7 @@ class IndexModel {
   void RemoveStale(const std::string& path);
   void Read(const std::string& path);
   void ReadTree(const std::string& path);
+  void Compare(const std::string& path);
   void Rename(const std::string& from, const std::string& to);
   void MoveOrRead(const std::string& from, const std::string& to);
   void MoveDocuments(const std::string& from, const std::string& to);

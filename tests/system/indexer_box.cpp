@@ -8,6 +8,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <sstream>
@@ -53,6 +54,11 @@ void End(std::unique_ptr<Subprocess>& daemon, int signal) {
 
 }  // namespace
 
+bool Indexed::operator==(const Indexed& other) const {
+  const bool same = permissions == other.permissions && text == other.text;
+  return is_folder == other.is_folder && (same || is_shared || other.is_shared);
+}
+
 std::ostream& operator<<(std::ostream& stream, const Indexed& indexed) {
   return stream << (indexed.is_folder ? "folder " : "file ") << indexed.permissions << " \"" << indexed.text << "\"";
 }
@@ -95,8 +101,17 @@ void IndexerBox::KillMonitor() {
 }
 
 void IndexerBox::StartIndexer(const std::vector<std::string>& arguments) {
-  std::vector<std::string> command = {BuiltProgram("fileindexd"), "--log-stderr", "--retry-limit-ms", "1000",
-                                      "--missing-index-ms",       "300"};
+  // Into a file: nobody reads a pipe while it runs.
+  std::vector<std::string> command = {"/bin/sh",
+                                      "-c",
+                                      R"(log=$0; exec "$@" 2>>"$log")",
+                                      logs_ / "indexer",
+                                      BuiltProgram("fileindexd"),
+                                      "--log-stderr",
+                                      "--retry-limit-ms",
+                                      "1000",
+                                      "--missing-index-ms",
+                                      "300"};
   command.insert(command.end(), arguments.begin(), arguments.end());
   indexer_ = std::make_unique<Subprocess>(command);
   ASSERT_TRUE(Eventually([] { return Command("status")["success"].asBool(); }, std::chrono::seconds(20)));
@@ -111,6 +126,12 @@ int IndexerBox::StopIndexer() {
   const ProcessResult result = indexer_->Wait(std::chrono::seconds(30));
   indexer_.reset();
   return result.exit_status;
+}
+
+std::string IndexerBox::IndexerLog() const {
+  constexpr size_t kBytes = 16'384;
+  const std::string log = ReadFile(logs_ / "indexer");
+  return log.substr(log.size() - std::min(log.size(), kBytes));
 }
 
 Json::Value IndexerBox::Command(const std::string& type, const Json::Value& data) {
@@ -199,7 +220,7 @@ testing::AssertionResult IndexerBox::BecomesEqualTo(const std::function<IndexedT
   for (const auto& [path, what] : disk) {
     const auto found = index.find(path);
     if (found == index.end()) {
-      text << path << ": not in the index\n";
+      text << path << ": not in the index, disk " << what << "\n";
     } else if (!(found->second == what)) {
       text << path << ": disk " << what << ", index " << found->second << "\n";
     }

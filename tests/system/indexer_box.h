@@ -12,6 +12,7 @@
 
 #include "tests/support/eventually.h"
 #include "tests/support/subprocess.h"
+#include "tests/support/temp_dir.h"
 #include "tests/system/search_box.h"
 
 namespace orbisk::test {
@@ -20,8 +21,9 @@ namespace orbisk::test {
 struct Indexed {
   bool is_folder = false;
   std::string permissions;
-  std::string text;  ///< of a file, without white space at the end
-  bool operator==(const Indexed&) const = default;
+  std::string text;        ///< of a file, without white space at the end
+  bool is_shared = false;  ///< with other names, through which it may be changed: then only that it is there counts
+  bool operator==(const Indexed& other) const;
 };
 using IndexedTree = std::map<std::string, Indexed>;
 std::ostream& operator<<(std::ostream& stream, const Indexed& indexed);
@@ -45,6 +47,8 @@ class IndexerBox : public SearchBox {
   void KillIndexer();
   /// Asks it to end; its exit status.
   int StopIndexer();
+  /// What the indexing daemons have logged lately.
+  std::string IndexerLog() const;
   Subprocess& indexer() { return *indexer_; }
 
   /// Sends one command to the indexing daemon; its answer.
@@ -65,6 +69,7 @@ class IndexerBox : public SearchBox {
                                           const std::string& share) const;
 
  private:
+  TempDir logs_;
   std::unique_ptr<Subprocess> monitor_;
   std::unique_ptr<Subprocess> indexer_;
 };

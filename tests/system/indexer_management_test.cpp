@@ -10,6 +10,7 @@
 #include "orbisk/error.h"
 #include "orbisk/fileindex/elastic_control.h"
 #include "orbisk/fileindex/index_mgr.h"
+#include "tests/support/json_list.h"
 #include "tests/system/indexer_box.h"
 
 namespace orbisk::test {
@@ -34,7 +35,7 @@ class IndexerManagement : public IndexerBox {
     MakeFolder(OnFirst("music/deep"));
     WriteFile(OnFirst("music/deep/b.txt"), "bittern");
     StartIndexer();
-    FolderAdd(ListOf(Entry("/music", "songs")), false);
+    FolderAdd(ListOf({Entry("/music", "songs")}), false);
   }
   void TearDown() override {
     if (!IsSkipped()) {
@@ -53,12 +54,6 @@ class IndexerManagement : public IndexerBox {
     } catch (const Error& error) {
       return error.code();
     }
-  }
-
-  static Json::Value ListOf(const Json::Value& item) {
-    Json::Value list(Json::arrayValue);
-    list.append(item);
-    return list;
   }
 };
 
@@ -89,13 +84,13 @@ TEST_F(IndexerManagement, KindsThatAreSwitchedOffAndOnFollow) {
   Json::Value entry = Entry("/music", "songs");
   entry["document"] = false;
 
-  FolderSet(ListOf(entry), false);
+  FolderSet(ListOf({entry}), false);
   EXPECT_TRUE(Eventually([this] {
     IndexedTree index = InIndex("music");
     return index.size() == OnDisk("music").size() && index[OnFirst("music/a.txt")].text.empty();
   }));
 
-  FolderSet(ListOf(Entry("/music", "songs")), false);
+  FolderSet(ListOf({Entry("/music", "songs")}), false);
   EXPECT_TRUE(BecomesEqual(kLimit, "music"));
 }
 

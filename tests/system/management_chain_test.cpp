@@ -12,6 +12,7 @@
 #include "orbisk/fileindex/index_mgr.h"
 #include "orbisk/fileindex/status_mgr.h"
 #include "tests/support/indexer_double.h"
+#include "tests/support/json_list.h"
 #include "tests/support/subprocess.h"
 #include "tests/system/search_box.h"
 
@@ -20,14 +21,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace fileindex;  // NOLINT(google-build-using-namespace): what the test is about
-
-Json::Value ListOf(const std::vector<Json::Value>& items) {
-  Json::Value list(Json::arrayValue);
-  for (const Json::Value& item : items) {
-    list.append(item);
-  }
-  return list;
-}
 
 std::set<std::string> ConfiguredPaths() {
   Json::Value answer;

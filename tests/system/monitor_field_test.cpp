@@ -129,18 +129,25 @@ TEST_P(MonitorFieldTest, LongestNamesAndPathsAreWhole) {
   EXPECT_TRUE(Holds(box_.LinesSoFar(), {kModifyLine, false, file, ""}));
 }
 
-TEST_P(MonitorFieldTest, PathsLongerThanTheKernelTakesAtOnceAreWhole) {
-  Start();
+// Makes a folder below `path` that is too deep for the kernel to take its path at once, and adds its names to `path`.
+// Returns its descriptor, which the caller closes.
+int MakeDeepFolder(std::string& path) {
   const std::string name(250, 'n');
-  std::string path = box_.share();
   int folder = open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
   for (int depth = 0; depth < 30; ++depth) {
-    ASSERT_EQ(mkdirat(folder, name.c_str(), 0755), 0);
+    EXPECT_EQ(mkdirat(folder, name.c_str(), 0755), 0);
     const int below = openat(folder, name.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
     close(folder);
     folder = below;
     path += "/" + name;
   }
+  return folder;
+}
+
+TEST_P(MonitorFieldTest, PathsLongerThanTheKernelTakesAtOnceAreWhole) {
+  Start();
+  std::string path = box_.share();
+  const int folder = MakeDeepFolder(path);
   box_.Settle();
   close(openat(folder, "f", O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
   close(folder);
@@ -149,16 +156,8 @@ TEST_P(MonitorFieldTest, PathsLongerThanTheKernelTakesAtOnceAreWhole) {
 }
 
 TEST_P(MonitorFieldTest, RestartInADeepTreeFindsItsFolders) {
-  const std::string name(250, 'n');
   std::string path = box_.share();
-  int folder = open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-  for (int depth = 0; depth < 30; ++depth) {
-    ASSERT_EQ(mkdirat(folder, name.c_str(), 0755), 0);
-    const int below = openat(folder, name.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-    close(folder);
-    folder = below;
-    path += "/" + name;
-  }
+  const int folder = MakeDeepFolder(path);
   Start();
   close(openat(folder, "f", O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
   close(folder);

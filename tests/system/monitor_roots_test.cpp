@@ -3,6 +3,7 @@
 #include <sys/mount.h>
 
 #include <filesystem>
+#include <fstream>
 
 #include "tests/support/private_mounts.h"
 #include "tests/system/monitor_support.h"
@@ -19,6 +20,28 @@ class MonitorRootsTest : public MonitorTest {
   bool Crashed() const { return Holds(box_.Lines(), {kCrashedLine, true, box_.share(), ""}); }
   bool Reported(int event, bool is_dir, const std::string& path) const {
     return Holds(box_.Lines(), {event, is_dir, path, ""});
+  }
+
+  std::string QueueOfFile() const { return box_.root() + "/vol/song.queue"; }
+  void RegisterFile(const std::string& file) { box_.Register(QueueOfFile(), {file}); }
+
+  void ExpectToHearOf(const std::string& file) const {
+    const auto next_line_is = [&](int event) {
+      const bool came = Eventually([&] { return Holds(MonitorBox::Lines(QueueOfFile()), {event, false, file, ""}); });
+      box_.Ask("reload");  // answered when all that happened so far is in the queue
+      fs::remove(QueueOfFile());
+      return came;
+    };
+    WriteFile(file, "x");
+    EXPECT_TRUE(next_line_is(kCreateLine)) << "created";
+    std::ofstream(file, std::ios::app) << "y";
+    EXPECT_TRUE(next_line_is(kCreateLine)) << "written";
+    fs::permissions(file, fs::perms::owner_read);
+    EXPECT_TRUE(next_line_is(kCreateLine)) << "another mode";
+    fs::rename(file, box_.outside() + "/elsewhere");
+    EXPECT_TRUE(next_line_is(kDeleteLine)) << "renamed";
+    fs::rename(box_.outside() + "/elsewhere", file);
+    EXPECT_TRUE(next_line_is(kCreateLine)) << "renamed back";
   }
 };
 
@@ -73,6 +96,24 @@ TEST_P(MonitorRootsTest, FolderRegisteredBeforeItExistsIsWatchedOnceItDoes) {
   WriteFile(later + "/f", "x");
 
   EXPECT_TRUE(Eventually([&] { return Holds(MonitorBox::Lines(queue), {kModifyLine, false, later + "/f", ""}); }));
+}
+
+TEST_P(MonitorRootsTest, FileAtARegisteredPathIsReportedThoughItsFolderIsNotRegistered) {
+  const std::string file = box_.outside() + "/song";
+  RegisterFile(file);
+  Start();
+
+  ExpectToHearOf(file);
+}
+
+TEST_P(MonitorRootsTest, FileAtARegisteredPathIsReportedThoughNothingElseOfItsFileSystemIsRegistered) {
+  const std::string file = box_.outside() + "/song";
+  box_.Unregister(box_.queue());
+  RegisterFile(file);
+  box_.Start({"--backend", GetParam()});
+  fs::remove(QueueOfFile());
+
+  ExpectToHearOf(file);
 }
 
 TEST_P(MonitorRootsTest, MountOverAWatchedFolderCrashesTheQueueAndTheNewOneIsWatched) {

@@ -49,7 +49,7 @@ class Troublemaker {
         Write(path, O_APPEND);
         break;
       case 7:
-        chmod(path.c_str(), Below(2) == 0 ? 0644 : 0755);
+        ChangeMode(path, Below(2) == 0 ? 0644 : 0755);
         break;
       case 8:
       case 9:
@@ -104,11 +104,22 @@ class Troublemaker {
   }
   std::string Outside() { return outside_ + "/" + Name(); }
   void Write(const std::string& path, int flags) {
-    const int fd = open(path.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | flags, 0644);
-    if (fd >= 0) {
+    const int fd = open(path.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | (flags & ~O_TRUNC), 0644);
+    struct stat info {};
+    // A change through one name of a file is told of that name alone, and the other's document keeps the old content.
+    if (fd >= 0 && fstat(fd, &info) == 0 && info.st_nlink == 1) {
+      [[maybe_unused]] const int cut = (flags & O_TRUNC) != 0 ? ftruncate(fd, 0) : 0;
       const std::string text = std::to_string(seed_) + "." + std::to_string(++count_) + " ";
       [[maybe_unused]] const ssize_t written = write(fd, text.data(), text.size());
+    }
+    if (fd >= 0) {
       close(fd);
+    }
+  }
+  void ChangeMode(const std::string& path, mode_t mode) {
+    struct stat info {};
+    if (lstat(path.c_str(), &info) == 0 && (S_ISDIR(info.st_mode) || info.st_nlink == 1)) {
+      chmod(path.c_str(), mode);
     }
   }
   void SaveByRename(const std::string& path) {

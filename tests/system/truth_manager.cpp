@@ -31,8 +31,6 @@ constexpr std::chrono::seconds kLongestOperation{20};
 constexpr size_t kLongestStory = 60;
 constexpr int kRefused = 3;  // exit statuses
 constexpr int kFailed = 4;
-// What the search daemon answers when it is to make an index that there is.
-constexpr int kIndexExists = 1220;
 
 Json::Value ListOf(const Json::Value& item) {
   Json::Value list(Json::arrayValue);
@@ -163,44 +161,50 @@ void TruthManager::BeginShare(unsigned kind) {
       return paused_ ? Start("pause", [] { fi::StatusMgr().Pause(0); })
                      : Start("resume", [] { fi::StatusMgr().Resume(); });
     case 10:
+      if (paused_volume_) {
+        paused_volume_ = false;
+        return Start("clear volume", [this] { fi::VolumeClearPaused(volume_); });
+      }
+      [[fallthrough]];
+    case 11:
       return Start("clear " + share, [share, folder] { fi::ShareClearPaused(share, folder); });
     default:
       return Start("delete all of " + share, [share] { fi::FolderDelete(share); });
   }
 }
 
+// As an administrator does, with the tool: it goes on where an operation that was killed left off.
+void TruthManager::MakeGood(const std::vector<std::string>& command) {
+  ProcessResult result;
+  const bool done = Eventually(
+      [&] {
+        result = Fileindexctl(command);
+        return result.exit_status == 0;
+      },
+      std::chrono::minutes(3));
+  story_.push_back("made good: " + command[0] + " " + command[1] + " " + command[2] + " " + result.errors);
+  EXPECT_TRUE(done) << Story();
+}
+
 void TruthManager::Settle() {
   Finish();
-  const auto make_good = [this](const std::string& name, const Operation& operation) {
-    EXPECT_TRUE(Eventually([&] { return Succeeds(name, operation); }, std::chrono::minutes(3))) << Story();
-  };
   if (paused_ || trouble_) {
-    make_good("resume", [] { fi::StatusMgr().Resume(); });
+    MustSucceed("resume", [] { fi::StatusMgr().Resume(); });
   }
   for (const std::string& share : paused_shares_) {
-    make_good("resume " + share, [&share] { fi::ShareResume(share); });
+    if (IsIndexed(share)) {
+      MakeGood({"share", "resume", share});
+    }
   }
   if (paused_volume_ || trouble_) {
-    make_good("resume volume", [this] { fi::VolumeResume(volume_); });
+    MakeGood({"volume", "resume", volume_});
   }
   paused_ = paused_volume_ = trouble_ = false;
   paused_shares_.clear();
   story_.push_back("settled");
   story_.erase(story_.begin(), story_.end() - static_cast<long>(std::min<size_t>(story_.size(), kLongestStory)));
   if (Parse(ReadFile(kFoldersFile)).empty()) {
-    make_good("add", [root = "/" + shares_.front()] {
-      try {
-        fi::FolderAdd(ListOf(FolderOf(root, true)), false);
-      } catch (const Error& error) {
-        if (static_cast<int>(error.code()) != kIndexExists) {
-          throw;
-        }
-        // An operation that was killed had made the index, or had not removed it. Removing the folder, which is in no
-        // list, removes what is left.
-        fi::FolderDelete(ListOf(root));
-        throw;
-      }
-    });
+    MakeGood({"folder", "add", "/" + shares_.front()});
   }
 }
 
@@ -294,11 +298,11 @@ const std::string& TruthManager::AnyShare() {
   return shares_[turn_ % shares_.size()];
 }
 
-// A share as a whole, or a folder in it that comes and goes.
+// A share as a whole, or something in it that comes and goes, and is a folder or a file by turns.
 std::string TruthManager::AnyFolder() {
   const std::string share = "/" + AnyShare();
   const unsigned which = turn_ / static_cast<unsigned>(shares_.size()) % 4;
-  return which < 2 || !within_shares_ ? share : share + (which == 2 ? "/a" : "/d e");
+  return which < 2 ? share : share + (which == 2 ? "/a" : "/d e");
 }
 
 }  // namespace orbisk::test

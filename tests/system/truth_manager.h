@@ -18,11 +18,10 @@ namespace orbisk::test {
 /// Threads: one.
 class TruthManager {
  public:
-  static constexpr unsigned kKinds = 12;
+  static constexpr unsigned kKinds = 13;
 
-  /// `within_shares`: folders in shares are managed too, and not shares as a whole alone.
-  TruthManager(std::string volume, std::vector<std::string> shares, bool within_shares)
-      : volume_(std::move(volume)), shares_(std::move(shares)), within_shares_(within_shares) {}
+  TruthManager(std::string volume, std::vector<std::string> shares)
+      : volume_(std::move(volume)), shares_(std::move(shares)) {}
   ~TruthManager();
   TruthManager(const TruthManager&) = delete;
   TruthManager& operator=(const TruthManager&) = delete;
@@ -55,6 +54,7 @@ class TruthManager {
   void Finish();
   bool Succeeds(const std::string& name, const Operation& operation);
   void MustSucceed(const std::string& name, const Operation& operation);
+  void MakeGood(const std::vector<std::string>& command);
   void BeginFolder(unsigned kind);
   void BeginShare(unsigned kind);
   const std::string& AnyShare();
@@ -62,7 +62,6 @@ class TruthManager {
 
   std::string volume_;
   std::vector<std::string> shares_;
-  bool within_shares_;
   unsigned turn_ = 0;  // in place of another source of chance
 
   pid_t process_ = -1;

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <stdio.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
@@ -16,45 +17,98 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr char kPreserved[] = ".git";
+constexpr size_t kLongestStory = 300;
+
+// In one line, whatever bytes are in it.
+std::string Readable(const std::string& text) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string readable;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < ' ' || byte > '~') {
+      readable += {'\\', 'x', kDigits[byte / 16], kDigits[byte % 16]};
+    } else {
+      readable += c;
+    }
+  }
+  return readable;
+}
 
 }  // namespace
 
 void Scribbler::Step() {
-  switch (Pick(14)) {
+  switch (Pick(15)) {
     case 0:
     case 1:
     case 2:
-      Write(std::ios::trunc);
-      break;
+      return Write(std::ios::trunc);
     case 3:
-      Write(std::ios::app);
-      break;
+      return Write(std::ios::app);
     case 4:
-      fs::create_directories(Path(), ignored_);
-      break;
+      return MakeFolders(Path());
     case 5:
     case 6:
     case 7:
-      fs::rename(Path(), Path(), ignored_);
-      break;
+      return Rename(Path(), Path());
     case 8:
-      fs::remove(Path(), ignored_);
-      break;
+      return Remove(Path(), false);
     case 9:
-      fs::remove_all(Path(), ignored_);
-      break;
+      return Remove(Path(), true);
     case 10:
-      fs::permissions(Path(), static_cast<fs::perms>(0700 + Pick(64)), fs::perm_options::nofollow, ignored_);
-      break;
+      return SetMode(Path());
     case 11:
-      Exchange();
-      break;
+      return Exchange();
     case 12:
-      Link();
-      break;
+      return Link();
+    case 13:
+      return AddName(Path(), Path());
     default:
-      Pick(2) == 0 ? fs::rename(Path(), outside_ + "/x", ignored_) : fs::rename(outside_ + "/x", Path(), ignored_);
+      return Pick(2) == 0 ? Rename(Path(), outside_ + "/x") : Rename(outside_ + "/x", Path());
   }
+}
+
+// `ignored_` says whether it was done.
+template <typename... Part>
+void Scribbler::Tell(const Part&... part) {
+  if (!ignored_) {
+    std::string line;
+    ((line += (line.empty() ? "" : " ") + Readable(part)), ...);
+    story_.push_back(line);
+    if (story_.size() > kLongestStory) {
+      story_.pop_front();
+    }
+  }
+}
+
+void Scribbler::MakeFolders(const std::string& path) {
+  fs::create_directories(path, ignored_);
+  Tell("mkdir", path);
+}
+
+void Scribbler::Rename(const std::string& from, const std::string& to) {
+  fs::rename(from, to, ignored_);
+  Tell("rename", from, to);
+}
+
+void Scribbler::Remove(const std::string& path, bool all) {
+  all ? fs::remove_all(path, ignored_) : static_cast<uintmax_t>(fs::remove(path, ignored_));
+  Tell("remove", path);
+}
+
+void Scribbler::SetMode(const std::string& path) {
+  fs::permissions(path, static_cast<fs::perms>(0700 + Pick(64)), fs::perm_options::nofollow, ignored_);
+  Tell("chmod", path);
+}
+
+// Of a file alone: of a link it would be another link.
+void Scribbler::AddName(const std::string& from, const std::string& to) {
+  struct stat info {};
+  if (lstat(from.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) {
+    return;
+  }
+  shared_.insert({info.st_dev, info.st_ino});
+  fs::create_hard_link(from, to, ignored_);
+  Tell("link", from, to);
 }
 
 bool Scribbler::IsPreserved(const std::string& path) {
@@ -97,7 +151,10 @@ void Scribbler::Write(std::ios::openmode mode) {
   if (fs::is_symlink(fs::symlink_status(path, ignored_))) {
     return;
   }
-  std::ofstream(path, std::ios::binary | mode) << "word" << Pick(10'000) << " plain\n";
+  const std::string text = "word" + std::to_string(Pick(10'000)) + " plain";
+  ignored_.clear();
+  std::ofstream(path, std::ios::binary | mode) << text << "\n";
+  Tell("write", path, text);
 }
 
 // In one step, or over a third place.
@@ -105,19 +162,23 @@ void Scribbler::Exchange() {
   const std::string a = Path();
   const std::string b = Path();
   if (Pick(2) == 0) {
-    renameat2(AT_FDCWD, a.c_str(), AT_FDCWD, b.c_str(), RENAME_EXCHANGE);
+    const bool done = renameat2(AT_FDCWD, a.c_str(), AT_FDCWD, b.c_str(), RENAME_EXCHANGE) == 0;
+    ignored_ = done ? std::error_code() : std::make_error_code(std::errc::invalid_argument);
+    Tell("exchange", a, b);
     return;
   }
   const std::string between = outside_ + "/between";
-  fs::rename(a, between, ignored_);
-  fs::rename(b, a, ignored_);
-  fs::rename(between, b, ignored_);
-  fs::remove_all(between, ignored_);
+  Rename(a, between);
+  Rename(b, a);
+  Rename(between, b);
+  Remove(between, true);
 }
 
 // To something that need not be there, and never to a folder: nobody shall write through it.
 void Scribbler::Link() {
-  fs::create_symlink("no-such-file", Path(), ignored_);
+  const std::string path = Path();
+  fs::create_symlink("no-such-file", path, ignored_);
+  Tell("symlink", path);
 }
 
 }  // namespace orbisk::test

@@ -22,6 +22,7 @@
 #include "tools/fileindexctl/confirm.h"
 #include "tools/fileindexctl/error_text.h"
 #include "tools/fileindexctl/event_text.h"
+#include "tools/fileindexctl/left_over.h"
 #include "tools/fileindexctl/output.h"
 #include "tools/fileindexctl/table.h"
 
@@ -86,8 +87,7 @@ void Add(const Options& options) {
   folder["owner"] = options.owner;
   folder["privileged"] = options.privileged;
   SetKinds(folder, options.kinds);
-  StoreAndTell([&] { orbisk::fileindex::FolderAdd(ListOf(folder), options.updater); },
-               [&] { return FolderMgr().HasFolder(options.path); });
+  StoreAndTell([&] { AddFolder(folder, options.updater); }, [&] { return FolderMgr().HasFolder(options.path); });
 }
 
 Json::Value Stored(const std::string& path) {
@@ -130,6 +130,14 @@ bool AnyConfigured(const std::vector<std::string>& paths) {
   return std::any_of(paths.begin(), paths.end(), [&](const auto& path) { return folder_mgr.HasFolder(path); });
 }
 
+std::vector<std::string> SharesOf(const std::vector<std::string>& paths) {
+  std::vector<std::string> shares(paths.size());
+  for (size_t i = 0; i < paths.size(); ++i) {
+    orbisk::fileindex::GetShareNameByPath(shares[i], paths[i]);
+  }
+  return shares;
+}
+
 std::string Joined(const std::vector<std::string>& words) {
   std::string text;
   for (const std::string& word : words) {
@@ -143,7 +151,7 @@ void DeleteShare(const Options& options) {
     throw std::runtime_error("no folder of this share is indexed: " + options.share);
   }
   Confirm("Stop indexing all folders of the share " + options.share + " and delete its index?", options.yes);
-  StoreAndTell([&] { orbisk::fileindex::FolderDelete(options.share); },
+  StoreAndTell([&] { WithIndexes({options.share}, [&] { orbisk::fileindex::FolderDelete(options.share); }); },
                [&] { return !FolderMgr().IsShareIndexed(options.share); });
 }
 
@@ -159,8 +167,8 @@ void Delete(const Options& options) {
     CheckConfigured(options.paths);
   }
   Confirm("Stop indexing " + Joined(options.paths) + " and delete what the index has of it?", options.yes);
-  StoreAndTell([&] { orbisk::fileindex::FolderDelete(orbisk::Vec2JsonArr(options.paths)); },
-               [&] { return !AnyConfigured(options.paths); });
+  const auto remove = [&] { orbisk::fileindex::FolderDelete(orbisk::Vec2JsonArr(options.paths)); };
+  StoreAndTell([&] { WithIndexes(SharesOf(options.paths), remove); }, [&] { return !AnyConfigured(options.paths); });
 }
 
 // The library passes over what is in no index; a person who asks for it has made a mistake.

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdint>
 
+#include "tools/fileindexctl/columns.h"
 #include "tools/fileindexctl/event_text.h"
 
 namespace fileindexctl {
@@ -12,40 +13,6 @@ namespace {
 
 constexpr size_t kBarCells = 20;
 constexpr size_t kLongestName = 24;
-constexpr char kOmitted[] = "...";
-
-bool BeginsCharacter(char byte) {
-  return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80U;
-}
-
-size_t Width(const std::string& text) {
-  return static_cast<size_t>(std::count_if(text.begin(), text.end(), BeginsCharacter));
-}
-
-// The first `columns` characters.
-std::string Cut(const std::string& text, size_t columns) {
-  size_t end = 0;
-  for (size_t seen = 0; end < text.size(); ++end) {
-    if (BeginsCharacter(text[end]) && seen++ == columns) {
-      break;
-    }
-  }
-  return text.substr(0, end);
-}
-
-// The end of a path says more than its beginning.
-std::string CutFront(const std::string& text, size_t columns) {
-  const size_t width = Width(text);
-  if (width <= columns || columns <= sizeof(kOmitted)) {
-    return Cut(text, columns);
-  }
-  size_t left_out = width - columns + sizeof(kOmitted) - 1;
-  size_t begin = 0;
-  while (left_out > 0 || !BeginsCharacter(text[begin])) {
-    left_out -= BeginsCharacter(text[begin++]) ? 1 : 0;
-  }
-  return kOmitted + text.substr(begin);
-}
 
 std::uint64_t CountOf(const Json::Value& value) {
   return value.isUInt64() ? value.asUInt64() : 0;
@@ -99,7 +66,7 @@ std::string DetailOf(const Json::Value& share) {
 size_t LongestName(const Json::Value& shares) {
   size_t longest = 0;
   for (const Json::Value& share : shares) {
-    longest = std::max(longest, Width(OneLine(share["share"].asString())));
+    longest = std::max(longest, ColumnsOf(OneLine(share["share"].asString())));
   }
   return std::min(longest, kLongestName);
 }
@@ -107,13 +74,13 @@ size_t LongestName(const Json::Value& shares) {
 // Adds one share's line or two.
 void AddShare(std::vector<std::string>& lines, const Json::Value& share, size_t name_width, size_t columns) {
   const Counts counts(share);
-  std::string line = Cut(OneLine(share["share"].asString()), name_width);
-  line.append(name_width - Width(line) + 2, ' ');
+  std::string line = CutToColumns(OneLine(share["share"].asString()), name_width);
+  line.append(name_width - ColumnsOf(line) + 2, ' ');
   line += Bar(share, counts) + "  " + share["state"].asString() + ", " + NumbersOf(share, counts);
-  lines.push_back(Cut(line, columns));
+  lines.push_back(CutToColumns(line, columns));
   const size_t indent = name_width + 2;
   if (const std::string detail = DetailOf(share); !detail.empty() && columns > indent) {
-    lines.push_back(std::string(indent, ' ') + CutFront(detail, columns - indent));
+    lines.push_back(std::string(indent, ' ') + CutFrontToColumns(detail, columns - indent));
   }
 }
 
@@ -122,7 +89,7 @@ void AddShare(std::vector<std::string>& lines, const Json::Value& share, size_t 
 std::vector<std::string> ProgressLines(const Json::Value& status, size_t columns, size_t rows) {
   std::vector<std::string> lines;
   if (status["paused"].asBool()) {
-    lines.push_back(Cut("Indexing is paused.", columns));
+    lines.push_back(CutToColumns("Indexing is paused.", columns));
   }
   std::vector<const Json::Value*> shares;
   size_t needed = lines.size();
@@ -140,7 +107,7 @@ std::vector<std::string> ProgressLines(const Json::Value& status, size_t columns
     AddShare(lines, *shares[shown++], name_width, columns);
   }
   if (shown < shares.size()) {
-    lines.push_back(Cut("and " + std::to_string(shares.size() - shown) + " more shares", columns));
+    lines.push_back(CutToColumns("and " + std::to_string(shares.size() - shown) + " more shares", columns));
   }
   return lines;
 }

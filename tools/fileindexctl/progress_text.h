@@ -12,7 +12,7 @@ namespace fileindexctl {
 // `share` one of its shares. Control bytes are made visible.
 
 /// For each share a line with a bar, then one with the file in work or what is wrong, if there is something: at most
-/// `rows` lines of at most `columns` characters, without newlines. Shares that have nothing to do are left out first.
+/// `rows` lines of at most `columns` columns, without newlines. Shares that have nothing to do are left out first.
 std::vector<std::string> ProgressLines(const Json::Value& status, size_t columns, size_t rows);
 
 /// One share in one line, as ProgressLines says it but for the bar, without a newline.

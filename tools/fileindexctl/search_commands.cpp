@@ -24,6 +24,8 @@ namespace {
 struct Options {
   std::vector<std::string> words;
   std::string prefix;
+  std::string account;
+  bool for_account = false;
   std::vector<std::string> shares;
   std::vector<std::string> types;
   std::string sort_by = "relevance";
@@ -82,21 +84,37 @@ Json::Value SearchData(const Options& options) {
   if (!options.shares.empty()) {
     data["id"] = IndexesOf(options.shares);
   }
+  if (options.for_account) {  // also if it is empty, which a script's unset variable makes it: nobody is not everybody
+    data["as"] = options.account;
+  }
   return data;
 }
 
-// What is missing from the hits. To people, beside them: a script that counts lines is not disturbed.
+void WriteLeftOut(Output& out, const Json::Value& ids) {
+  if (ids.empty()) {
+    return;
+  }
+  out.Write("fileindexctl: these indexes could not be asked, see \"fileindexctl index list\":");
+  for (const Json::Value& id : ids) {
+    out.Write(" " + OneLine(id.asString()));
+  }
+  out.Write("\n");
+}
+
+// What is missing from the answer. To people, beside the hits: a script that counts lines is not disturbed.
 void WriteDoubts(const Json::Value& answer) {
   Output out(STDERR_FILENO);
-  if (!answer["left_out"].empty()) {
-    std::string ids;
-    for (const Json::Value& id : answer["left_out"]) {
-      ids += " " + OneLine(id.asString());
-    }
-    out.Write("fileindexctl: these indexes could not be asked, see \"fileindexctl index list\":" + ids + "\n");
+  WriteLeftOut(out, answer["left_out"]);
+  if (answer["incomplete"].asBool()) {
+    out.Write("fileindexctl: an index could not be asked, so files may be missing here\n");
   }
   if (answer["repairing"].asBool()) {
     out.Write("fileindexctl: an index is being repaired, so files may be missing here\n");
+  }
+  for (const Json::Value& hit : answer["hits"]) {
+    if (hit["cut"].asBool()) {
+      out.Write("fileindexctl: has more text than is searched: " + OneLine(hit["path"].asString()) + "\n");
+    }
   }
   out.Flush();
 }
@@ -120,12 +138,11 @@ void Search(const Options& options) {
   }
 }
 
-Json::Value OpenIndexes() {
+// The indexes that can be asked; the others go to `left_out`.
+Json::Value OpenIndexes(Json::Value& left_out) {
   Json::Value ids(Json::arrayValue);
   for (const Json::Value& index : AskSearchDaemon("index_list", Json::Value(Json::objectValue))) {
-    if (index["state"] == "open") {
-      ids.append(index["id"]);
-    }
+    (index["state"] == "open" ? ids : left_out).append(index["id"]);
   }
   return ids;
 }
@@ -151,7 +168,8 @@ std::vector<std::string> Merged(const std::vector<Json::Value>& lists, size_t li
 
 void Suggest(const Options& options) {
   std::vector<Json::Value> lists;
-  for (const Json::Value& id : options.shares.empty() ? OpenIndexes() : IndexesOf(options.shares)) {
+  Json::Value left_out(Json::arrayValue);
+  for (const Json::Value& id : options.shares.empty() ? OpenIndexes(left_out) : IndexesOf(options.shares)) {
     Json::Value data;
     data["id"] = id;
     data["prefix"] = options.prefix;
@@ -168,6 +186,9 @@ void Suggest(const Options& options) {
     }
   }
   out.Flush();
+  Output doubts(STDERR_FILENO);
+  WriteLeftOut(doubts, left_out);
+  doubts.Flush();
 }
 
 // What both commands take.
@@ -197,8 +218,13 @@ void AddSearchCommands(CLI::App& app) {
   search->add_option("--offset", asked->offset, "Leave out the first so many")
       ->check(PlainNumber())
       ->capture_default_str();
+  const CLI::Option* const as =
+      search->add_option("--as", asked->account, "Show and count only what this account may open");
   AddCommonOptions(*search, *asked);
-  search->callback([asked] { Search(*asked); });
+  search->callback([asked, as] {
+    asked->for_account = as->count() > 0;
+    Search(*asked);
+  });
 
   const auto begun = std::make_shared<Options>();
   begun->limit = 10;

@@ -9,6 +9,7 @@
 #include "tools/fileindexctl/arguments.h"
 #include "tools/fileindexctl/commands.h"
 #include "tools/fileindexctl/confirm.h"
+#include "tools/fileindexctl/left_over.h"
 #include "tools/fileindexctl/share_move.h"
 
 namespace fileindexctl {
@@ -34,18 +35,18 @@ void CheckIndexed(const std::string& share) {
 void Rebuild(const Options& options) {
   CheckIndexed(options.share);
   Confirm("Delete the index of the share " + options.share + " and build a new one?", options.yes);
-  index::ShareRebuild(options.share);
+  WithIndexes({options.share}, [&] { index::ShareRebuild(options.share); });
 }
 
 void ClearPaused(const Options& options) {
   Confirm("Forget the share " + options.share + " at " + options.path + " and delete its index?", options.yes);
-  index::ShareClearPaused(options.share, options.path);
+  WithIndexes({options.share}, [&] { index::ShareClearPaused(options.share, options.path); });
 }
 
 void AutoClean(const Options& options) {
   CheckIndexed(options.share);
   Confirm("Delete the index of the share " + options.share + "?", options.yes);
-  index::ShareAutoClean(options.share);
+  WithIndexes({options.share}, [&] { index::ShareAutoClean(options.share); });
 }
 
 // Accepts what a folder can be called.
@@ -95,13 +96,13 @@ void AddShareOperations(CLI::App& group) {
       AddOfShare(group, "pause", "Stop indexing a share; its changes are recorded by nobody", options);
   pause->callback([options] {
     CheckIndexed(options->share);
-    index::SharePause(options->share);
+    WithIndexes({options->share}, [&] { index::SharePause(options->share); });
   });
 
   CLI::App* const resume = AddOfShare(group, "resume", "Go on indexing a share that was paused", options);
   resume->callback([options] {
     CheckIndexed(options->share);
-    index::ShareResume(options->share);
+    WithIndexes({options->share}, [&] { index::ShareResume(options->share); });
   });
 
   CLI::App* const rebuild = AddOfShare(group, "rebuild", "Replace the index of a share by a new one", options);

@@ -3,17 +3,10 @@
 
 #include <algorithm>
 
+#include "tools/fileindexctl/columns.h"
 #include "tools/fileindexctl/event_text.h"
 
 namespace fileindexctl {
-namespace {
-
-size_t Width(const std::string& text) {
-  return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char byte) { return (byte & 0xc0) != 0x80; }));
-}
-
-}  // namespace
-
 Table::Table(std::vector<std::string> headings) {
   rows_.push_back(std::move(headings));
 }
@@ -29,14 +22,14 @@ std::string Table::Text() const {
   std::vector<size_t> widths(rows_.front().size());
   for (const auto& row : rows_) {
     for (size_t column = 0; column < widths.size(); ++column) {
-      widths[column] = std::max(widths[column], Width(row[column]));
+      widths[column] = std::max(widths[column], ColumnsOf(row[column]));
     }
   }
   std::string text;
   for (const auto& row : rows_) {
     std::string line;
     for (size_t column = 0; column < widths.size(); ++column) {
-      line += row[column] + std::string(widths[column] - Width(row[column]) + 2, ' ');
+      line += row[column] + std::string(widths[column] - ColumnsOf(row[column]) + 2, ' ');
     }
     line.erase(line.find_last_not_of(' ') + 1);
     text += line + "\n";

@@ -2,12 +2,15 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "nimo/home.h"
+#include "orbisk/fileindex/folder_mgr.h"
 #include "orbisk/fileindex/index_mgr.h"
 #include "tools/fileindexctl/arguments.h"
 #include "tools/fileindexctl/commands.h"
 #include "tools/fileindexctl/confirm.h"
+#include "tools/fileindexctl/left_over.h"
 
 namespace fileindexctl {
 namespace {
@@ -26,9 +29,20 @@ AUTH_TYPE TypeOf(const std::string& accounts) {
   return accounts == "local" ? AUTH_LOCAL : AUTH_DIRECTORY;
 }
 
+std::vector<std::string> SharesOn(const std::string& mount_point) {
+  std::vector<std::string> shares;
+  const index::FolderMgr folder_mgr;
+  for (const auto& folder : folder_mgr.GetFolders()) {
+    if (folder->GetFullPath().compare(0, mount_point.size() + 1, mount_point + "/") == 0) {
+      shares.push_back(folder->GetShare());
+    }
+  }
+  return shares;
+}
+
 void ClearPaused(const Options& options) {
   Confirm("Forget the paused shares of the volume " + options.mount_point + " and delete their indexes?", options.yes);
-  index::VolumeClearPaused(options.mount_point);
+  WithIndexes(SharesOn(options.mount_point), [&] { index::VolumeClearPaused(options.mount_point); });
 }
 
 void AddVolume(CLI::App& app, const std::shared_ptr<Options>& options) {
@@ -37,7 +51,8 @@ void AddVolume(CLI::App& app, const std::shared_ptr<Options>& options) {
   CLI::App* const pause = group->add_subcommand("pause", "Pause the folders of a volume that is about to go");
   pause->callback([options] { index::VolumePause(options->mount_point); });
   CLI::App* const resume = group->add_subcommand("resume", "Go on with the folders of a volume that is back");
-  resume->callback([options] { index::VolumeResume(options->mount_point); });
+  resume->callback(
+      [options] { WithIndexes(SharesOn(options->mount_point), [&] { index::VolumeResume(options->mount_point); }); });
   CLI::App* const clear =
       group->add_subcommand("clear-paused", "Forget the shares of a volume that will not come back");
   AddYes(*clear, options->yes);

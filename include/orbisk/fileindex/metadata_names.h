@@ -289,6 +289,9 @@ inline constexpr const char* kMetadataNames[] = {
 // Fields that documents carry and that are not among the names above.
 inline constexpr char kMDSearchAncestor[] = "NIMOMDSearchAncestor";
 
+// What the first line of kMDCoverage says of a document that has only the beginning of its file's text.
+inline constexpr char kCoverageOfCutText[] = "the beginning of the text";
+
 // The content extraction daemon.
 inline constexpr char kContentExtractdName[] = "nimocontentextractd";
 inline constexpr char kContentExtractdPidFile[] = "/var/run/nimocontentextractd.pid";

@@ -10,6 +10,9 @@
 #include <memory>
 #include <utility>
 
+#include "services/extractor/formats/plain_bytes.h"
+#include "services/extractor/formats/text_sink.h"
+
 namespace extractor {
 namespace {
 
@@ -61,6 +64,9 @@ std::string GuessByStatistics(std::string_view sample) {
 
 // It shows as NULs on one side of most pairs, as nearly all scripts mix with ASCII blanks.
 const char* GuessUtf16(std::string_view sample) {
+  if (sample.find('\0') == std::string_view::npos) {
+    return nullptr;
+  }
   std::size_t zeros[2] = {0, 0};
   for (std::size_t i = 0; i < sample.size(); ++i) {
     zeros[i % 2] += sample[i] == '\0' ? 1U : 0U;
@@ -88,7 +94,7 @@ void PrepareCharsets() {
 
 bool IsUtf8(std::string_view bytes, bool whole) {
   std::size_t at = 0;
-  while (at < bytes.size()) {
+  while ((at += PlainRun(bytes, at)) < bytes.size()) {
     const auto first = static_cast<unsigned char>(bytes[at]);
     if (first < 0x80) {
       ++at;
@@ -125,7 +131,8 @@ std::string DetectCharset(std::string_view sample, bool whole) {
   return GuessByStatistics(sample);
 }
 
-Decoder::Decoder(const std::string& charset) : handle_(iconv_open("UTF-8", charset.c_str())) {
+Decoder::Decoder(const std::string& charset)
+    : handle_(iconv_open("UTF-8", charset.c_str())), is_utf8_(charset == "UTF-8") {
   if (handle_ == kNoHandle) {
     handle_ = iconv_open("UTF-8", kFallback);
   }
@@ -138,6 +145,9 @@ Decoder::~Decoder() {
 }
 
 std::string Decoder::Decode(std::string_view bytes, bool last) {
+  if (is_utf8_ && split_.empty() && IsStrictUtf8(bytes)) {
+    return std::string(bytes);
+  }
   std::string input = std::move(split_);
   input += bytes;
   split_.clear();

@@ -36,6 +36,7 @@ class Decoder {
 
  private:
   iconv_t handle_;
+  bool is_utf8_;
   std::string split_;
 };
 

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <climits>
 #include <new>
+#include <utility>
 
 #include "services/extractor/formats/charset.h"
 #include "services/extractor/formats/html_parser.h"
@@ -42,16 +43,26 @@ bool IsHidden(std::string_view name) {
 
 bool IsBlock(std::string_view name) {
   static constexpr std::string_view kNames[] = {
-      "address", "article", "aside",  "blockquote", "body",     "br",      "caption", "center", "dd",
-      "details", "div",     "dl",     "dt",         "fieldset", "figure",  "footer",  "form",   "h1",
-      "h2",      "h3",      "h4",     "h5",         "h6",       "header",  "hr",      "li",     "main",
-      "nav",     "ol",      "option", "p",          "pre",      "section", "summary", "table",  "tbody",
-      "tfoot",   "thead",   "title",  "tr",         "ul"};
+      "address", "article", "aside",   "blockquote", "body",   "br",     "caption", "center", "dd", "details",
+      "div",     "dl",      "dt",      "fieldset",   "figure", "footer", "form",    "h1",     "h2", "h3",
+      "h4",      "h5",      "h6",      "header",     "hr",     "li",     "main",    "nav",    "ol", "option",
+      "p",       "pre",     "section", "summary",    "table",  "tbody",  "tfoot",   "thead",  "tr", "ul"};
   return IsOneOf(name, kNames);
 }
 
-bool IsCell(std::string_view name) {
-  return name == "td" || name == "th";
+HtmlTag TagOf(std::string_view name) {
+  static constexpr std::pair<std::string_view, HtmlTag> kOthers[] = {
+      {"title", HtmlTag::kTitle}, {"meta", HtmlTag::kMeta}, {"img", HtmlTag::kImage},
+      {"td", HtmlTag::kCell},     {"th", HtmlTag::kCell},   {"html", HtmlTag::kPage}};
+  if (IsHidden(name)) {
+    return HtmlTag::kHidden;
+  }
+  for (const auto& [other, tag] : kOthers) {
+    if (name == other) {
+      return tag;
+    }
+  }
+  return IsBlock(name) ? HtmlTag::kBlock : HtmlTag::kOther;
 }
 
 /// The name in <meta charset=…>, in <meta … content="…; charset=…"> or in an XML declaration, in lower case; "" if
@@ -74,10 +85,10 @@ std::string DeclaredCharset(std::string_view head) {
 struct HtmlCallbacks {
   static HtmlParser& Of(void* self) { return *static_cast<HtmlParser*>(self); }
   static void Start(void* self, const xmlChar* name, const xmlChar** attributes) {
-    Of(self).Guard([&] { Of(self).Start(View(name), attributes); });
+    Of(self).Guard([&] { Of(self).Start(Of(self).Tag(name), attributes); });
   }
   static void End(void* self, const xmlChar* name) {
-    Of(self).Guard([&] { Of(self).End(View(name)); });
+    Of(self).Guard([&] { Of(self).End(Of(self).Tag(name)); });
   }
   static void Characters(void* self, const xmlChar* text, int length) {
     Of(self).Guard([&] {
@@ -124,41 +135,63 @@ void HtmlParser::Finish() {
   failure_.Rethrow();
 }
 
-void HtmlParser::Start(std::string_view name, const xmlChar** attributes) {
+// libxml2 keeps one copy of each name, so that the pointer tells the name.
+HtmlTag HtmlParser::Tag(const xmlChar* name) {
+  const auto [found, is_new] = tags_.try_emplace(name);
+  if (is_new) {
+    found->second = TagOf(View(name));
+  }
+  return found->second;
+}
+
+void HtmlParser::Start(HtmlTag tag, const xmlChar** attributes) {
   if (context_->nameNr > kMaxHtmlDepth) {
     throw BrokenContent("elements nested deeper than " + std::to_string(kMaxHtmlDepth));
   }
-  if (IsHidden(name)) {
-    ++hidden_;
-  } else if (name == "title") {
-    in_title_ = title_.empty();
-  } else if (name == "meta") {
-    Meta(attributes);
-  } else if (name == "img" && hidden_ == 0) {
-    text_.Space();
-    text_.AppendFlowing(Attribute(attributes, "alt"));
-    text_.Space();
-  } else if (IsBlock(name)) {
-    text_.Break();
-  } else if (IsCell(name)) {
-    text_.Space();
-  }
-  if (name == "html" && fields_ != nullptr) {
-    fields_->TextIfMissing(names::kMDLanguages, Attribute(attributes, "lang"));
+  switch (tag) {
+    case HtmlTag::kHidden:
+      ++hidden_;
+      break;
+    case HtmlTag::kTitle:
+      in_title_ = title_.empty();
+      break;
+    case HtmlTag::kMeta:
+      Meta(attributes);
+      break;
+    case HtmlTag::kImage:
+      if (hidden_ == 0) {
+        text_.Space();
+        text_.AppendFlowing(Attribute(attributes, "alt"));
+        text_.Space();
+      }
+      break;
+    case HtmlTag::kBlock:
+      text_.Break();
+      break;
+    case HtmlTag::kCell:
+      text_.Space();
+      break;
+    case HtmlTag::kPage:
+      if (fields_ != nullptr) {
+        fields_->TextIfMissing(names::kMDLanguages, Attribute(attributes, "lang"));
+      }
+      break;
+    case HtmlTag::kOther:
+      break;
   }
 }
 
-void HtmlParser::End(std::string_view name) {
-  if (IsHidden(name)) {
+void HtmlParser::End(HtmlTag tag) {
+  if (tag == HtmlTag::kHidden) {
     --hidden_;
-  } else if (name == "title") {
+  } else if (tag == HtmlTag::kTitle) {
     in_title_ = false;
     if (fields_ != nullptr) {
       fields_->TextIfMissing(names::kMDTitle, title_);
     }
-  } else if (IsBlock(name)) {
+  } else if (tag == HtmlTag::kBlock) {
     text_.Break();
-  } else if (IsCell(name)) {
+  } else if (tag == HtmlTag::kCell) {
     text_.Space();
   }
 }

@@ -5,6 +5,7 @@
 
 #include <string>
 #include <string_view>
+#include <unordered_map>
 
 #include "services/extractor/formats/fields.h"
 #include "services/extractor/formats/libxml.h"
@@ -14,6 +15,9 @@ namespace extractor {
 
 /// The character set of a page that begins with `head`: as it says itself, else as found. `whole`: nothing follows.
 std::string DetectHtmlCharset(std::string_view head, bool whole);
+
+/// What an element means for the words of a page.
+enum class HtmlTag { kOther, kHidden, kTitle, kMeta, kImage, kBlock, kCell, kPage };
 
 /// Takes a page in pieces of UTF-8; any page has a reading, as browsers see it. Block elements end lines.
 class HtmlParser {
@@ -34,14 +38,16 @@ class HtmlParser {
   void Guard(Call call) {
     failure_.Guard(context_, call);
   }
-  void Start(std::string_view name, const xmlChar** attributes);
-  void End(std::string_view name);
+  HtmlTag Tag(const xmlChar* name);
+  void Start(HtmlTag tag, const xmlChar** attributes);
+  void End(HtmlTag tag);
   void Characters(std::string_view text);
   void Meta(const xmlChar** attributes);
 
   TextSink& text_;
   Fields* fields_;
   htmlParserCtxtPtr context_ = nullptr;
+  std::unordered_map<const xmlChar*, HtmlTag> tags_;  // of the context's names
   std::string title_;
   int hidden_ = 0;  // open elements whose text nobody sees
   bool in_title_ = false;

@@ -45,7 +45,8 @@ std::size_t Input::ReadAt(std::uint64_t offset, void* data, std::size_t size) co
   return done;
 }
 
-Chunks::Chunks(const Input& input) : input_(input), buffer_(kBytes) {
+Chunks::Chunks(const Input& input)
+    : input_(input), buffer_(static_cast<std::size_t>(std::min<std::uint64_t>(kBytes, input.size()))) {
   Next();
 }
 

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "services/extractor/formats/limits.h"
+#include "services/extractor/formats/pdf_colours.h"
 #include "services/extractor/formats/pdf_maps.h"
 #include "services/extractor/formats/reading.h"
 
@@ -79,6 +80,7 @@ void WritePages(const poppler::document& document, Reading& reading) {
 
 void PreparePdf() {
   PreparePdfMaps();
+  PreparePdfColours();
   poppler::set_data_dir(kPdfMapFolder);
   poppler::set_debug_error_function([](const std::string&, void*) {}, nullptr);
   static const std::unique_ptr<poppler::document> keeper = Open(kSmallestDocument);

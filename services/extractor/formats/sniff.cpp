@@ -4,6 +4,7 @@
 #include <magic.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -11,6 +12,7 @@
 
 #include "services/extractor/formats/archive_source.h"
 #include "services/extractor/formats/charset.h"
+#include "services/extractor/formats/plain_bytes.h"
 
 namespace extractor {
 namespace {
@@ -57,7 +59,13 @@ bool IsControl(char c) {
 }
 
 bool HasNoControls(std::string_view head) {
-  return std::none_of(head.begin(), head.end(), IsControl);
+  std::size_t at = 0;
+  while ((at += PlainRun(head, at)) < head.size()) {
+    if (IsControl(head[at++])) {
+      return false;
+    }
+  }
+  return true;
 }
 
 /// As much of the head as libmagic needs.
@@ -89,13 +97,20 @@ bool IsPlainlyHtml(std::string_view head) {
          HasNoControls(head);
 }
 
+/// A roff page begins with a control character and a request or a comment; what begins with ".." or ". " is a comment
+/// of reStructuredText, or prose.
+bool MayBeginRoff(std::string_view start) {
+  const char next = start.size() > 1 ? start[1] : '\n';
+  return start.front() == '\'' || (start.front() == '.' && next != '.' && next > ' ');
+}
+
 /// Prose and code without any sign of another format: libmagic would take milliseconds to come to the same end.
 bool IsPlainlyText(std::string_view head, bool whole) {
   const std::size_t begin = std::min(head.find_first_not_of(" \t\r\n"), head.size());
   const std::string_view start = head.substr(begin);
   if (start.empty() || start.starts_with('<') || start.starts_with('{') || start.starts_with('%') ||
-      start.starts_with('.') || start.starts_with('\'') || start.starts_with("\xEF\xBB\xBF") ||
-      BeginsWithTellingHeader(start) || start.starts_with("From ")) {
+      MayBeginRoff(start) || start.starts_with("\xEF\xBB\xBF") || BeginsWithTellingHeader(start) ||
+      start.starts_with("From ")) {
     return false;
   }
   // A signature made of letters alone (RIFF, PK, ID3, OggS) is followed by some control character within its header.
@@ -178,7 +193,7 @@ void PrepareSniffer() {
 }
 
 std::string SniffMediaType(const Input& input, const std::string& name) {
-  std::vector<char> buffer(kHeadBytes);
+  std::vector<char> buffer(static_cast<std::size_t>(std::min<std::uint64_t>(kHeadBytes, input.size())));
   const std::string_view head(buffer.data(), input.ReadAt(0, buffer.data(), buffer.size()));
   if (head.empty()) {
     return "inode/x-empty";

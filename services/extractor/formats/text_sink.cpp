@@ -3,6 +3,8 @@
 
 #include <utility>
 
+#include "services/extractor/formats/plain_bytes.h"
+
 namespace extractor {
 namespace {
 
@@ -74,7 +76,7 @@ std::size_t ForEachValid(std::string_view bytes, Store store) {
       store(bytes.substr(run, at - run));
     }
   };
-  while (at < bytes.size()) {
+  while ((at += PlainRun(bytes, at)) < bytes.size()) {
     const char c = bytes[at];
     if (IsPlain(c)) {
       ++at;
@@ -109,6 +111,22 @@ bool IsSpace(char c) {
 }
 
 }  // namespace
+
+bool IsStrictUtf8(std::string_view bytes) {
+  std::size_t at = 0;
+  while ((at += PlainRun(bytes, at)) < bytes.size()) {
+    if (static_cast<unsigned char>(bytes[at]) < 0x80) {
+      ++at;
+      continue;
+    }
+    const Decoded decoded = DecodeAt(bytes, at);
+    if (decoded.state != Sequence::kValid) {
+      return false;
+    }
+    at += decoded.length;
+  }
+  return true;
+}
 
 std::string CleanUtf8(std::string_view bytes) {
   std::string clean;
@@ -161,8 +179,10 @@ void TextSink::AppendFlowing(std::string_view bytes) {
       ++word;
     }
     space_ = space_ || word > at;
+    // Words with one blank between them are as they shall be.
     std::size_t end = word;
-    while (end < bytes.size() && !IsSpace(bytes[end])) {
+    while (end < bytes.size() &&
+           (!IsSpace(bytes[end]) || (bytes[end] == ' ' && end + 1 < bytes.size() && !IsSpace(bytes[end + 1])))) {
       ++end;
     }
     if (end > word) {

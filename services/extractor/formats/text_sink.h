@@ -11,6 +11,9 @@ namespace extractor {
 /// becomes U+FFFD.
 std::string CleanUtf8(std::string_view bytes);
 
+/// True when `bytes` are whole characters of UTF-8, none of them overlong, a surrogate or beyond U+10FFFF.
+bool IsStrictUtf8(std::string_view bytes);
+
 /// The text of one document, cut at a bound.
 class TextSink {
  public:

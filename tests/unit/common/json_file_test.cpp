@@ -256,7 +256,7 @@ int FillATinyFileSystem(const std::string& folder) {
   try {
     test::EnterPrivateMounts({folder});
     test::MountEmptyFileSystem(folder, 64 * 1024);
-  } catch (const std::exception&) {
+  } catch (const test::NotAllowed&) {
     return 2;
   }
   const std::string path = folder + "/target";

@@ -98,6 +98,18 @@ TEST(Attributes, TakeTheExtensionAsTheLibraryDoes) {
   }
 }
 
+TEST(CutNote, StandsBeforeWhatTheContentTellsOfItsCoverage) {
+  Json::Value silent(Json::objectValue);
+  Json::Value telling(Json::objectValue);
+  telling["NIMOMDCoverage"] = "Europe";
+
+  AddCutNote(silent);
+  AddCutNote(telling);
+
+  EXPECT_EQ(silent["NIMOMDCoverage"], "the beginning of the text");
+  EXPECT_EQ(telling["NIMOMDCoverage"], "the beginning of the text\nEurope");
+}
+
 TEST(ContentDates, AreTheFilesWhereTheContentTellsNone) {
   Attributes attributes;
   attributes.modified = 5;

@@ -49,6 +49,22 @@ TEST(Frame, LargerThanTheSocketsBufferArrivesWhole) {
   EXPECT_TRUE(received->message == message);
 }
 
+TEST(Frame, OfTwoPiecesArrivesAsOne) {
+  const Pair pair;
+  const std::string large(size_t{5} << 20, 'y');
+  std::thread sender([&] {
+    SendFrame(pair.a.get(), "x", large);
+    SendFrame(pair.a.get(), "z", "");
+  });
+
+  const auto first = ReceiveFrame(pair.b.get(), 1 + large.size());
+  const auto second = ReceiveFrame(pair.b.get(), 1);
+
+  sender.join();
+  EXPECT_TRUE(first->message == "x" + large);
+  EXPECT_EQ(second->message, "z");
+}
+
 TEST(Frame, BringsADescriptor) {
   const Pair pair;
   struct stat sent {};

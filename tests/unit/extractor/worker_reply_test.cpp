@@ -10,6 +10,10 @@ namespace {
 
 namespace names = orbisk::fileindex::elastic;
 
+std::string Whole(const Reply& reply) {
+  return ReplyHead(reply) + reply.text;
+}
+
 TEST(Order, ComesBackAsItWentIn) {
   const Order order = ParseOrder(OrderText({"a\xff\n\"b", 77}));
 
@@ -30,15 +34,15 @@ TEST(Reply, ComesBackAsItWentIn) {
   Reply memory;
   memory.kind = Reply::Kind::kMemory;
 
-  const Reply read_back = ParseReply(ReplyText(read));
+  const Reply read_back = ParseReply(Whole(read));
 
   EXPECT_EQ(read_back.kind, Reply::Kind::kRead);
   EXPECT_TRUE(read_back.cut);
   EXPECT_EQ(read_back.fields, read.fields);
   EXPECT_EQ(read_back.text, read.text);
-  EXPECT_EQ(ParseReply(ReplyText(broken)).kind, Reply::Kind::kBroken);
-  EXPECT_EQ(ParseReply(ReplyText(broken)).message, "why");
-  EXPECT_EQ(ParseReply(ReplyText(memory)).kind, Reply::Kind::kMemory);
+  EXPECT_EQ(ParseReply(Whole(broken)).kind, Reply::Kind::kBroken);
+  EXPECT_EQ(ParseReply(Whole(broken)).message, "why");
+  EXPECT_EQ(ParseReply(Whole(memory)).kind, Reply::Kind::kMemory);
 }
 
 TEST(Reply, ThatIsNoneIsGarbled) {
@@ -57,7 +61,7 @@ TEST(Reply, TellsNoAttributes) {
   told.fields["Invented"] = "x";
   told.fields[names::kMDSearchAncestor] = "x";
 
-  const Json::Value fields = ParseReply(ReplyText(told)).fields;
+  const Json::Value fields = ParseReply(Whole(told)).fields;
 
   for (const char* attribute : {names::kMDPath,
                                 names::kMDParent,

@@ -1,4 +1,5 @@
 // PDF: text, properties, and documents made to trap their reader.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include "tests/unit/extractor_formats/extraction.h"
@@ -37,6 +38,38 @@ TEST(Pdf, GivesTheTextOfItsPagesAndItsProperties) {
   EXPECT_EQ(extraction["NIMOMDAuthors"], "Ada Quill");
   EXPECT_EQ(extraction.document["NIMOMDNumberOfPages"].asInt(), 2);
   EXPECT_EQ(extraction["NIMOMDContentType"], "application/pdf");
+}
+
+// An sRGB profile as the colour library writes it.
+std::string ColourProfile(void* profile) {
+  const auto save = reinterpret_cast<int (*)(void*, void*, unsigned*)>(dlsym(RTLD_DEFAULT, "cmsSaveProfileToMem"));
+  unsigned size = 0;
+  save(profile, nullptr, &size);
+  std::string bytes(size, '\0');
+  save(profile, bytes.data(), &size);
+  return bytes;
+}
+
+TEST(Pdf, InColoursOfAProfileIsReadWithoutComputingThem) {
+  const auto make = reinterpret_cast<void* (*)()>(dlsym(RTLD_DEFAULT, "cmsCreate_sRGBProfile"));
+  const auto transform = reinterpret_cast<void* (*)(void*, unsigned, void*, unsigned, unsigned, unsigned)>(
+      dlsym(RTLD_DEFAULT, "cmsCreateTransform"));
+  constexpr unsigned kRgb8 = (4U << 16) | (3U << 3) | 1U;
+  void* const profile = make();
+  const std::string bytes = ColourProfile(profile);
+  const std::string pdf = MakePdf(
+      {"<< /Type /Catalog /Pages 2 0 R >>", "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
+       "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 300 300] /Contents 4 0 R /Resources << /Font << /F1 5 0 R >> "
+       "/ColorSpace << /C1 [/ICCBased 6 0 R] >> >> >>",
+       Stream("/C1 cs 1 0 0 scn BT /F1 12 Tf 20 200 Td (The grey heron) Tj ET"), kFont,
+       "<< /N 3 /Alternate /DeviceRGB /Length " + std::to_string(bytes.size()) + " >>\nstream\n" + bytes +
+           "\nendstream"});
+
+  const Extraction extraction = Extract(pdf);
+
+  EXPECT_EQ(extraction.Text(), "The grey heron");
+  EXPECT_EQ(extraction.error, "");
+  EXPECT_EQ(transform(profile, kRgb8, profile, kRgb8, 0, 0), nullptr);
 }
 
 TEST(Pdf, WhosePageTreeIsALoopComesToAnEnd) {

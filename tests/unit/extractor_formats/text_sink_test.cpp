@@ -6,6 +6,7 @@
 #include <random>
 
 #include "services/extractor/formats/charset.h"
+#include "services/extractor/formats/plain_bytes.h"
 
 namespace extractor {
 namespace {
@@ -157,6 +158,59 @@ TEST(TextSink, FlowsWhiteSpaceOfAnyLengthIntoOneBlank) {
   sink.AppendFlowing(" on");
 
   EXPECT_EQ(sink.Take(), "grey heron waits\non");
+}
+
+TEST(TextSink, FlowsAsItDoesCharacterByCharacter) {
+  static constexpr std::string_view kCharacters[] = {"a", "b", " ", " ", "\n", "\xC3\xA4"};
+  std::mt19937 random(4);
+  for (int round = 0; round < 2'000; ++round) {
+    const std::size_t limit = 1 + random() % 30;
+    TextSink whole(limit);
+    TextSink piecewise(limit);
+    std::string text;
+
+    for (std::size_t i = random() % 40; i > 0; --i) {
+      const std::string_view character = kCharacters[random() % std::size(kCharacters)];
+      text += character;
+      piecewise.AppendFlowing(character);
+    }
+    whole.AppendFlowing(text);
+
+    EXPECT_EQ(whole.Take(), piecewise.Take()) << text << limit;
+  }
+}
+
+TEST(PlainRun, StopsBeforeTheEightBytesThatHoldAnother) {
+  for (int byte = 0; byte < 256; ++byte) {
+    for (std::size_t place = 0; place < 24; ++place) {
+      std::string bytes(24, '~');
+      bytes[place] = static_cast<char>(byte);
+      const bool is_plain = byte >= ' ' && byte < 0x7F;
+
+      EXPECT_EQ(PlainRun(bytes, 0), is_plain ? 24 : place / 8 * 8) << byte << " at " << place;
+    }
+  }
+  EXPECT_EQ(PlainRun("0123456789", 1), 8U);
+  EXPECT_EQ(PlainRun("0123456", 0), 0U);
+}
+
+TEST(StrictUtf8, IsWhatNeedsNoReplacement) {
+  std::mt19937 random(5);
+  int strict = 0;
+  for (int round = 0; round < 20'000; ++round) {
+    std::string bytes = "plain letters " + std::string(random() % 4, 'x');
+    for (std::size_t i = random() % 4; i > 0; --i) {
+      static constexpr std::string_view kPieces[] = {"\xC3\xA4", "\xE2\x82\xAC", "\xF0\x9F\x90\xA6", "\xED\xA0\x80",
+                                                     "\xC0\xAF", "\xE2\x82",     "\xF4\x90\x80\x80", "\x80"};
+      bytes += kPieces[random() % std::size(kPieces)];
+    }
+
+    const bool is_strict = IsStrictUtf8(bytes);
+
+    EXPECT_EQ(is_strict, CleanUtf8(bytes) == bytes) << testing::PrintToString(bytes);
+    strict += is_strict ? 1 : 0;
+  }
+  EXPECT_GT(strict, 1'000);
 }
 
 }  // namespace

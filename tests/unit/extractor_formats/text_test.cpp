@@ -120,6 +120,15 @@ TEST(PlainText, MayBeginLikeAMail) {
   }
 }
 
+TEST(PlainText, MayBeginWithAPointThatIsNoRequestOfRoff) {
+  for (const char* text : {".. heron\n", "..\n  heron\n", ". heron\n", "...and the heron\n"}) {
+    EXPECT_EQ(Extract(text, "heron.1")["NIMOMDContentType"], "text/plain") << text;
+  }
+  for (const char* page : {".TH HERON 1\n.SH NAME\nheron\n", ".\\\" heron\n.TH HERON 1\n", "'\\\" t\n.TH HERON 1\n"}) {
+    EXPECT_EQ(Extract(page, "heron.1")["NIMOMDContentType"], "text/troff") << page;
+  }
+}
+
 TEST(PlainText, IsNotMadeOfBytesThatNoFormatKnows) {
   std::string bytes = "heron";
   for (int i = 0; i < 5000; ++i) {

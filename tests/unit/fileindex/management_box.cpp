@@ -8,6 +8,7 @@
 
 #include "orbisk/error.h"
 #include "orbisk/json.h"
+#include "tests/support/json_list.h"
 #include "tests/unit/fileindex/system_calls.h"
 #include "tests/unit/record_match.h"
 
@@ -239,11 +240,7 @@ Story Joined(const std::vector<Story>& parts) {
 }
 
 Json::Value List(const std::vector<Json::Value>& items) {
-  Json::Value list(Json::arrayValue);
-  for (const Json::Value& item : items) {
-    list.append(item);
-  }
-  return list;
+  return orbisk::test::ListOf(items);
 }
 
 }  // namespace orbisk::fileindex::test

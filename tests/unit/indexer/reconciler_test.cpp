@@ -107,6 +107,18 @@ TEST_F(ReconcilerTest, ATreeIsIndexedWithItsFolders) {
   EXPECT_EQ(Texts().size(), 5U);
 }
 
+TEST_F(ReconcilerTest, WhatCameIntoAFolderWithinOneThatIsNoLongerIndexedStays) {
+  Write("x/old.txt", "one");
+  Build();
+  fs::remove(At("x/old.txt"));
+  Write("x/y/new.txt", "two");
+  policy_ = Policy(Policy::Folders{{At("x/y"), {}}});
+
+  Tree(dir_.path());
+
+  EXPECT_EQ(Texts(), (std::map<std::string, std::string>{{"/x/y", ""}, {"/x/y/new.txt", "two"}}));
+}
+
 TEST_F(ReconcilerTest, WhatIsUnchangedIsLeftAlone) {
   Write("a.txt", "one");
   Write("x/b.txt", "two");

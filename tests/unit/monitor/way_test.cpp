@@ -12,7 +12,7 @@
 namespace nimotifyd {
 
 void PrintTo(const WayStep& step, std::ostream* out) {
-  *out << step.folder << " : " << step.name << (step.is_folder ? " (folder)" : "");
+  *out << step.folder << " : " << step.name << (step.is_folder ? " (folder)" : step.is_file ? " (file)" : "");
 }
 
 namespace {
@@ -55,7 +55,7 @@ TEST_F(WayTest, TheWayEndsAtTheFirstNameThatIsMissing) {
 TEST_F(WayTest, AFileWhereAFolderShouldBeIsNoFolder) {
   orbisk::test::WriteFile(base_ + "/a", "x");
 
-  EXPECT_EQ(Steps({base_ + "/a/b"}), (Way{{base_, "a", false}}));
+  EXPECT_EQ(Steps({base_ + "/a/b"}), (Way{{base_, "a", false, true}}));
 }
 
 TEST_F(WayTest, LinksThatLeadToLinksAreFollowedAndEachIsAStep) {

@@ -96,7 +96,7 @@ class MountPoint : public testing::Test {
   void SetUp() override {
     try {
       EnterPrivateMounts({});
-    } catch (const std::system_error& error) {
+    } catch (const NotAllowed& error) {
       GTEST_SKIP() << error.what();
     }
     fs::create_directory(dir_ / "volume");

@@ -1,6 +1,13 @@
 // Questions to several indexes of which one cannot answer, and answers that are not all there is.
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <sqlite3.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <limits>
+#include <optional>
 
 #include "services/base/json_text.h"
 #include "services/search/catalog.h"
@@ -60,6 +67,21 @@ class SearchCommand : public testing::Test {
     Json::Value data;
     data["query"] = query;
     return Run("document_search", data);
+  }
+
+  std::optional<Code> RefusalOf(const std::string& name, const Json::Value& data) {
+    try {
+      Run(name, data);
+      return std::nullopt;
+    } catch (const Refusal& refusal) {
+      return refusal.code();
+    }
+  }
+
+  // Whom the daemon may always act as.
+  static std::string CurrentAccount() {
+    const passwd* const entry = getpwuid(geteuid());
+    return entry == nullptr ? "root" : entry->pw_name;
   }
 
   // As a damaged disk might, behind the daemon's back.
@@ -201,6 +223,107 @@ TEST_F(SearchCommand, ADocumentThatWasPreparedForOtherMappingsIsAskedForAgain) {
 
   EXPECT_EQ(0, CodeOf(same));
   EXPECT_EQ(static_cast<int>(Code::kNotReady), CodeOf(other));
+}
+
+TEST_F(SearchCommand, ForAnAccountFindsFilesAloneThatAreThere) {
+  const std::string file = dir_ / "file";
+  orbisk::test::WriteFile(file, "heron");
+  Json::Value document;
+  document["id"] = "a";
+  document["doc_id"] = document["data"]["p"] = file;
+  document["data"]["t"] = "heron";
+  Run("document_upsert_by_id", document);
+  Run("commit", document);
+  Json::Value data;
+  data["query"] = "heron";
+  data["as"] = CurrentAccount();
+
+  const Json::Value answer = Run("document_search", data);
+
+  EXPECT_EQ(1, answer["total"].asInt());
+  EXPECT_EQ(file, answer["hits"][0]["path"].asString());
+  EXPECT_EQ(3, Search("heron")["total"].asInt());
+}
+
+TEST_F(SearchCommand, ForAnAccountNamesNoIndexThatIsLeftOut) {
+  Json::Value data;
+  data["query"] = "heron";
+  data["as"] = CurrentAccount();
+  EXPECT_FALSE(Run("document_search", data).isMember("incomplete"));
+  catalog_.Pause("a");
+
+  const Json::Value answer = Run("document_search", data);
+
+  EXPECT_FALSE(answer.isMember("left_out"));
+  EXPECT_TRUE(answer["incomplete"].asBool());
+}
+
+TEST_F(SearchCommand, ForAnAccountThatIsNoneIsRefusedRatherThanAnsweredForAll) {
+  Json::Value data;
+  data["query"] = "heron";
+  for (const Json::Value& account : {Json::Value("nobody knows"), Json::Value("")}) {
+    data["as"] = account;
+    EXPECT_EQ(Code::kNoSuchAccount, RefusalOf("document_search", data)) << account;
+  }
+  for (const Json::Value& account : {Json::Value(), Json::Value(0), Json::Value(false)}) {
+    data["as"] = account;
+    EXPECT_EQ(Code::kBadMember, RefusalOf("document_search", data)) << account;
+  }
+}
+
+TEST_F(SearchCommand, OfAnotherKindCannotBeAskedForAnAccount) {
+  Json::Value data;
+  data["id"] = data["db_name"] = "a";
+  data["prefix"] = "her";
+  data["doc_id"] = data["doc_id_field"] = "/a";
+  data["query"]["qsl"]["match_all"] = Json::Value(Json::objectValue);
+  for (const char* const command : {"term_suggest", "document_get_by_query", "document_del_by_query", "index_list"}) {
+    data["as"] = CurrentAccount();
+    EXPECT_EQ(Code::kBadMember, RefusalOf(command, data)) << command;
+    data.removeMember("as");
+    EXPECT_EQ(std::nullopt, RefusalOf(command, data)) << command;
+  }
+}
+
+// Eight indexes of equal documents, so that one takes an eighth of what all take.
+TEST_F(SearchCommand, OfManyIndexesHasOneTimeLimitForAll) {
+  Json::Value mappings;
+  mappings["property_id"] = "p";
+  mappings["properties"]["p"]["analyzer"] = "keyword";
+  Json::Value question;
+  for (int i = 0; i < 8; ++i) {
+    const std::string id = "many" + std::to_string(i);
+    catalog_.Create(id, dir_ / id, mappings, Json::Value(Json::objectValue), Json::Value());
+    const HostPtr host = catalog_.Require(id);
+    const HostedIndex::Use index(*host);
+    for (int number = 0; number < 2'000; ++number) {
+      Json::Value document;
+      document["p"] = "/v/" + std::to_string(number);
+      index->Upsert(document["p"].asString(), document);
+    }
+    index->Commit();
+    question["id"].append(id);
+  }
+  std::string query = "folder:/none";
+  for (int i = 0; i < 40; ++i) {
+    query += " OR folder:/none/" + std::to_string(i);
+  }
+  question["query"] = query;
+  std::int64_t all_take_ms = std::numeric_limits<std::int64_t>::max();
+  for (int run = 0; run < 3; ++run) {  // the quickest, because others may be at work on the machine
+    const auto start = std::chrono::steady_clock::now();
+    Run("document_search", question);
+    const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+    all_take_ms = std::min<std::int64_t>(all_take_ms, took.count());
+  }
+  question["time_limit_ms"] = Json::Int64{std::max<std::int64_t>(all_take_ms / 3, 1)};
+
+  try {
+    Run("document_search", question);
+    FAIL() << "each index had the whole limit, a third of the " << all_take_ms << " ms that all take";
+  } catch (const search::Error& error) {
+    EXPECT_EQ(search::ErrorCode::kQueryTimeout, error.code());
+  }
 }
 
 TEST_F(SearchCommand, NullIsTheSameAsAMissingMember) {

@@ -1,0 +1,87 @@
+// The library rolls nothing back and takes nothing for granted: it makes an index for the first folder of a share,
+// which must not be there, and removes or resumes the one that must be.
+#include "tools/fileindexctl/left_over.h"
+
+#include <iostream>
+#include <set>
+
+#include "orbisk/error.h"
+#include "orbisk/fileindex/elastic_control.h"
+#include "orbisk/fileindex/folder_mgr.h"
+#include "orbisk/fileindex/index_mgr.h"
+#include "orbisk/fileindex/util.h"
+
+namespace fileindexctl {
+
+namespace index = orbisk::fileindex;
+using orbisk::Error;
+
+namespace {
+
+// Answers of the search daemon.
+constexpr int kNoSuchIndex = 1204;
+constexpr int kIndexExists = 1220;
+
+// Whether it had to be made.
+bool MakeIndex(const std::string& share) {
+  try {
+    index::elastic::ShareIndexCreate(share);
+    return true;
+  } catch (const Error& error) {
+    if (error.code() != kIndexExists) {
+      throw;
+    }
+    return false;
+  }
+}
+
+// False if none was missing.
+bool MakeMissingIndexes(const std::vector<std::string>& shares) {
+  const index::FolderMgr folder_mgr;
+  bool any = false;
+  for (const std::string& share : std::set<std::string>(shares.begin(), shares.end())) {
+    if (folder_mgr.IsShareIndexed(share) && MakeIndex(share)) {
+      std::cerr << "fileindexctl: the index of the share " << share << " was missing; a new one is made\n";
+      any = true;
+    }
+  }
+  return any;
+}
+
+}  // namespace
+
+void WithIndexes(const std::vector<std::string>& shares, const std::function<void()>& operation) {
+  try {
+    operation();
+  } catch (const Error& error) {
+    if (error.code() != kNoSuchIndex || !MakeMissingIndexes(shares)) {
+      throw;
+    }
+    operation();
+  }
+}
+
+void AddFolder(const Json::Value& folder, bool updater) {
+  Json::Value list(Json::arrayValue);
+  list.append(folder);
+  try {
+    index::FolderAdd(list, updater);
+    return;
+  } catch (const Error& error) {
+    if (error.code() != kIndexExists) {
+      throw;
+    }
+  }
+  std::string share;
+  index::GetShareNameByPath(share, folder["path"].asString());
+  if (!index::FolderMgr().IsShareIndexed(share)) {
+    // Removing a folder that is in no list clears away what its share has.
+    Json::Value paths(Json::arrayValue);
+    paths.append(folder["path"]);
+    index::FolderDelete(paths);
+    std::cerr << "fileindexctl: an index of the share " << share << " was left over; it is made anew\n";
+  }
+  index::FolderAdd(list, updater);
+}
+
+}  // namespace fileindexctl
