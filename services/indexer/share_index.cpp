@@ -71,6 +71,17 @@ Json::Value IsBelowAndBehind(const std::string& path, const std::string& last) {
   return condition;
 }
 
+// A member that is null says as much as one that is missing.
+Json::Value WithoutNulls(const Json::Value& object) {
+  Json::Value rest(Json::objectValue);
+  for (const std::string& name : object.getMemberNames()) {
+    if (!object[name].isNull()) {
+      rest[name] = object[name];
+    }
+  }
+  return rest;
+}
+
 }  // namespace
 
 ShareIndex::ShareIndex(std::string share, Extractions& extractions)
@@ -99,6 +110,20 @@ std::vector<Entry> ShareIndex::Query(Json::Value condition, size_t limit) const 
     hit = Json::Value();  // there may be a million of each
   }
   return entries;
+}
+
+// A search daemon that does not tell, or an index that is not open, says nothing.
+bool ShareIndex::IsOutdated() const {
+  Json::Value request;
+  request["command"] = "index_stat";
+  request["data"]["id"] = id_;
+  request["data"]["schema"] = true;
+  Json::Value answer;
+  Ask(answer, request);
+  const Json::Value& made_with = std::as_const(answer)["data"];
+  return made_with.isObject() && made_with["mappings"].isObject() && made_with["settings"].isObject() &&
+         (made_with["mappings"] != elastic::GetFileIndexMappings() ||
+          WithoutNulls(made_with["settings"]) != WithoutNulls(elastic::GetFileIndexSettings()));
 }
 
 std::optional<Entry> ShareIndex::Find(const std::string& path) {

@@ -31,6 +31,9 @@ class ShareIndex : public DocumentIndex {
   void Move(const std::string& from, const std::string& to) override;
   void Commit() override;
 
+  /// Whether the index was made with another schema than the library makes one with now.
+  bool IsOutdated() const;
+
   /// Whether a commit may have to follow; true at first, because an earlier daemon may have been killed before its own.
   bool uncommitted() const { return uncommitted_; }
 

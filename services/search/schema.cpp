@@ -179,7 +179,7 @@ Schema::Schema(const Json::Value& mappings, const Json::Value& settings) : mappi
 }
 
 void Schema::ReadLanguages() {
-  const Json::Value& languages = settings_["languages"];
+  const Json::Value& languages = std::as_const(settings_)["languages"];
   if (languages.isNull()) {
     languages_ = {"english"};
     return;

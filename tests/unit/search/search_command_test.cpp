@@ -1,7 +1,6 @@
 // Questions to several indexes of which one cannot answer, and answers that are not all there is.
 #include <gtest/gtest.h>
 #include <pwd.h>
-#include <sqlite3.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +12,7 @@
 #include "services/search/catalog.h"
 #include "services/search/commands.h"
 #include "services/search/refusal.h"
+#include "tests/support/foreign_connection.h"
 #include "tests/support/temp_dir.h"
 
 namespace nimoelasticd {
@@ -85,12 +85,7 @@ class SearchCommand : public testing::Test {
   }
 
   // As a damaged disk might, behind the daemon's back.
-  void Change(const std::string& id, const char* sql) {
-    sqlite3* handle = nullptr;
-    ASSERT_EQ(SQLITE_OK, sqlite3_open((dir_ / id + "/index.sqlite").c_str(), &handle));
-    EXPECT_EQ(SQLITE_OK, sqlite3_exec(handle, sql, nullptr, nullptr, nullptr)) << sqlite3_errmsg(handle);
-    sqlite3_close(handle);
-  }
+  void Change(const std::string& id, const char* sql) { orbisk::test::ForeignConnection(dir_ / id).Exec(sql); }
 
   static Json::Value OneId(const char* id) {
     Json::Value ids;
