@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::chrono::seconds kLookAgain{30};
 // A queue file is made first and written to then, so its creation is no news.
-constexpr std::uint32_t kEvents = IN_MODIFY | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+constexpr std::uint32_t kEvents = IN_MODIFY | IN_MOVED_TO | IN_DELETE | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 
 int Open() {
   const int fd = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);

@@ -27,8 +27,8 @@ class FileWatch {
   FileWatch(const FileWatch&) = delete;
   FileWatch& operator=(const FileWatch&) = delete;
 
-  /// From now on `on_change` is called after each write to the file at `path`, when another one gets its name, and when
-  /// its folder appears.
+  /// From now on `on_change` is called after each write to the file at `path`, when another one gets its name, when it
+  /// is removed, and when its folder appears.
   Id Add(const std::string& path, std::function<void()> on_change);
   void Remove(Id id);
   /// Looks for missing folders now.

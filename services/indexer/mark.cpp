@@ -107,18 +107,26 @@ void WriteMark(const std::string& path, const Mark& mark) {
   }
 }
 
-void RemoveMark(const std::string& path) {
-  if (unlink(path.c_str()) != 0) {
-    if (errno != ENOENT && errno != ENOTDIR) {
-      Fail(path);
-    }
-    return;
+void DropMark(const std::string& path) {
+  if (unlink(path.c_str()) != 0 && errno != ENOENT && errno != ENOTDIR) {
+    Fail(path);
   }
+}
+
+void SyncMark(const std::string& path) {
   const std::string parent = path.substr(0, path.rfind('/'));
   const service::UniqueFd folder(open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (folder.get() < 0 || fsync(folder.get()) != 0) {
+  if (!folder.valid() && (errno == ENOENT || errno == ENOTDIR)) {
+    return;
+  }
+  if (!folder.valid() || fsync(folder.get()) != 0) {
     Fail(parent);
   }
+}
+
+void RemoveMark(const std::string& path) {
+  DropMark(path);
+  SyncMark(path);
 }
 
 std::string IdentityOfIndex(const std::string& folder) {

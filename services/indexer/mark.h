@@ -27,7 +27,12 @@ std::optional<Mark> ReadMark(const std::string& path);
 /// Replaces the mark. Throws std::system_error.
 void WriteMark(const std::string& path, const Mark& mark);
 
-/// From now on the whole share has to be compared, whoever is killed. Throws std::system_error.
+/// From now on the whole share has to be compared, whoever is killed; but for a power cut, until SyncMark returns.
+/// Throws std::system_error.
+void DropMark(const std::string& path);
+/// Makes sure that a mark that was dropped stays so. Waits for the disk. Throws std::system_error.
+void SyncMark(const std::string& path);
+/// Both.
 void RemoveMark(const std::string& path);
 
 /// Tells one database from another one that is made, repaired or copied in its place; "" if there is none. `folder` is

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <boost/asio/post.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <chrono>
 #include <ctime>
 #include <system_error>
@@ -23,6 +22,7 @@ using service::Record;
 namespace {
 
 constexpr std::chrono::seconds kLongestDeletion{10};
+constexpr std::chrono::seconds kLater{30};
 
 Json::Value Success() {
   Json::Value answer;
@@ -49,13 +49,15 @@ Supervisor::Supervisor(boost::asio::io_context& context, const SupervisorSetting
     : context_(context),
       settings_(settings),
       extractions_(settings.extractions),
+      roots_(settings.roots_file),
       watch_(context),
-      pause_end_(context) {}
+      pause_end_(context),
+      later_(context) {}
 
 void Supervisor::Start() {
   watch_.Add(settings_.worker.folders_file, [this] { Configure(); });
   watch_.Add(settings_.share_registry, [this] { Configure(); });
-  watch_.Add(settings_.status_file, [this] { ReadStatus(); });
+  watch_.Add(settings_.worker.status_file, [this] { ReadStatus(); });
   Reload();
 }
 
@@ -95,7 +97,9 @@ void Supervisor::Handle(const Json::Value& message, Answer answer) {
   } else if (type == "notify_setting_changed") {
     Configure();
     answer(Success());
-  } else if (type == "worker_create" && !share.empty()) {
+  } else if ((type == "worker_create" || type == "worker_delete") && share.empty()) {
+    answer(Refusal("the command names no share: " + type));
+  } else if (type == "worker_create") {
     deleted_.erase(share);
     const auto present = slots_.find(share);
     if (present != slots_.end()) {
@@ -103,7 +107,7 @@ void Supervisor::Handle(const Json::Value& message, Answer answer) {
     }
     Configure();
     answer(Success());
-  } else if (type == "worker_delete" && !share.empty()) {
+  } else if (type == "worker_delete") {
     DeleteWorker(share, std::move(answer));
   } else {
     answer(Refusal("unknown command: " + type));
@@ -139,6 +143,7 @@ void Supervisor::Configure() {
 
 std::set<std::string> Supervisor::WantedShares() {
   std::set<std::string> shares = fi::FolderMgr().GetIndexedShares();
+  roots_.KeepOnly(shares);
   // One that is configured anew, some day, is another matter.
   std::erase_if(deleted_, [&shares](const std::string& share) { return shares.count(share) == 0; });
   for (const std::string& share : deleted_) {
@@ -164,13 +169,31 @@ void Supervisor::CreateWorker(const std::string& share) {
     }
     return;
   }
+  const auto on_end = [this, share] { boost::asio::post(context_, [this, share] { OnEnd(share); }); };
+  std::unique_ptr<Worker> made;
+  try {
+    made = std::make_unique<Worker>(info, settings_.worker, extractions_, roots_, paused_, on_end);
+  } catch (const std::system_error& error) {
+    problems_[share] = std::string("there can be no thread: ") + error.what();
+    Record(LOG_ERR, "share_not_served").Add("share", share).Add("reason", problems_[share]);
+    ConfigureLater();
+    return;
+  }
+  Worker* const worker = made.get();
   Slot& slot = slots_[share];
-  slot.worker = std::make_unique<Worker>(info, settings_.worker, extractions_, paused_, [this, share] {
-    boost::asio::post(context_, [this, share] { OnEnd(share); });
-  });
-  Worker* const worker = slot.worker.get();
+  slot.worker = std::move(made);
   slot.watch = watch_.Add(info.queue, [worker] { worker->NoteQueue(); });
   worker->NoteConfiguration();  // for what was written before the watch stood
+}
+
+// Nothing tells when the box has room for one more thread.
+void Supervisor::ConfigureLater() {
+  later_.expires_after(kLater);
+  later_.async_wait([this](const boost::system::error_code& error) {
+    if (!error) {
+      Configure();
+    }
+  });
 }
 
 void Supervisor::Leave(Slot& slot) {
@@ -236,7 +259,7 @@ void Supervisor::ReadStatus() {
     const fi::StatusMgr status;
     for (auto& [share, slot] : slots_) {
       if ((status.GetShareStatus(share) & kNeedsReindex) != 0) {
-        slot.worker->NoteConfiguration();
+        slot.worker->NoteFlag();
       }
     }
   } catch (const Error&) {  // ReadPause has said why

@@ -4,6 +4,7 @@
 #include <json/json.h>
 
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/system_timer.hpp>
 #include <functional>
 #include <map>
@@ -19,9 +20,9 @@ namespace fileindexd {
 
 struct SupervisorSettings {
   WorkerSettings worker;
-  std::string status_file = "/var/packages/Orbisk/etc/fileindex.status";
   std::string share_registry = "/etc/nimo/shares.json";  ///< watched, never read here
-  int extractions = 1;                                   ///< at once
+  std::string roots_file = "/var/packages/Orbisk/etc/fileindex.roots";
+  int extractions = 1;  ///< at once
 };
 
 /// Keeps one worker for each share that has indexed folders, that exists, and whose worker nobody has deleted.
@@ -61,6 +62,7 @@ class Supervisor {
   void Configure();
   std::set<std::string> WantedShares();
   void CreateWorker(const std::string& share);
+  void ConfigureLater();
   void Leave(Slot& slot);
   void OnEnd(const std::string& share);
   void DeleteWorker(const std::string& share, Answer answer);
@@ -72,8 +74,10 @@ class Supervisor {
   boost::asio::io_context& context_;
   const SupervisorSettings& settings_;
   Extractions extractions_;
+  Roots roots_;
   FileWatch watch_;
   boost::asio::system_timer pause_end_;
+  boost::asio::steady_timer later_;  // to configure once more
   bool stopping_ = false;
   bool paused_ = false;
   long pause_until_ = 0;                         // while paused: seconds since 1970, 0 for no end

@@ -3,6 +3,7 @@
 
 #include <pthread.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -13,14 +14,19 @@
 #include "nimo/content_extract.h"
 #include "orbisk/error.h"
 #include "orbisk/fileindex/elastic_control.h"
+#include "orbisk/fileindex/folder_mgr.h"
+#include "orbisk/fileindex/index_mgr.h"
 #include "orbisk/fileindex/queue_mgr.h"
 #include "orbisk/fileindex/status_mgr.h"
 #include "orbisk/fileindex/util.h"
+#include "orbisk/json.h"
 #include "orbisk/notification.h"
 #include "orbisk/sdk/share.h"
 #include "services/base/log.h"
 #include "services/indexer/limits.h"
 #include "services/indexer/pass.h"
+#include "services/indexer/registration.h"
+#include "services/indexer/try_lock.h"
 
 namespace fileindexd {
 
@@ -32,6 +38,11 @@ namespace {
 
 constexpr std::chrono::milliseconds kFirstBackOff{250};
 constexpr std::chrono::milliseconds kNotReadyBackOff{2'000};  // the longest while a database is opened or mended
+constexpr int kTriesLeftOut = 10;
+constexpr std::uint64_t kMoreRoom = std::uint64_t{1} << 20;  // bytes
+
+// What stands at the share's path is not what stood there.
+struct AnotherFolder : Offline {};
 
 // Codes of the search daemon and the library that ask for something.
 constexpr int kSystem = 502;
@@ -48,6 +59,11 @@ constexpr int kNoRoom = 1223;
 
 bool IsNotReady(int code) {
   return code == kIndexOpening || code == kIndexUpgrading || code == kIndexRepairing;
+}
+
+std::uint64_t FreeBytes(const std::string& folder) {
+  struct statvfs info {};
+  return statvfs(folder.c_str(), &info) == 0 ? std::uint64_t{info.f_bavail} * info.f_frsize : 0;
 }
 
 bool HasContent(const std::string& path) {
@@ -88,7 +104,7 @@ ShareInfo ShareInfo::Of(const std::string& name) {
   return {name, share.GetPath(), share.GetQueuePath(), share.GetDBPath()};
 }
 
-Worker::Worker(ShareInfo share, const WorkerSettings& settings, Extractions& extractions, bool paused,
+Worker::Worker(ShareInfo share, const WorkerSettings& settings, Extractions& extractions, Roots& roots, bool paused,
                std::function<void()> on_end)
     : share_(std::move(share)),
       settings_(settings),
@@ -97,6 +113,7 @@ Worker::Worker(ShareInfo share, const WorkerSettings& settings, Extractions& ext
       paused_(paused),
       interrupt_(paused),
       index_(share_.name, extractions),
+      roots_(roots),
       thread_([this] { Run(); }) {}
 
 Worker::~Worker() {
@@ -118,6 +135,12 @@ void Worker::NoteConfiguration() {
   wake_.notify_one();
 }
 
+void Worker::NoteFlag() {
+  const std::lock_guard lock(mutex_);
+  flagged_ = true;
+  wake_.notify_one();
+}
+
 void Worker::CompareAll() {
   const std::lock_guard lock(mutex_);
   compare_ = true;
@@ -125,7 +148,7 @@ void Worker::CompareAll() {
   look_again_ = true;
   retry_at_.reset();
   try {
-    RemoveMark(MarkPath(share_.queue));
+    DropMark(MarkPath(share_.queue));  // the worker's thread waits for the disk
   } catch (const std::system_error& error) {
     Record(LOG_WARNING, "mark_stays").Add("share", share_.name).Add("reason", error.what());
   }
@@ -160,8 +183,22 @@ void Worker::Run() {
   while (WaitForWork()) {
     TryPass();
   }
+  SyncDroppedMark();
   Record(LOG_NOTICE, "worker_stopped").Add("share", share_.name);
   on_end_();
+}
+
+// Whoever asked for the comparison is answered when the worker has ended.
+void Worker::SyncDroppedMark() {
+  try {
+    std::unique_lock lock(mutex_);
+    if (compare_) {
+      lock.unlock();
+      SyncMark(MarkPath(share_.queue));
+    }
+  } catch (const std::system_error& error) {
+    Record(LOG_WARNING, "mark_stays").Add("share", share_.name).Add("reason", error.what());
+  }
 }
 
 // False when it is to end.
@@ -174,9 +211,11 @@ bool Worker::WaitForWork() {
       continue;
     }
     std::optional<Clock::time_point> due = retry_at_ ? retry_at_ : settle_.Due();
-    if (look_again_ || (due && *due <= Clock::now())) {
+    if (look_again_ || (flagged_ && !retry_at_) || (due && *due <= Clock::now())) {
       settle_.Take();
+      tries_again_ = retry_at_.has_value() && !look_again_;
       look_again_ = false;
+      flagged_ = false;
       retry_at_.reset();
       return true;
     }
@@ -192,10 +231,14 @@ void Worker::TryPass() {
       missing_since_.reset();
       told_no_space_ = false;
       told_problem_.clear();
+      full_with_.reset();
       progress_.SetProblem("");
     }
   } catch (const Interrupted&) {
     // Paused or stopped; or the configuration changed, which has woken it already.
+  } catch (const AnotherFolder&) {
+    RetryLater(Progress::State::kOffline,
+               "another folder is in the share's place; if it is the right one, rebuild the share");
   } catch (const Offline&) {
     RetryLater(Progress::State::kOffline, "the share cannot be reached");
   } catch (const NoExtractor&) {
@@ -221,15 +264,16 @@ bool Worker::DoPass() {
   }
   if (!orbisk::sdk::SDKShare(share_.name).CanBeIndexed()) {
     // Whoever changes that changes the registry of shares, and with it wakes this up.
+    had_index_ = false;
+    probed_ = false;
     progress_.SetState(Progress::State::kOffline);
     progress_.SetProblem("the share is locked or read-only");
     return false;
   }
-  share_identity_ = 0;
-  CheckOnline();
-  if (!probed_) {
-    index_.Find(share_.folder);
-    probed_ = true;
+  FindRoot();
+  index_.DropChanges();
+  if (IsStillFull() || !Probe()) {
+    return false;
   }
   const std::string index = IdentityOfIndex(share_.index);
   FindWork(index);
@@ -242,6 +286,40 @@ bool Worker::DoPass() {
   if (again && HasContent(share_.queue)) {
     NoteQueue();  // what came while the left-over batch kept the queue waiting
   }
+  return true;
+}
+
+// The index answers, has the present schema, and is the one that lies beside the share. False if it is made anew.
+bool Worker::Probe() {
+  if (!probed_) {
+    index_.Find(share_.folder);
+    if (!schema_known_ && index_.IsOutdated()) {
+      Record(LOG_NOTICE, "index_outdated").Add("share", share_.name);
+      // Once: a search daemon that tells of another schema even then is not asked again.
+      schema_known_ = RebuildIndex(true);
+      return false;
+    }
+    schema_known_ = true;
+    probed_ = true;
+    had_index_ = true;
+  }
+  if (root_.index.empty() && root_.folder != roots_.Known(share_.name)) {
+    throw AnotherFolder();
+  }
+  roots_.Remember(share_.name, root_.folder);
+  return true;
+}
+
+// A full volume is left alone until it has more room: each try compares the whole share. Now and then it is tried all
+// the same, because room within the index does not show from outside.
+bool Worker::IsStillFull() {
+  if (!full_with_ || !tries_again_ || tries_left_out_ == kTriesLeftOut ||
+      FreeBytes(share_.folder) > *full_with_ + kMoreRoom || orbisk::sdk::SDKShare(share_.name).IsSpaceEnough()) {
+    tries_left_out_ = 0;
+    return false;
+  }
+  ++tries_left_out_;
+  RetryLater(Progress::State::kNoSpace, "there is no room on the volume");
   return true;
 }
 
@@ -280,8 +358,22 @@ void Worker::FindWork(const std::string& index) {
     StoreMark({policy_.folders(), index, changed_folders_});
   }
   if (flagged) {
-    fi::StatusMgr().UnsetShareStatus(share_.name, kNeedsReindex);
+    TakeFlag();
   }
+}
+
+// Not by StatusMgr, which writes what it read before it got the lock: it would undo a pause that is being stored. While
+// somebody else changes the status the flag stays, and costs one more comparison.
+void Worker::TakeFlag() {
+  const service::UniqueFd lock = TryLock(kStatusLock);
+  Json::Value status;
+  if (!lock.valid() || !orbisk::fromFile(status, settings_.status_file) || !status.isObject() ||
+      !status["share"].isObject() || !status["share"][share_.name].isInt()) {
+    return;
+  }
+  Json::Value& flags = status["share"][share_.name];
+  flags = flags.asInt() & ~kNeedsReindex;
+  orbisk::toFile(status, settings_.status_file);
 }
 
 void Worker::Apply(bool has_batch, bool again, const std::string& index) {
@@ -329,9 +421,12 @@ void Worker::Apply(bool has_batch, bool again, const std::string& index) {
 }
 
 void Worker::ForgetMark() {
-  const std::lock_guard lock(mutex_);
-  mark_.reset();
-  RemoveMark(MarkPath(share_.queue));
+  {
+    const std::lock_guard lock(mutex_);
+    mark_.reset();
+    DropMark(MarkPath(share_.queue));
+  }
+  SyncMark(MarkPath(share_.queue));
 }
 
 // False if the whole share has to be compared anyway.
@@ -379,58 +474,103 @@ bool Worker::PolicyIsCurrent() {
   }
 }
 
-// The share's folder is there, and the one that it was when the pass began.
-void Worker::CheckOnline() {
-  const Found found = Look(share_.folder, false);
-  if (found.kind != Kind::kFolder || (share_identity_ != 0 && share_identity_ != found.stamp.identity)) {
+// What is there when the pass begins, and whether it is the share.
+void Worker::FindRoot() {
+  root_ = {IdentityOfFolder(share_.folder), IdentityOfIndex(share_.index)};
+  if (root_.folder.empty()) {
     throw Offline();
   }
-  share_identity_ = found.stamp.identity;
+  if (!IsTheShare(root_, roots_.Known(share_.name))) {
+    throw AnotherFolder();
+  }
+}
+
+// The share's folder is there, and the one that it was when the pass began.
+void Worker::CheckOnline() const {
+  if (IdentityOfFolder(share_.folder) != root_.folder) {
+    throw Offline();
+  }
 }
 
 void Worker::OnError(int code, const std::string& reason) {
   const std::string problem = "error " + std::to_string(code) + (reason.empty() ? "" : ": " + reason);
-  const bool folder_missing = !Exists(share_.index);
   if (code == kNoSuchIndex) {
-    // Whoever deletes an index tells why afterwards: the share is no longer indexed, or there is a new one.
-    missing_since_ = missing_since_.value_or(Clock::now());
-    if (Clock::now() - *missing_since_ >= settings_.missing_index) {
-      RebuildIndex(false);
+    OnMissingIndex(problem);
+  } else if (code == kIndexDamaged || (code == kFilesMissing && !Exists(share_.index))) {
+    // What is at the path may lie below the volume, which is not mounted. A share that nobody knew is not believed
+    // here.
+    const Root now{IdentityOfFolder(share_.folder), IdentityOfIndex(share_.index)};
+    const std::string known = roots_.Known(share_.name);
+    if (IsTheShare(now, known) && (!known.empty() || !now.index.empty())) {
+      RebuildIndex(true);
     } else {
-      RetryLater(Progress::State::kFailing, problem);
+      RetryLater(Progress::State::kOffline, problem);
     }
-  } else if (code == kIndexDamaged || (code == kFilesMissing && folder_missing)) {
-    RebuildIndex(true);
   } else if (code == kNoRoom || code == kNoSpaceOnVolume) {
-    if (!std::exchange(told_no_space_, true)) {
-      orbisk::fileindex::SendNXMNotify();
-    }
-    RetryLater(Progress::State::kNoSpace, problem);
+    OnNoRoom(problem);
   } else if (IsNotReady(code)) {
     RetryLater(Progress::State::kFailing, problem, kNotReadyBackOff);
   } else if (code == kNoShare || code == kSystem) {
+    had_index_ = had_index_ && code != kNoShare;
     RetryLater(Progress::State::kOffline, problem);
   } else {
     RetryLater(code == kIndexPaused ? Progress::State::kPaused : Progress::State::kFailing, problem);
   }
 }
 
-void Worker::RebuildIndex(bool delete_first) {
-  Record(LOG_WARNING, "index_rebuilt").Add("share", share_.name);
+// Whoever deletes an index tells why afterwards: the share is no longer indexed, or there is a new one. One that went
+// together with the monitor's registration was cleaned away, because the share is about to go.
+void Worker::OnMissingIndex(const std::string& problem) {
+  missing_since_ = missing_since_.value_or(Clock::now());
+  const bool missing_for_long = Clock::now() - *missing_since_ >= settings_.missing_index;
+  if (missing_for_long && had_index_ && !IsRegistered(settings_.registrations, share_.queue)) {
+    probed_ = false;
+    progress_.SetState(Progress::State::kOffline);
+    progress_.SetProblem("the index was cleaned away; it comes back with the share, or when the daemon starts again");
+  } else if (missing_for_long) {
+    RebuildIndex(false);
+  } else {
+    RetryLater(Progress::State::kFailing, problem);
+  }
+}
+
+void Worker::OnNoRoom(const std::string& problem) {
+  if (!std::exchange(told_no_space_, true)) {
+    const int status = orbisk::fileindex::SendNXMNotify();
+    Record(LOG_ERR, "no_room").Add("share", share_.name).Add("notified", status == 0 ? "yes" : "no");
+  }
+  full_with_ = FreeBytes(share_.folder);
+  RetryLater(Progress::State::kNoSpace, problem);
+}
+
+// False if it has to be tried again later. Whoever takes folders out of the configuration deletes indexes first and
+// stores that last, and holds the lock all the while: an index that is made in between would be left over.
+bool Worker::RebuildIndex(bool delete_first) {
   try {
+    const service::UniqueFd lock = TryLock(kFoldersLock);
+    if (!lock.valid() || !fi::FolderMgr().IsShareIndexed(share_.name)) {
+      RetryLater(Progress::State::kFailing, "the index has to be made anew; the configuration is being changed");
+      return false;
+    }
+    Record(LOG_WARNING, "index_rebuilt").Add("share", share_.name);
     if (delete_first) {
       fi::elastic::ShareIndexDelete(share_.name);
     }
     ForgetMark();
     fi::elastic::ShareIndexCreate(share_.name);
+    if (!IsRegistered(settings_.registrations, share_.queue)) {
+      fi::ShareRebuild(share_.name);  // which registers it too
+    }
     missing_since_.reset();
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard state_lock(mutex_);
     look_again_ = true;
+    return true;
   } catch (const Error& error) {
     RetryLater(Progress::State::kFailing, error.reason());
   } catch (const std::system_error& error) {
     RetryLater(Progress::State::kFailing, error.what());
   }
+  return false;
 }
 
 void Worker::RetryLater(Progress::State state, const std::string& problem, std::chrono::milliseconds limit) {

@@ -18,6 +18,7 @@
 #include "services/indexer/policy.h"
 #include "services/indexer/progress.h"
 #include "services/indexer/reconciler.h"
+#include "services/indexer/roots.h"
 #include "services/indexer/settle.h"
 #include "services/indexer/share_index.h"
 
@@ -29,6 +30,8 @@ constexpr int kNeedsReindex = 1;
 /// What all workers go by.
 struct WorkerSettings {
   std::string folders_file = "/var/packages/Orbisk/etc/fileindex.folders";
+  std::string status_file = "/var/packages/Orbisk/etc/fileindex.status";
+  std::string registrations = "/var/lib/nimotifyd/queues.d";
   std::chrono::milliseconds settle{200};
   std::chrono::milliseconds settle_limit{2'000};
   std::chrono::milliseconds retry_limit{60'000};   ///< between two tries of what fails, at most
@@ -55,8 +58,9 @@ struct ShareInfo {
 class Worker {
  public:
   /// Starts working, beginning with what is in the queue already and what the share's mark leaves to be compared.
-  /// `settings`, `extractions` outlive it. `on_end` is called in the worker's thread, as the last thing.
-  Worker(ShareInfo share, const WorkerSettings& settings, Extractions& extractions, bool paused,
+  /// `settings`, `extractions`, `roots` outlive it. `on_end` is called in the worker's thread, as the last thing.
+  /// Throws std::system_error if there can be no thread.
+  Worker(ShareInfo share, const WorkerSettings& settings, Extractions& extractions, Roots& roots, bool paused,
          std::function<void()> on_end);
   /// Stops it and waits for the end.
   ~Worker();
@@ -69,6 +73,9 @@ class Worker {
   void NoteQueue();
   /// What it works by may have changed, or what it failed for: it looks again at once.
   void NoteConfiguration();
+  /// The share's flags changed. While it waits to try again what failed, that can wait as well: a commit that fails for
+  /// want of room sets a flag each time.
+  void NoteFlag();
   /// Changes may not have been recorded, or the index was made anew: the whole share has to be compared, by a later
   /// daemon if this one ends. A pass in work is broken off.
   void CompareAll();
@@ -92,11 +99,18 @@ class Worker {
   void AddChanges(const Policy& before);
   void KeepChanges();
   void FindWork(const std::string& index);
+  void TakeFlag();
   void ForgetMark();
+  void SyncDroppedMark();
   bool StoreMark(Mark mark);
-  void CheckOnline();
+  bool Probe();
+  void FindRoot();
+  void CheckOnline() const;
+  bool IsStillFull();
   void OnError(int code, const std::string& reason);
-  void RebuildIndex(bool delete_first);
+  void OnMissingIndex(const std::string& problem);
+  void OnNoRoom(const std::string& problem);
+  bool RebuildIndex(bool delete_first);
   void RetryLater(Progress::State state, const std::string& problem,
                   std::chrono::milliseconds limit = std::chrono::milliseconds::max());
   Reconciler::Box AskedOfTheBox();
@@ -110,6 +124,7 @@ class Worker {
   Settle settle_;
   std::optional<Clock::time_point> retry_at_;
   bool look_again_ = true;  // the start, or NoteConfiguration
+  bool flagged_ = false;    // NoteFlag
   bool paused_;
   bool stop_ = false;
   bool compare_ = false;  // CompareAll was called: no mark is stored until the comparison begins
@@ -119,17 +134,23 @@ class Worker {
 
   // The worker's thread alone.
   ShareIndex index_;
+  Roots& roots_;
   Policy policy_;
   bool has_policy_ = false;
-  std::uint64_t share_identity_ = 0;
+  Root root_;                                 // what the pass found
+  bool tries_again_ = false;                  // what failed, and nothing else asks for the pass
   std::vector<std::string> changed_folders_;  // of the configuration, not compared yet
   bool whole_share_ = false;                  // has to be compared
   std::optional<Mark> mark_;                  // as it is stored
   bool has_mark_ = false;                     // has been looked for
   bool probed_ = false;                       // the index has answered
+  bool had_index_ = false;                    // since the share is there
+  bool schema_known_ = false;                 // it is the present one, or was made anew
   std::optional<Clock::time_point> missing_since_;
   bool told_no_space_ = false;
-  std::string told_problem_;  // in the log as a warning
+  std::string told_problem_;                // in the log as a warning
+  std::optional<std::uint64_t> full_with_;  // bytes that were free when there was no room
+  int tries_left_out_ = 0;
   std::chrono::milliseconds back_off_{0};
   BrokenContents broken_contents_;
 

@@ -2,7 +2,9 @@
 #include "services/search/fts.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -55,30 +57,46 @@ class CallbackSink : public TokenSink {
   int code_ = SQLITE_OK;
 };
 
-void Analyze(WordAnalyzer& analyzer, std::string_view text, int flags, TokenSink& sink) {
-  const bool asking = (flags & FTS5_TOKENIZE_QUERY) != 0;
+void Analyze(WordAnalyzer& analyzer, TokenMode mode, std::string_view text, bool asking, TokenSink& sink) {
   const auto stems = asking ? WordAnalyzer::Stems::kAsk : WordAnalyzer::Stems::kStore;
-  const std::string_view rest = text.substr(1);
-  switch (text.front()) {
+  switch (mode) {
     case kPieces:
-      analyzer.Pieces(rest, asking, sink);
+      analyzer.Pieces(text, asking, sink);
       break;
     case kKeyword:
-      analyzer.Keyword(rest, sink);
+      analyzer.Keyword(text, sink);
       break;
     case kWhiteSpace:
     case kWhiteSpaceEscaped:
-      analyzer.WhiteSpace(rest, text.front() == kWhiteSpaceEscaped, stems, sink);
+      analyzer.WhiteSpace(text, mode == kWhiteSpaceEscaped, stems, sink);
       break;
     case kVerbatim:
-      sink.Take(rest, 0, text.size(), false);
+      sink.Take(text, 0, text.size(), false);
       break;
     case kPlainWords:
-      analyzer.Words(rest, WordAnalyzer::Stems::kNone, sink);
+      analyzer.Words(text, WordAnalyzer::Stems::kNone, sink);
       break;
     default:
-      analyzer.Words(rest, stems, sink);
+      analyzer.Words(text, stems, sink);
   }
+}
+
+thread_local const std::vector<ColumnText>* given_texts = nullptr;
+
+// What `marked` stands for, or what it says itself.
+ColumnText TextOf(std::string_view marked) {
+  const auto mode = static_cast<TokenMode>(marked.front());
+  const std::string_view rest = marked.substr(1);
+  if (mode != kGiven) {
+    return {mode, rest};
+  }
+  size_t index = 0;
+  const auto [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), index);
+  if (given_texts == nullptr || error != std::errc() || end != rest.data() + rest.size() ||
+      index >= given_texts->size()) {
+    throw Error(ErrorCode::kStorage, "a text was not given");
+  }
+  return (*given_texts)[index];
 }
 
 int Tokenize(Fts5Tokenizer* tokenizer, void* context, int flags, const char* text, int size, TokenCallback callback) {
@@ -87,8 +105,9 @@ int Tokenize(Fts5Tokenizer* tokenizer, void* context, int flags, const char* tex
   }
   CallbackSink sink(context, callback);
   try {
-    Analyze(reinterpret_cast<Tokenizer*>(tokenizer)->analyzer, std::string_view(text, static_cast<size_t>(size)), flags,
-            sink);
+    const ColumnText column = TextOf(std::string_view(text, static_cast<size_t>(size)));
+    Analyze(reinterpret_cast<Tokenizer*>(tokenizer)->analyzer, column.mode, column.text,
+            (flags & FTS5_TOKENIZE_QUERY) != 0, sink);
   } catch (const std::bad_alloc&) {
     return SQLITE_NOMEM;
   } catch (const Error&) {
@@ -110,6 +129,15 @@ constexpr int64_t kCountedRows = 2'000;
 
 int CountRow(const Fts5ExtensionApi*, Fts5Context*, void* count) {
   return ++*static_cast<int64_t*>(count) < kCountedRows ? SQLITE_OK : SQLITE_DONE;
+}
+
+// The numbers that are no matter of the whole index, for whoever may not know what else is in it.
+constexpr double kAnySize = 500;
+
+void MakeLoneState(const Fts5ExtensionApi* api, Fts5Context* row, int64_t limit, RankState& state) {
+  state.left = limit;
+  state.average_size = kAnySize;
+  state.rarity.assign(static_cast<size_t>(api->xPhraseCount(row)), 1.0);
 }
 
 int MakeState(const Fts5ExtensionApi* api, Fts5Context* row, int64_t limit, RankState& state) {
@@ -165,7 +193,12 @@ void Rank(const Fts5ExtensionApi* api, Fts5Context* row, sqlite3_context* result
   try {
     if (state == nullptr) {
       auto made = std::make_unique<RankState>();
-      code = MakeState(api, row, count > 0 ? sqlite3_value_int64(values[0]) : INT64_MAX, *made);
+      const int64_t limit = count > 0 ? sqlite3_value_int64(values[0]) : INT64_MAX;
+      if (count > 1 && sqlite3_value_int(values[1]) != 0) {
+        MakeLoneState(api, row, limit, *made);
+      } else {
+        code = MakeState(api, row, limit, *made);
+      }
       state = made.release();
       const int set = api->xSetAuxdata(row, state, [](void* old) { delete static_cast<RankState*>(old); });
       code = code == SQLITE_OK ? set : code;
@@ -189,6 +222,12 @@ void FoldFunction(sqlite3_context* result, int, sqlite3_value** values) {
   } catch (const std::bad_alloc&) {
     sqlite3_result_error_nomem(result);
   }
+}
+
+void AmongFunction(sqlite3_context* result, int, sqlite3_value** values) {
+  const auto* ids = static_cast<const DocumentIds*>(sqlite3_value_pointer(values[0], kDocumentIdsType));
+  const int64_t id = sqlite3_value_int64(values[1]);
+  sqlite3_result_int(result, ids != nullptr && std::binary_search(ids->begin(), ids->end(), id, std::greater<>()));
 }
 
 fts5_api* FullTextApi(sqlite3* database) {
@@ -225,9 +264,25 @@ void RegisterFunctions(sqlite3* database, std::shared_ptr<const Schema> schema) 
     code = sqlite3_create_function_v2(database, "nimo_fold", 1, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr,
                                       FoldFunction, nullptr, nullptr, nullptr);
   }
+  if (code == SQLITE_OK) {
+    code = sqlite3_create_function_v2(database, "nimo_among", 2, SQLITE_UTF8, nullptr, AmongFunction, nullptr, nullptr,
+                                      nullptr);
+  }
   if (code != SQLITE_OK) {
     ThrowSqlite(database, code, "adding the tokenizer");
   }
+}
+
+GivenTexts::GivenTexts(const std::vector<ColumnText>& texts) : before_(given_texts) {
+  given_texts = &texts;
+}
+
+GivenTexts::~GivenTexts() {
+  given_texts = before_;
+}
+
+std::string GivenTexts::Mark(size_t index) {
+  return static_cast<char>(kGiven) + std::to_string(index);
 }
 
 }  // namespace search

@@ -78,6 +78,10 @@ std::string IndexStat(const Setting& setting, const Json::Value& data) {
   result["documents"] = Json::Int64{stat.documents};
   result["bytes"] = Json::Int64{stat.bytes};
   result["uncommitted"] = stat.uncommitted;
+  if (OptionalBool(data, "schema", false)) {
+    result["mappings"] = index->mappings();
+    result["settings"] = index->settings();
+  }
   if (check) {
     result["checked"] = true;
     result["problem"] = stat.problem.empty() ? host->problem() : stat.problem;

@@ -19,6 +19,8 @@ enum class Code : int {
   kPathInUse = 1205,       ///< another index has its files there
   kMoveFailed = 1206,      ///< the index is where it was, and works
   kAnswerTooLarge = 1207,  ///< over what one message carries
+  kNoSuchAccount = 1208,   ///< whom a question is asked as
+  kCannotActAs = 1209,     ///< the daemon may not find out what that account may see
   kBadDocument = 1210,     ///< as search::ErrorCode::kBadDocument
   kIndexExists = 1220,
   kNoDatabase = 1221,  ///< the files are not there; tried anew with each request

@@ -8,6 +8,7 @@
 #include "orbisk/fileindex/metadata_names.h"
 #include "services/base/json_text.h"
 #include "services/search/command_table.h"
+#include "services/search/file_viewer.h"
 #include "services/search/refusal.h"
 #include "services/search/request.h"
 
@@ -82,6 +83,15 @@ search::SearchOptions OptionsOf(const Json::Value& data, const SortName& sort) {
   options.mark_end = OptionalString(data, "mark_end", options.mark_end);
   options.time_limit = std::chrono::milliseconds(OptionalInt(data, "time_limit_ms", 10'000, 1, 60'000));
   return options;
+}
+
+// "as": the account whom the answer is for. It is never taken for missing, not even when it is null: who sends it must
+// not be shown everything.
+std::optional<FileViewer> ViewerOf(const Json::Value& data) {
+  if (!data.isMember("as")) {
+    return std::nullopt;
+  }
+  return FileViewer(AccountOf(RequireString(data, "as")));
 }
 
 struct FoundHit {
@@ -210,14 +220,18 @@ void Merge(std::vector<FoundHit>& found, const SortName& sort, const search::Sea
 }
 
 std::string ResultText(const search::SearchResult& all, const std::vector<FoundHit>& found,
-                       const std::vector<std::string>& load_fields, const std::vector<std::string>& left_out,
-                       bool repairing) {
+                       const std::vector<std::string>& load_fields, bool for_somebody,
+                       const std::vector<std::string>& left_out, bool repairing) {
   Json::Value result;
   if (repairing) {
     result["repairing"] = true;  // what is damaged may be missing
   }
   for (const std::string& id : left_out) {
-    result["left_out"].append(id);
+    if (for_somebody) {
+      result["incomplete"] = true;  // an index bears the name of a share that the account may not know of
+    } else {
+      result["left_out"].append(id);
+    }
   }
   if (all.more) {
     result["more"] = true;
@@ -243,6 +257,8 @@ std::string DocumentSearch(const Setting& setting, const Json::Value& data) {
   options.max_bytes = setting.max_answer_bytes;
   options.load_fields.emplace_back(names::kMDCoverage);
   const auto deadline = std::chrono::steady_clock::now() + wanted.time_limit;
+  std::optional<FileViewer> viewer = ViewerOf(data);
+  options.viewer = viewer ? &*viewer : nullptr;
   if (asked.hosts.size() > 1) {
     options.offset = 0;
     options.limit = std::min<size_t>(wanted.offset + wanted.limit, kMostHits);
@@ -273,7 +289,7 @@ std::string DocumentSearch(const Setting& setting, const Json::Value& data) {
   if (asked.hosts.size() > 1) {
     Merge(found, sort, wanted);
   }
-  return ResultText(all, found, wanted.load_fields, asked.left_out, repairing);
+  return ResultText(all, found, wanted.load_fields, options.viewer != nullptr, asked.left_out, repairing);
 }
 
 std::string TermSuggest(const Setting& setting, const Json::Value& data) {

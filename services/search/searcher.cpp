@@ -16,6 +16,8 @@ constexpr int64_t kRankedHits = 1'000;
 constexpr size_t kCountedHits = 100'000;
 constexpr size_t kMaxLimit = 10'000;
 constexpr size_t kFacetValues = 100;
+// Candidates that a viewer is asked about at once: between two batches the clock is looked at.
+constexpr size_t kBatch = 256;
 constexpr int kInstructionsBetweenLooks = 10'000;
 
 struct Deadline {
@@ -69,15 +71,27 @@ std::string Searcher::From() const {
   return query_.match.empty() ? " FROM doc d" : " FROM fts CROSS JOIN doc d ON d.id = fts.rowid";
 }
 
-std::string Searcher::Where() const {
-  return query_.match.empty() ? " WHERE " + query_.where : " WHERE fts MATCH ? AND " + query_.where;
+std::string Searcher::Where(const std::string& id) const {
+  const std::string question = query_.match.empty() ? query_.where : "fts MATCH ? AND " + query_.where;
+  return " WHERE " + (filtered_ ? "(" + question + ") AND nimo_among(?, " + id + ")" : question);
 }
 
-void Searcher::BindQuestion(Statement& statement, int first) const {
+std::string Searcher::RankSql() const {
+  // A viewer must not learn from scores what stands in documents that are not shown.
+  return "nimo_rank(fts, " + std::to_string(kRankedHits) + (filtered_ ? ", 1)" : ", 0)");
+}
+
+// To what Where has said. `match` is not copied.
+void Searcher::BindQuestion(Statement& statement, const std::string& match) {
+  int next = 1;
   if (!query_.match.empty()) {
-    statement.BindText(first++, query_.match);
+    statement.BindText(next++, match);
   }
-  BindAll(statement, first, query_.parameters);
+  BindAll(statement, next, query_.parameters);
+  if (filtered_) {
+    next += static_cast<int>(query_.parameters.size());
+    statement.BindPointer(next, &permitted_, kDocumentIdsType);
+  }
 }
 
 SearchResult Searcher::Run(const std::string& text) {
@@ -92,10 +106,15 @@ SearchResult Searcher::Run(const std::string& text) {
   sqlite3_progress_handler(handle, kInstructionsBetweenLooks, IsLate, &deadline);
   SearchResult result;
   try {
-    Collect();
+    if (options_.viewer != nullptr) {
+      checked_until_ = std::chrono::steady_clock::now() + options_.time_limit / 2;
+      CollectPermitted();
+    } else {
+      Collect();
+    }
     result.total = static_cast<int64_t>(total_);
     result.more = more_;
-    result.exact = result.total <= kRankedHits;
+    result.exact = result.total <= kRankedHits && !more_;
     if (options_.facets) {
       CountFacets(result);
     }
@@ -117,14 +136,14 @@ SearchResult Searcher::Run(const std::string& text) {
 }
 
 void Searcher::Collect() {
-  const bool rank = !query_.match.empty() && options_.sort == SearchOptions::Sort::kRelevance;
+  const bool rank = RanksAll();
   const bool only_words = !query_.match.empty() && query_.where == "1";
   const std::string id = query_.match.empty() ? "d.id" : "fts.rowid";
-  const std::string score = rank ? "nimo_rank(fts, " + std::to_string(kRankedHits) + ")" : "0.0";
+  const std::string score = rank ? RankSql() : "0.0";
   const std::string from = only_words ? " FROM fts" : From();
   Statement statement(database_.connection().handle(), "SELECT " + id + ", " + score + from + Where() + " ORDER BY " +
                                                            id + " DESC LIMIT " + std::to_string(kCountedHits + 1));
-  BindQuestion(statement, 1);
+  BindQuestion(statement, query_.match);
   while (statement.Step()) {
     found_.push_back({statement.Int(0), statement.Double(1)});
   }
@@ -136,15 +155,78 @@ void Searcher::Collect() {
   }
 }
 
+// The newest of those that the viewer may see, however many there are that it may not: nobody's hits hide another's.
+void Searcher::CollectPermitted() {
+  const Schema& schema = *database_.schema();
+  const std::string created = schema.ColumnSql(kCreatedField);
+  const std::string owner = schema.ColumnSql(kOwnerField);
+  Statement statement(database_.connection().handle(), "SELECT d.id, d.path, " + (created.empty() ? "NULL" : created) +
+                                                           ", " + (owner.empty() ? "NULL" : owner) + From() + Where() +
+                                                           " ORDER BY " +
+                                                           (query_.match.empty() ? "d.id" : "fts.rowid") + " DESC");
+  BindQuestion(statement, query_.match);
+  std::vector<int64_t> ids;
+  std::vector<Candidate> candidates;
+  bool late = false;
+  while (!late && permitted_.size() <= kCountedHits && statement.Step()) {
+    ids.push_back(statement.Int(0));
+    candidates.push_back({std::string(statement.Bytes(1)),
+                          statement.IsNull(2) ? std::nullopt : std::optional(statement.Int(2)),
+                          std::string(statement.Bytes(3))});
+    if (candidates.size() == kBatch) {
+      KeepPermitted(ids, candidates);
+      ids.clear();
+      late = std::chrono::steady_clock::now() > checked_until_;
+    }
+  }
+  KeepPermitted(ids, candidates);
+  more_ = late || permitted_.size() > kCountedHits;
+  permitted_.resize(std::min(permitted_.size(), kCountedHits));
+  for (const int64_t id : permitted_) {
+    found_.push_back({id, 0});
+  }
+  total_ = found_.size();
+  filtered_ = true;
+  if (RanksAll()) {
+    RankPermitted();
+  }
+}
+
+void Searcher::KeepPermitted(const std::vector<int64_t>& ids, std::vector<Candidate>& candidates) {
+  if (candidates.empty()) {
+    return;
+  }
+  const std::vector<bool> shown = options_.viewer->MaySee(candidates);
+  for (size_t i = 0; i < ids.size(); ++i) {
+    if (shown.at(i)) {
+      permitted_.push_back(ids[i]);
+    }
+  }
+  candidates.clear();
+}
+
+void Searcher::RankPermitted() {
+  const bool only_words = query_.where == "1";
+  Statement statement(database_.connection().handle(),
+                      "SELECT fts.rowid, " + RankSql() + (only_words ? " FROM fts" : From()) + Where("fts.rowid") +
+                          " ORDER BY fts.rowid DESC LIMIT " + std::to_string(kRankedHits));
+  BindQuestion(statement, query_.match);
+  for (size_t i = 0; i < total_ && statement.Step(); ++i) {
+    found_[i].score = statement.Double(1);  // the same documents in the same order, but for the permitted ones' end
+  }
+  if (total_ > static_cast<size_t>(kRankedHits) && !name_match_.empty()) {
+    RankNames();
+  }
+}
+
 // Where too many were found to rank them all, those with a word in their name are ranked beside the newest. Their
 // names' pieces are far fewer than the places of a common word, and FTS5 skips from one to the next.
 void Searcher::RankNames() {
-  Statement statement(database_.connection().handle(),
-                      "SELECT fts.rowid, nimo_rank(fts, " + std::to_string(kRankedHits) + ")" + From() + Where() +
-                          " ORDER BY fts.rowid DESC LIMIT " + std::to_string(kRankedHits));
+  Statement statement(database_.connection().handle(), "SELECT fts.rowid, " + RankSql() + From() + Where() +
+                                                           " ORDER BY fts.rowid DESC LIMIT " +
+                                                           std::to_string(kRankedHits));
   const std::string match = "(" + query_.match + ") AND (" + name_match_ + ")";
-  statement.BindText(1, match);
-  BindAll(statement, 2, query_.parameters);
+  BindQuestion(statement, match);
   // Both lists begin with the newest, so one walk through both finds what they share.
   size_t place = 0;
   const size_t counted = found_.size();
@@ -184,7 +266,7 @@ std::vector<Searcher::Found> Searcher::SortedPage(const std::string& order) {
   Statement statement(database_.connection().handle(), "SELECT d.id" + From() + Where() + " ORDER BY " + order +
                                                            " LIMIT " + std::to_string(options_.limit) + " OFFSET " +
                                                            std::to_string(options_.offset));
-  BindQuestion(statement, 1);
+  BindQuestion(statement, query_.match);
   std::vector<Found> page;
   while (statement.Step()) {
     page.push_back({statement.Int(0), 0});

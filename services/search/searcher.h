@@ -1,11 +1,15 @@
 // Answers people's questions on one state of the database.
 #pragma once
 
+#include <chrono>
 #include <string>
+#include <vector>
 
 #include "services/search/database.h"
+#include "services/search/fts.h"
 #include "services/search/index.h"
 #include "services/search/query.h"
+#include "services/search/viewer.h"
 
 namespace search {
 
@@ -24,9 +28,14 @@ class Searcher {
   };
 
   std::string From() const;
-  std::string Where() const;
-  void BindQuestion(Statement& statement, int first) const;
+  std::string Where(const std::string& id = "d.id") const;
+  std::string RankSql() const;
+  void BindQuestion(Statement& statement, const std::string& match);
   void Collect();
+  void CollectPermitted();
+  void KeepPermitted(const std::vector<int64_t>& ids, std::vector<Candidate>& candidates);
+  bool RanksAll() const { return !query_.match.empty() && options_.sort == SearchOptions::Sort::kRelevance; }
+  void RankPermitted();
   void RankNames();
   std::vector<Found> Page();
   std::vector<Found> SortedPage(const std::string& order);
@@ -40,6 +49,9 @@ class Searcher {
   std::vector<Found> found_;  // hits, newest first; the first kRankedHits of them, and those in names, have scores
   size_t total_ = 0;
   bool more_ = false;
+  bool filtered_ = false;  // from now on only permitted_ are asked for
+  DocumentIds permitted_;  // those of found_, if a viewer was asked
+  std::chrono::steady_clock::time_point checked_until_;
 };
 
 }  // namespace search

@@ -1,12 +1,14 @@
 # nimoelasticd's server: everything round the engine.
 set(server_dir "${CMAKE_CURRENT_LIST_DIR}")
 add_library(nimoelasticd_server STATIC
+  ${server_dir}/account.cpp
   ${server_dir}/catalog.cpp
   ${server_dir}/commands.cpp
   ${server_dir}/daemon.cpp
   ${server_dir}/dispatcher.cpp
   ${server_dir}/document_commands.cpp
   ${server_dir}/event_handler.cpp
+  ${server_dir}/file_viewer.cpp
   ${server_dir}/hosted_index.cpp
   ${server_dir}/index_commands.cpp
   ${server_dir}/json_scanner.cpp

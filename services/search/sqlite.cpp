@@ -80,6 +80,11 @@ Statement& Statement::BindNull(int parameter) {
   return *this;
 }
 
+Statement& Statement::BindPointer(int parameter, void* pointer, const char* type) {
+  Check(sqlite3_bind_pointer(handle_.get(), parameter, pointer, type, nullptr), "binding");
+  return *this;
+}
+
 bool Statement::Step() {
   const int code = sqlite3_step(handle_.get());
   if (code == SQLITE_ROW) {

@@ -27,6 +27,8 @@ class Statement {
   Statement& Bind(int parameter, std::string_view bytes);
   Statement& BindText(int parameter, std::string_view text);
   Statement& BindNull(int parameter);
+  /// For a function of this program's own, which asks for `type`. What it points to must live until the reset.
+  Statement& BindPointer(int parameter, void* pointer, const char* type);
 
   /// Goes to the next row; false at the end.
   bool Step();

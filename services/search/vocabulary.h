@@ -13,5 +13,6 @@ inline constexpr char kIsDirectoryField[] = "NIMOMDIsDir";
 inline constexpr char kSizeField[] = "NIMOMDFSSize";
 inline constexpr char kModifiedField[] = "NIMOMDFSContentChangeDate";
 inline constexpr char kCreatedField[] = "NIMOMDFSCreationDate";
+inline constexpr char kOwnerField[] = "NIMOMDOwnerUserID";
 
 }  // namespace search

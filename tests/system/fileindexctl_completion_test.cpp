@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/private_etc.h"
 #include "tests/system/fileindexctl_box.h"
 
 namespace orbisk::test {
@@ -78,6 +79,13 @@ TEST_F(Completion, OffersShareNamesWhereAShareIsMeant) {
   EXPECT_THAT(Offered({"index", "stat", "--check", "phot"}), ElementsAre("photo"));
   EXPECT_THAT(Offered({"folder", "add", "/m"}), ElementsAre("/music"));
   EXPECT_THAT(Offered({"user", "rename", ""}), IsEmpty());
+}
+
+TEST_F(Completion, OffersAccountsWhereOneIsSearchedFor) {
+  AddPrivateAccount("ann", 1001, 1001);
+  AddPrivateAccount("bob", 1002, 1002);
+
+  EXPECT_THAT(Offered({"search", "heron", "--as", "a"}), ElementsAre("ann"));
 }
 
 TEST_F(Completion, OffersTheWordsThatAnOptionOrArgumentTakes) {

@@ -71,6 +71,7 @@ void IndexerBox::SetUpTestSuite() {
 void IndexerBox::SetUp() {
   SearchBox::SetUp();
   fs::remove_all("/var/lib/nimotifyd/queues.d");
+  fs::remove("/var/packages/Orbisk/etc/fileindex.roots");
   MountVolume();
   AddIndexedShare(Docs());
   WriteFolders({Entry("/docs", "all")});
@@ -132,6 +133,16 @@ std::string IndexerBox::IndexerLog() const {
   constexpr size_t kBytes = 16'384;
   const std::string log = ReadFile(logs_ / "indexer");
   return log.substr(log.size() - std::min(log.size(), kBytes));
+}
+
+int IndexerBox::CountRecords(const std::string& event) const {
+  const std::string log = ReadFile(logs_ / "indexer");
+  const std::string wanted = "event=" + event + " ";
+  int count = 0;
+  for (size_t at = log.find(wanted); at != std::string::npos; at = log.find(wanted, at + 1)) {
+    ++count;
+  }
+  return count;
 }
 
 Json::Value IndexerBox::Command(const std::string& type, const Json::Value& data) {

@@ -50,6 +50,8 @@ class IndexerBox : public SearchBox {
   /// What the indexing daemons have logged lately.
   std::string IndexerLog() const;
   Subprocess& indexer() { return *indexer_; }
+  /// How many records of `event` the indexing daemons of this test have written.
+  int CountRecords(const std::string& event) const;
 
   /// Sends one command to the indexing daemon; its answer.
   static Json::Value Command(const std::string& type, const Json::Value& data = Json::Value());

@@ -1,14 +1,20 @@
 // What the indexing daemon makes of a volume that is full, and of one that goes and comes back.
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
 
+#include "orbisk/fileindex/communication.h"
 #include "orbisk/fileindex/elastic_control.h"
 #include "tests/support/private_mounts.h"
+#include "tests/support/temp_dir.h"
 #include "tests/system/indexer_box.h"
 
 namespace orbisk::test {
@@ -31,6 +37,34 @@ class IndexerVolume : public IndexerBox {
     StartIndexer();
     ASSERT_TRUE(BecomesEqual());
   }
+};
+
+// How often the status is stored while it lives.
+class StatusWrites {
+ public:
+  StatusWrites() : fd_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+    inotify_add_watch(fd_, fs::path(kStatusFile).parent_path().c_str(), IN_MOVED_TO);
+  }
+  ~StatusWrites() { close(fd_); }
+  StatusWrites(const StatusWrites&) = delete;
+  StatusWrites& operator=(const StatusWrites&) = delete;
+
+  int Count() const {
+    alignas(inotify_event) char buffer[65536];
+    int count = 0;
+    for (ssize_t got = read(fd_, buffer, sizeof(buffer)); got > 0; got = read(fd_, buffer, sizeof(buffer))) {
+      for (ssize_t at = 0; at < got;) {
+        inotify_event event{};
+        memcpy(&event, buffer + at, sizeof(event));
+        at += static_cast<ssize_t>(sizeof(event) + event.len);
+        ++count;
+      }
+    }
+    return count;
+  }
+
+ private:
+  int fd_;
 };
 
 // The index lies on a small volume, beside the share.
@@ -76,6 +110,25 @@ TEST_F(IndexerFullVolume, AShareWithoutRoomWaitsAndGoesOnWhenThereIsSome) {
   EXPECT_TRUE(Eventually([] { return StateOf("docs") == "idle"; }));
 }
 
+TEST_F(IndexerFullVolume, AFullVolumeIsToldOnceAndLeftAlone) {
+  SkipWithoutIdentities();
+  if (IsSkipped()) {
+    return;
+  }
+  StartWithFiles();
+  Write("large.txt", Words(1));
+  Fill();
+  ASSERT_TRUE(Eventually([] { return StateOf("docs") == "no_space"; }));
+  StatusWrites writes;
+
+  usleep(5'000'000);
+
+  EXPECT_LE(writes.Count(), 6);
+  EXPECT_EQ(StateOf("docs"), "no_space");
+  EXPECT_EQ(StopIndexer(), 0);
+  EXPECT_EQ(CountRecords("no_room"), 1);
+}
+
 TEST_F(IndexerVolume, NothingIsForgottenWhileAVolumeIsGone) {
   StartWithFiles();
   const IndexedTree before = InIndex();
@@ -96,6 +149,98 @@ TEST_F(IndexerVolume, NothingIsForgottenWhileAVolumeIsGone) {
   Write("new.txt", "curlew");
   EXPECT_TRUE(BecomesEqual());
   umount2(elsewhere.c_str(), MNT_DETACH);
+}
+
+// A folder of the share's name lies below the volume, as somebody makes one who comes before the mount.
+class IndexerMissingVolume : public IndexerVolume {
+ protected:
+  void MountVolume() override {
+    MakeFolder(Docs());
+    WriteFile(Docs("below.txt"), "plover");
+    IndexerVolume::MountVolume();
+    MakeFolder(elsewhere_);
+    ASSERT_EQ(mount(Volume().c_str(), elsewhere_.c_str(), nullptr, MS_BIND, nullptr), 0);
+  }
+  void TearDown() override {
+    umount2(elsewhere_.c_str(), MNT_DETACH);
+    IndexerVolume::TearDown();
+  }
+
+  void Unmount() const { ASSERT_EQ(umount2(Volume().c_str(), MNT_DETACH), 0); }
+  void MountAgain() const {
+    ASSERT_EQ(mount(elsewhere_.c_str(), Volume().c_str(), nullptr, MS_BIND, nullptr), 0);
+    Command("notify_setting_changed");
+  }
+  void WaitUntilOffline() const {
+    Command("notify_setting_changed");
+    ASSERT_TRUE(Eventually([] { return StateOf("docs") == "offline"; })) << Command("status");
+  }
+  ino_t Database() const {
+    struct stat info {};
+    return stat((elsewhere_ + "/@fileindex/docs/db/index.sqlite").c_str(), &info) == 0 ? info.st_ino : 0;
+  }
+
+  const TempDir place_;
+  const std::string elsewhere_ = place_ / "elsewhere";
+};
+
+TEST_F(IndexerMissingVolume, AFolderBelowAnUnmountedVolumeIsNotTakenForTheShare) {
+  StartWithFiles();
+  const IndexedTree before = InIndex();
+
+  Unmount();
+  WaitUntilOffline();
+  usleep(1'500'000);  // a retry or two
+
+  EXPECT_EQ(InIndex(), before);
+  MountAgain();
+  EXPECT_TRUE(Eventually([] { return StateOf("docs") == "idle"; }));
+  EXPECT_EQ(InIndex(), before);
+}
+
+TEST_F(IndexerMissingVolume, ADaemonThatStartsBeforeTheMountMakesNoIndexBelowIt) {
+  StartWithFiles();
+  const IndexedTree before = InIndex();
+  const ino_t database = Database();
+  ASSERT_NE(database, 0U);
+  EXPECT_EQ(StopIndexer(), 0);
+  KillSearchDaemon();
+  Unmount();
+
+  StartSearchDaemon();
+  StartIndexer();
+  WaitUntilOffline();
+  usleep(1'500'000);
+
+  EXPECT_FALSE(fs::exists(OnFirst("@fileindex/docs/db")));
+  MountAgain();
+  EXPECT_TRUE(Eventually([] { return StateOf("docs") == "idle"; }));
+  EXPECT_EQ(InIndex(), before);
+  EXPECT_EQ(Database(), database);
+  EXPECT_EQ(StopIndexer(), 0);
+  EXPECT_EQ(CountRecords("index_rebuilt"), 0);
+}
+
+TEST_F(IndexerMissingVolume, AVolumeThatGoesInTheMiddleOfAScanLosesNoDocument) {
+  StartWithFiles();
+  KillMonitor();
+  for (int i = 0; i < 4'000; ++i) {
+    Write("many/" + std::to_string(i) + ".txt", "word" + std::to_string(i));
+  }
+  fileindex::SendCommandToDaemon("worker_create", About("docs"));
+  ASSERT_TRUE(Eventually([] { return StatusOf()["changed"].asUInt() > 100; }));
+
+  Unmount();
+  WaitUntilOffline();
+
+  const IndexedTree while_gone = InIndex();
+  EXPECT_LT(while_gone.size(), 4'000U);
+  EXPECT_EQ(while_gone.count(Docs("below.txt")), 0U);
+  EXPECT_EQ(while_gone.count(Docs("a.txt")), 1U);
+  usleep(1'500'000);
+  EXPECT_EQ(InIndex().size(), while_gone.size());
+  MountAgain();
+  EXPECT_TRUE(BecomesEqual(std::chrono::minutes(2)));
 }
 
 }  // namespace

@@ -96,6 +96,9 @@ TEST(SearchProgram, SocketIsForRootAndGroupAndGoneAfterTheEnd) {
 
 TEST(SearchProgram, SocketBelongsToTheGroupThatItWasTold) {
   SearchBox box;
+  if (ReadFile("/proc/self/setgroups") == "deny\n") {
+    GTEST_SKIP() << "only root can give a socket to any group";
+  }
   box.Start({"--group", "daemon"});
   struct stat info {};
   ASSERT_EQ(0, stat(box.socket().c_str(), &info));

@@ -24,6 +24,8 @@ namespace {
 struct Options {
   std::vector<std::string> words;
   std::string prefix;
+  std::string account;
+  bool for_account = false;
   std::vector<std::string> shares;
   std::vector<std::string> types;
   std::string sort_by = "relevance";
@@ -82,6 +84,9 @@ Json::Value SearchData(const Options& options) {
   if (!options.shares.empty()) {
     data["id"] = IndexesOf(options.shares);
   }
+  if (options.for_account) {  // also if it is empty, which a script's unset variable makes it: nobody is not everybody
+    data["as"] = options.account;
+  }
   return data;
 }
 
@@ -100,6 +105,9 @@ void WriteLeftOut(Output& out, const Json::Value& ids) {
 void WriteDoubts(const Json::Value& answer) {
   Output out(STDERR_FILENO);
   WriteLeftOut(out, answer["left_out"]);
+  if (answer["incomplete"].asBool()) {
+    out.Write("fileindexctl: an index could not be asked, so files may be missing here\n");
+  }
   if (answer["repairing"].asBool()) {
     out.Write("fileindexctl: an index is being repaired, so files may be missing here\n");
   }
@@ -210,8 +218,13 @@ void AddSearchCommands(CLI::App& app) {
   search->add_option("--offset", asked->offset, "Leave out the first so many")
       ->check(PlainNumber())
       ->capture_default_str();
+  const CLI::Option* const as =
+      search->add_option("--as", asked->account, "Show and count only what this account may open");
   AddCommonOptions(*search, *asked);
-  search->callback([asked] { Search(*asked); });
+  search->callback([asked, as] {
+    asked->for_account = as->count() > 0;
+    Search(*asked);
+  });
 
   const auto begun = std::make_shared<Options>();
   begun->limit = 10;

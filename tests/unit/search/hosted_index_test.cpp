@@ -2,7 +2,6 @@
 #include "services/search/hosted_index.h"
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <cstdint>
 #include <filesystem>
@@ -12,12 +11,14 @@
 #include "services/search/catalog.h"
 #include "services/search/commands.h"
 #include "services/search/refusal.h"
+#include "tests/support/foreign_connection.h"
 #include "tests/support/temp_dir.h"
 
 namespace nimoelasticd {
 namespace {
 
 namespace fs = std::filesystem;
+using orbisk::test::ForeignConnection;
 using For = HostedIndex::Use::For;
 
 // 0 if the index can be used so, else the code of the refusal.
@@ -32,21 +33,6 @@ int CodeOf(HostedIndex& host, For purpose, std::string* message = nullptr) {
     return static_cast<int>(refusal.code());
   }
 }
-
-// Another program's connection to the database.
-class Connection {
- public:
-  explicit Connection(const std::string& folder) {
-    EXPECT_EQ(SQLITE_OK, sqlite3_open((folder + "/index.sqlite").c_str(), &handle_));
-  }
-  ~Connection() { sqlite3_close(handle_); }
-  Connection(const Connection&) = delete;
-  Connection& operator=(const Connection&) = delete;
-  void Exec(const char* sql) { EXPECT_EQ(SQLITE_OK, sqlite3_exec(handle_, sql, nullptr, nullptr, nullptr)) << sql; }
-
- private:
-  sqlite3* handle_ = nullptr;
-};
 
 class HostedIndexTest : public testing::Test {
  protected:
@@ -79,7 +65,7 @@ class HostedIndexTest : public testing::Test {
 
 TEST_F(HostedIndexTest, OlderDatabaseIsUpgradedAndRequestsAreToldSoMeanwhile) {
   PlaceOldDatabase();
-  Connection other(path_);
+  ForeignConnection other(path_);
   other.Exec("BEGIN IMMEDIATE");  // the upgrade waits for this to end
   std::thread opening([&] { host_.Open(); });
   while (host_.state() == State::kOpening) {
@@ -102,7 +88,7 @@ TEST_F(HostedIndexTest, OlderDatabaseIsUpgradedAndRequestsAreToldSoMeanwhile) {
 
 TEST_F(HostedIndexTest, OlderDatabaseWhoseUpgradeFindsDamageIsRepaired) {
   PlaceOldDatabase();
-  Connection(path_).Exec("UPDATE texts SET data = x'00' WHERE id = 2");
+  ForeignConnection(path_).Exec("UPDATE texts SET data = x'00' WHERE id = 2");
 
   host_.Open();
 
@@ -116,7 +102,7 @@ TEST_F(HostedIndexTest, OlderDatabaseWhoseUpgradeFindsDamageIsRepaired) {
 
 TEST_F(HostedIndexTest, NewerDatabaseIsAskedForAgainWithAReasonAndLeftAlone) {
   PlaceOldDatabase();
-  Connection(path_).Exec("UPDATE meta SET value = 99 WHERE name = 'format'");
+  ForeignConnection(path_).Exec("UPDATE meta SET value = 99 WHERE name = 'format'");
   const std::string before = orbisk::test::ReadFile(path_ + "/index.sqlite");
   std::string message;
 
@@ -270,17 +256,21 @@ TEST(IndexStat, CheckOfAnIndexThatIsNotOpenYetIsToldToComeBack) {
   Commands commands(catalog);
   Json::Value data;
   data["id"] = "a";
-  EXPECT_NE(std::string::npos, commands.Run({"index_stat", data}).find("\"state\":\"opening\""));
+  const auto stat = [&] {
+    Command command{"index_stat", data, std::nullopt};
+    return commands.Run(command);
+  };
+  EXPECT_NE(std::string::npos, stat().find("\"state\":\"opening\""));
   data["check"] = true;
 
   try {
-    ADD_FAILURE() << "answered without a check: " << commands.Run({"index_stat", data});
+    ADD_FAILURE() << "answered without a check: " << stat();
   } catch (const Refusal& refusal) {
     EXPECT_EQ(Code::kNotReady, refusal.code());
   }
 
   catalog.Open("a");
-  EXPECT_NE(std::string::npos, commands.Run({"index_stat", data}).find("\"checked\":true"));
+  EXPECT_NE(std::string::npos, stat().find("\"checked\":true"));
 }
 
 }  // namespace

@@ -1,15 +1,18 @@
 // Questions to several indexes of which one cannot answer, and answers that are not all there is.
 #include <gtest/gtest.h>
-#include <sqlite3.h>
+#include <pwd.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <limits>
+#include <optional>
 
 #include "services/base/json_text.h"
 #include "services/search/catalog.h"
 #include "services/search/commands.h"
 #include "services/search/refusal.h"
+#include "tests/support/foreign_connection.h"
 #include "tests/support/temp_dir.h"
 
 namespace nimoelasticd {
@@ -20,23 +23,44 @@ class SearchCommand : public testing::Test {
  protected:
   SearchCommand() {
     for (const std::string id : {"a", "b"}) {
-      Json::Value mappings;
-      mappings["property_id"] = "p";
-      mappings["properties"]["p"]["analyzer"] = "keyword";
-      mappings["properties"]["t"]["type"] = "text";
-      catalog_.Create(id, dir_ / id, mappings, Json::Value(Json::objectValue), Json::Value());
-      Json::Value data;
-      data["id"] = id;
-      data["doc_id"] = data["data"]["p"] = "/" + id;
-      data["data"]["t"] = "heron";
-      Run("document_upsert_by_id", data);
-      Run("commit", data);
+      Create(id, "text");
+      Run("document_upsert_by_id", Heron(id));
+      Run("commit", Heron(id));
     }
   }
   ~SearchCommand() override { catalog_.CloseAll(); }
 
+  void Create(const std::string& id, const char* type) {
+    Json::Value mappings;
+    mappings["property_id"] = "p";
+    mappings["properties"]["p"]["analyzer"] = "keyword";
+    mappings["properties"]["t"]["type"] = type;
+    catalog_.Create(id, dir_ / id, mappings, Json::Value(Json::objectValue), Json::Value());
+  }
+
+  static Json::Value Heron(const std::string& id) {
+    Json::Value data;
+    data["id"] = id;
+    data["doc_id"] = data["data"]["p"] = "/" + id;
+    data["data"]["t"] = "heron";
+    return data;
+  }
+
+  // The code with which a command is refused; 0 if it is not.
+  int CodeOf(Command& command) {
+    try {
+      commands_.Run(command);
+      return 0;
+    } catch (const Refusal& refusal) {
+      return static_cast<int>(refusal.code());
+    } catch (const search::Error& error) {
+      return static_cast<int>(error.code());
+    }
+  }
+
   Json::Value Run(const std::string& name, const Json::Value& data) {
-    return service::FromText(commands_.Run({name, data})).value_or(Json::Value());
+    Command command{name, data, std::nullopt};
+    return service::FromText(commands_.Run(command)).value_or(Json::Value());
   }
 
   Json::Value Search(const std::string& query) {
@@ -45,13 +69,23 @@ class SearchCommand : public testing::Test {
     return Run("document_search", data);
   }
 
-  // As a damaged disk might, behind the daemon's back.
-  void Change(const std::string& id, const char* sql) {
-    sqlite3* handle = nullptr;
-    ASSERT_EQ(SQLITE_OK, sqlite3_open((dir_ / id + "/index.sqlite").c_str(), &handle));
-    EXPECT_EQ(SQLITE_OK, sqlite3_exec(handle, sql, nullptr, nullptr, nullptr)) << sqlite3_errmsg(handle);
-    sqlite3_close(handle);
+  std::optional<Code> RefusalOf(const std::string& name, const Json::Value& data) {
+    try {
+      Run(name, data);
+      return std::nullopt;
+    } catch (const Refusal& refusal) {
+      return refusal.code();
+    }
   }
+
+  // Whom the daemon may always act as.
+  static std::string CurrentAccount() {
+    const passwd* const entry = getpwuid(geteuid());
+    return entry == nullptr ? "root" : entry->pw_name;
+  }
+
+  // As a damaged disk might, behind the daemon's back.
+  void Change(const std::string& id, const char* sql) { orbisk::test::ForeignConnection(dir_ / id).Exec(sql); }
 
   static Json::Value OneId(const char* id) {
     Json::Value ids;
@@ -138,6 +172,112 @@ TEST_F(SearchCommand, SaysThatThereAreMoreHitsThanItHasCounted) {
 
   EXPECT_TRUE(answer["more"].asBool());
   EXPECT_EQ(100'000, answer["total"].asInt());
+}
+
+TEST_F(SearchCommand, ADocumentThatWasPreparedWaitsForItsTurn) {
+  Json::Value data = Heron("a");
+  data["doc_id"] = data["data"]["p"] = "/second";
+  Command command{"document_upsert_by_id", data, std::nullopt};
+
+  commands_.Prepare(command);
+  const int before = Search("heron")["total"].asInt();
+  const int code = CodeOf(command);
+  Run("commit", data);
+
+  EXPECT_TRUE(command.document.has_value());
+  EXPECT_EQ(2, before);
+  EXPECT_EQ(0, code);
+  EXPECT_EQ(3, Search("heron")["total"].asInt());
+}
+
+TEST_F(SearchCommand, ADocumentsFaultIsToldInItsTurnAndAfterTheIndexsState) {
+  Json::Value data = Heron("a");
+  data["data"]["t"] = 7;
+  Command command{"document_upsert_by_id", data, std::nullopt};
+  Command paused{"document_upsert_by_id", data, std::nullopt};
+
+  commands_.Prepare(command);
+  commands_.Prepare(paused);
+  const int code = CodeOf(command);
+  catalog_.Pause("a");
+
+  EXPECT_EQ(static_cast<int>(search::ErrorCode::kBadDocument), code);
+  EXPECT_EQ(static_cast<int>(Code::kPaused), CodeOf(paused));
+}
+
+TEST_F(SearchCommand, ADocumentThatWasPreparedForOtherMappingsIsAskedForAgain) {
+  Command same{"document_upsert_by_id", Heron("a"), std::nullopt};
+  Command other{"document_upsert_by_id", Heron("b"), std::nullopt};
+  commands_.Prepare(same);
+  commands_.Prepare(other);
+
+  catalog_.Delete("a");
+  Create("a", "text");
+  catalog_.Delete("b");
+  Create("b", "int");
+
+  EXPECT_EQ(0, CodeOf(same));
+  EXPECT_EQ(static_cast<int>(Code::kNotReady), CodeOf(other));
+}
+
+TEST_F(SearchCommand, ForAnAccountFindsFilesAloneThatAreThere) {
+  const std::string file = dir_ / "file";
+  orbisk::test::WriteFile(file, "heron");
+  Json::Value document;
+  document["id"] = "a";
+  document["doc_id"] = document["data"]["p"] = file;
+  document["data"]["t"] = "heron";
+  Run("document_upsert_by_id", document);
+  Run("commit", document);
+  Json::Value data;
+  data["query"] = "heron";
+  data["as"] = CurrentAccount();
+
+  const Json::Value answer = Run("document_search", data);
+
+  EXPECT_EQ(1, answer["total"].asInt());
+  EXPECT_EQ(file, answer["hits"][0]["path"].asString());
+  EXPECT_EQ(3, Search("heron")["total"].asInt());
+}
+
+TEST_F(SearchCommand, ForAnAccountNamesNoIndexThatIsLeftOut) {
+  Json::Value data;
+  data["query"] = "heron";
+  data["as"] = CurrentAccount();
+  EXPECT_FALSE(Run("document_search", data).isMember("incomplete"));
+  catalog_.Pause("a");
+
+  const Json::Value answer = Run("document_search", data);
+
+  EXPECT_FALSE(answer.isMember("left_out"));
+  EXPECT_TRUE(answer["incomplete"].asBool());
+}
+
+TEST_F(SearchCommand, ForAnAccountThatIsNoneIsRefusedRatherThanAnsweredForAll) {
+  Json::Value data;
+  data["query"] = "heron";
+  for (const Json::Value& account : {Json::Value("nobody knows"), Json::Value("")}) {
+    data["as"] = account;
+    EXPECT_EQ(Code::kNoSuchAccount, RefusalOf("document_search", data)) << account;
+  }
+  for (const Json::Value& account : {Json::Value(), Json::Value(0), Json::Value(false)}) {
+    data["as"] = account;
+    EXPECT_EQ(Code::kBadMember, RefusalOf("document_search", data)) << account;
+  }
+}
+
+TEST_F(SearchCommand, OfAnotherKindCannotBeAskedForAnAccount) {
+  Json::Value data;
+  data["id"] = data["db_name"] = "a";
+  data["prefix"] = "her";
+  data["doc_id"] = data["doc_id_field"] = "/a";
+  data["query"]["qsl"]["match_all"] = Json::Value(Json::objectValue);
+  for (const char* const command : {"term_suggest", "document_get_by_query", "document_del_by_query", "index_list"}) {
+    data["as"] = CurrentAccount();
+    EXPECT_EQ(Code::kBadMember, RefusalOf(command, data)) << command;
+    data.removeMember("as");
+    EXPECT_EQ(std::nullopt, RefusalOf(command, data)) << command;
+  }
 }
 
 // Eight indexes of equal documents, so that one takes an eighth of what all take.

@@ -1,7 +1,7 @@
 # What stands round the engine.
 orbisk_add_test(search_server_test LABELS unit threads
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/catalog_test.cpp ${CMAKE_CURRENT_LIST_DIR}/hosted_index_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/problem_test.cpp ${CMAKE_CURRENT_LIST_DIR}/request_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/search_command_test.cpp
-  LINK nimoelasticd_server nimoelasticd_core orbisk_test_system orbisk_test_main orbisk_record_capture)
+    ${CMAKE_CURRENT_LIST_DIR}/file_viewer_test.cpp ${CMAKE_CURRENT_LIST_DIR}/problem_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/request_test.cpp ${CMAKE_CURRENT_LIST_DIR}/search_command_test.cpp
+  LINK nimoelasticd_server nimoelasticd_core orbisk_test_system orbisk_test_main orbisk_record_capture acl)
 target_compile_definitions(search_server_test PRIVATE SAMPLES_DIR="${CMAKE_CURRENT_LIST_DIR}/samples")
