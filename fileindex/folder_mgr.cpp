@@ -9,6 +9,7 @@
 
 #include "common/check.h"
 #include "common/json_text.h"
+#include "fileindex/folder_fields.h"
 #include "fileindex/folders_text.h"
 #include "fileindex/full_path_index.h"
 #include "nimo/unicode.h"
@@ -95,14 +96,15 @@ void FolderMgr::Save() const {
 }
 
 void FolderMgr::Get(std::shared_ptr<Folder>& out, const std::string& path) const {
-  const auto it =
-      std::find_if(folders_.begin(), folders_.end(), [&](const auto& folder) { return folder->GetPath() == path; });
+  const auto it = std::find_if(folders_.begin(), folders_.end(),
+                               [&](const auto& folder) { return FolderFields::Path(*folder) == path; });
   ORBISK_CHECK(it == folders_.end(), 902, path);
   out = *it;
 }
 
 bool FolderMgr::HasFolder(const std::string& path) const {
-  return std::any_of(folders_.begin(), folders_.end(), [&](const auto& folder) { return folder->GetPath() == path; });
+  return std::any_of(folders_.begin(), folders_.end(),
+                     [&](const auto& folder) { return FolderFields::Path(*folder) == path; });
 }
 
 FullPathIndex& FolderMgr::Index() const {
@@ -145,7 +147,8 @@ bool FolderMgr::IsFullPathHasOwnCfg(const std::string& full_path) const {
 }
 
 bool FolderMgr::IsShareIndexed(const std::string& share) const {
-  return std::any_of(folders_.begin(), folders_.end(), [&](const auto& folder) { return folder->GetShare() == share; });
+  return std::any_of(folders_.begin(), folders_.end(),
+                     [&](const auto& folder) { return FolderFields::Share(*folder) == share; });
 }
 
 void FolderMgr::List(std::vector<std::shared_ptr<Folder>>& out, unsigned long& total, unsigned long offset,
@@ -169,6 +172,7 @@ template <class Predicate>
 void FolderMgr::Remove(Predicate predicate) {
   // Not in place: the predicate may throw, and the list is then as it was.
   Folders kept;
+  kept.reserve(folders_.size() + 1);
   std::remove_copy_if(folders_.begin(), folders_.end(), std::back_inserter(kept), predicate);
   folders_.swap(kept);
   index_ = nullptr;
@@ -177,7 +181,7 @@ void FolderMgr::Remove(Predicate predicate) {
 void FolderMgr::Upsert(std::shared_ptr<Folder>& diff, std::shared_ptr<Folder> folder) {
   diff = DiffCfg(GetMostSuitableCfg(folder->GetFullPath()), folder);
   const std::string path = folder->GetPath();
-  Remove([&](const auto& entry) { return entry->GetPath() == path; });
+  Remove([&](const auto& entry) { return FolderFields::Path(*entry) == path; });
   folders_.push_back(std::move(folder));
 }
 
@@ -185,12 +189,12 @@ void FolderMgr::Delete(std::shared_ptr<Folder>& diff, const std::string& path) {
   std::string full_path;
   GetFullPath(full_path, path);
   const std::shared_ptr<Folder> before = GetMostSuitableCfg(full_path);
-  Remove([&](const auto& entry) { return entry->GetPath() == path; });
+  Remove([&](const auto& entry) { return FolderFields::Path(*entry) == path; });
   diff = DiffCfg(before, GetMostSuitableCfg(full_path));
 }
 
 void FolderMgr::DeleteByShare(const std::string& share) {
-  Remove([&](const auto& entry) { return entry->GetShare() == share; });
+  Remove([&](const auto& entry) { return FolderFields::Share(*entry) == share; });
 }
 
 std::shared_ptr<Folder> FolderMgr::DiffCfg(std::shared_ptr<Folder> before, std::shared_ptr<Folder> after) {

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "fileindex/folder_fields.h"
 #include "orbisk/json.h"
 
 namespace orbisk::fileindex {
@@ -82,14 +83,9 @@ std::shared_ptr<Folder> ReadFolder(std::string_view& text) {
       !ReadString(text, R"(,"volume_to_be_clean":")", volume) || !Skip(text, "}") || group == "all") {
     return nullptr;
   }
-  auto folder = std::make_shared<Folder>(path, name, owner, group, document, audio, video, photo, privileged, paused);
-  folder->SetVolumeToBeClean(volume);
-  if (group.empty()) {
-    return folder;
-  }
-  Json::Value data = folder->GetData();  // the only way to give an entry a group
-  data["group"] = group;
-  return std::make_shared<Folder>(data);
+  auto folder = std::make_shared<Folder>("", "", "", "", document, audio, video, photo, privileged, paused);
+  FolderFields::Fill(*folder, std::move(path), std::move(name), std::move(owner), std::move(group), std::move(volume));
+  return folder;
 }
 
 }  // namespace
@@ -119,15 +115,15 @@ std::string WriteFolders(const std::vector<std::shared_ptr<Folder>>& folders) {
   for (const auto& folder : folders) {
     WriteBool(text, text.size() > 1 ? R"(,{"audio":)" : R"({"audio":)", folder->IsAudio());
     WriteBool(text, R"(,"document":)", folder->IsDocument());
-    WriteString(text, R"(,"group":)", folder->GetGroup());
-    WriteString(text, R"(,"name":)", folder->GetName());
-    WriteString(text, R"(,"owner":)", folder->GetOwner());
-    WriteString(text, R"(,"path":)", folder->GetPath());
+    WriteString(text, R"(,"group":)", FolderFields::Group(*folder));
+    WriteString(text, R"(,"name":)", FolderFields::Name(*folder));
+    WriteString(text, R"(,"owner":)", FolderFields::Owner(*folder));
+    WriteString(text, R"(,"path":)", FolderFields::Path(*folder));
     WriteBool(text, R"(,"paused":)", folder->IsPaused());
     WriteBool(text, R"(,"photo":)", folder->IsPhoto());
     WriteBool(text, R"(,"privileged":)", folder->IsPrivileged());
     WriteBool(text, R"(,"video":)", folder->IsVideo());
-    WriteString(text, R"(,"volume_to_be_clean":)", folder->GetVolumeToBeClean());
+    WriteString(text, R"(,"volume_to_be_clean":)", FolderFields::VolumeToBeClean(*folder));
     text += '}';
   }
   text += ']';

@@ -2,6 +2,7 @@
 #include "fileindex/full_path_index.h"
 
 #include <atomic>
+#include <utility>
 
 #include "fileindex/path_view.h"
 
@@ -22,12 +23,30 @@ std::uint64_t FullPathIndex::PathChanges() {
 
 void FullPathIndex::TakeInNext(const std::vector<std::shared_ptr<Folder>>& folders) {
   const std::shared_ptr<Folder>& folder = folders[taken_in_];
-  by_full_path_.emplace(folder->GetFullPath(), folder);
+  by_full_path_.emplace(full_paths_.Of(*folder), folder);
   ++taken_in_;
+}
+
+// Who has one question is answered before a table would be made.
+std::shared_ptr<Folder> FullPathIndex::Scan(const std::vector<std::shared_ptr<Folder>>& folders,
+                                            std::string_view full_path) {
+  const std::shared_ptr<Folder>* nearest = nullptr;
+  size_t longest = 0;
+  for (const std::shared_ptr<Folder>& folder : folders) {
+    const std::string& holder = full_paths_.Of(*folder);
+    if (holder.size() > longest && IsSameOrBelow(holder, full_path)) {
+      nearest = &folder;
+      longest = holder.size();
+    }
+  }
+  return nearest != nullptr ? *nearest : nullptr;
 }
 
 std::shared_ptr<Folder> FullPathIndex::Nearest(const std::vector<std::shared_ptr<Folder>>& folders,
                                                std::string_view full_path) {
+  if (!std::exchange(was_asked_, true)) {
+    return Scan(folders, full_path);
+  }
   by_full_path_.reserve(folders.size());
   while (taken_in_ < folders.size()) {
     TakeInNext(folders);

@@ -2,13 +2,13 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "fileindex/folder_fields.h"
 #include "orbisk/fileindex/folder.h"
 
 namespace orbisk::fileindex {
@@ -37,19 +37,18 @@ class FullPathIndex {
   static void NotePathChange();
 
  private:
-  struct Hash {
-    using is_transparent = void;
-    size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
-  };
-
   static std::uint64_t PathChanges();
+  std::shared_ptr<Folder> Scan(const std::vector<std::shared_ptr<Folder>>& folders, std::string_view full_path);
   template <class Answers>
   bool Ask(const std::vector<std::shared_ptr<Folder>>& folders, Answers answers);
   void TakeInNext(const std::vector<std::shared_ptr<Folder>>& folders);
 
   const std::uint64_t path_changes_;
-  size_t taken_in_ = 0;  // the first so many entries of the list are in the table
-  std::unordered_map<std::string, std::shared_ptr<Folder>, Hash, std::equal_to<>> by_full_path_;
+  bool was_asked_ = false;  // for the nearest
+  size_t taken_in_ = 0;     // the first so many entries of the list are in the table
+  // By what the entries themselves keep.
+  std::unordered_map<std::string_view, std::shared_ptr<Folder>> by_full_path_;
+  FullPaths full_paths_;
 };
 
 }  // namespace orbisk::fileindex

@@ -5,6 +5,7 @@
 #include <exception>
 
 #include "common/check.h"
+#include "fileindex/folder_fields.h"
 #include "nimo/error.h"
 #include "nimo/index_location.h"
 #include "nimo/monitor_queue.h"
@@ -73,14 +74,15 @@ void UpsertNimotifydCfg(const std::string& share_name, const FolderMgr& folder_m
   static const Json::StaticString kPath("path");
   static const Json::StaticString kMask("mask");
   static const Json::StaticString kIgnore("ignore");
+  Json::Value watch;
+  watch[kMask] = kMonitorMask;
+  watch[kIgnore] = ignore;
   Json::Value config(Json::arrayValue);
+  FullPaths full_paths;
   for (const auto& folder : folder_mgr.GetFolders()) {
-    if (folder->GetShare() == share_name) {
-      Json::Value watch;
-      watch[kPath] = folder->GetFullPath();
-      watch[kMask] = kMonitorMask;
-      watch[kIgnore] = ignore;
-      config.append(std::move(watch));
+    if (FolderFields::Share(*folder) == share_name) {
+      watch[kPath] = full_paths.Of(*folder);
+      config.append(watch);
     }
   }
   Json::Value description;

@@ -10,6 +10,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
@@ -19,6 +20,7 @@
 #include <memory>
 #include <optional>
 #include <sstream>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -39,59 +41,27 @@ using Clock = std::chrono::steady_clock;
 
 // Lines carry paths as they are registered, so there must be one way to write a path: absolute, without empty, "." and
 // ".." components. A slash may end it.
-bool IsPlainPath(const std::string& path) {
-  const std::string ended = path + "/";
-  return !path.empty() && path[0] == '/' && path.find('\0') == std::string::npos &&
-         path.find("//") == std::string::npos && ended.find("/./") == std::string::npos &&
-         ended.find("/../") == std::string::npos;
+bool IsPlainPath(std::string_view path) {
+  return !path.empty() && path[0] == '/' && path.find('\0') == std::string_view::npos &&
+         path.find("//") == std::string_view::npos && path.find("/./") == std::string_view::npos &&
+         path.find("/../") == std::string_view::npos && !path.ends_with("/.") && !path.ends_with("/..");
 }
 
-bool IsAbsolutePath(const Json::Value& value) {
-  return value.isString() && IsPlainPath(value.asString());
+// The string's bytes, as long as the value stays; null for a value of another type.
+std::string_view Bytes(const Json::Value& value) {
+  const char* begin = nullptr;
+  const char* end = nullptr;
+  return value.isString() && value.getString(&begin, &end) ? std::string_view(begin, static_cast<size_t>(end - begin))
+                                                           : std::string_view();
 }
 
 bool IsQueuePath(const Json::Value& value) {
-  return IsAbsolutePath(value) && value.asString().back() != '/';
+  return IsPlainPath(Bytes(value)) && Bytes(value).back() != '/';
 }
 
 bool IsName(const Json::Value& value) {
-  if (!value.isString()) {
-    return false;
-  }
-  const std::string name = value.asString();
-  return !name.empty() && name.find('/') == std::string::npos && name.find('\0') == std::string::npos;
-}
-
-bool IsEntry(const Json::Value& entry) {
-  if (!entry.isObject() || !IsAbsolutePath(entry["path"]) || !entry["mask"].isUInt()) {
-    return false;
-  }
-  const Json::Value& ignore = entry["ignore"];
-  if (!ignore.isNull() && !ignore.isArray()) {
-    return false;
-  }
-  for (const Json::Value& name : ignore) {
-    if (!IsName(name)) {
-      return false;
-    }
-  }
-  return true;
-}
-
-bool IsDescription(const Json::Value& description) {
-  if (!description.isObject() || !IsQueuePath(description["queue"])) {
-    return false;
-  }
-  const Json::Value& config = description["config"];
-  if (!config.isNull() && !config.isArray()) {
-    return false;
-  }
-  for (const Json::Value& entry : config) {
-    if (!IsEntry(entry)) {
-      return false;
-    }
-  }
-  return true;
+  const std::string_view name = Bytes(value);
+  return !name.empty() && name.find('/') == std::string_view::npos && name.find('\0') == std::string_view::npos;
 }
 
 bool IsAppName(const std::string& app) {
@@ -173,6 +143,83 @@ std::string Text(const Json::Value& value) {
   return Json::writeString(builder, value);
 }
 
+void AppendString(std::string& text, const Json::Value& value) {
+  const std::string_view bytes = Bytes(value);
+  if (std::all_of(bytes.begin(), bytes.end(), [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; })) {
+    text += '"';
+    text += bytes;
+    text += '"';
+  } else {
+    text += Text(value);
+  }
+}
+
+// As Text would, where an entry has nothing but what it needs: there may be thousands, and they are written anew for
+// each change of one. False if it is malformed.
+bool AppendEntry(std::string& text, const Json::Value& entry) {
+  static const Json::Value kMissing;
+  if (!entry.isObject()) {
+    return false;
+  }
+  const Json::Value* path = &kMissing;
+  const Json::Value* mask = &kMissing;
+  const Json::Value* ignore = &kMissing;
+  bool has_more = false;
+  // Three are gone through sooner than looked up.
+  for (auto member = entry.begin(), last = entry.end(); member != last; ++member) {
+    const char* end = nullptr;
+    const char* const begin = member.memberName(&end);
+    const std::string_view name(begin, static_cast<size_t>(end - begin));
+    (name == "path" ? path : name == "mask" ? mask : ignore) = &*member;
+    has_more = has_more || (name != "path" && name != "mask" && name != "ignore");
+  }
+  if (has_more) {
+    path = &entry["path"];
+    mask = &entry["mask"];
+    ignore = &entry["ignore"];
+  }
+  if (!IsPlainPath(Bytes(*path)) || !mask->isUInt() || (!ignore->isNull() && !ignore->isArray()) ||
+      !std::all_of(ignore->begin(), ignore->end(), IsName)) {
+    return false;
+  }
+  if (has_more || !ignore->isArray() || mask->type() == Json::realValue) {
+    text += Text(entry);
+    return true;
+  }
+  text += R"({"ignore":[)";
+  for (const Json::Value& name : *ignore) {
+    text += text.back() != '[' ? "," : "";
+    AppendString(text, name);
+  }
+  text += R"(],"mask":)";
+  text += std::to_string(mask->asUInt());
+  text += R"(,"path":)";
+  AppendString(text, *path);
+  text += '}';
+  return true;
+}
+
+// The text of the array of folders; nothing if the description is malformed.
+std::optional<std::string> ConfigText(const Json::Value& description) {
+  if (!description.isObject() || !IsQueuePath(description["queue"])) {
+    return std::nullopt;
+  }
+  const Json::Value& config = description["config"];
+  if (!config.isNull() && !config.isArray()) {
+    return std::nullopt;
+  }
+  constexpr size_t kUsualBytes = 128;
+  std::string text = "[";
+  text.reserve(config.size() * kUsualBytes);
+  for (const Json::Value& entry : config) {
+    text += text.size() > 1 ? "," : "";
+    if (!AppendEntry(text, entry)) {
+      return std::nullopt;
+    }
+  }
+  return text + "]";
+}
+
 // A registration's text is what comes before its folders, the folders' array, and what comes behind, with the members
 // in the order of their names.
 std::string Before(const Identity& identity) {
@@ -183,11 +230,20 @@ std::string Behind(const Identity& identity) {
   return ",\"queue\":" + Text(identity.queue) + ",\"type\":" + std::to_string(static_cast<int>(identity.type)) + "}\n";
 }
 
+// Whether the file has `text` at `offset`.
+bool HasAt(int fd, off_t offset, const std::string& text) {
+  std::string bytes(text.size(), '\0');
+  return pread(fd, bytes.data(), bytes.size(), offset) == static_cast<ssize_t>(bytes.size()) && bytes == text;
+}
+
 // Behind an array's end, what Behind says can only stand in the outermost object, so the folders need not be read.
-bool IsWrittenFor(const std::string& bytes, const Identity& identity) {
+bool IsWrittenFor(const std::string& path, const Identity& identity) {
   const std::string before = Before(identity) + "[";
   const std::string behind = "]" + Behind(identity);
-  return bytes.size() >= before.size() + behind.size() && bytes.starts_with(before) && bytes.ends_with(behind);
+  const nimo::UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  const off_t size = file.ok() ? lseek(file.get(), 0, SEEK_END) : -1;
+  return size >= static_cast<off_t>(before.size() + behind.size()) && HasAt(file.get(), 0, before) &&
+         HasAt(file.get(), size - static_cast<off_t>(behind.size()), behind);
 }
 
 bool BelongsTo(const Json::Value& registration, const Identity& identity) {
@@ -203,8 +259,11 @@ std::string FileOf(const Identity& identity) {
   const std::string base = std::string(kRegistrationsFolder) + "/" + BaseName(identity);
   for (int number = 0;; ++number) {
     std::string path = base + (number == 0 ? "" : "~" + std::to_string(number)) + kSuffix;
+    if (IsWrittenFor(path, identity)) {
+      return path;
+    }
     const std::optional<std::string> bytes = ReadBytes(path);
-    if (!bytes || IsWrittenFor(*bytes, identity)) {
+    if (!bytes) {
       return path;
     }
     const std::optional<Json::Value> present = ParseObject(*bytes);
@@ -329,15 +388,22 @@ void PokeMonitor() {
 
 }  // namespace
 
-MonitorQueue::MonitorQueue(const Json::Value& description) : description_(description) {}
+// Keeps what is written of it and no copy, which would take longer to make than the text; null if it is malformed.
+MonitorQueue::MonitorQueue(const Json::Value& description) {
+  if (const std::optional<std::string> config = ConfigText(description)) {
+    description_["queue"] = description["queue"];
+    description_["config"] = *config;
+  }
+}
 
 bool MonitorQueue::Upsert(const MonitorQueue& queue, const std::string& app, MONITOR_QUEUE_TYPE type) {
-  if (!IsAppName(app) || !IsDescription(queue.description_)) {
+  if (!IsAppName(app) || queue.description_.isNull()) {
     return false;
   }
   const Identity identity{queue.description_["queue"].asString(), app, type};
-  const Json::Value& config = queue.description_["config"];
-  const std::string text = Before(identity) + (config.isNull() ? "[]" : Text(config)) + Behind(identity);
+  std::string text = Before(identity);
+  text += Bytes(queue.description_["config"]);
+  text += Behind(identity);
   if (!MakeFolders(kRegistrationsFolder) || !WriteWhole(FileOf(identity), text)) {
     syslog(LOG_ERR, "event=registration_failed queue=%s reason=%s", identity.queue.c_str(), strerror(errno));
     return false;

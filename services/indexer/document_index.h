@@ -18,7 +18,15 @@ struct Entry {
   std::optional<Stamp> stamp;
 };
 
-/// The index of one share. All throw orbisk::Error with the codes of the search daemon and of the library.
+/// What an index has at a path, and whether it has anything below it.
+struct LookedUp {
+  std::optional<Entry> entry;
+  bool below = false;
+};
+
+/// The index of one share. What changes a single document may be sent later, but before anything that could tell: a
+/// failure then is one of the call that sends it. All throw orbisk::Error with the codes of the search daemon and of
+/// the library.
 ///
 /// Threads: those of the implementation.
 class DocumentIndex {
@@ -27,6 +35,10 @@ class DocumentIndex {
 
   /// The document of `path`; nothing if there is none.
   virtual std::optional<Entry> Find(const std::string& path) = 0;
+  /// The same, and whether there are documents below.
+  virtual LookedUp LookUp(const std::string& path) = 0;
+  /// These paths will be looked up soon: their answers can be had together. Changes nothing in what LookUp says.
+  virtual void Expect(const std::vector<std::string>& paths) = 0;
   /// The documents of `path` and of all below it, in any order.
   virtual std::vector<Entry> FindTree(const std::string& path) = 0;
   /// Some of the documents that are neither at `path` nor below it; none when there are none.
@@ -42,6 +54,8 @@ class DocumentIndex {
   virtual void RemoveBelow(const std::string& path) = 0;
   /// Moves the documents of `from` and of all below it, with their stamps.
   virtual void Move(const std::string& from, const std::string& to) = 0;
+  /// Moves the document of `from` alone, if there is one; that of `to` goes.
+  virtual void MoveOne(const std::string& from, const std::string& to) = 0;
   virtual void Commit() = 0;
 };
 

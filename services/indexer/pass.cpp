@@ -2,12 +2,35 @@
 #include "services/indexer/pass.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <utility>
 
 #include "orbisk/fileindex/optree.h"
 
 namespace fileindexd {
 
 namespace fi = orbisk::fileindex;
+
+namespace {
+
+constexpr size_t kPortion = 256;
+
+// Says which paths come before each portion of many items; a single one has nobody to share a question with.
+template <class Items, class PathOf, class Expect, class Work>
+void InPortions(const Items& items, PathOf path_of, Expect expect, Work work) {
+  for (size_t i = 0; i < items.size(); ++i) {
+    if (i % kPortion == 0 && i + 1 < items.size()) {
+      std::vector<std::string> paths;
+      for (size_t next = i; next < std::min(i + kPortion, items.size()); ++next) {
+        paths.push_back(path_of(items[next]));
+      }
+      expect(std::move(paths));
+    }
+    work(items[i]);
+  }
+}
+
+}  // namespace
 
 void Pass::Take(const fi::OP& operation) {
   std::string path = operation.node->GetPath();
@@ -38,21 +61,31 @@ void Pass::Take(const fi::OP& operation) {
 
 void Pass::Apply(Reconciler& reconciler, Progress& progress, bool again) {
   ReduceTrees();
-  progress.AddWork(singles_.size());
+  progress.AddWork(renames_.size() + singles_.size());
   reconciler.remember_reads = !trees_.empty();
-  for (const auto& [from, to] : renames_) {
-    reconciler.Move(from, to);
-  }
-  for (const Single& single : singles_) {
-    single.attributes ? reconciler.UpdateAttributes(single.path) : reconciler.Update(single.path, again);
-  }
-  for (const std::string& tree : trees_) {
-    if (tree == share_folder_) {
-      // What asked for this may have come in the place of a rename of the share.
-      reconciler.RemoveOutside(tree);
-    }
-    reconciler.Tree(tree);
-  }
+  const auto expect = [&reconciler](std::vector<std::string> paths) { reconciler.Expect(paths); };
+  InPortions(
+      renames_, [](const auto& rename) { return rename.first; }, expect,
+      [&](const auto& rename) {
+        progress.BeginFile(rename.second);
+        const std::uint64_t before = reconciler.changes();
+        reconciler.Move(rename.first, rename.second);
+        progress.EndFile(reconciler.changes() != before);
+      });
+  InPortions(
+      singles_, [](const Single& single) { return single.path; }, expect,
+      [&](const Single& single) {
+        single.attributes ? reconciler.UpdateAttributes(single.path) : reconciler.Update(single.path, again);
+      });
+  InPortions(
+      trees_, [](const std::string& tree) { return tree; }, expect,
+      [&](const std::string& tree) {
+        if (tree == share_folder_) {
+          // What asked for this may have come in the place of a rename of the share.
+          reconciler.RemoveOutside(tree);
+        }
+        reconciler.Tree(tree);
+      });
 }
 
 // A tree within another one is looked through with it.

@@ -150,7 +150,8 @@ void Reconciler::Update(const std::string& path, bool trust) {
     Tree(path);  // the folders below it are not all to be treated alike
     return;
   }
-  const std::optional<Entry> known = index_.Find(path);
+  const LookedUp looked_up = index_.LookUp(path);
+  const std::optional<Entry>& known = looked_up.entry;
   const bool is_known = known && known->stamp && known->stamp->identity == found.stamp.identity;
   if (is_folder && !is_known) {
     Tree(path);  // not the folder that the index knows, so nothing is known of what is in it
@@ -159,8 +160,8 @@ void Reconciler::Update(const std::string& path, bool trust) {
   progress_.BeginFile(path);
   const std::uint64_t before = changes_;
   if (IsWanted(path, found)) {
-    if (!is_known) {
-      index_.RemoveBelow(path);  // a folder may have been here, of whose end nobody said more than this
+    if (!is_folder && looked_up.below) {
+      index_.RemoveBelow(path);  // a folder was here, of whose end nobody said more than this
     }
     const bool believes_it = trust || is_folder;
     Settle(path, found, known && believes_it ? &*known : nullptr, believes_it);
@@ -168,9 +169,14 @@ void Reconciler::Update(const std::string& path, bool trust) {
       read_[path] = found.stamp;
     }
   } else {
-    Remove(path);
+    Remove(path, looked_up);
   }
   progress_.EndFile(changes_ != before);
+}
+
+void Reconciler::Expect(const std::vector<std::string>& paths) {
+  CheckInterrupted();
+  index_.Expect(paths);
 }
 
 void Reconciler::UpdateAttributes(const std::string& path) {
@@ -182,7 +188,8 @@ void Reconciler::Move(const std::string& from, const std::string& to) {
   if (from == to || policy_.IsPaused(from) || policy_.IsPaused(to)) {
     return;
   }
-  const std::optional<Entry> source = index_.Find(from);
+  const LookedUp looked_up = index_.LookUp(from);
+  const std::optional<Entry>& source = looked_up.entry;
   const Found there = Look(from, false);
   if (there.unknown) {
     return;
@@ -192,7 +199,7 @@ void Reconciler::Move(const std::string& from, const std::string& to) {
     return;
   }
   try {
-    index_.Move(from, to);
+    looked_up.below ? index_.Move(from, to) : index_.MoveOne(from, to);
     CountChange();
   } catch (const Error& error) {
     if (!IsOfTheMove(error)) {
@@ -203,8 +210,8 @@ void Reconciler::Move(const std::string& from, const std::string& to) {
 
 void Reconciler::Tree(const std::string& path) {
   CheckInterrupted();
-  Known known(index_.FindTree(path));
   const Found found = FindOnDisk(path);
+  Known known(FindKnown(path, found));
   if (Keep(path, found)) {
     return;
   }
@@ -223,6 +230,17 @@ void Reconciler::Tree(const std::string& path) {
     WalkFolder(folder, known, folders);
   }
   RemoveVanished(known);
+}
+
+// Most trees that are no folder, as the two sides of a file's rename, have nothing below in the index either.
+std::vector<Entry> Reconciler::FindKnown(const std::string& path, const Found& found) {
+  if (found.kind != Kind::kFolder) {
+    const LookedUp looked_up = index_.LookUp(path);
+    if (!looked_up.below) {
+      return looked_up.entry ? std::vector<Entry>{*looked_up.entry} : std::vector<Entry>{};
+    }
+  }
+  return index_.FindTree(path);
 }
 
 void Reconciler::RemoveOutside(const std::string& path) {
@@ -431,10 +449,20 @@ bool Reconciler::Keep(const std::string& path, const Found& found) {
 }
 
 void Reconciler::Remove(const std::string& path) {
+  Remove(path, index_.LookUp(path));
+}
+
+void Reconciler::Remove(const std::string& path, const LookedUp& known) {
   box_.check_online();
-  index_.RemoveBelow(path);
-  index_.RemoveOne(path);
-  CountChange();
+  if (known.below) {
+    index_.RemoveBelow(path);
+  }
+  if (known.entry) {
+    index_.RemoveOne(path);
+  }
+  if (known.below || known.entry) {
+    CountChange();
+  }
 }
 
 void Reconciler::CheckInterrupted() const {

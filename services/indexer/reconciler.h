@@ -56,6 +56,8 @@ class Reconciler {
   void Update(const std::string& path, bool trust);
   /// The attributes of `path` changed.
   void UpdateAttributes(const std::string& path);
+  /// What comes next is about these paths: the index is asked for all of them at once.
+  void Expect(const std::vector<std::string>& paths);
   /// Moves the documents of `from` to `to`, if they do not belong where they are. Tree of both has to follow.
   void Move(const std::string& from, const std::string& to);
   /// Compares all at and below `path` and puts right what differs.
@@ -91,7 +93,9 @@ class Reconciler {
   void SetAttributes(const std::string& path, const Found& found);
   void SetStamp(const std::string& path, const Found& found);
   void Remove(const std::string& path);
+  void Remove(const std::string& path, const LookedUp& known);
   bool Keep(const std::string& path, const Found& found);
+  std::vector<Entry> FindKnown(const std::string& path, const Found& found);
   void WalkFolder(const std::string& folder, Known& known, std::vector<std::string>& folders);
   void LookAtEntry(const std::string& folder, const std::string& name, Known& known, std::vector<std::string>& folders);
   void RemoveVanished(Known& known);

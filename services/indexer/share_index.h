@@ -3,8 +3,11 @@
 
 #include <json/json.h>
 
+#include <map>
+#include <optional>
 #include <semaphore>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "services/indexer/document_index.h"
@@ -21,6 +24,8 @@ class ShareIndex : public DocumentIndex {
   ShareIndex(std::string share, Extractions& extractions);
 
   std::optional<Entry> Find(const std::string& path) override;
+  LookedUp LookUp(const std::string& path) override;
+  void Expect(const std::vector<std::string>& paths) override;
   std::vector<Entry> FindTree(const std::string& path) override;
   std::vector<Entry> FindOutside(const std::string& path) override;
   void Upsert(const std::string& path, bool need_meta) override;
@@ -29,8 +34,11 @@ class ShareIndex : public DocumentIndex {
   void RemoveOne(const std::string& path) override;
   void RemoveBelow(const std::string& path) override;
   void Move(const std::string& from, const std::string& to) override;
+  void MoveOne(const std::string& from, const std::string& to) override;
   void Commit() override;
 
+  /// Forgets the changes that were not sent yet, which a pass that was broken off leaves and makes again.
+  void DropChanges();
   /// Whether the index was made with another schema than the library makes one with now.
   bool IsOutdated() const;
 
@@ -38,12 +46,21 @@ class ShareIndex : public DocumentIndex {
   bool uncommitted() const { return uncommitted_; }
 
  private:
-  std::vector<Entry> Query(Json::Value condition, size_t limit) const;
+  Json::Value GetRequest(Json::Value condition, size_t limit) const;
+  std::vector<Entry> Query(Json::Value condition, size_t limit);
+  void AppendLookUp(const std::string& path, Json::Value& requests) const;
+  std::vector<LookedUp> AskFor(Json::Value requests);
+  void Change(const std::string& path, Json::Value request);
+  void Forget(const std::string& path);
+  void SendChanges();
 
   std::string share_;
   std::string id_;
   Extractions& extractions_;
   bool uncommitted_ = true;
+  Json::Value changes_;                        // of single documents, not sent yet
+  std::unordered_set<std::string> changed_;    // the paths that they are about
+  std::map<std::string, LookedUp> looked_up_;  // what Expect found, as far as nothing has changed it since
 };
 
 }  // namespace fileindexd

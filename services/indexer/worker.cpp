@@ -271,6 +271,7 @@ bool Worker::DoPass() {
     return false;
   }
   FindRoot();
+  index_.DropChanges();
   if (IsStillFull() || !Probe()) {
     return false;
   }

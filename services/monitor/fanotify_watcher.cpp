@@ -159,6 +159,10 @@ void FanotifyWatcher::Guard(const std::vector<WayStep>& steps) {
   fanotify_mark(fd_.get(), FAN_MARK_FLUSH, 0, AT_FDCWD, nullptr);  // the marks on folders; those on file systems stay
   guarded_.clear();
   guards_files_ = false;
+  GuardAlso(steps);
+}
+
+void FanotifyWatcher::GuardAlso(const std::vector<WayStep>& steps) {
   std::string looked_up;
   std::optional<Handle> folder;
   for (const WayStep& step : steps) {  // sorted, so that those in one folder stand together

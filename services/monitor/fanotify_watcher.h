@@ -32,6 +32,7 @@ class FanotifyWatcher : public Watcher {
   WatchOutcome Watch(const WatchPoint& point) override;
   void Unwatch(const std::string& path) override;
   void Guard(const std::vector<WayStep>& steps) override;
+  void GuardAlso(const std::vector<WayStep>& steps) override;
   DrainReport Drain(Clock::time_point now) override;
   std::optional<Clock::time_point> deadline() override { return writers_.next_due(); }
   DrainReport OnDeadline(Clock::time_point now) override;

@@ -84,14 +84,22 @@ void InotifyWatcher::Unwatch(const std::string& path) {
 }
 
 void InotifyWatcher::Guard(const std::vector<WayStep>& steps) {
-  SetGuards(steps);
+  tree_.ClearGuards();
+  AddGuards(steps);
   if (KeepReserve()) {
-    SetGuards(steps);
+    tree_.ClearGuards();
+    AddGuards(steps);
   }
 }
 
-void InotifyWatcher::SetGuards(const std::vector<WayStep>& steps) {
-  tree_.ClearGuards();
+void InotifyWatcher::GuardAlso(const std::vector<WayStep>& steps) {
+  AddGuards(steps);
+  if (KeepReserve()) {
+    AddGuards(steps);
+  }
+}
+
+void InotifyWatcher::AddGuards(const std::vector<WayStep>& steps) {
   for (const WayStep& step : steps) {
     tree_.AddGuard(step);
   }

@@ -30,6 +30,7 @@ class InotifyWatcher : public Watcher {
   WatchOutcome Watch(const WatchPoint& point) override;
   void Unwatch(const std::string& path) override;
   void Guard(const std::vector<WayStep>& steps) override;
+  void GuardAlso(const std::vector<WayStep>& steps) override;
   DrainReport Drain(Clock::time_point now) override;
   std::optional<Clock::time_point> deadline() override;
   DrainReport OnDeadline(Clock::time_point now) override;
@@ -69,7 +70,7 @@ class InotifyWatcher : public Watcher {
   std::vector<WatchPoint> WatchAnew();
   bool KeepReserve();
   void ReportAnew(const std::vector<uint64_t>& ids);
-  void SetGuards(const std::vector<WayStep>& steps);
+  void AddGuards(const std::vector<WayStep>& steps);
   static std::string KeyOf(const InotifyFolder& folder, const std::string& name);
 
   const Recorder* recorder_;

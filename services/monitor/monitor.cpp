@@ -207,8 +207,9 @@ void Monitor::Reload() {
   PumpUntilEmpty();
   std::vector<Registration> registrations = LoadRegistrations(options_.registrations);
   if (registrations != registrations_) {
+    const std::optional<std::vector<std::string>> added = AddedFolders(registrations);
     LoadScopes(std::move(registrations));
-    RefreshPoints(false);
+    added ? AddPoints(*added) : RefreshPoints(false);
     Flush(Clock::now());
   }
   PumpAllSoon();
@@ -316,15 +317,68 @@ bool Monitor::FollowPlan(const std::map<std::string, PlannedPoint>& plan, bool a
     at = points_.erase(at);
     changed = true;
   }
+  return EstablishMissing(plan, announce) || changed;
+}
+
+bool Monitor::EstablishMissing(const std::map<std::string, PlannedPoint>& plan, bool announce) {
+  bool established = false;
   for (const auto& [path, point] : plan) {
     if (points_.count(path) == 0 && Establish(path, point)) {
-      changed = true;
+      established = true;
       if (announce) {
         ReportFolder(path);
       }
     }
   }
-  return changed;
+  return established;
+}
+
+// The folders that are new in `registrations`; nothing if anything else changed, or if a new one could change what is
+// watched for another.
+std::optional<std::vector<std::string>> Monitor::AddedFolders(const std::vector<Registration>& registrations) const {
+  const bool mounts_watched =
+      std::any_of(points_.begin(), points_.end(), [](const auto& point) { return !point.second.planned.registered; });
+  if (mounts_watched || registrations.size() != registrations_.size()) {
+    return std::nullopt;
+  }
+  std::vector<std::string> added;
+  for (size_t i = 0; i < registrations.size(); ++i) {
+    const Registration& before = registrations_[i];
+    const Registration& now = registrations[i];
+    if (now.app != before.app || now.queue != before.queue || now.entries.size() < before.entries.size() ||
+        !std::equal(before.entries.begin(), before.entries.end(), now.entries.begin())) {
+      return std::nullopt;
+    }
+    for (size_t entry = before.entries.size(); entry < now.entries.size(); ++entry) {
+      added.push_back(now.entries[entry].path);
+    }
+  }
+  std::sort(added.begin(), added.end());
+  added.erase(std::unique(added.begin(), added.end()), added.end());
+  return added;
+}
+
+// As RefreshPoints does with all folders. What becomes of the others the kernel tells: they stay guarded meanwhile.
+void Monitor::AddPoints(const std::vector<std::string>& folders) {
+  std::vector<WayStep> steps = WaysTo(folders);
+  for (int rounds = 0; rounds < kPlanRounds; ++rounds) {
+    for (const auto& source : sources_) {
+      source->watcher->GuardAlso(steps);
+    }
+    const bool changed = EstablishMissing(PlanPoints(*scopes_, folders, mounts_.Read()), rounds > 0);
+    std::vector<WayStep> steps_after = WaysTo(folders);
+    if (!changed && steps_after == steps) {
+      break;
+    }
+    steps = std::move(steps_after);
+  }
+  for (const std::string& path : folders) {
+    if (points_.count(path) == 0 && IsFile(path)) {
+      files_.insert(path);
+    }
+  }
+  UpdatePresence();
+  PumpAllSoon();
 }
 
 void Monitor::UpdatePresence() {

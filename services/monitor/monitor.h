@@ -91,6 +91,9 @@ class Monitor {
 
   void LoadScopes(std::vector<Registration> registrations);
   void RefreshPoints(bool announce);
+  std::optional<std::vector<std::string>> AddedFolders(const std::vector<Registration>& registrations) const;
+  void AddPoints(const std::vector<std::string>& folders);
+  bool EstablishMissing(const std::map<std::string, PlannedPoint>& plan, bool announce);
   bool FollowPlan(const std::map<std::string, PlannedPoint>& plan, bool announce);
   void Withdraw(const std::string& path, const ActivePoint& point);
   bool Establish(const std::string& path, const PlannedPoint& point);

@@ -71,9 +71,14 @@ std::optional<FolderIdentity> IdentifyFolder(const std::string& path) {
 }
 
 std::map<std::string, PlannedPoint> PlanPoints(const Scopes& scopes, const std::vector<Mount>& mounts) {
+  return PlanPoints(scopes, scopes.folders(), mounts);
+}
+
+std::map<std::string, PlannedPoint> PlanPoints(const Scopes& scopes, const std::vector<std::string>& folders,
+                                               const std::vector<Mount>& mounts) {
   std::map<std::string, PlannedPoint> plan;
   RealPaths real_paths;
-  for (const std::string& folder : scopes.folders()) {
+  for (const std::string& folder : folders) {
     bool is_link = false;
     const std::optional<FolderIdentity> identity = Identify(folder, is_link);
     if (!identity) {

@@ -34,5 +34,8 @@ struct PlannedPoint {
 /// The folders to watch, by path: the registered ones that are there, and the mount points below them that somebody
 /// wants changes of.
 std::map<std::string, PlannedPoint> PlanPoints(const Scopes& scopes, const std::vector<Mount>& mounts);
+/// The same of some of the registered folders, `folders`, and what lies below them.
+std::map<std::string, PlannedPoint> PlanPoints(const Scopes& scopes, const std::vector<std::string>& folders,
+                                               const std::vector<Mount>& mounts);
 
 }  // namespace nimotifyd

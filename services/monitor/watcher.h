@@ -65,6 +65,8 @@ class Watcher {
   /// `steps`: what leads to the registered folders. From the return on a change of any step, and of the content of one
   /// that is a file, sets roots_touched. Whoever reads the steps looks again afterwards: they may have changed before.
   virtual void Guard(const std::vector<WayStep>& steps) = 0;
+  /// The same of further steps: those of before stay guarded, without a gap.
+  virtual void GuardAlso(const std::vector<WayStep>& steps) = 0;
 
   /// Reads and reports what the kernel has.
   virtual DrainReport Drain(Clock::time_point now) = 0;

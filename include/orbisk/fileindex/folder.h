@@ -12,6 +12,8 @@
 namespace orbisk::fileindex {
 
 class FolderStatusReader;
+class FullPaths;
+struct FolderFields;
 
 /// One entry of the indexed-folder configuration: a folder of a share, and the kinds of files that are indexed in it.
 ///
@@ -82,6 +84,8 @@ class ORBISK_EXPORT Folder {
   void Validate() const;
 
  private:
+  friend class FullPaths;
+  friend struct FolderFields;
   friend ORBISK_EXPORT Json::Value GetDataWithAdditional(const std::vector<std::shared_ptr<Folder>>& folders,
                                                          const Json::Value& additional);
   Json::Value GetDataWithAdditional(const Json::Value& additional, FolderStatusReader& reader) const;

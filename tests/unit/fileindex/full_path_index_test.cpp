@@ -253,13 +253,22 @@ TEST_F(FullPathIndexTest, AnEntryThatFailedIsAskedAgain) {
   EXPECT_EQ("/music/c", PathOf(manager.GetMostSuitableCfg(box_.Full("/music/c"))));
 }
 
-TEST_F(FullPathIndexTest, EachEntryIsAskedOnce) {
-  const FolderMgr manager = Manager({Entry("/photo/a"), Entry("/photo/b"), Entry("/photo/c")});
+TEST_F(FullPathIndexTest, EachShareIsAskedOnceForAllItsEntries) {
+  box_.AddShare("music");
+  const FolderMgr manager = Manager({Entry("/photo/a"), Entry("/photo/b"), Entry("/photo/c"), Entry("/music/d")});
   const size_t before = Asked();
   for (int i = 0; i < 10; ++i) {
     EXPECT_EQ("/photo/b", PathOf(manager.GetMostSuitableCfg(box_.Full("/photo/b/x"))));
   }
-  EXPECT_EQ(before + 3, Asked());
+  EXPECT_EQ(before + 2, Asked());
+}
+
+TEST_F(FullPathIndexTest, EntriesOfSharesInTurnsHaveTheirOwnFullPaths) {
+  box_.AddShare("music");
+  const FolderMgr manager = Manager({Entry("/photo/a"), Entry("/music/a"), Entry("/photo"), Entry("/music")});
+  for (const char* const path : {"/photo/a", "/music/a", "/photo", "/music"}) {
+    EXPECT_EQ(path, PathOf(manager.GetMostSuitableCfg(box_.Full(path))));
+  }
 }
 
 TEST_F(FullPathIndexTest, AChangedPathIsSeenByTheNextQuestion) {

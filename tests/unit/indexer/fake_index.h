@@ -6,6 +6,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "orbisk/error.h"
@@ -26,6 +27,12 @@ class FakeIndex : public DocumentIndex {
     const auto found = documents.find(path);
     return found == documents.end() ? std::nullopt : std::optional(Entry{path, StampFromText(found->second.stamp)});
   }
+  LookedUp LookUp(const std::string& path) override {
+    ++questions;
+    const auto next = documents.lower_bound(path + "/");
+    return {Find(path), next != documents.end() && next->first.starts_with(path + "/")};
+  }
+  void Expect(const std::vector<std::string>& paths) override { expected.push_back(paths); }
   std::vector<Entry> FindTree(const std::string& path) override {
     return FindWhere([&path](const std::string& at) { return IsAtOrBelow(at, path); });
   }
@@ -71,6 +78,14 @@ class FakeIndex : public DocumentIndex {
     });
     documents = std::move(moved);
   }
+  void MoveOne(const std::string& from, const std::string& to) override {
+    calls.push_back("move " + from + " " + to);
+    const auto found = documents.find(from);
+    if (found != documents.end()) {
+      documents[to] = std::exchange(found->second, {});
+      documents.erase(from);
+    }
+  }
   void Commit() override { calls.push_back("commit"); }
 
   std::map<std::string, Document> documents;
@@ -79,6 +94,8 @@ class FakeIndex : public DocumentIndex {
   std::set<std::string> refused;  // even without content
   int extractor_ends = 0;         // so many times in the middle of its work
   int removals = 0;               // asked for
+  int questions = 0;
+  std::vector<std::vector<std::string>> expected;
   bool extractor_down = false;
 
  private:

@@ -142,8 +142,77 @@ TEST_F(PassTest, ATreeWithinATreeIsComparedOnce) {
 
   Run();
 
-  EXPECT_EQ(progress_.ToJson()["done"].asInt(), 4);
+  EXPECT_EQ(progress_.ToJson()["done"].asInt(), 1 + 4) << "the rename, and each of the trees' entries";
   EXPECT_EQ(index_.documents.size(), 4U);
+}
+
+TEST_F(PassTest, WhatManyOperationsAreAboutIsAskedForTogether) {
+  Build();
+  constexpr int kFiles = 300;
+  for (int file = 0; file < kFiles; ++file) {
+    Write(std::to_string(file), "text");
+    AddLine(fi::EVENT_CREATE, At(std::to_string(file)));
+  }
+  index_.expected.clear();
+
+  Run();
+
+  ASSERT_EQ(index_.expected.size(), 2U);
+  EXPECT_EQ(index_.expected[0].size() + index_.expected[1].size(), size_t{kFiles});
+  EXPECT_EQ(index_.documents.size(), size_t{kFiles + 1});
+}
+
+TEST_F(PassTest, ASingleOperationIsNotAskedForTwice) {
+  Build();
+  Write("a", "text");
+  AddLine(fi::EVENT_CREATE, At("a"));
+  index_.expected.clear();
+  index_.questions = 0;
+
+  Run();
+
+  EXPECT_TRUE(index_.expected.empty());
+  EXPECT_EQ(index_.questions, 1);
+}
+
+TEST_F(PassTest, NewFilesAndFilesThatCameAndWentRemoveNothing) {
+  Build();
+  Write("new", "text");
+  AddLine(fi::EVENT_CREATE, At("new"));
+  AddLine(fi::EVENT_MODIFY, At("gone"));
+  index_.removals = 0;
+
+  Run();
+
+  EXPECT_EQ(index_.removals, 0);
+  EXPECT_EQ(index_.documents.count(At("new")), 1U);
+}
+
+TEST_F(PassTest, AFileInTheFoldersPlaceRemovesWhatWasBelowThoughTheFolderHadNoDocument) {
+  Write("x/a.txt", "one");
+  Build();
+  index_.documents.erase(At("x"));
+  fs::remove_all(At("x"));
+  Write("x", "a file now");
+  AddLine(fi::EVENT_MODIFY, At("x"));
+
+  Run();
+
+  EXPECT_EQ(index_.documents.count(At("x/a.txt")), 0U);
+  EXPECT_EQ(index_.documents[At("x")].text, "a file now");
+}
+
+TEST_F(PassTest, RenamesCountAsWork) {
+  Write("a", "text");
+  Build();
+  const int before = progress_.ToJson()["done"].asInt();
+  fs::rename(At("a"), At("b"));
+  AddLine(fi::EVENT_RENAME, At("b"), At("a"));
+
+  Run();
+
+  EXPECT_GE(progress_.ToJson()["done"].asInt(), 3) << "the rename, and both its sides; before it were " << before;
+  EXPECT_EQ(progress_.ToJson()["to_do"].asInt(), 0);
 }
 
 }  // namespace

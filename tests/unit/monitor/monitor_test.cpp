@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "services/base/unique_fd.h"
 #include "tests/support/record_capture.h"
@@ -35,6 +36,7 @@ struct Script {
   std::function<DrainReport()> on_deadline = [] { return DrainReport(); };
   std::function<void()> on_new_recorder = [] {};
   std::function<void(const std::vector<WayStep>&)> on_guard = [](const auto&) {};
+  std::function<void(const std::vector<WayStep>&)> on_guard_also = [](const auto&) {};
   std::optional<Clock::time_point> deadline;
   std::vector<std::string> watched{};
   const Recorder* recorder = nullptr;
@@ -54,6 +56,7 @@ class ScriptedWatcher : public Watcher {
   }
   void Unwatch(const std::string& /*path*/) override {}
   void Guard(const std::vector<WayStep>& steps) override { script_.on_guard(steps); }
+  void GuardAlso(const std::vector<WayStep>& steps) override { script_.on_guard_also(steps); }
   DrainReport Drain(Clock::time_point /*now*/) override { return script_.drain(); }
   std::optional<Clock::time_point> deadline() override { return script_.deadline; }
   DrainReport OnDeadline(Clock::time_point /*now*/) override {
@@ -333,6 +336,79 @@ TEST_F(MonitorTest, WhatComesOnTheWayToAFolderWhileTheGuardsAreSetIsGuardedToo) 
   ASSERT_TRUE(Start());
 
   EXPECT_EQ(guarded, WaysTo({folder_ / "on/the/way"}));
+}
+
+TEST_F(MonitorTest, AFolderMoreIsLookedForAndGuardedAloneAndTheOthersStayAsTheyAre) {
+  const std::string another = folder_ / "another";
+  fs::create_directory(another);
+  Register("a", queue(), {share()});
+  ASSERT_TRUE(Start());
+  std::vector<WayStep> guarded;
+  int guarded_anew = 0;
+  script_.on_guard = [&](const auto&) { ++guarded_anew; };
+  script_.on_guard_also = [&](const std::vector<WayStep>& steps) { guarded = steps; };
+  script_.watched.clear();
+
+  Register("a", queue(), {share(), another});
+  monitor_.Reload();
+
+  EXPECT_EQ(script_.watched, std::vector<std::string>{another});
+  EXPECT_EQ(guarded, WaysTo({another}));
+  EXPECT_EQ(guarded_anew, 0);
+}
+
+TEST_F(MonitorTest, AFolderMoreThatAppearsWhileItIsGuardedIsWatchedAndGuardedWhereItIs) {
+  const std::string another = folder_ / "another";
+  Register("a", queue(), {share()});
+  ASSERT_TRUE(Start());
+  std::vector<WayStep> guarded;
+  script_.on_guard_also = [&](const std::vector<WayStep>& steps) {
+    guarded = steps;
+    fs::create_directory(another);
+  };
+  script_.watched.clear();
+
+  Register("a", queue(), {share(), another});
+  monitor_.Reload();
+
+  EXPECT_EQ(script_.watched, std::vector<std::string>{another});
+  EXPECT_EQ(guarded, WaysTo({another})) << "as a folder, which tells itself when it goes";
+}
+
+TEST_F(MonitorTest, AFileMoreIsReportedWhenItGoes) {
+  const std::string file = folder_ / "file";
+  WriteFile(file, "text");
+  Register("a", queue(), {share()});
+  ASSERT_TRUE(Start());
+  Register("a", queue(), {share(), file});
+  monitor_.Reload();
+  fs::remove(file);
+  script_.drain = [this] {
+    script_.drain = [] { return DrainReport(); };
+    DrainReport report;
+    report.roots_touched = true;
+    return report;
+  };
+
+  monitor_.Reload();
+
+  EXPECT_TRUE(RunUntil([&] { return Written().find(file + "\"") != std::string::npos; })) << Written();
+}
+
+TEST_F(MonitorTest, AFolderLessOrAnotherMaskGuardsAllAnew) {
+  const std::string another = folder_ / "another";
+  fs::create_directory(another);
+  Register("a", queue(), {share(), another});
+  ASSERT_TRUE(Start());
+  int guarded_anew = 0;
+  script_.on_guard = [&](const auto&) { ++guarded_anew; };
+
+  Register("a", queue(), {another});
+  monitor_.Reload();
+  EXPECT_GT(std::exchange(guarded_anew, 0), 0);
+  Register("a", queue(), {another}, kCreate);
+  monitor_.Reload();
+  EXPECT_GT(guarded_anew, 0);
 }
 
 }  // namespace
