@@ -96,7 +96,7 @@ void DeleteFolder(Index& index) {
 
 void Run(int documents) {
   OpenOptions options;
-  options.batch_bytes = 16 << 20;  // as the daemon has it
+  options.batch_bytes = 4 << 20;  // as the daemon has it
   test::Fixture fixture(Json::Value(Json::objectValue), options);
   WordSource words;
   const auto start = Clock::now();

@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
-#include <ostream>
 #include <string_view>
 #include <type_traits>
 #include <utility>
@@ -33,19 +32,6 @@ std::unique_ptr<Json::CharReader> MakeReader() {
 Json::CharReader& Reader() {
   static thread_local const std::unique_ptr<Json::CharReader> reader = MakeReader();
   return *reader;
-}
-
-std::unique_ptr<Json::StreamWriter> MakeWriter() {
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  builder["commentStyle"] = "None";
-  builder["emitUTF8"] = true;  // the default replaces what is not UTF-8
-  return std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter());
-}
-
-Json::StreamWriter& Writer() {
-  static thread_local const std::unique_ptr<Json::StreamWriter> writer = MakeWriter();
-  return *writer;
 }
 
 // The reader takes a NUL byte behind the value for the end of the text and ignores what follows.
@@ -142,9 +128,7 @@ bool ReplaceWholeFile(std::string_view text, const std::string& path) {
 
 std::string toString(const Json::Value& value) {
   TextChunks text;
-  std::ostream stream(&text);
-  stream.exceptions(std::ios::badbit);  // else a want of memory would end the text early
-  Writer().write(value, &stream);
+  WriteJson(text, value);
   return text.Take();
 }
 

@@ -107,8 +107,8 @@ void Service::ReadContent(const Request& request, const UniqueFd& subject, const
       in_work->emplace(failures_, content);
     }
   };
-  job.done = [this, request, attributes, in_work, document = std::move(document), reply](Outcome outcome) {
-    OnOutcome(request, attributes, document, std::move(outcome), reply);
+  job.done = [this, request, attributes, in_work, document = std::move(document), reply](Outcome outcome) mutable {
+    OnOutcome(request, attributes, std::move(document), std::move(outcome), reply);
   };
   pool_.Submit(std::move(job));
 }

@@ -98,6 +98,7 @@ void Pass::Apply(Reconciler& reconciler, Progress& progress, bool again) {
         }
         reconciler.Tree(tree);
       });
+  reconciler.Finish();
 }
 
 // A tree within another one is looked through with it.

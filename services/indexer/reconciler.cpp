@@ -144,6 +144,7 @@ void Reconciler::UpdateAttributes(const std::string& path, bool doubt) {
 
 void Reconciler::Update(const std::string& path, Belief belief) {
   CheckInterrupted();
+  FinishNear(path);
   if (policy_.IsPaused(path)) {
     return;
   }
@@ -168,29 +169,29 @@ void Reconciler::Update(const std::string& path, Belief belief) {
     return;
   }
   progress_.BeginFile(path);
-  const std::uint64_t before = changes_;
   if (IsWanted(path, found)) {
     if (!is_folder && looked_up.below) {
       index_.RemoveBelow(path);  // a folder was here, of whose end nobody said more than this
     }
     const Belief believes = is_folder ? Belief::kAttributes : belief;
-    Settle(path, found, known && believes != Belief::kNothing ? &*known : nullptr, believes);
+    EndFile(Settle(path, found, known && believes != Belief::kNothing ? &*known : nullptr, believes));
     if (remember_reads) {
       read_[path] = found.stamp;
     }
   } else {
-    Remove(path, looked_up);
+    EndFile(Remove(path, looked_up) ? Settled::kChanged : Settled::kAsItWas);
   }
-  progress_.EndFile(changes_ != before);
 }
 
 void Reconciler::Expect(const std::vector<std::string>& paths) {
   CheckInterrupted();
+  Finish();
   index_.Expect(paths);
 }
 
 void Reconciler::Move(const std::string& from, const std::string& to) {
   CheckInterrupted();
+  Finish();
   if (from == to || policy_.IsPaused(from) || policy_.IsPaused(to)) {
     return;
   }
@@ -218,6 +219,7 @@ void Reconciler::Move(const std::string& from, const std::string& to) {
 
 void Reconciler::Tree(const std::string& path) {
   CheckInterrupted();
+  Finish();
   const Found found = FindOnDisk(path);
   Known known(FindKnown(path, found));
   if (Keep(path, found)) {
@@ -225,9 +227,10 @@ void Reconciler::Tree(const std::string& path) {
   }
   progress_.AddWork(1);
   if (IsWanted(path, found) && !policy_.IsPaused(path)) {
-    Settle(path, found, known.See(path), Belief::kUnchanged);
+    EndFile(Settle(path, found, known.See(path), Belief::kUnchanged));
+  } else {
+    EndFile(Settled::kAsItWas);
   }
-  progress_.EndFile(false);
   std::vector<std::string> folders;
   if (found.kind == Kind::kFolder) {
     folders.push_back(path);
@@ -237,6 +240,7 @@ void Reconciler::Tree(const std::string& path) {
     folders.pop_back();
     WalkFolder(folder, known, folders);
   }
+  Finish();
   RemoveVanished(known);
   ForgiveVanished(path);
 }
@@ -282,7 +286,7 @@ void Reconciler::LookAtEntry(const std::string& folder, const std::string& name,
                              std::vector<std::string>& folders) {
   CheckInterrupted();
   const std::string path = (folder == "/" ? "" : folder) + "/" + name;
-  const std::uint64_t before = changes_;
+  Settled settled = Settled::kAsItWas;
   progress_.BeginFile(path);
   const bool leads_to_folder = policy_.LeadsToFolder(path);
   const bool wanted = policy_.Governs(path) && !policy_.IsPaused(path);
@@ -292,13 +296,13 @@ void Reconciler::LookAtEntry(const std::string& folder, const std::string& name,
       known.See(path);
       known.KeepBelow(path);
     } else if (wanted && found.kind != Kind::kNothing) {
-      Settle(path, found, known.See(path), Belief::kUnchanged);
+      settled = Settle(path, found, known.See(path), Belief::kUnchanged);
     }
     if (found.kind == Kind::kFolder) {
       folders.push_back(path);
     }
   }
-  progress_.EndFile(changes_ != before);
+  EndFile(settled);
 }
 
 void Reconciler::RemoveVanished(Known& known) {
@@ -376,23 +380,61 @@ bool Reconciler::IsWanted(const std::string& path, const Found& found) const {
 }
 
 // `known` is the document as it is, if it was asked for.
-void Reconciler::Settle(const std::string& path, const Found& found, const Entry* known, Belief belief) {
+Reconciler::Settled Reconciler::Settle(const std::string& path, const Found& found, const Entry* known, Belief belief) {
   const auto earlier = read_.find(path);
   if (earlier != read_.end() && earlier->second == found.stamp && known != nullptr) {
-    return;
+    return Settled::kAsItWas;
   }
   if (belief != Belief::kNothing && known != nullptr && known->stamp) {
     const bool failed = HasFailed(path, *known->stamp, found.stamp);
     const Stamp stamp = failed ? known->stamp->Failed() : *known->stamp;
     if (stamp.Same(found.stamp)) {
-      return;
+      return Settled::kAsItWas;
     }
     if (stamp.SameContent(found.stamp) && IsExplained(path, found, stamp, belief)) {
-      SetAttributes(path, found, failed);
-      return;
+      return Do(path, [this, path, found, failed] { SetAttributes(path, found, failed); });
     }
   }
-  Index(path, found);
+  return Do(path, [this, path, found] { Index(path, found); });
+}
+
+// Changes what the index has of `path`: now, or while others are looked at.
+Reconciler::Settled Reconciler::Do(const std::string& path, std::function<void()> work) {
+  if (crew_ == nullptr) {
+    work();
+    return Settled::kChanged;
+  }
+  given_.insert(path);
+  crew_->Give([this, work = std::move(work)] {
+    work();
+    progress_.EndFile(true);
+  });
+  return Settled::kGiven;
+}
+
+void Reconciler::EndFile(Settled settled) {
+  if (settled != Settled::kGiven) {
+    progress_.EndFile(settled == Settled::kChanged);
+  }
+}
+
+void Reconciler::Finish() {
+  given_.clear();
+  if (crew_ != nullptr) {
+    crew_->Wait();
+  }
+}
+
+// What the index says of a path is only known when nothing is in work at it, below it or above it.
+void Reconciler::FinishNear(const std::string& path) {
+  const auto below = given_.lower_bound(path + "/");
+  bool near = below != given_.end() && IsAtOrBelow(*below, path);
+  for (std::string at = path; !at.empty() && !near; at.resize(at.rfind('/') == std::string::npos ? 0 : at.rfind('/'))) {
+    near = given_.count(at) != 0;
+  }
+  if (near) {
+    Finish();
+  }
 }
 
 // Whether attributes that differ say why the file was changed though its size and its date are those of before. Else
@@ -503,7 +545,8 @@ void Reconciler::Remove(const std::string& path) {
   Remove(path, index_.LookUp(path));
 }
 
-void Reconciler::Remove(const std::string& path, const LookedUp& known) {
+// Whether there was something to be removed.
+bool Reconciler::Remove(const std::string& path, const LookedUp& known) {
   box_.check_online();
   if (known.below) {
     index_.RemoveBelow(path);
@@ -512,21 +555,34 @@ void Reconciler::Remove(const std::string& path, const LookedUp& known) {
     index_.RemoveOne(path);
   }
   progress_.failures().ForgiveTree(path);
-  if (known.below || known.entry) {
-    CountChange();
+  if (!known.below && !known.entry) {
+    return false;
   }
+  CountChange();
+  return true;
 }
 
-void Reconciler::CheckInterrupted() const {
+// Comes before each step.
+void Reconciler::CheckInterrupted() {
   if (box_.interrupted()) {
     throw Interrupted();
+  }
+  if (crew_ != nullptr) {
+    CheckMilestone();
   }
 }
 
 void Reconciler::CountChange() {
   ++changes_;
+  if (crew_ == nullptr) {
+    CheckMilestone();
+  }
+}
+
+void Reconciler::CheckMilestone() {
   const auto now = std::chrono::steady_clock::now();
   if (changes_ - milestone_changes_ >= kMilestoneChanges || now - milestone_time_ >= kMilestoneTime) {
+    Finish();
     on_milestone();
     milestone_changes_ = changes_;
     milestone_time_ = now;

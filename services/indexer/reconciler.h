@@ -1,16 +1,20 @@
 // Makes the index equal to the disk: at one path, or at a path and all below it.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
 #include <vector>
 
+#include "services/indexer/crew.h"
 #include "services/indexer/document_index.h"
 #include "services/indexer/policy.h"
 #include "services/indexer/progress.h"
@@ -33,7 +37,7 @@ struct NoExtractor {};
 /// Whatever it is told, it believes the disk: a change of a file that is gone removes its document, a delete of a file
 /// that is there updates it. So it does not matter in which order it is told, and nothing is wrong in telling it twice.
 ///
-/// Threads: one.
+/// Threads: one, which may have others work for it.
 class Reconciler {
  public:
   /// What it asks of the box. Tests answer in their own way.
@@ -49,6 +53,12 @@ class Reconciler {
     /// Throws Offline if the share cannot be reached any more: what is not on disk then says nothing.
     std::function<void()> check_online;
   };
+
+  /// Has so many files read at the same time from now on, in threads of its own: the index, the progress and what it
+  /// asks of the box are then asked from several, and Finish has to be called at the end.
+  void WorkWith(unsigned hands) { crew_ = std::make_unique<Crew>(hands); }
+  /// Waits until all is done that was begun. Throws what it failed with.
+  void Finish();
 
   /// All arguments outlive it.
   Reconciler(DocumentIndex& index, const Policy& policy, const Box& box, Progress& progress);
@@ -93,9 +103,13 @@ class Reconciler {
     kUnchanged,   ///< its content is the document's, unless something changed that its attributes do not explain
     kAttributes,  ///< its content is the document's
   };
+  enum class Settled { kAsItWas, kChanged, kGiven };
   void Update(const std::string& path, Belief belief);
-  void Settle(const std::string& path, const Found& found, const Entry* known, Belief belief);
+  Settled Settle(const std::string& path, const Found& found, const Entry* known, Belief belief);
   bool IsExplained(const std::string& path, const Found& found, const Stamp& stamp, Belief belief) const;
+  Settled Do(const std::string& path, std::function<void()> work);
+  void EndFile(Settled settled);
+  void FinishNear(const std::string& path);
   void Index(const std::string& path, const Found& found);
   std::optional<std::string> TryUpsert(const std::string& path, bool need_meta);
   void IndexWithoutContent(const std::string& path, const Found& found, const std::string& reason);
@@ -104,15 +118,16 @@ class Reconciler {
   void SetAttributes(const std::string& path, const Found& found, bool failed);
   void SetStamp(const std::string& path, const Found& found, bool failed);
   void Remove(const std::string& path);
-  void Remove(const std::string& path, const LookedUp& known);
+  bool Remove(const std::string& path, const LookedUp& known);
   bool Keep(const std::string& path, const Found& found);
   std::vector<Entry> FindKnown(const std::string& path, const Found& found);
   void WalkFolder(const std::string& folder, Known& known, std::vector<std::string>& folders);
   void LookAtEntry(const std::string& folder, const std::string& name, Known& known, std::vector<std::string>& folders);
   void RemoveVanished(Known& known);
   void ForgiveVanished(const std::string& tree);
-  void CheckInterrupted() const;
+  void CheckInterrupted();
   void CountChange();
+  void CheckMilestone();
 
   DocumentIndex& index_;
   const Policy& policy_;
@@ -120,9 +135,11 @@ class Reconciler {
   Progress& progress_;
   std::unordered_map<std::string, Stamp> read_;  // in this pass: a young stamp need not have them read again
   std::unordered_set<std::string> moved_;        // to here: a rename changes the date of the last change, too
-  std::uint64_t changes_ = 0;
+  std::atomic<std::uint64_t> changes_ = 0;
   std::uint64_t milestone_changes_ = 0;
   std::chrono::steady_clock::time_point milestone_time_;
+  std::set<std::string> given_;  // the paths that the crew has got since it was waited for
+  std::unique_ptr<Crew> crew_;   // the last: it ends before what its work needs
 };
 
 }  // namespace fileindexd

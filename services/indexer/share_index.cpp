@@ -182,6 +182,7 @@ std::vector<LookedUp> ShareIndex::AskFor(Json::Value requests) {
 }
 
 LookedUp ShareIndex::LookUp(const std::string& path) {
+  const std::lock_guard lock(mutex_);
   const auto known = looked_up_.find(path);
   if (known != looked_up_.end()) {
     return known->second;
@@ -192,6 +193,7 @@ LookedUp ShareIndex::LookUp(const std::string& path) {
 }
 
 void ShareIndex::Expect(const std::vector<std::string>& paths) {
+  const std::lock_guard lock(mutex_);
   looked_up_.clear();
   Json::Value requests(Json::arrayValue);
   for (const std::string& path : paths) {
@@ -254,6 +256,7 @@ void ShareIndex::SendChanges() {
 }
 
 void ShareIndex::DropChanges() {
+  const std::lock_guard lock(mutex_);
   changes_.clear();
   changed_.clear();
   looked_up_.clear();
@@ -274,12 +277,14 @@ bool ShareIndex::IsOutdated() const {
 }
 
 std::optional<Entry> ShareIndex::Find(const std::string& path) {
+  const std::lock_guard lock(mutex_);
   std::vector<Entry> entries = Query(PathIs(path), 1);
   return entries.empty() ? std::nullopt : std::optional(std::move(entries.front()));
 }
 
 // In portions: the values of an answer take many times the room of the entries that are made of them.
 std::vector<Entry> ShareIndex::FindTree(const std::string& path) {
+  const std::lock_guard lock(mutex_);
   std::vector<Entry> tree = Query(PathIs(path), 1);
   std::string last = path + "/";
   for (size_t got = kPortion; got == kPortion;) {
@@ -292,6 +297,7 @@ std::vector<Entry> ShareIndex::FindTree(const std::string& path) {
 }
 
 std::vector<Entry> ShareIndex::FindOutside(const std::string& path) {
+  const std::lock_guard lock(mutex_);
   Json::Value others;
   others["bool"]["must"].append(BeginsWith("/"));
   others["bool"]["must_not"].append(PathIs(path));
@@ -299,27 +305,35 @@ std::vector<Entry> ShareIndex::FindOutside(const std::string& path) {
   return Query(std::move(others), kPortion);
 }
 
-void ShareIndex::Upsert(const std::string& path, bool need_meta) {
+bool ShareIndex::uncommitted() const {
+  const std::lock_guard lock(mutex_);
+  return uncommitted_;
+}
+
+// A change that is sent at once, without the lock: it may take long.
+void ShareIndex::BeginChange(const std::string& path) {
+  const std::lock_guard lock(mutex_);
   if (changed_.count(path) != 0) {
     SendChanges();
   }
   uncommitted_ = true;
   Forget(path);
+}
+
+void ShareIndex::Upsert(const std::string& path, bool need_meta) {
+  BeginChange(path);
   const Turn turn(extractions_);
   elastic::IndexUpsert(share_, path, need_meta);
 }
 
 void ShareIndex::SetAttributes(const std::string& path) {
-  if (changed_.count(path) != 0) {
-    SendChanges();
-  }
-  uncommitted_ = true;
-  Forget(path);
+  BeginChange(path);
   const Turn turn(extractions_);
   elastic::IndexAttr(share_, path);
 }
 
 void ShareIndex::SetStamp(const std::string& path, const std::string& stamp) {
+  const std::lock_guard lock(mutex_);
   Json::Value request;
   request["command"] = "document_set_by_id";
   request["data"]["data"][kStampField] = stamp;
@@ -327,12 +341,14 @@ void ShareIndex::SetStamp(const std::string& path, const std::string& stamp) {
 }
 
 void ShareIndex::RemoveOne(const std::string& path) {
+  const std::lock_guard lock(mutex_);
   Json::Value request;
   request["command"] = "document_del_by_id";
   Change(path, std::move(request));
 }
 
 void ShareIndex::RemoveBelow(const std::string& path) {
+  const std::lock_guard lock(mutex_);
   SendChanges();
   uncommitted_ = true;
   Forget(path);
@@ -340,6 +356,7 @@ void ShareIndex::RemoveBelow(const std::string& path) {
 }
 
 void ShareIndex::Move(const std::string& from, const std::string& to) {
+  const std::lock_guard lock(mutex_);
   SendChanges();
   uncommitted_ = true;
   Forget(from);
@@ -348,6 +365,7 @@ void ShareIndex::Move(const std::string& from, const std::string& to) {
 }
 
 void ShareIndex::MoveOne(const std::string& from, const std::string& to) {
+  const std::lock_guard lock(mutex_);
   Json::Value request;
   request["command"] = "document_set_by_id";
   request["data"]["data"] = MovedFields(to);
@@ -357,6 +375,7 @@ void ShareIndex::MoveOne(const std::string& from, const std::string& to) {
 }
 
 void ShareIndex::Commit() {
+  const std::lock_guard lock(mutex_);
   SendChanges();
   elastic::IndexCommit(share_);
   uncommitted_ = false;

@@ -4,6 +4,7 @@
 #include <json/json.h>
 
 #include <map>
+#include <mutex>
 #include <optional>
 #include <semaphore>
 #include <string>
@@ -17,7 +18,7 @@ namespace fileindexd {
 /// How many files may be read at once, by all workers together.
 using Extractions = std::counting_semaphore<1024>;
 
-/// Threads: one at a time.
+/// Threads: any. What was looked up is one thread's business: it asks when no other changes that path.
 class ShareIndex : public DocumentIndex {
  public:
   /// `extractions` outlives it.
@@ -43,7 +44,7 @@ class ShareIndex : public DocumentIndex {
   bool IsOutdated() const;
 
   /// Whether a commit may have to follow; true at first, because an earlier daemon may have been killed before its own.
-  bool uncommitted() const { return uncommitted_; }
+  bool uncommitted() const;
 
  private:
   Json::Value GetRequest(Json::Value condition, size_t limit) const;
@@ -53,10 +54,12 @@ class ShareIndex : public DocumentIndex {
   void Change(const std::string& path, Json::Value request);
   void Forget(const std::string& path);
   void SendChanges();
+  void BeginChange(const std::string& path);
 
   std::string share_;
   std::string id_;
   Extractions& extractions_;
+  mutable std::mutex mutex_;  // guards the rest
   bool uncommitted_ = true;
   Json::Value changes_;                        // of single documents, not sent yet
   std::unordered_set<std::string> changed_;    // the paths that they are about

@@ -447,6 +447,7 @@ void Worker::Apply(bool has_batch, bool again, const std::string& index) {
   const Clock::time_point begun = Clock::now();
   const Reconciler::Box box = AskedOfTheBox();
   Reconciler reconciler(index_, policy_, box, progress_);
+  reconciler.WorkWith(std::max(1U, std::thread::hardware_concurrency()));
   reconciler.on_milestone = [this] {
     CheckOnline();
     MeetExtractor();

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "services/search/catalog.h"
+#include "services/search/request.h"
 
 namespace nimoelasticd {
 
@@ -18,6 +19,11 @@ struct Setting {
 
 /// Each takes the "data" of its command and returns the result as JSON text, "" for none.
 using Handler = std::string (*)(const Setting& setting, const Json::Value& data);
+
+/// Prepares the command's document, if its index is open and there is one; never says what is wrong with it.
+void PrepareDocument(Catalog& catalog, Command& command);
+/// Stores the document that was prepared.
+std::string UpsertPrepared(Catalog& catalog, Command& command);
 
 // Whole indexes.
 std::string IndexCreate(const Setting& setting, const Json::Value& data);

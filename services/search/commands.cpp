@@ -65,14 +65,24 @@ Route Commands::RouteOf(const Command& command) {
   return route;
 }
 
-std::string Commands::Run(const Command& command) {
+void Commands::Prepare(Command& command) {
+  if (RowOf(command).handler == DocumentUpsertById) {
+    PrepareDocument(catalog_, command);
+  }
+}
+
+std::string Commands::Run(Command& command) {
   const Row& entry = RowOf(command);
   if (command.data.isMember("as") && entry.handler != DocumentSearch) {
     // Whoever asks for somebody must not be given everything because nobody looked.
     throw Refusal(Code::kBadMember, "member \"as\": only document_search can be asked for an account");
   }
   try {
-    return entry.handler({catalog_, max_answer_bytes_}, command.data);
+    if (!command.document) {
+      Prepare(command);
+    }
+    return command.document ? UpsertPrepared(catalog_, command)
+                            : entry.handler({catalog_, max_answer_bytes_}, command.data);
   } catch (const search::Error& error) {
     if (error.code() == search::ErrorCode::kTooMuchMemory) {
       // The document is too large and will always be; 1401 would have it sent again for ever.

@@ -33,8 +33,11 @@ class Commands {
   /// Throws Refusal kUnknownCommand, kBadMember.
   static Route RouteOf(const Command& command);
 
+  /// Does what can be done of a command before its turn, side by side with others. Throws std::bad_alloc.
+  void Prepare(Command& command);
+
   /// Returns the result, a JSON text, or "" if the command has none. Throws Refusal, search::Error, std::exception.
-  std::string Run(const Command& command);
+  std::string Run(Command& command);
 
  private:
   Catalog& catalog_;

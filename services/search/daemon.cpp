@@ -1,6 +1,7 @@
 // Arguments and the event loop.
 #include "services/search/daemon.h"
 
+#include <malloc.h>
 #include <sys/resource.h>
 
 #include <CLI/CLI.hpp>
@@ -35,8 +36,8 @@ struct Options {
 // Numbers as they come from the command line.
 struct Numbers {
   size_t memory_mib = 512;
-  std::int64_t cache_mib = 32;
-  std::int64_t batch_mib = 16;
+  std::int64_t cache_mib = 8;
+  std::int64_t batch_mib = 4;
   std::int64_t document_mib = 64;
   size_t answer_mib = kMaxMessageBytes >> 20;
   long patience_ms = 30'000;
@@ -64,7 +65,8 @@ void AddOptions(CLI::App& app, Options& options, Numbers& numbers) {
       ->check(CLI::Range(1, 256));
   app.add_option("--readers", options.limits.reader_threads, "questions that are answered at once")
       ->check(CLI::Range(1, 256));
-  app.add_option("--cache-mib", numbers.cache_mib, "database cache of each index")->check(CLI::Range(1, 65536));
+  app.add_option("--cache-mib", numbers.cache_mib, "cache of each connection to a database")
+      ->check(CLI::Range(1, 65536));
   app.add_option("--batch-mib", numbers.batch_mib, "memory of each index for words not yet in its file")
       ->check(CLI::Range(1, 65536));
   app.add_option("--document-limit-mib", numbers.document_mib, "a larger document is refused")
@@ -87,6 +89,15 @@ void RaiseDescriptorLimit() {
     limit.rlim_cur = limit.rlim_max;
     setrlimit(RLIMIT_NOFILE, &limit);
   }
+}
+
+// Large texts come and go on several threads. What malloc keeps of them for the next one would be most of the memory
+// that the daemon holds, so they are mapped and unmapped; once a limit is set, malloc no longer raises it by itself.
+void LimitKeptMemory() {
+  constexpr int kMapFrom = 256 << 10;
+  constexpr int kArenas = 2;
+  mallopt(M_MMAP_THRESHOLD, kMapFrom);
+  mallopt(M_ARENA_MAX, kArenas);
 }
 
 // The workers call what goes before the dispatcher does, so they end first, however serving ends.
@@ -133,6 +144,7 @@ int RunDaemon(int argc, const char* const* argv) {
                                  [&](CLI::App& app) { AddOptions(app, options, numbers); },
                                  [&] {
                                    Apply(numbers, options);
+                                   LimitKeptMemory();
                                    RaiseDescriptorLimit();
                                    Serve(options);
                                  }};

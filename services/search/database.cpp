@@ -182,7 +182,7 @@ void Database::PrepareToWrite(const OpenOptions& options) {
 }
 
 void Database::PrepareToRead(const OpenOptions& options) {
-  connection_.Exec("PRAGMA cache_size = " + Pages(options.cache_bytes / 4));
+  connection_.Exec("PRAGMA cache_size = " + Pages(options.cache_bytes));
   connection_.Exec("PRAGMA query_only = 1");
   sqlite3_busy_timeout(connection_.handle(), 1'000);  // a reader may find another one recovering the log
 }

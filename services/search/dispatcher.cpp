@@ -176,6 +176,10 @@ void Dispatcher::Admit(const JobPtr& job, std::string&& message, const Place& he
       problem = Problem{static_cast<int>(Code::kTooManyWaiting), "too many requests are waiting"};
     }
   }
+  if (!problem && job->command) {
+    job->request->ReleaseText();
+    problem = Try([&] { commands_.Prepare(*job->command); });
+  }
   if (problem) {
     job->reply(Failure(problem->code, problem->message));
     return;

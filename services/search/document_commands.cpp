@@ -1,6 +1,7 @@
 // Commands for documents.
 #include <cstdint>
 #include <limits>
+#include <utility>
 
 #include "services/base/json_text.h"
 #include "services/search/command_table.h"
@@ -25,6 +26,35 @@ std::string DocumentUpsertById(const Setting& setting, const Json::Value& data) 
   const HostPtr host = HostOf(setting.catalog, data);
   const HostedIndex::Use index(*host, kChanging);
   index->Upsert(RequireString(data, "doc_id"), RequireObject(data, "data"));
+  return "";
+}
+
+void PrepareDocument(Catalog& catalog, Command& command) {
+  Json::Value& document = command.data["data"];
+  if (!document.isObject() || !command.data["id"].isString()) {
+    return;
+  }
+  const HostPtr host = catalog.Find(command.data["id"].asString());
+  if (host == nullptr || host->state() != State::kOpen) {
+    return;
+  }
+  try {
+    const HostedIndex::Use index(*host);
+    command.document = index->Prepare(std::move(document));
+  } catch (const Refusal&) {
+    // It was closed just now; the command is told so in its turn.
+  }
+}
+
+std::string UpsertPrepared(Catalog& catalog, Command& command) {
+  const HostPtr host = HostOf(catalog, command.data);
+  const HostedIndex::Use index(*host, kChanging);
+  const std::string id = RequireString(command.data, "doc_id");
+  if (!index->Fits(*command.document)) {
+    // It was deleted and made anew after the document came.
+    throw Refusal(Code::kNotReady, "the index has other mappings now");
+  }
+  index->Upsert(id, std::move(*command.document));
   return "";
 }
 

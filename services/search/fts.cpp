@@ -2,6 +2,7 @@
 #include "services/search/fts.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <functional>
 #include <string>
@@ -56,30 +57,46 @@ class CallbackSink : public TokenSink {
   int code_ = SQLITE_OK;
 };
 
-void Analyze(WordAnalyzer& analyzer, std::string_view text, int flags, TokenSink& sink) {
-  const bool asking = (flags & FTS5_TOKENIZE_QUERY) != 0;
+void Analyze(WordAnalyzer& analyzer, TokenMode mode, std::string_view text, bool asking, TokenSink& sink) {
   const auto stems = asking ? WordAnalyzer::Stems::kAsk : WordAnalyzer::Stems::kStore;
-  const std::string_view rest = text.substr(1);
-  switch (text.front()) {
+  switch (mode) {
     case kPieces:
-      analyzer.Pieces(rest, asking, sink);
+      analyzer.Pieces(text, asking, sink);
       break;
     case kKeyword:
-      analyzer.Keyword(rest, sink);
+      analyzer.Keyword(text, sink);
       break;
     case kWhiteSpace:
     case kWhiteSpaceEscaped:
-      analyzer.WhiteSpace(rest, text.front() == kWhiteSpaceEscaped, stems, sink);
+      analyzer.WhiteSpace(text, mode == kWhiteSpaceEscaped, stems, sink);
       break;
     case kVerbatim:
-      sink.Take(rest, 0, text.size(), false);
+      sink.Take(text, 0, text.size(), false);
       break;
     case kPlainWords:
-      analyzer.Words(rest, WordAnalyzer::Stems::kNone, sink);
+      analyzer.Words(text, WordAnalyzer::Stems::kNone, sink);
       break;
     default:
-      analyzer.Words(rest, stems, sink);
+      analyzer.Words(text, stems, sink);
   }
+}
+
+thread_local const std::vector<ColumnText>* given_texts = nullptr;
+
+// What `marked` stands for, or what it says itself.
+ColumnText TextOf(std::string_view marked) {
+  const auto mode = static_cast<TokenMode>(marked.front());
+  const std::string_view rest = marked.substr(1);
+  if (mode != kGiven) {
+    return {mode, rest};
+  }
+  size_t index = 0;
+  const auto [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), index);
+  if (given_texts == nullptr || error != std::errc() || end != rest.data() + rest.size() ||
+      index >= given_texts->size()) {
+    throw Error(ErrorCode::kStorage, "a text was not given");
+  }
+  return (*given_texts)[index];
 }
 
 int Tokenize(Fts5Tokenizer* tokenizer, void* context, int flags, const char* text, int size, TokenCallback callback) {
@@ -88,8 +105,9 @@ int Tokenize(Fts5Tokenizer* tokenizer, void* context, int flags, const char* tex
   }
   CallbackSink sink(context, callback);
   try {
-    Analyze(reinterpret_cast<Tokenizer*>(tokenizer)->analyzer, std::string_view(text, static_cast<size_t>(size)), flags,
-            sink);
+    const ColumnText column = TextOf(std::string_view(text, static_cast<size_t>(size)));
+    Analyze(reinterpret_cast<Tokenizer*>(tokenizer)->analyzer, column.mode, column.text,
+            (flags & FTS5_TOKENIZE_QUERY) != 0, sink);
   } catch (const std::bad_alloc&) {
     return SQLITE_NOMEM;
   } catch (const Error&) {
@@ -253,6 +271,18 @@ void RegisterFunctions(sqlite3* database, std::shared_ptr<const Schema> schema) 
   if (code != SQLITE_OK) {
     ThrowSqlite(database, code, "adding the tokenizer");
   }
+}
+
+GivenTexts::GivenTexts(const std::vector<ColumnText>& texts) : before_(given_texts) {
+  given_texts = &texts;
+}
+
+GivenTexts::~GivenTexts() {
+  given_texts = before_;
+}
+
+std::string GivenTexts::Mark(size_t index) {
+  return static_cast<char>(kGiven) + std::to_string(index);
 }
 
 }  // namespace search

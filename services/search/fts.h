@@ -6,11 +6,16 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "services/search/schema.h"
 
 namespace search {
+
+/// Ids of documents, the highest first.
+using DocumentIds = std::vector<int64_t>;
+inline constexpr char kDocumentIdsType[] = "nimo_document_ids";
 
 /// Adds them to `database`, which keeps `schema` until it is closed. Throws Error kStorage.
 ///
@@ -19,10 +24,24 @@ namespace search {
 /// in it alone: how rare a word is elsewhere, and how long documents are, says nothing then.
 /// nimo_fold(bytes) is Fold of them, for sorting.
 /// nimo_among(IDS, id) is whether the id is one of them; IDS is bound as a pointer to a DocumentIds.
-/// Ids of documents, the highest first.
-using DocumentIds = std::vector<int64_t>;
-inline constexpr char kDocumentIdsType[] = "nimo_document_ids";
-
 void RegisterFunctions(sqlite3* database, std::shared_ptr<const Schema> schema);
+
+/// What the columns of the full text get of a record. On its way to the tokenizer a text would be copied several times,
+/// so a statement gets marks that say which text is meant, and the tokenizers that are called in this thread while this
+/// lives take the texts from here.
+class GivenTexts {
+ public:
+  /// `texts` has to outlive this.
+  explicit GivenTexts(const std::vector<ColumnText>& texts);
+  ~GivenTexts();
+  GivenTexts(const GivenTexts&) = delete;
+  GivenTexts& operator=(const GivenTexts&) = delete;
+
+  /// Stands for the text at `index`.
+  static std::string Mark(size_t index);
+
+ private:
+  const std::vector<ColumnText>* before_;
+};
 
 }  // namespace search

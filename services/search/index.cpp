@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <exception>
 #include <filesystem>
 #include <mutex>
 #include <set>
@@ -138,6 +139,7 @@ class Index::Impl {
   }
 
   const Schema& schema() const { return *writer_->schema(); }
+  std::shared_ptr<const Schema> shared_schema() const { return writer_->schema(); }
 
   const std::string path_;
   const OpenOptions options_;
@@ -302,9 +304,47 @@ void Index::Close() {
   impl_.reset();
 }
 
+struct PreparedDocument::Parts {
+  std::shared_ptr<const Schema> schema;
+  Record record;
+  std::string packed;
+  std::exception_ptr problem;
+};
+
+PreparedDocument::PreparedDocument(std::unique_ptr<Parts> parts) : parts_(std::move(parts)) {}
+PreparedDocument::PreparedDocument(PreparedDocument&& other) noexcept = default;
+PreparedDocument& PreparedDocument::operator=(PreparedDocument&& other) noexcept = default;
+PreparedDocument::~PreparedDocument() = default;
+
 void Index::Upsert(const std::string& doc_id, const Json::Value& document) {
-  impl_->CheckSize(document);
-  const Record record = impl_->schema().ToRecord(document);
+  Upsert(doc_id, Prepare(Json::Value(document)));
+}
+
+PreparedDocument Index::Prepare(Json::Value&& document) const {
+  auto parts = std::make_unique<PreparedDocument::Parts>();
+  parts->schema = impl_->shared_schema();
+  try {
+    impl_->CheckSize(document);
+    parts->record = parts->schema->ToRecord(std::move(document));
+    parts->packed = PackTexts(parts->record);
+  } catch (const Error&) {
+    parts->problem = std::current_exception();
+  }
+  return PreparedDocument(std::move(parts));
+}
+
+bool Index::Fits(const PreparedDocument& document) const {
+  const Schema& theirs = *document.parts_->schema;
+  const Schema& ours = impl_->schema();
+  return &theirs == &ours || (theirs.mappings() == ours.mappings() && theirs.settings() == ours.settings());
+}
+
+void Index::Upsert(const std::string& doc_id, PreparedDocument&& document) {
+  const std::unique_ptr<PreparedDocument::Parts> parts = std::move(document.parts_);
+  if (parts->problem) {
+    std::rethrow_exception(parts->problem);
+  }
+  const Record& record = parts->record;
   impl_->Write([&](DocumentStore& store) {
     if (doc_id != record.path) {
       if (const auto id = store.FindId(doc_id)) {
@@ -314,11 +354,11 @@ void Index::Upsert(const std::string& doc_id, const Json::Value& document) {
     }
     std::optional<StoredRecord> before = store.Find(record.path);
     if (!before) {
-      store.Insert(record);
+      store.Insert(record, parts->packed);
       return;
     }
     store.ReadTexts(*before);
-    store.Replace(*before, record);
+    store.Replace(*before, record, parts->packed);
     ++impl_->deleted_;
   });
 }
@@ -344,7 +384,7 @@ SetResult Index::Set(const std::string& doc_id, const Json::Value& changes) {
       store.ReadExtra(*before);
     }
     Record after = before->record;
-    schema.Apply(changes, after);
+    schema.Apply(Json::Value(changes), after);
     SetResult result;
     if (after.path != before->record.path) {
       if (const auto target = store.FindId(after.path)) {
@@ -494,8 +534,10 @@ void Index::AddSuggestions(const std::string& doc_id) {
     WordAnalyzer analyzer({});
     const Schema& schema = impl_->schema();
     for (size_t i = 0; i < schema.word_columns().size(); ++i) {
-      const std::string text = schema.word_columns()[i].pieces ? "" : schema.Words(stored->record, i);
-      analyzer.Words(std::string_view(text).substr(std::min<size_t>(text.size(), 1)), WordAnalyzer::Stems::kNone, sink);
+      std::string room;
+      if (!schema.word_columns()[i].pieces) {
+        analyzer.Words(schema.Words(stored->record, i, room).text, WordAnalyzer::Stems::kNone, sink);
+      }
     }
     Statement& count = connection.Cached(
         "INSERT INTO suggestion VALUES(?1, 1) ON CONFLICT(word) DO UPDATE SET documents = documents + 1");

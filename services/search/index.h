@@ -47,7 +47,7 @@ class Error : public std::runtime_error {
 
 /// Bounds of an open index.
 struct OpenOptions {
-  int64_t cache_bytes = 32 << 20;         ///< page cache of the writer; each reader takes a quarter of it
+  int64_t cache_bytes = 8 << 20;          ///< page cache of the writer, and of each reader
   int64_t batch_bytes = 1 << 20;          ///< memory for words that are not yet in the database file
   int64_t max_document_bytes = 64 << 20;  ///< a larger document is refused
   int64_t max_database_bytes = 0;         ///< the database file grows no further than this; 0: no bound
@@ -116,6 +116,23 @@ struct StatResult {
   std::string problem;  ///< of a check: what is damaged; "" when nothing is or none was asked for
 };
 
+class Schema;
+
+/// A document that was checked and packed for an index: what takes time and needs no turn is done. If it cannot be
+/// stored, it holds the reason.
+class PreparedDocument {
+ public:
+  PreparedDocument(PreparedDocument&& other) noexcept;
+  PreparedDocument& operator=(PreparedDocument&& other) noexcept;
+  ~PreparedDocument();
+
+ private:
+  friend class Index;
+  struct Parts;
+  explicit PreparedDocument(std::unique_ptr<Parts> parts);
+  std::unique_ptr<Parts> parts_;
+};
+
 /// A database directory with its documents. A document is a JSON object; it is identified by one of its fields, the
 /// mappings' "property_id" (here called its path), which is unique. Paths and all other strings are bytes.
 ///
@@ -174,6 +191,14 @@ class Index {
   /// Stores `document` under its property id; a document at `doc_id`, and one at that property id, are replaced.
   /// Members that are null count as absent. Throws kBadDocument (nothing is changed), kTooMuchMemory, disk errors.
   void Upsert(const std::string& doc_id, const Json::Value& document);
+
+  /// The part of Upsert that waits for nobody and that no other call waits for. Throws std::bad_alloc alone; what is
+  /// wrong with the document, Upsert throws.
+  PreparedDocument Prepare(Json::Value&& document) const;
+  /// Whether a document was prepared for an index of the same mappings and settings as this one has.
+  bool Fits(const PreparedDocument& document) const;
+  /// The rest of Upsert, for a document that fits.
+  void Upsert(const std::string& doc_id, PreparedDocument&& document);
 
   /// Changes members of the document at `doc_id`: null removes one, others are set. A new property id moves the
   /// document; a document at the target is replaced by it. Texts that do not change are not read.

@@ -52,6 +52,10 @@ Command Request::At(size_t index) const {
   return command;
 }
 
+void Request::ReleaseText() {
+  text_ = std::string();
+}
+
 std::string RequireString(const Json::Value& data, const char* name) {
   const Json::Value& value = Find(data, name);
   if (!value.isString()) {

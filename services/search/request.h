@@ -4,9 +4,12 @@
 #include <json/value.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "services/search/index.h"
 
 namespace nimoelasticd {
 
@@ -16,7 +19,8 @@ inline constexpr std::uint64_t kMaxMessageBytes = std::uint64_t{1} << 30;
 /// {"command": name, "data": data}.
 struct Command {
   std::string name;
-  Json::Value data;  ///< an object
+  Json::Value data;                                  ///< an object
+  std::optional<search::PreparedDocument> document;  ///< what was data["data"], if it was prepared before its turn
 };
 
 /// The text of a request, with the places of its commands in it. The rename of a large folder is one request of
@@ -36,6 +40,9 @@ class Request {
 
   /// Reads the command at `index`. Throws Refusal kMalformedRequest, kBadMember.
   Command At(size_t index) const;
+
+  /// Lets go of the text when all its commands have been read; At must not be called any more.
+  void ReleaseText();
 
  private:
   std::string text_;

@@ -113,14 +113,19 @@ bool IsStrings(const Json::Value& value) {
                                                              [](const Json::Value& item) { return item.isString(); }));
 }
 
+std::string_view TextOf(const Json::Value& string) {
+  const char* begin = nullptr;
+  const char* end = nullptr;
+  return string.getString(&begin, &end) ? std::string_view(begin, static_cast<size_t>(end - begin))
+                                        : std::string_view();
+}
+
 // Elements of a list are kept apart by a byte that is no word, so that no phrase runs from one into the next by eye.
-std::string Joined(const Json::Value& value) {
-  if (value.isString()) {
-    return value.asString();
-  }
+std::string Joined(const Json::Value& list) {
   std::string joined;
-  for (const Json::Value& item : value) {
-    joined += (joined.empty() ? "" : "\n") + item.asString();
+  for (const Json::Value& item : list) {
+    joined += joined.empty() ? "" : "\n";
+    joined += TextOf(item);
   }
   return joined;
 }
@@ -265,27 +270,27 @@ std::string Schema::ColumnSql(std::string_view name) const {
   return field != nullptr && field->column >= 0 ? "d.c" + std::to_string(field->column) : "";
 }
 
-Record Schema::ToRecord(const Json::Value& document) const {
+Record Schema::ToRecord(Json::Value&& document) const {
   Record record;
   record.columns.resize(columns_);
-  Apply(document, record);
+  Apply(std::move(document), record);
   return record;
 }
 
-void Schema::Apply(const Json::Value& changes, Record& record) const {
+void Schema::Apply(Json::Value&& changes, Record& record) const {
   if (!changes.isObject()) {
     throw Error(ErrorCode::kBadDocument, "a document must be an object");
   }
   for (auto member = changes.begin(); member != changes.end(); ++member) {
-    SetMember(member.name(), *member, record);
+    SetMember(member.name(), std::move(*member), record);
   }
   RequireAll(record);
 }
 
-void Schema::SetMember(const std::string& name, const Json::Value& value, Record& record) const {
+void Schema::SetMember(const std::string& name, Json::Value&& value, Record& record) const {
   const auto found = by_name_.find(name);
   if (found == by_name_.end()) {
-    value.isNull() ? record.extra.removeMember(name) : void(record.extra[name] = value);
+    value.isNull() ? record.extra.removeMember(name) : void(record.extra[name] = std::move(value));
     return;
   }
   const Field& field = fields_[found->second];
@@ -299,7 +304,7 @@ void Schema::SetMember(const std::string& name, const Json::Value& value, Record
   } else if (value.isNull()) {
     record.texts.erase(found->second);
   } else if (IsStrings(value)) {
-    record.texts[found->second] = value;
+    record.texts[found->second] = std::move(value);
   } else {
     WrongType(field);
   }
@@ -357,17 +362,22 @@ bool Schema::NeedsTexts(const std::vector<std::string>& names) const {
   });
 }
 
-std::string Schema::Words(const Record& record, size_t word_column) const {
+ColumnText Schema::Words(const Record& record, size_t word_column, std::string& room) const {
   const WordColumn& words = word_columns_[word_column];
   const Field& field = fields_[words.field];
-  std::string text;
+  ColumnText column{words.pieces ? kPieces : ModeOf(field), {}};
   if (field.column >= 0) {
     const auto* value = std::get_if<std::string>(&record.columns[static_cast<size_t>(field.column)]);
-    text = value != nullptr ? *value : "";
+    column.text = value != nullptr ? *value : std::string_view();
   } else if (const auto found = record.texts.find(words.field); found != record.texts.end()) {
-    text = Joined(found->second);
+    if (found->second.isString()) {
+      column.text = TextOf(found->second);
+    } else {
+      room = Joined(found->second);
+      column.text = room;
+    }
   }
-  return text.empty() ? text : std::string(1, words.pieces ? kPieces : ModeOf(field)) + text;
+  return column;
 }
 
 }  // namespace search

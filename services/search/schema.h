@@ -51,6 +51,25 @@ struct Record {
   Json::Value extra{Json::objectValue};  ///< members that the mappings do not know
 };
 
+/// How tokens are found in a text. The first byte of what the full text's tokenizer gets is one of these.
+enum TokenMode : char {
+  kPieces = '\x01',             ///< three-letter pieces
+  kKeyword = '\x02',            ///< one folded token
+  kWhiteSpace = '\x03',         ///< tokens between white space, and the words in them
+  kVerbatim = '\x04',           ///< the rest is one token as it stands
+  kWords = '\x06',              ///< words and, beside them, stems
+  kPlainWords = '\x07',         ///< words as they stand
+  kWhiteSpaceEscaped = '\x08',  ///< like kWhiteSpace, but white space after a backslash separates nothing
+  kGiven = '\x0b',              ///< the rest is the number of one of the GivenTexts
+};
+
+/// What a column of the full text gets of a record.
+struct ColumnText {
+  TokenMode mode = kWords;
+  std::string_view text;  ///< "" when it gets nothing
+  bool operator==(const ColumnText&) const = default;
+};
+
 /// The mappings and settings of an index, read once. Any thread, once made.
 class Schema {
  public:
@@ -71,22 +90,22 @@ class Schema {
   /// The SQL of a field's value in table "doc" under the alias d; "" when it is not kept in a column.
   std::string ColumnSql(std::string_view field) const;
 
-  /// The document as a record. Throws Error kBadDocument.
-  Record ToRecord(const Json::Value& document) const;
-  /// Changes `record` as Index::Set says. Throws Error kBadDocument.
-  void Apply(const Json::Value& changes, Record& record) const;
+  /// The document as a record, into which its texts are moved. Throws Error kBadDocument.
+  Record ToRecord(Json::Value&& document) const;
+  /// Changes `record` as Index::Set says; texts are moved. Throws Error kBadDocument.
+  void Apply(Json::Value&& changes, Record& record) const;
   /// The named stored members of `record`, or, without names, those that are not kept in the texts.
   Json::Value ToJson(const Record& record, const std::optional<std::vector<std::string>>& names) const;
   /// Whether any member of these is kept in the texts.
   bool NeedsTexts(const std::vector<std::string>& names) const;
-  /// What the full text's column is given for this record; "" when it has nothing. The first byte names the analyzer.
-  std::string Words(const Record& record, size_t word_column) const;
+  /// What the full text's column gets of this record. It lies in the record, or in `room`, for a list of texts.
+  ColumnText Words(const Record& record, size_t word_column, std::string& room) const;
 
  private:
   void ReadField(const std::string& name, const Json::Value& defaults, const Json::Value& properties);
   void ReadLanguages();
   void Place(Field& field, size_t index);
-  void SetMember(const std::string& name, const Json::Value& value, Record& record) const;
+  void SetMember(const std::string& name, Json::Value&& value, Record& record) const;
   void RequireAll(const Record& record) const;
   bool Has(const Record& record, const Field& field, size_t index) const;
 
@@ -98,17 +117,6 @@ class Schema {
   std::vector<WordColumn> word_columns_;
   std::vector<std::string> languages_;
   size_t columns_ = 0;
-};
-
-/// The first byte of what the full text's tokenizer is given says how to read the rest.
-enum TokenMode : char {
-  kPieces = '\x01',             ///< three-letter pieces
-  kKeyword = '\x02',            ///< one folded token
-  kWhiteSpace = '\x03',         ///< tokens between white space, and the words in them
-  kVerbatim = '\x04',           ///< the rest is one token as it stands
-  kWords = '\x06',              ///< words and, beside them, stems
-  kPlainWords = '\x07',         ///< words as they stand
-  kWhiteSpaceEscaped = '\x08',  ///< like kWhiteSpace, but white space after a backslash separates nothing
 };
 
 }  // namespace search

@@ -14,7 +14,9 @@
 #include <memory>
 #include <new>
 #include <sstream>
+#include <utility>
 
+#include "services/search/fts.h"
 #include "services/search/index.h"
 
 namespace search {
@@ -23,7 +25,7 @@ namespace {
 constexpr char kRaw = 'r';
 constexpr char kCompressed = 'z';
 constexpr size_t kCompressFrom = 64;
-constexpr int kCompressionLevel = 1;
+constexpr int kCompressionLevel = 3;
 constexpr int kFixedColumns = 4;  // id, path, suggested, extra
 
 struct ContextDeleter {
@@ -126,10 +128,16 @@ void WriteDeletedCount(Connection& database, int64_t count) {
 }
 
 std::string PackTexts(const Record& record) {
+  if (record.texts.empty()) {
+    return "";
+  }
   std::string raw;
   for (const auto& [field, value] : record.texts) {
-    const bool plain = value.isString();
-    const std::string text = plain ? value.asString() : JsonText(value);
+    const char* begin = nullptr;
+    const char* end = nullptr;
+    const bool plain = value.getString(&begin, &end);
+    const std::string list = plain ? "" : JsonText(value);
+    const std::string_view text = plain ? std::string_view(begin, static_cast<size_t>(end - begin)) : list;
     PutNumber(raw, field * 2 + (plain ? 0 : 1));
     PutNumber(raw, text.size());
     raw += text;
@@ -192,6 +200,7 @@ DocumentStore::DocumentStore(Connection& database, const Schema& schema) : datab
   for (size_t i = 0; i < schema.word_columns().size(); ++i) {
     names += ", w" + std::to_string(i);
     values += ", ?" + std::to_string(i + 2);
+    word_marks_.push_back(GivenTexts::Mark(i));
   }
   insert_words_ = "INSERT INTO fts(rowid" + names + ") VALUES(?1" + values + ")";
   delete_words_ = "INSERT INTO fts(fts, rowid" + names + ") VALUES('delete', ?1" + values + ")";
@@ -272,6 +281,10 @@ void DocumentStore::BindCell(Statement& statement, int parameter, const Cell& ce
 }
 
 void DocumentStore::Insert(const Record& record) {
+  Insert(record, PackTexts(record));
+}
+
+void DocumentStore::Insert(const Record& record, std::string_view packed) {
   const std::string extra = record.extra.empty() ? "" : JsonText(record.extra);
   Statement& statement = database_.Cached(insert_row_);
   {
@@ -284,47 +297,56 @@ void DocumentStore::Insert(const Record& record) {
     statement.Step();
   }
   const int64_t id = sqlite3_last_insert_rowid(database_.handle());
-  WriteTexts(id, record);
+  WriteTexts(id, packed);
   WriteWords(WordChange::kInsert, id, AllWords(record));
 }
 
-void DocumentStore::WriteTexts(int64_t id, const Record& record) {
-  if (record.texts.empty()) {
+void DocumentStore::WriteTexts(int64_t id, std::string_view packed) {
+  if (packed.empty()) {
     database_.Cached("DELETE FROM texts WHERE id = ?1").Bind(1, id).Run();
     return;
   }
-  const std::string packed = PackTexts(record);
   Statement& statement = database_.Cached("INSERT OR REPLACE INTO texts(id, data) VALUES(?1, ?2)");
-  statement.Bind(1, id).Bind(2, std::string_view(packed)).Run();
+  statement.Bind(1, id).Bind(2, packed).Run();
 }
 
-std::vector<std::string> DocumentStore::AllWords(const Record& record) const {
-  std::vector<std::string> words;
+DocumentStore::RecordWords DocumentStore::AllWords(const Record& record) const {
+  RecordWords words;
   for (size_t i = 0; i < schema_.word_columns().size(); ++i) {
-    words.push_back(schema_.Words(record, i));
+    std::string room;
+    const ColumnText column = schema_.Words(record, i, room);
+    words.columns.push_back(column);
+    if (!room.empty()) {
+      words.columns.back().text = words.rooms.emplace_back(std::move(room));
+    }
   }
   return words;
 }
 
-void DocumentStore::WriteWords(WordChange change, int64_t id, const std::vector<std::string>& words) {
+void DocumentStore::WriteWords(WordChange change, int64_t id, const RecordWords& words) {
   Statement& statement = database_.Cached(change == WordChange::kInsert ? insert_words_ : delete_words_);
   const ScopedReset reset(statement);
+  const GivenTexts given(words.columns);
   statement.Bind(1, id);
-  for (size_t i = 0; i < words.size(); ++i) {
-    words[i].empty() ? statement.BindNull(static_cast<int>(i) + 2)
-                     : statement.BindText(static_cast<int>(i) + 2, words[i]);
+  for (size_t i = 0; i < words.columns.size(); ++i) {
+    words.columns[i].text.empty() ? statement.BindNull(static_cast<int>(i) + 2)
+                                  : statement.BindText(static_cast<int>(i) + 2, word_marks_[i]);
   }
   statement.Step();
 }
 
 void DocumentStore::Replace(const StoredRecord& before, const Record& after) {
+  Replace(before, after, PackTexts(after));
+}
+
+void DocumentStore::Replace(const StoredRecord& before, const Record& after, std::string_view packed) {
   UpdateRow(before, after, true);
   if (before.record.texts != after.texts) {
-    WriteTexts(before.id, after);
+    WriteTexts(before.id, packed);
   }
-  const std::vector<std::string> old_words = AllWords(before.record);
-  const std::vector<std::string> new_words = AllWords(after);
-  if (old_words != new_words) {
+  const RecordWords old_words = AllWords(before.record);
+  const RecordWords new_words = AllWords(after);
+  if (old_words.columns != new_words.columns) {
     WriteWords(WordChange::kDelete, before.id, old_words);
     WriteWords(WordChange::kInsert, before.id, new_words);
   }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -33,7 +34,7 @@ struct StoredRecord {
   bool suggested = false;
 };
 
-/// Texts as kept in the database: compressed, with a checksum.
+/// Texts as kept in the database: compressed, with a checksum; "" for a record without any. Any thread.
 std::string PackTexts(const Record& record);
 /// Throws Error kCorrupt.
 void UnpackTexts(std::string_view packed, Record& record);
@@ -59,10 +60,12 @@ class DocumentStore {
   void ReadExtra(StoredRecord& stored) const;
   void ReadTexts(StoredRecord& stored);
 
-  /// Adds a document; its path must be free.
+  /// Adds a document; its path must be free. `packed` are its texts, if it has any.
+  void Insert(const Record& record, std::string_view packed);
   void Insert(const Record& record);
-  /// Puts `after` in the place of `before`, whose texts and extra have been read; words are touched only where they
-  /// differ. The path of `after` must be free, or the same.
+  /// Puts `after`, with `packed`, in the place of `before`, whose texts and extra have been read; words are touched
+  /// only where they differ. The path of `after` must be free, or the same.
+  void Replace(const StoredRecord& before, const Record& after, std::string_view packed);
   void Replace(const StoredRecord& before, const Record& after);
   /// Writes columns and path alone. With `extra`, that too.
   void UpdateRow(const StoredRecord& before, const Record& after, bool extra);
@@ -77,9 +80,14 @@ class DocumentStore {
  private:
   enum class WordChange { kInsert, kDelete };
   void RewriteWords();
-  std::vector<std::string> AllWords(const Record& record) const;
-  void WriteWords(WordChange change, int64_t id, const std::vector<std::string>& words);
-  void WriteTexts(int64_t id, const Record& record);
+  /// What all columns of the full text get of a record, in which it lies.
+  struct RecordWords {
+    std::vector<ColumnText> columns;
+    std::deque<std::string> rooms;  // of those that do not lie there
+  };
+  RecordWords AllWords(const Record& record) const;
+  void WriteWords(WordChange change, int64_t id, const RecordWords& words);
+  void WriteTexts(int64_t id, std::string_view packed);
   void BindCell(Statement& statement, int parameter, const Cell& cell) const;
 
   Connection& database_;
@@ -88,6 +96,7 @@ class DocumentStore {
   std::string insert_row_;
   std::string insert_words_;
   std::string delete_words_;
+  std::vector<std::string> word_marks_;  // of GivenTexts, by column
 };
 
 /// Writing pays at once for keeping the word index in few pieces; while this lives, within one transaction, it does

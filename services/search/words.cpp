@@ -9,6 +9,7 @@
 #include <unicode/utf8.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <functional>
 
 #include "services/search/index.h"
@@ -18,9 +19,19 @@ namespace {
 
 enum class Kind { kSeparator, kWord, kPair, kComplex };
 
-bool IsAsciiWord(unsigned char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-}
+constexpr char kNoWord = '\0';
+constexpr char kNotAscii = '\x80';
+
+// By byte: the character in lower case if it is of a word, or else one of the two above.
+constexpr std::array<char, 256> kAsciiWords = [] {
+  std::array<char, 256> table{};
+  for (size_t i = 0; i < table.size(); ++i) {
+    const bool upper = i >= 'A' && i <= 'Z';
+    const bool word = upper || (i >= 'a' && i <= 'z') || (i >= '0' && i <= '9');
+    table[i] = i >= 0x80 ? kNotAscii : word ? static_cast<char>(upper ? i + ('a' - 'A') : i) : kNoWord;
+  }
+  return table;
+}();
 
 bool IsAscii(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
@@ -76,7 +87,7 @@ bool InPairs(UChar32 c) {
 
 Kind KindOf(UChar32 c) {
   if (c < 0x80) {
-    return IsAsciiWord(static_cast<unsigned char>(c)) ? Kind::kWord : Kind::kSeparator;
+    return kAsciiWords[static_cast<size_t>(c)] != kNoWord ? Kind::kWord : Kind::kSeparator;
   }
   if (InPairs(c)) {
     return Kind::kPair;
@@ -137,27 +148,21 @@ std::string Cut(std::string word) {
   return word;
 }
 
-struct Run {
-  Kind kind;
-  bool ascii;
-};
-
 // The characters of one kind that begin at `offset`, which it moves to their end.
-Run NextRun(std::string_view text, size_t& offset) {
-  Run run{Kind::kSeparator, true};
+Kind NextRun(std::string_view text, size_t& offset) {
+  Kind kind_of_run = Kind::kSeparator;
   for (const size_t begin = offset; offset < text.size();) {
     size_t next = offset;
     const UChar32 c = Next(text, next);
     const Kind kind = KindOf(c);
     // An accent belongs to the character before it, whatever that is.
-    if (offset != begin && kind != run.kind && !(run.kind == Kind::kPair && IsAccent(c))) {
+    if (offset != begin && kind != kind_of_run && !(kind_of_run == Kind::kPair && IsAccent(c))) {
       break;
     }
-    run.kind = offset == begin ? kind : run.kind;
-    run.ascii = run.ascii && c < 0x80;
+    kind_of_run = offset == begin ? kind : kind_of_run;
     offset = next;
   }
-  return run;
+  return kind_of_run;
 }
 
 // Where each character of a text begins, and its end.
@@ -200,7 +205,7 @@ std::vector<std::string> UnicodeForms(const std::string& bytes) {
   return forms;
 }
 
-// A Snowball stemmer with the stems of the words seen last: text repeats its words.
+// A Snowball stemmer.
 class WordAnalyzer::Stemmer {
  public:
   explicit Stemmer(const std::string& language) : handle_(sb_stemmer_new(language.c_str(), "UTF_8")) {
@@ -211,30 +216,50 @@ class WordAnalyzer::Stemmer {
 
   // Valid until the next call.
   std::string_view Stem(std::string_view word) {
-    Entry& entry = cache_[std::hash<std::string_view>()(word) % kEntries];
-    if (entry.word != word) {
-      const auto* stem = sb_stemmer_stem(handle_.get(), reinterpret_cast<const sb_symbol*>(word.data()),
-                                         static_cast<int>(word.size()));
-      if (stem == nullptr) {
-        throw std::bad_alloc();
-      }
-      entry.word = word;
-      entry.stem.assign(reinterpret_cast<const char*>(stem), static_cast<size_t>(sb_stemmer_length(handle_.get())));
+    const auto* stem =
+        sb_stemmer_stem(handle_.get(), reinterpret_cast<const sb_symbol*>(word.data()), static_cast<int>(word.size()));
+    if (stem == nullptr) {
+      throw std::bad_alloc();
     }
-    return entry.stem;
+    return {reinterpret_cast<const char*>(stem), static_cast<size_t>(sb_stemmer_length(handle_.get()))};
   }
 
  private:
-  static constexpr size_t kEntries = 4096;
-  struct Entry {
-    std::string word;
-    std::string stem;
-  };
   struct Deleter {
     void operator()(sb_stemmer* stemmer) const { sb_stemmer_delete(stemmer); }
   };
   std::unique_ptr<sb_stemmer, Deleter> handle_;
-  std::vector<Entry> cache_{kEntries};
+};
+
+// Words seen last, each with the tokens that kStore puts beside it: text repeats its words. An entry is a cache line.
+class WordAnalyzer::StemCache {
+ public:
+  struct Entry {
+    uint8_t word_size = 0;
+    uint8_t tokens_size = 0;
+    std::array<char, 62> bytes{};  // the word, then its tokens, each behind its length
+
+    std::string_view word() const { return {bytes.data(), word_size}; }
+    std::string_view tokens() const { return {bytes.data() + word_size, tokens_size}; }
+  };
+
+  Entry& At(std::string_view word) { return entries_[std::hash<std::string_view>()(word) % kEntries]; }
+
+  // False when they are too long to be kept.
+  static bool Keep(Entry& entry, std::string_view word, std::string_view tokens) {
+    if (word.size() + tokens.size() > entry.bytes.size()) {
+      return false;
+    }
+    entry.word_size = static_cast<uint8_t>(word.size());
+    entry.tokens_size = static_cast<uint8_t>(tokens.size());
+    std::copy(word.begin(), word.end(), entry.bytes.begin());
+    std::copy(tokens.begin(), tokens.end(), entry.bytes.begin() + word.size());
+    return true;
+  }
+
+ private:
+  static constexpr size_t kEntries = 4096;
+  std::vector<Entry> entries_{kEntries};
 };
 
 // ICU's dictionary of the scripts that write no spaces: Thai, Lao, Khmer, Burmese.
@@ -270,24 +295,39 @@ WordAnalyzer::WordAnalyzer(const std::vector<std::string>& languages) {
   for (const std::string& language : languages) {
     stemmers_.push_back(std::make_unique<Stemmer>(language));
   }
+  if (!stemmers_.empty()) {
+    cache_ = std::make_unique<StemCache>();
+  }
 }
 
 WordAnalyzer::~WordAnalyzer() = default;
 
-bool WordAnalyzer::EmitWord(std::string_view folded, size_t begin, size_t end, Stems stems, bool colocated,
-                            TokenSink& sink) {
+bool WordAnalyzer::EmitWord(std::string_view folded, size_t begin, size_t end, Stems stems, TokenSink& sink) {
   if (folded.empty()) {
     return true;
   }
-  if (!sink.Take(folded, begin, end, colocated)) {
+  if (!sink.Take(folded, begin, end, false)) {
     return false;
   }
-  if (stems == Stems::kNone) {
+  if (stems == Stems::kNone || stemmers_.empty()) {
     return true;
   }
+  if (stems == Stems::kStore) {
+    return EmitTokens(StoredStems(folded), begin, end, sink);
+  }
+  return EmitTokens(StemTokens(folded, stems), begin, end, sink);
+}
+
+// What is beside `folded`, as StemCache::Entry keeps it.
+std::string WordAnalyzer::StemTokens(std::string_view folded, Stems stems) {
   std::vector<std::string> done;
+  std::string tokens;
+  const auto add = [&tokens](std::string_view token) {
+    tokens += static_cast<char>(token.size());
+    tokens += token;
+  };
   for (const auto& stemmer : stemmers_) {
-    const std::string_view stem = stemmer->Stem(folded);
+    const std::string_view stem = stemmer->Stem(folded).substr(0, kMaxStemBytes);
     // A word that is its own stem is kept once; who asks for any form asks for the bare stem and for the marked one.
     if ((stem == folded && stems == Stems::kStore) || stem.empty()) {
       continue;
@@ -296,11 +336,31 @@ bool WordAnalyzer::EmitWord(std::string_view folded, size_t begin, size_t end, S
     if (std::find(done.begin(), done.end(), marked) != done.end()) {
       continue;
     }
-    if (!sink.Take(marked, begin, end, true) ||
-        (stems == Stems::kAsk && stem != folded && !sink.Take(stem, begin, end, true))) {
-      return false;
+    add(marked);
+    if (stems == Stems::kAsk && stem != folded) {
+      add(stem);
     }
     done.push_back(std::move(marked));
+  }
+  return tokens;
+}
+
+std::string_view WordAnalyzer::StoredStems(std::string_view folded) {
+  StemCache::Entry& entry = cache_->At(folded);
+  if (entry.word() == folded) {
+    return entry.tokens();
+  }
+  uncached_ = StemTokens(folded, Stems::kStore);
+  return StemCache::Keep(entry, folded, uncached_) ? entry.tokens() : uncached_;
+}
+
+bool WordAnalyzer::EmitTokens(std::string_view tokens, size_t begin, size_t end, TokenSink& sink) {
+  while (!tokens.empty()) {
+    const auto size = static_cast<unsigned char>(tokens.front());
+    if (!sink.Take(tokens.substr(1, size), begin, end, true)) {
+      return false;
+    }
+    tokens.remove_prefix(1 + size_t{size});
   }
   return true;
 }
@@ -310,7 +370,7 @@ bool WordAnalyzer::EmitRun(std::string_view run, size_t begin, Stems stems, Toke
     breaker_ = std::make_unique<Breaker>();
   }
   for (const std::string& word : breaker_->Break(run)) {
-    if (!EmitWord(Cut(Fold(word)), begin, begin + word.size(), stems, false, sink)) {
+    if (!EmitWord(Cut(Fold(word)), begin, begin + word.size(), stems, sink)) {
       return false;
     }
     begin += word.size();
@@ -337,24 +397,61 @@ bool WordAnalyzer::EmitPairs(std::string_view run, size_t begin, bool asking, To
   return count == 0 || (asking && count > 1) || take(count - 1, count, count > 1);
 }
 
-bool WordAnalyzer::Words(std::string_view text, Stems stems, TokenSink& sink) {
-  for (size_t offset = 0; offset < text.size();) {
-    const size_t begin = offset;
-    const Run run = NextRun(text, offset);
-    const std::string_view source = text.substr(begin, offset - begin);
-    bool go_on = true;
-    if (run.kind == Kind::kWord) {
-      go_on = EmitWord(Cut(run.ascii ? LowerAscii(source) : Fold(source)), begin, offset, stems, false, sink);
-    } else if (run.kind == Kind::kPair) {
-      go_on = EmitPairs(source, begin, stems != Stems::kStore, sink);
-    } else if (run.kind == Kind::kComplex) {
-      go_on = EmitRun(source, begin, stems, sink);
+// The word of ASCII that begins at `offset`, which it moves to the word's end. False, and `offset` stays, when the word
+// goes on with other characters.
+bool WordAnalyzer::EmitAsciiWord(std::string_view text, size_t& offset, Stems stems, TokenSink& sink, bool& go_on) {
+  std::array<char, kMaxWordBytes> word;
+  size_t size = 0;
+  bool letters = false;
+  size_t end = offset;
+  for (; end < text.size(); ++end) {
+    const char lower = kAsciiWords[static_cast<unsigned char>(text[end])];
+    if (lower == kNoWord) {
+      break;
     }
-    if (!go_on) {
+    if (lower == kNotAscii) {
       return false;
     }
+    letters = letters || lower >= 'a';
+    if (size < word.size()) {
+      word[size++] = lower;
+    }
+  }
+  // No language has forms of a number in digits.
+  go_on = EmitWord({word.data(), size}, offset, end, letters || stems == Stems::kAsk ? stems : Stems::kNone, sink);
+  offset = end;
+  return true;
+}
+
+// What is not ASCII alone, from `offset` on, which it moves to its end. False when the sink stopped.
+bool WordAnalyzer::EmitMixedRun(std::string_view text, size_t& offset, Stems stems, TokenSink& sink) {
+  const size_t begin = offset;
+  const Kind kind = NextRun(text, offset);
+  const std::string_view source = text.substr(begin, offset - begin);
+  switch (kind) {
+    case Kind::kWord:
+      return EmitWord(Cut(Fold(source)), begin, offset, stems, sink);
+    case Kind::kPair:
+      return EmitPairs(source, begin, stems != Stems::kStore, sink);
+    case Kind::kComplex:
+      return EmitRun(source, begin, stems, sink);
+    case Kind::kSeparator:
+      break;
   }
   return true;
+}
+
+bool WordAnalyzer::Words(std::string_view text, Stems stems, TokenSink& sink) {
+  bool go_on = true;
+  for (size_t offset = 0; offset < text.size() && go_on;) {
+    const char first = kAsciiWords[static_cast<unsigned char>(text[offset])];
+    if (first == kNoWord) {
+      ++offset;
+    } else if (first == kNotAscii || !EmitAsciiWord(text, offset, stems, sink, go_on)) {
+      go_on = EmitMixedRun(text, offset, stems, sink);
+    }
+  }
+  return go_on;
 }
 
 namespace {

@@ -61,13 +61,23 @@ class WordAnalyzer {
 
  private:
   class Stemmer;
+  class StemCache;
   class Breaker;
+  /// A stem with its mark has room behind a length of one byte; no language's stem is near that.
+  static constexpr size_t kMaxStemBytes = 250;
 
-  bool EmitWord(std::string_view folded, size_t begin, size_t end, Stems stems, bool colocated, TokenSink& sink);
+  bool EmitAsciiWord(std::string_view text, size_t& offset, Stems stems, TokenSink& sink, bool& go_on);
+  bool EmitMixedRun(std::string_view text, size_t& offset, Stems stems, TokenSink& sink);
+  bool EmitWord(std::string_view folded, size_t begin, size_t end, Stems stems, TokenSink& sink);
+  std::string StemTokens(std::string_view folded, Stems stems);
+  std::string_view StoredStems(std::string_view folded);
+  bool EmitTokens(std::string_view tokens, size_t begin, size_t end, TokenSink& sink);
   bool EmitRun(std::string_view run, size_t begin, Stems stems, TokenSink& sink);
   bool EmitPairs(std::string_view run, size_t begin, bool asking, TokenSink& sink);
 
   std::vector<std::unique_ptr<Stemmer>> stemmers_;
+  std::unique_ptr<StemCache> cache_;  // with stemmers only
+  std::string uncached_;              // tokens of the last word that the cache could not keep
   std::unique_ptr<Breaker> breaker_;
 };
 

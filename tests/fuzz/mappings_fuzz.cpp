@@ -41,7 +41,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
     const search::Record record = schema.ToRecord(ParseOrNull(text.substr(newline)));
     RequireSameTexts(record);
     for (size_t i = 0; i < schema.word_columns().size(); ++i) {
-      schema.Words(record, i);
+      std::string room;
+      schema.Words(record, i, room);
     }
     const Json::Value written = schema.ToJson(record, std::nullopt);
     if (written[schema.id_field()].isString() && written[schema.id_field()].asString() != record.path) {

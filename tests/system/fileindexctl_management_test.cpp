@@ -181,6 +181,20 @@ TEST_F(ManagementCommand, WhatNeedsAnIndexMakesTheOneThatIsMissing) {
   EXPECT_EQ(ReadFile(kFoldersFile), "[]");
 }
 
+TEST_F(ManagementCommand, AnIndexWhoseFilesAreGoneIsMadeAnew) {
+  AddPhoto();
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "pause", "photo"})));
+  KillSearchDaemon();
+  fs::remove_all(OnRoomy("@fileindex/photo/db"));
+  StartSearchDaemon();
+
+  const ProcessResult result = Fileindexctl({"share", "resume", "photo"});
+
+  EXPECT_EQ(result.exit_status, 0) << result.errors;
+  EXPECT_EQ(result.errors, "fileindexctl: the index of the share photo was missing; a new one is made\n");
+  EXPECT_EQ(IndexState(), "open");
+}
+
 TEST_F(ManagementCommand, SetChangesWhatIsGivenAndKeepsTheRest) {
   ASSERT_TRUE(Succeeds(Fileindexctl({"folder", "add", "/photo", "--group", "family", "--privileged"})));
   EmptyQueue();

@@ -10,6 +10,8 @@
 #include "orbisk/fileindex/folder_mgr.h"
 #include "orbisk/fileindex/index_mgr.h"
 #include "orbisk/fileindex/util.h"
+#include "orbisk/sdk/share.h"
+#include "orbisk/util.h"
 
 namespace fileindexctl {
 
@@ -21,6 +23,14 @@ namespace {
 // Answers of the search daemon.
 constexpr int kNoSuchIndex = 1204;
 constexpr int kIndexExists = 1220;
+constexpr int kFilesMissing = 1221;
+
+// The search daemon knows the index still, and its files are gone though the share is there: what removed them was
+// broken off before the index itself.
+bool IsEmptied(const std::string& share_name) {
+  const orbisk::sdk::SDKShare share(share_name);
+  return orbisk::IsDirExist(share.GetPath(), false) && !orbisk::IsDirExist(share.GetDBPath(), true);
+}
 
 // Whether it had to be made.
 bool MakeIndex(const std::string& share) {
@@ -31,8 +41,13 @@ bool MakeIndex(const std::string& share) {
     if (error.code() != kIndexExists) {
       throw;
     }
+  }
+  if (!IsEmptied(share)) {
     return false;
   }
+  index::elastic::ShareIndexDelete(share);
+  index::elastic::ShareIndexCreate(share);
+  return true;
 }
 
 // False if none was missing.
@@ -48,13 +63,17 @@ bool MakeMissingIndexes(const std::vector<std::string>& shares) {
   return any;
 }
 
+bool IsMissing(const Error& error) {
+  return error.code() == kNoSuchIndex || error.code() == kFilesMissing;
+}
+
 }  // namespace
 
 void WithIndexes(const std::vector<std::string>& shares, const std::function<void()>& operation) {
   try {
     operation();
   } catch (const Error& error) {
-    if (error.code() != kNoSuchIndex || !MakeMissingIndexes(shares)) {
+    if (!IsMissing(error) || !MakeMissingIndexes(shares)) {
       throw;
     }
     operation();

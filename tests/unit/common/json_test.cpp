@@ -9,8 +9,10 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <limits>
 #include <new>
+#include <random>
 
 #include "common/check.h"
 #include "orbisk/error.h"
@@ -176,6 +178,68 @@ TEST(JsonToString, LargeTextIsNeverCutForWantOfMemory) {
   memory_is_short = false;
 
   EXPECT_TRUE(is_told);
+}
+
+// A value of any type, nested up to `depth`; strings and names hold any byte.
+Json::Value RandomValue(std::mt19937& random, int depth) {
+  static constexpr double kReals[] = {0.1, 1.0, -2.5e300, 1e-300, 123456789.123456789, 3.0e17, -0.0};
+  const auto text = [&] {
+    std::string bytes(random() % 30, 'x');
+    for (char& c : bytes) {
+      c = random() % 3 == 0 ? static_cast<char>(random() % 256) : c;
+    }
+    return bytes;
+  };
+  switch (random() % (depth > 0 ? 9 : 7)) {
+    case 0:
+      return {};
+    case 1:
+      return Json::Int64{static_cast<int64_t>(random()) << (random() % 33)} * -1;
+    case 2:
+      return Json::UInt64{random()} << (random() % 33);
+    case 3:
+      return kReals[random() % std::size(kReals)];
+    case 4:
+      return random() % 2 == 0;
+    case 5:
+    case 6:
+      return text();
+    case 7: {
+      Json::Value array(Json::arrayValue);
+      for (size_t i = random() % 40; i > 0; --i) {
+        array.append(RandomValue(random, depth - 2));
+      }
+      return array;
+    }
+    default: {
+      Json::Value object(Json::objectValue);
+      for (size_t i = random() % 6; i > 0; --i) {
+        object[text()] = RandomValue(random, depth - 1);
+      }
+      return object;
+    }
+  }
+}
+
+TEST(JsonToString, IsWhatTheJsonLibraryWrites) {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  builder["commentStyle"] = "None";
+  builder["emitUTF8"] = true;
+  std::mt19937 random(3);
+  for (int round = 0; round < 3'000; ++round) {
+    const Json::Value value = RandomValue(random, 4);
+
+    EXPECT_EQ(toString(value), Json::writeString(builder, value));
+  }
+}
+
+TEST(JsonToString, WritesNumbersThatAreNoneAsTheJsonLibraryDoes) {
+  const double infinity = std::numeric_limits<double>::infinity();
+
+  EXPECT_EQ(toString(Json::Value(std::numeric_limits<double>::quiet_NaN())), "null");
+  EXPECT_EQ(toString(Json::Value(infinity)), "1e+9999");
+  EXPECT_EQ(toString(Json::Value(-infinity)), "-1e+9999");
 }
 
 TEST(JsonToString, WritesBytesThatAreNotUtf8Unchanged) {

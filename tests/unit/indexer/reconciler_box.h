@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 
 #include "services/indexer/reconciler.h"
@@ -42,10 +43,10 @@ class ReconcilerBox : public testing::Test {
     now_ = [] { return std::chrono::system_clock::now() + std::chrono::seconds(1); };
   }
 
-  Reconciler Fresh() {
-    Reconciler reconciler(index_, policy_, box_, progress_);
-    reconciler.clock = now_;
-    return reconciler;
+  Reconciler& Fresh() {
+    reconciler_ = std::make_unique<Reconciler>(index_, policy_, box_, progress_);
+    reconciler_->clock = now_;
+    return *reconciler_;
   }
   void Tree(const std::string& path) { Fresh().Tree(path); }
   void Build() {
@@ -75,6 +76,7 @@ class ReconcilerBox : public testing::Test {
   Policy policy_;
   Reconciler::Box box_;
   Progress progress_;
+  std::unique_ptr<Reconciler> reconciler_;
   bool interrupted_ = false;
   bool offline_ = false;
   std::function<std::chrono::system_clock::time_point()> now_ = std::chrono::system_clock::now;

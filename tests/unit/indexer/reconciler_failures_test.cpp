@@ -81,7 +81,7 @@ TEST_F(ReconcilerFailures, AFileWithoutADocumentLeavesTheListWhenItGoes) {
 TEST_F(ReconcilerFailures, ARenamedFileIsOnTheListUnderItsNewNameAndNotReadAgain) {
   Fail();
   fs::rename(At("x"), At("z"));
-  Reconciler reconciler = Fresh();
+  Reconciler& reconciler = Fresh();
 
   reconciler.Move(At("x"), At("z"));
   reconciler.Tree(At("x"));
@@ -122,7 +122,7 @@ TEST_F(ReconcilerFailures, WhatIsTakenAnewIsReadThoughNothingChanged) {
   index_.unreadable.clear();
   Pass pass(dir_.path());
   pass.TakeAnew(At("x/a.txt"));
-  Reconciler reconciler = Fresh();
+  Reconciler& reconciler = Fresh();
 
   pass.Apply(reconciler, progress_, true);
 

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -141,7 +142,7 @@ TEST_F(ReconcilerTest, ARenamedFileIsNotReadAlsoWhenTheMoveIsDoneAgain) {
   Build();
   fs::rename(At("a.txt"), At("b.txt"));
   Fresh().Move(At("a.txt"), At("b.txt"));
-  Reconciler again = Fresh();
+  Reconciler& again = Fresh();
 
   again.Move(At("a.txt"), At("b.txt"));
   again.Tree(At("a.txt"));

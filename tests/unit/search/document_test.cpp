@@ -111,6 +111,18 @@ TEST(DocumentTest, OfAWrongTypeIsRefusedWithTheFieldsName) {
   EXPECT_THAT(Get(*fixture.index, "{'match_all': {}}"), IsEmpty());
 }
 
+TEST(DocumentTest, IsReadAsItStandsWhateverBytesItBeginsWith) {
+  Fixture fixture;
+  // What the full text is told itself begins with such bytes.
+  for (char mode = 1; mode < 16; ++mode) {
+    fixture.Put("/v/" + std::to_string(mode), std::string(1, mode) + "0 falcon");
+  }
+  fixture.index->Commit();
+
+  EXPECT_EQ(Find(*fixture.index, "falcon").size(), 15U);
+  EXPECT_EQ(fixture.index->Stat(true).problem, "");
+}
+
 TEST(DocumentTest, OverItsBoundIsRefusedAlone) {
   OpenOptions options;
   options.max_document_bytes = 1000;

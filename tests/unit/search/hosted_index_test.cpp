@@ -256,17 +256,21 @@ TEST(IndexStat, CheckOfAnIndexThatIsNotOpenYetIsToldToComeBack) {
   Commands commands(catalog);
   Json::Value data;
   data["id"] = "a";
-  EXPECT_NE(std::string::npos, commands.Run({"index_stat", data}).find("\"state\":\"opening\""));
+  const auto stat = [&] {
+    Command command{"index_stat", data, std::nullopt};
+    return commands.Run(command);
+  };
+  EXPECT_NE(std::string::npos, stat().find("\"state\":\"opening\""));
   data["check"] = true;
 
   try {
-    ADD_FAILURE() << "answered without a check: " << commands.Run({"index_stat", data});
+    ADD_FAILURE() << "answered without a check: " << stat();
   } catch (const Refusal& refusal) {
     EXPECT_EQ(Code::kNotReady, refusal.code());
   }
 
   catalog.Open("a");
-  EXPECT_NE(std::string::npos, commands.Run({"index_stat", data}).find("\"checked\":true"));
+  EXPECT_NE(std::string::npos, stat().find("\"checked\":true"));
 }
 
 }  // namespace

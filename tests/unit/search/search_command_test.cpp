@@ -23,23 +23,44 @@ class SearchCommand : public testing::Test {
  protected:
   SearchCommand() {
     for (const std::string id : {"a", "b"}) {
-      Json::Value mappings;
-      mappings["property_id"] = "p";
-      mappings["properties"]["p"]["analyzer"] = "keyword";
-      mappings["properties"]["t"]["type"] = "text";
-      catalog_.Create(id, dir_ / id, mappings, Json::Value(Json::objectValue), Json::Value());
-      Json::Value data;
-      data["id"] = id;
-      data["doc_id"] = data["data"]["p"] = "/" + id;
-      data["data"]["t"] = "heron";
-      Run("document_upsert_by_id", data);
-      Run("commit", data);
+      Create(id, "text");
+      Run("document_upsert_by_id", Heron(id));
+      Run("commit", Heron(id));
     }
   }
   ~SearchCommand() override { catalog_.CloseAll(); }
 
+  void Create(const std::string& id, const char* type) {
+    Json::Value mappings;
+    mappings["property_id"] = "p";
+    mappings["properties"]["p"]["analyzer"] = "keyword";
+    mappings["properties"]["t"]["type"] = type;
+    catalog_.Create(id, dir_ / id, mappings, Json::Value(Json::objectValue), Json::Value());
+  }
+
+  static Json::Value Heron(const std::string& id) {
+    Json::Value data;
+    data["id"] = id;
+    data["doc_id"] = data["data"]["p"] = "/" + id;
+    data["data"]["t"] = "heron";
+    return data;
+  }
+
+  // The code with which a command is refused; 0 if it is not.
+  int CodeOf(Command& command) {
+    try {
+      commands_.Run(command);
+      return 0;
+    } catch (const Refusal& refusal) {
+      return static_cast<int>(refusal.code());
+    } catch (const search::Error& error) {
+      return static_cast<int>(error.code());
+    }
+  }
+
   Json::Value Run(const std::string& name, const Json::Value& data) {
-    return service::FromText(commands_.Run({name, data})).value_or(Json::Value());
+    Command command{name, data, std::nullopt};
+    return service::FromText(commands_.Run(command)).value_or(Json::Value());
   }
 
   Json::Value Search(const std::string& query) {
@@ -151,6 +172,52 @@ TEST_F(SearchCommand, SaysThatThereAreMoreHitsThanItHasCounted) {
 
   EXPECT_TRUE(answer["more"].asBool());
   EXPECT_EQ(100'000, answer["total"].asInt());
+}
+
+TEST_F(SearchCommand, ADocumentThatWasPreparedWaitsForItsTurn) {
+  Json::Value data = Heron("a");
+  data["doc_id"] = data["data"]["p"] = "/second";
+  Command command{"document_upsert_by_id", data, std::nullopt};
+
+  commands_.Prepare(command);
+  const int before = Search("heron")["total"].asInt();
+  const int code = CodeOf(command);
+  Run("commit", data);
+
+  EXPECT_TRUE(command.document.has_value());
+  EXPECT_EQ(2, before);
+  EXPECT_EQ(0, code);
+  EXPECT_EQ(3, Search("heron")["total"].asInt());
+}
+
+TEST_F(SearchCommand, ADocumentsFaultIsToldInItsTurnAndAfterTheIndexsState) {
+  Json::Value data = Heron("a");
+  data["data"]["t"] = 7;
+  Command command{"document_upsert_by_id", data, std::nullopt};
+  Command paused{"document_upsert_by_id", data, std::nullopt};
+
+  commands_.Prepare(command);
+  commands_.Prepare(paused);
+  const int code = CodeOf(command);
+  catalog_.Pause("a");
+
+  EXPECT_EQ(static_cast<int>(search::ErrorCode::kBadDocument), code);
+  EXPECT_EQ(static_cast<int>(Code::kPaused), CodeOf(paused));
+}
+
+TEST_F(SearchCommand, ADocumentThatWasPreparedForOtherMappingsIsAskedForAgain) {
+  Command same{"document_upsert_by_id", Heron("a"), std::nullopt};
+  Command other{"document_upsert_by_id", Heron("b"), std::nullopt};
+  commands_.Prepare(same);
+  commands_.Prepare(other);
+
+  catalog_.Delete("a");
+  Create("a", "text");
+  catalog_.Delete("b");
+  Create("b", "int");
+
+  EXPECT_EQ(0, CodeOf(same));
+  EXPECT_EQ(static_cast<int>(Code::kNotReady), CodeOf(other));
 }
 
 TEST_F(SearchCommand, ForAnAccountFindsFilesAloneThatAreThere) {

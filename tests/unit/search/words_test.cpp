@@ -4,6 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <iterator>
+#include <random>
+
 #include "services/search/index.h"
 
 namespace search {
@@ -151,6 +154,64 @@ TEST(WordsTest, EscapedWhiteSpaceSeparatesNothing) {
     analyzer.WhiteSpace(c.text, true, WordAnalyzer::Stems::kNone, tokens);
     EXPECT_THAT(tokens.list, ElementsAreArray(c.tokens)) << c.text;
   }
+}
+
+// A text of `count` random words, and what its tokens are when each word is analyzed alone by somebody who saw no
+// other.
+struct RandomText {
+  RandomText(int count, std::mt19937& random) {
+    const std::vector<std::string> languages = {"english", "german"};
+    const char* const letters[] = {"a", "E", "i", "n", "S", "t", "z", "y", "0", "7", "\u00e9"};
+    const char* const separators[] = {" ", "\n", "_", ", ", "\u2014", "\x01"};
+    for (int i = 0; i < count; ++i) {
+      std::string word;
+      // Some are short and come again, some are longer than what is kept of a word.
+      for (int left = i % 50 == 0 ? 120 : static_cast<int>(random() % 6) + 1; left > 0; --left) {
+        word += letters[random() % std::size(letters)];
+      }
+      word += random() % 4 == 0 ? "ing" : "";
+      WordAnalyzer analyzer(languages);
+      Tokens tokens;
+      analyzer.Words(word, WordAnalyzer::Stems::kStore, tokens);
+      list.insert(list.end(), tokens.list.begin(), tokens.list.end());
+      places.insert(places.end(), tokens.list.size(), {text.size(), text.size() + word.size()});
+      text += word + separators[random() % std::size(separators)];
+    }
+  }
+  std::string text;
+  std::vector<std::string> list;
+  std::vector<std::pair<size_t, size_t>> places;
+};
+
+TEST(WordsTest, AWordHasTheSameTokensAloneAndAmongOthers) {
+  std::mt19937 random{7};
+  WordAnalyzer analyzer({"english", "german"});
+  for (int round = 0; round < 5; ++round) {
+    const RandomText expected(400, random);
+    Tokens tokens;
+
+    analyzer.Words(expected.text, WordAnalyzer::Stems::kStore, tokens);
+
+    ASSERT_EQ(tokens.list, expected.list);
+    ASSERT_EQ(tokens.places, expected.places);
+  }
+}
+
+TEST(WordsTest, ANumberHasNoFormsInAnyLanguage) {
+  for (const char* language :
+       {"arabic", "danish", "dutch", "english", "finnish", "french", "german", "hungarian", "italian", "norwegian",
+        "portuguese", "romanian", "russian", "spanish", "swedish", "turkish"}) {
+    WordAnalyzer analyzer({language});
+    Tokens stored;
+    Tokens asked;
+
+    analyzer.Words("1 2021 20211121 0007", WordAnalyzer::Stems::kStore, stored);
+    analyzer.Words("20211121", WordAnalyzer::Stems::kAsk, asked);
+
+    EXPECT_THAT(stored.list, ElementsAre("1", "2021", "20211121", "0007")) << language;
+    EXPECT_THAT(asked.list, ElementsAre("20211121", "=~20211121")) << language;
+  }
+  EXPECT_THAT(Words("3pages", WordAnalyzer::Stems::kStore), ElementsAre("3pages", "=~3page"));
 }
 
 TEST(WordsTest, KeywordIsOneFoldedToken) {
