@@ -23,6 +23,8 @@ constexpr char kStampField[] = "_NIMOMDIndexStamp";
 
 constexpr size_t kPortion = 10'000;  // documents of one answer
 constexpr Json::ArrayIndex kChangesAtOnce = 256;
+// A document without its stamp is read again after a kill: each kill may cost this many files, whatever their size.
+constexpr int kStampsAtOnce = 3;
 constexpr int kUnknownDocument = 1200;
 
 class Turn {
@@ -240,6 +242,7 @@ void ShareIndex::SendChanges() {
   request["compound"].swap(changes_);
   changes_ = Json::Value(Json::arrayValue);
   changed_.clear();
+  stamps_ = 0;
   Json::Value answer;
   Ask(answer, request);
   if (!answer["has_fail"].isBool() || !answer["has_fail"].asBool()) {
@@ -259,6 +262,7 @@ void ShareIndex::DropChanges() {
   const std::lock_guard lock(mutex_);
   changes_.clear();
   changed_.clear();
+  stamps_ = 0;
   looked_up_.clear();
 }
 
@@ -338,6 +342,9 @@ void ShareIndex::SetStamp(const std::string& path, const std::string& stamp) {
   request["command"] = "document_set_by_id";
   request["data"]["data"][kStampField] = stamp;
   Change(path, std::move(request));
+  if (++stamps_ >= kStampsAtOnce) {
+    SendChanges();
+  }
 }
 
 void ShareIndex::RemoveOne(const std::string& path) {

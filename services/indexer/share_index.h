@@ -63,6 +63,7 @@ class ShareIndex : public DocumentIndex {
   bool uncommitted_ = true;
   Json::Value changes_;                        // of single documents, not sent yet
   std::unordered_set<std::string> changed_;    // the paths that they are about
+  int stamps_ = 0;                             // how many of them are stamps
   std::map<std::string, LookedUp> looked_up_;  // what Expect found, as far as nothing has changed it since
 };
 

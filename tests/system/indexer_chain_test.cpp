@@ -350,7 +350,7 @@ TEST_F(IndexerChain, AScanThatIsKilledAgainAndAgainReadsHardlyAFileTwice) {
 
   EXPECT_TRUE(BecomesEqual(std::chrono::minutes(2)));
   EXPECT_GE(ContentsRead().asInt(), kFiles);
-  EXPECT_LE(ContentsRead().asInt(), kFiles + 5);  // the one in work each time
+  EXPECT_LE(ContentsRead().asInt(), kFiles + kFiles / 20);  // those in work each time, and the last ones before
 }
 
 TEST_F(IndexerChain, ItStopsWithinASecondInTheMiddleOfAScan) {
