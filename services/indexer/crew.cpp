@@ -3,6 +3,7 @@
 
 #include <pthread.h>
 
+#include <system_error>
 #include <utility>
 
 namespace fileindexd {
@@ -23,11 +24,25 @@ void Crew::Give(std::function<void()> job) {
   std::unique_lock lock(mutex_);
   done_.wait(lock, [this] { return jobs_.size() < hands_ || failure_ != nullptr; });
   ThrowFailure();
-  jobs_.push_back(std::move(job));
-  if (threads_.size() < hands_ && threads_.size() < busy_ + jobs_.size()) {
-    threads_.emplace_back([this] { Run(); });
+  if (threads_.size() < hands_ && threads_.size() < busy_ + jobs_.size() + 1) {
+    AddThread();
   }
+  if (threads_.empty()) {
+    lock.unlock();
+    job();
+    return;
+  }
+  jobs_.push_back(std::move(job));
   given_.notify_one();
+}
+
+// Without any the giver does its jobs itself.
+void Crew::AddThread() {
+  try {
+    threads_.emplace_back([this] { Run(); });
+  } catch (const std::system_error&) {
+    // There is no room for one now; it is tried again with the next job.
+  }
 }
 
 void Crew::Wait() {

@@ -25,13 +25,15 @@ class Crew {
   Crew(const Crew&) = delete;
   Crew& operator=(const Crew&) = delete;
 
-  /// Waits while there are many jobs already. Throws what a job before threw; then `job` is dropped.
+  /// Waits while there are many jobs already. Throws what a job before threw; then `job` is dropped. Where there can be
+  /// no thread at all, does `job` at once, and throws what it throws.
   void Give(std::function<void()> job);
   /// Waits until no job is left. Throws what the first one that failed threw; those that had not begun then are
   /// dropped.
   void Wait();
 
  private:
+  void AddThread();
   void Run();
   void ThrowFailure();
 
