@@ -150,30 +150,30 @@ class Worker {
   ShareIndex index_;
   Roots& roots_;
   Policy policy_;
-  bool has_policy_ = false;
   Root root_;                                 // what the pass found
-  bool tries_again_ = false;                  // what failed, and nothing else asks for the pass
   std::vector<std::string> changed_folders_;  // of the configuration, not compared yet
-  bool recovery_pending_ = false;             // events were lost: the share has to be compared, sooner or later
-  bool recovering_ = false;                   // in this pass
   RecoveryPace pace_;
-  bool whole_share_ = false;   // has to be compared
-  std::optional<Mark> mark_;   // as it is stored
-  bool has_mark_ = false;      // has been looked for
-  bool probed_ = false;        // the index has answered
-  bool had_index_ = false;     // since the share is there
-  bool schema_known_ = false;  // it is the present one, or was made anew
+  std::optional<Mark> mark_;  // as it is stored
   std::optional<Clock::time_point> missing_since_;
-  bool told_no_space_ = false;
   std::string told_problem_;                // in the log as a warning
   std::optional<std::uint64_t> full_with_;  // bytes that were free when there was no room
   int tries_left_out_ = 0;
   std::chrono::milliseconds back_off_{0};
   BrokenContents broken_contents_;
-  bool failures_loaded_ = false;
-  bool met_extractor_ = false;
   std::string reader_;              // the extractor's way of reading; "" while nobody knows
   std::vector<std::string> retry_;  // failures of another one
+  bool has_policy_ = false;
+  bool tries_again_ = false;       // what failed, and nothing else asks for the pass
+  bool recovery_pending_ = false;  // events were lost: the share has to be compared, sooner or later
+  bool recovering_ = false;        // in this pass
+  bool whole_share_ = false;       // has to be compared
+  bool has_mark_ = false;          // has been looked for
+  bool probed_ = false;            // the index has answered
+  bool had_index_ = false;         // since the share is there
+  bool schema_known_ = false;      // it is the present one, or was made anew
+  bool told_no_space_ = false;
+  bool failures_loaded_ = false;
+  bool met_extractor_ = false;
 
   Progress progress_;
   std::thread thread_;

@@ -144,7 +144,7 @@ void ActingAs::GoBack() noexcept {
   const bool back = Capability(SYS_capset, capabilities_.data()) && (!other_groups_ || SetGroups(groups_)) &&
                     IsFileUser(user_) && IsFileGroup(group_);
   if (!back) {
-    service::Record(LOG_CRIT, "stuck_as_account");
+    service::Record(LOG_CRIT, "stuck_as_account").Add("user", static_cast<long long>(user_));
     std::abort();  // a thread with a wrong identity must not touch a database
   }
 }

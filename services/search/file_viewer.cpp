@@ -66,7 +66,7 @@ UniqueFd OpenThroughRootsLinks(const std::string& path) {
       return UniqueFd();
     }
     ++links;
-    rest = target + rest;
+    rest.insert(0, target);
     if (target.front() == '/') {
       at = UniqueFd(open("/", O_PATH | O_CLOEXEC));
     }
