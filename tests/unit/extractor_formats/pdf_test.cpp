@@ -70,6 +70,7 @@ TEST(Pdf, InColoursOfAProfileIsReadWithoutComputingThem) {
   EXPECT_EQ(extraction.Text(), "The grey heron");
   EXPECT_EQ(extraction.error, "");
   EXPECT_EQ(transform(profile, kRgb8, profile, kRgb8, 0, 0), nullptr);
+  reinterpret_cast<int (*)(void*)>(dlsym(RTLD_DEFAULT, "cmsCloseProfile"))(profile);
 }
 
 TEST(Pdf, WhosePageTreeIsALoopComesToAnEnd) {
