@@ -107,7 +107,7 @@ SearchResult Searcher::Run(const std::string& text) {
   SearchResult result;
   try {
     if (options_.viewer != nullptr) {
-      checked_until_ = std::chrono::steady_clock::now() + options_.time_limit / 2;
+      checked_until_ = std::chrono::steady_clock::now() + options_.viewer_limit;
       CollectPermitted();
     } else {
       Collect();
