@@ -335,15 +335,23 @@ void DocumentStore::WriteWords(WordChange change, int64_t id, const RecordWords&
   statement.Step();
 }
 
+// Texts are packed only if they differ: a rename has none to write.
 void DocumentStore::Replace(const StoredRecord& before, const Record& after) {
-  Replace(before, after, PackTexts(after));
+  if (before.record.texts != after.texts) {
+    WriteTexts(before.id, PackTexts(after));
+  }
+  ReplaceAllButTexts(before, after);
 }
 
 void DocumentStore::Replace(const StoredRecord& before, const Record& after, std::string_view packed) {
-  UpdateRow(before, after, true);
   if (before.record.texts != after.texts) {
     WriteTexts(before.id, packed);
   }
+  ReplaceAllButTexts(before, after);
+}
+
+void DocumentStore::ReplaceAllButTexts(const StoredRecord& before, const Record& after) {
+  UpdateRow(before, after, true);
   const RecordWords old_words = AllWords(before.record);
   const RecordWords new_words = AllWords(after);
   if (old_words.columns != new_words.columns) {

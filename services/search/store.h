@@ -88,6 +88,7 @@ class DocumentStore {
   RecordWords AllWords(const Record& record) const;
   void WriteWords(WordChange change, int64_t id, const RecordWords& words);
   void WriteTexts(int64_t id, std::string_view packed);
+  void ReplaceAllButTexts(const StoredRecord& before, const Record& after);
   void BindCell(Statement& statement, int parameter, const Cell& cell) const;
 
   Connection& database_;
