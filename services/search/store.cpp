@@ -162,6 +162,21 @@ void UnpackTexts(std::string_view packed, Record& record) {
   }
 }
 
+int64_t JsonBytes(const Json::Value& value) {
+  constexpr int64_t kItself = 16;
+  if (value.isString()) {
+    const char* begin = nullptr;
+    const char* end = nullptr;
+    value.getString(&begin, &end);
+    return end - begin;
+  }
+  int64_t bytes = 0;
+  for (const Json::Value& item : value) {
+    bytes += JsonBytes(item) + kItself;
+  }
+  return bytes;
+}
+
 std::string JsonText(const Json::Value& value) {
   static const Json::StreamWriterBuilder builder = [] {
     Json::StreamWriterBuilder made;
