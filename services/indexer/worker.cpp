@@ -160,6 +160,12 @@ void Worker::CompareAll() {
   wake_.notify_one();
 }
 
+void Worker::NoteMounts() {
+  const std::lock_guard lock(mutex_);
+  mounts_changed_ = true;
+  wake_.notify_one();
+}
+
 void Worker::SetPaused(bool paused) {
   const std::lock_guard lock(mutex_);
   look_again_ = look_again_ || (paused_ && !paused);
@@ -225,10 +231,13 @@ bool Worker::WaitForWork() {
     if (!retry_at_ && recovery_at_) {
       due = std::min(due.value_or(*recovery_at_), *recovery_at_);
     }
-    if (look_again_ || (flagged_ && !retry_at_) || (due && *due <= Clock::now())) {
+    const bool may_be_back = offline_ && mounts_changed_;
+    if (look_again_ || may_be_back || (flagged_ && !retry_at_) || (due && *due <= Clock::now())) {
       settle_.Take();
       tries_again_ = retry_at_.has_value() && !look_again_;
       look_again_ = false;
+      offline_ = false;
+      mounts_changed_ = false;
       flagged_ = false;
       retry_at_.reset();
       recovery_at_.reset();  // the pass looks for itself whether it is time
@@ -278,16 +287,17 @@ bool Worker::DoPass() {
     progress_.SetState(policy_.folders().empty() ? Progress::State::kIdle : Progress::State::kPaused);
     return true;
   }
+  FindRoot();  // before it is asked whether the share is mounted: a volume that goes in between is noticed later
   if (!orbisk::sdk::SDKShare(share_.name).CanBeIndexed()) {
-    // Whoever changes that changes the registry of shares, and with it wakes this up.
+    // Whoever changes that changes the registry of shares or mounts something, and with it wakes this up.
     had_index_ = false;
     probed_ = false;
     whole_share_ = true;  // perhaps nobody tells what changes by then
+    NoteOffline();
     progress_.SetState(Progress::State::kOffline);
     progress_.SetProblem("the share is locked or read-only");
     return false;
   }
-  FindRoot();
   index_.DropChanges();
   if (IsStillFull() || !Probe()) {
     return false;
@@ -331,6 +341,11 @@ bool Worker::Probe() {
   }
   roots_.Remember(share_.name, root_.folder);
   return true;
+}
+
+void Worker::NoteOffline() {
+  const std::lock_guard lock(mutex_);
+  offline_ = true;
 }
 
 // A full volume is left alone until it has more room: each try compares the whole share. Now and then it is tried all
@@ -576,7 +591,11 @@ bool Worker::StoreMark(Mark mark) {
 }
 
 Reconciler::Box Worker::AskedOfTheBox() {
-  return {MayBeIndexed, fi::IsSystemPreservedFileName, [this] { return ExtractorAnswers(share_.folder); },
+  // What lies where the share lay before is in no share, or in another one.
+  const auto may_be_indexed = [this](const std::string& path) {
+    return IsAtOrBelow(path, share_.folder) && MayBeIndexed(path);
+  };
+  return {may_be_indexed, fi::IsSystemPreservedFileName, [this] { return ExtractorAnswers(share_.folder); },
           [this] { return interrupt_.load() || !PolicyIsCurrent(); }, [this] { CheckOnline(); }};
 }
 
@@ -708,6 +727,9 @@ bool Worker::RebuildIndex(bool delete_first) {
 
 void Worker::RetryLater(Progress::State state, const std::string& problem, std::chrono::milliseconds limit) {
   probed_ = false;
+  if (state == Progress::State::kOffline) {
+    NoteOffline();
+  }
   back_off_ = std::min({settings_.retry_limit, limit, back_off_.count() == 0 ? kFirstBackOff : back_off_ * 2});
   progress_.SetState(state);
   progress_.SetProblem(problem);

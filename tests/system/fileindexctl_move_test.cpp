@@ -159,9 +159,10 @@ TEST_F(MoveCommand, AShareOfWhichOneFolderIsPausedIsRefusedBeforeAnythingIsDone)
   folder_mgr.GetFolders().back()->SetPaused(true);
   folder_mgr.Save();
 
-  EXPECT_TRUE(FailsWith(Move("music", "songs"),
-                        "fileindexctl: the folder /music/deep is paused while others of the share are not, and would be "
-                        "resumed; 'fileindexctl share pause music' or 'share resume music' before makes them alike"));
+  EXPECT_TRUE(
+      FailsWith(Move("music", "songs"),
+                "fileindexctl: the folder /music/deep is paused while others of the share are not, and would be "
+                "resumed; 'fileindexctl share pause music' or 'share resume music' before makes them alike"));
 
   ExpectUntouched();
   ASSERT_TRUE(Succeeds(Fileindexctl({"share", "resume", "music"})));
