@@ -153,6 +153,22 @@ TEST_F(MoveCommand, APausedShareStaysPaused) {
   ExpectMoved();
 }
 
+TEST_F(MoveCommand, AShareOfWhichOneFolderIsPausedIsRefusedBeforeAnythingIsDone) {
+  ASSERT_TRUE(Succeeds(Fileindexctl({"folder", "add", "/music/deep"})));
+  const fileindex::FolderMgr folder_mgr;
+  folder_mgr.GetFolders().back()->SetPaused(true);
+  folder_mgr.Save();
+
+  EXPECT_TRUE(
+      FailsWith(Move("music", "songs"),
+                "fileindexctl: the folder /music/deep is paused while others of the share are not, and would be "
+                "resumed; 'fileindexctl share pause music' or 'share resume music' before makes them alike"));
+
+  ExpectUntouched();
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "resume", "music"})));
+  EXPECT_TRUE(Succeeds(Move("music", "songs")));
+}
+
 TEST_F(MoveCommand, NamesThatCannotBeAreRefusedBeforeAnythingIsDone) {
   EXPECT_TRUE(FailsWith(Move("nothing", "songs"), "fileindexctl: no such share: nothing"));
   EXPECT_TRUE(FailsWith(Move("music", "docs"), "fileindexctl: there is a share docs already"));

@@ -317,6 +317,16 @@ void RequireFreeName(const std::vector<Entry>& shares, const ShareMove& move) {
   }
 }
 
+// Who resumes a share resumes all of its folders.
+void RequireNothingPausedAlone(const ShareMove& move, const std::string& paused_folder) {
+  if (move.resume && !paused_folder.empty()) {
+    throw std::runtime_error("the folder " + paused_folder +
+                             " is paused while others of the share are not, and would be resumed; 'fileindexctl share "
+                             "pause " +
+                             move.from + "' or 'share resume " + move.from + "' before makes them alike");
+  }
+}
+
 // What would come to nothing halfway.
 void RequireIndexThatCanFollow(const ShareMove& move) {
   if (!orbisk::sdk::SDKShare(move.from).CanBeIndexed()) {
@@ -352,11 +362,19 @@ ShareMove Plan(const std::string& from, const std::string& to) {
   }
   RequireFreeName(shares, move);
   const index::FolderMgr folder_mgr;
+  std::string paused_folder;
   for (const auto& folder : folder_mgr.GetFolders()) {
-    const bool of_share = folder->GetShare() == from;
-    move.indexed = move.indexed || of_share;
-    move.resume = move.resume || (of_share && !folder->IsPaused());
+    if (folder->GetShare() != from) {
+      continue;
+    }
+    move.indexed = true;
+    if (folder->IsPaused()) {
+      paused_folder = folder->GetPath();
+    } else {
+      move.resume = true;
+    }
   }
+  RequireNothingPausedAlone(move, paused_folder);
   if (move.indexed) {
     RequireIndexThatCanFollow(move);
   }
