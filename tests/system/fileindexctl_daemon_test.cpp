@@ -216,8 +216,10 @@ TEST_F(CannedCommand, WatchingOneShareTakesOneThatIsIndexed) {
 
   EXPECT_TRUE(
       Succeeds(Fileindexctl({"status", "--watch", "--until-done", "--share", "photo"}), "photo: idle, 0 of 0\n"));
-  EXPECT_TRUE(FailsWith(Fileindexctl({"status", "--watch", "--share", "films"}),
-                        "fileindexctl: no folder of this share is indexed: films"));
+  for (const std::string name : {"films", ""}) {
+    EXPECT_TRUE(FailsWith(Fileindexctl({"status", "--watch", "--until-done", "--share", name}),
+                          "fileindexctl: no folder of this share is indexed: " + name));
+  }
   EXPECT_EQ(Fileindexctl({"status", "--until-done"}).exit_status, 2);
 }
 
@@ -234,6 +236,13 @@ TEST_F(CannedCommand, FailuresNameTheFilesAndTheReasons) {
   EXPECT_TRUE(Succeeds(Fileindexctl({"failures", "--share", "photo", "--json"}),
                        "[{\"path\":\"/v/photo/c.jpg\",\"reason\":\"gone\",\"share\":\"photo\"}]\n"));
   EXPECT_TRUE(Succeeds(Fileindexctl({"failures", "--share", "music"}), "SHARE  PATH  REASON\n"));
+  for (const std::string name : {"phto", ""}) {
+    EXPECT_TRUE(FailsWith(Fileindexctl({"failures", "--share", name}),
+                          "fileindexctl: no folder of this share is indexed: " + name));
+  }
+  AddShare(OnFirst("films"));
+  WriteFolders({Entry("/films", "all")});
+  EXPECT_TRUE(Succeeds(Fileindexctl({"failures", "--share", "films"}), "SHARE  PATH  REASON\n"));
 }
 
 TEST_F(CannedCommand, FailuresAreCountedByReason) {

@@ -125,8 +125,10 @@ TEST_F(ManagementCommand, AddStoresWhatIsGiven) {
 }
 
 TEST_F(ManagementCommand, AnUpgradeAddsWithoutLookingAtThePathAndQueuesNothing) {
-  EXPECT_TRUE(FailsWith(Fileindexctl({"folder", "add", "/photo/gone"}),
-                        "fileindexctl: error 903: Path cannot index: /photo/gone"));
+  EXPECT_TRUE(
+      FailsWith(Fileindexctl({"folder", "add", "/photo/gone"}),
+                "fileindexctl: error 903: Path cannot index: /photo/gone ('fileindexctl path check --share-path PATH' "
+                "says why)"));
   EXPECT_TRUE(Succeeds(Fileindexctl({"folder", "add", "/photo/gone", "--updater"})));
 
   EXPECT_EQ(Get("/photo/gone")["name"], "gone");
@@ -137,7 +139,9 @@ TEST_F(ManagementCommand, AFolderThatCannotBeAddedIsRefusedWithTheReason) {
   AddPhoto();
   const std::string before = ReadFile(kFoldersFile);
 
-  EXPECT_TRUE(FailsWith(Fileindexctl({"folder", "add", "/photo"}), "fileindexctl: error 901: Duplicated ID: /photo"));
+  EXPECT_TRUE(FailsWith(Fileindexctl({"folder", "add", "/photo"}),
+                        "fileindexctl: error 901: Duplicated ID: /photo (this folder is indexed already; "
+                        "'fileindexctl folder set' changes it)"));
   EXPECT_TRUE(IsWrongUsage(Fileindexctl({"folder", "add", "/photo/"}), "PATH: not a plain share path: /photo/"));
   EXPECT_EQ(Fileindexctl({"folder", "add", "/nowhere"}).exit_status, 1);
   EXPECT_EQ(Fileindexctl({"folder", "add", "/photo/2019", "--kinds", "books"}).exit_status, 2);
@@ -271,7 +275,7 @@ TEST_F(ManagementCommand, WhatDestroysDoesNothingWithoutYesWhereNobodyCanBeAsked
        std::vector<std::vector<std::string>>{{"folder", "delete", "/photo"},
                                              {"folder", "delete", "--share", "photo"},
                                              {"share", "rebuild", "photo"},
-                                             {"share", "clear-paused", "photo", photo},
+                                             {"share", "clear-paused", "photo", photo, "--force"},
                                              {"share", "auto-clean", "photo"},
                                              {"volume", "clear-paused", fs::path(photo).parent_path()}}) {
     EXPECT_TRUE(FailsWith(Fileindexctl(command), kNobodyToAsk)) << command[0] << " " << command[1];
@@ -367,17 +371,20 @@ TEST_F(ManagementCommand, OperationsOnAShareThatIsNotIndexedSaySo) {
                                              {"share", "resume", "photo"},
                                              {"share", "rebuild", "photo", "--yes"},
                                              {"share", "auto-clean", "photo", "--yes"},
+                                             {"share", "check-recycle", "photo"},
+                                             {"share", "clear-paused", "photo", OnRoomy("photo"), "--yes"},
                                              {"share", "migrate", "photo", "/a/photo", "/b/photo"}}) {
     EXPECT_TRUE(FailsWith(Fileindexctl(command), "fileindexctl: no folder of this share is indexed: photo"))
         << command[1];
   }
   EXPECT_THAT(NewCommands(), IsEmpty());
+  EXPECT_EQ(Queue(), "");
 }
 
 TEST_F(ManagementCommand, ARenamedShareKeepsItsFoldersAndItsIndex) {
   AddPhoto();
   fs::rename(OnRoomy("photo"), OnRoomy("pictures"));
-  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "photo"})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "photo", "--force"})));
   AddShare(OnRoomy("pictures"));
 
   EXPECT_TRUE(Succeeds(Fileindexctl({"share", "rename", "photo", "pictures"})));
@@ -391,7 +398,7 @@ TEST_F(ManagementCommand, AMigratedShareTakesItsIndexAlong) {
   AddPhoto();
   const std::string from = OnRoomy("photo");
   fs::create_directory(OnFirst("photo"));
-  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "photo"})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "photo", "--force"})));
   AddShare(OnFirst("photo"));
   QueueOf("photo");
 
@@ -404,12 +411,71 @@ TEST_F(ManagementCommand, AMigratedShareTakesItsIndexAlong) {
 TEST_F(ManagementCommand, ClearPausedForgetsAShareThatIsGone) {
   AddPhoto();
   ASSERT_TRUE(Succeeds(Fileindexctl({"share", "pause", "photo"})));
-  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "photo"})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "photo", "--force"})));
 
   EXPECT_TRUE(Succeeds(Fileindexctl({"share", "clear-paused", "photo", OnRoomy("photo"), "--yes"})));
 
   EXPECT_EQ(ReadFile(kFoldersFile), "[]");
   EXPECT_EQ(IndexState(), "");
+}
+
+TEST_F(ManagementCommand, ClearPausedBelievesOnlyWhatFitsTheShares) {
+  AddPhoto();
+  AddShare(OnRoomy("music"));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"folder", "add", "/music"})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "pause", "music"})));
+  WriteFile(OnRoomy("@fileindex/photo/queue"), "waiting");
+  const std::string photo = OnRoomy("photo");
+  const std::string before = ReadFile(kFoldersFile);
+  const auto refused = [](const std::vector<std::string>& arguments, const std::string& reason) {
+    std::vector<std::string> command = {"share", "clear-paused", "--yes"};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return FailsWith(Fileindexctl(command), "fileindexctl: " + reason);
+  };
+
+  EXPECT_TRUE(refused({"phto", photo}, photo + " is the share photo"));
+  EXPECT_TRUE(refused({"phto", photo, "--force"}, photo + " is the share photo"));
+  EXPECT_TRUE(refused({"music", photo}, "the share music is at " + OnRoomy("music") + ", not at " + photo));
+  EXPECT_TRUE(refused({"music", OnFirst("music"), "--force"},
+                      "the share music is at " + OnRoomy("music") + ", not at " + OnFirst("music")));
+  EXPECT_TRUE(refused({"gone", OnRoomy("elsewhere"), "--force"},
+                      "the path " + OnRoomy("elsewhere") + " does not end in the share's name gone"));
+  EXPECT_TRUE(refused({"gone", OnRoomy("gone")}, "no folder of this share is indexed: gone"));
+  EXPECT_TRUE(refused({"photo", photo}, "the folder /photo is not paused; --force forgets the share nevertheless"));
+
+  EXPECT_EQ(ReadFile(kFoldersFile), before);
+  EXPECT_EQ(Queue(), "waiting");
+  EXPECT_TRUE(fs::exists(OnRoomy("@fileindex/photo/db")));
+  EXPECT_TRUE(fs::exists(OnRoomy("@fileindex/music/db")));
+  EXPECT_EQ(IndexState(), "open");
+}
+
+TEST_F(ManagementCommand, ForceForgetsAShareThatIsNotPaused) {
+  AddPhoto();
+
+  EXPECT_TRUE(Succeeds(Fileindexctl({"share", "clear-paused", "photo", OnRoomy("photo"), "--yes", "--force"})));
+
+  EXPECT_EQ(ReadFile(kFoldersFile), "[]");
+  EXPECT_EQ(IndexState(), "");
+}
+
+TEST_F(ManagementCommand, AShareIsNotUnregisteredWhileItIsIndexed) {
+  AddPhoto();
+  constexpr char kGone[] =
+      "fileindexctl: error 800: photo (no such share, though folders of it are indexed; 'fileindexctl share "
+      "clear-paused photo PATH' forgets it)";
+
+  EXPECT_TRUE(FailsWith(Fileindexctl({"share", "unregister", "photo"}),
+                        "fileindexctl: folders of the share photo are indexed; 'fileindexctl folder delete --share "
+                        "photo' ends that, and --force unregisters it nevertheless"));
+  EXPECT_THAT(Fileindexctl({"share", "list"}).output, HasSubstr("photo"));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "photo", "--force"})));
+  EXPECT_TRUE(FailsWith(Fileindexctl({"folder", "delete", "/photo", "--yes"}), kGone));
+  EXPECT_TRUE(FailsWith(Fileindexctl({"summary"}), kGone));
+  EXPECT_TRUE(FailsWith(Fileindexctl({"share", "show", "pho"}), "fileindexctl: error 800: pho (no such share)"));
+  EXPECT_TRUE(Succeeds(Fileindexctl({"share", "clear-paused", "photo", OnRoomy("photo"), "--yes", "--force"})));
+
+  EXPECT_TRUE(Succeeds(Fileindexctl({"summary"}), "NAME  KIND  STATUS\nall together: finished\n"));
 }
 
 TEST_F(ManagementCommand, AutoCleanTakesTheIndexAndLeavesTheFoldersConfigured) {

@@ -159,9 +159,10 @@ TEST_F(MoveCommand, AShareOfWhichOneFolderIsPausedIsRefusedBeforeAnythingIsDone)
   folder_mgr.GetFolders().back()->SetPaused(true);
   folder_mgr.Save();
 
-  EXPECT_TRUE(FailsWith(Move("music", "songs"),
-                        "fileindexctl: the folder /music/deep is paused while others of the share are not, and would be "
-                        "resumed; 'fileindexctl share pause music' or 'share resume music' before makes them alike"));
+  EXPECT_TRUE(
+      FailsWith(Move("music", "songs"),
+                "fileindexctl: the folder /music/deep is paused while others of the share are not, and would be "
+                "resumed; 'fileindexctl share pause music' or 'share resume music' before makes them alike"));
 
   ExpectUntouched();
   ASSERT_TRUE(Succeeds(Fileindexctl({"share", "resume", "music"})));
@@ -294,7 +295,7 @@ TEST_F(MoveCommand, OneThatWasInterruptedBehindTheFolderIsFinished) {
 TEST_F(MoveCommand, OneThatWasInterruptedBehindTheIndexIsFinished) {
   fileindex::SharePause("music");
   fs::rename(OnFirst("music"), OnFirst("songs"));
-  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "music"})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "music", "--force"})));
   AddShare(OnFirst("songs"));
   fileindex::elastic::ShareIndexRename("music", "songs", sdk::SDKShare("songs").GetDBPath());
   WriteNote(3);
