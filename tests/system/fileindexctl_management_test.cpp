@@ -562,13 +562,44 @@ TEST_F(ManagementCommand, PreparingStartsTheServicesIfAnyFolderIsIndexed) {
   const std::string started = OnRoomy("started");
   fs::create_directories("/etc/nimo/services.d");
   WriteFile("/etc/nimo/services.d/nimocontentextractd.json", R"({"command":["/usr/bin/touch",")" + started + "\"]}");
+  StopIndexer();
 
   EXPECT_TRUE(Succeeds(Fileindexctl({"services", "prepare"})));
   EXPECT_FALSE(fs::exists(started));
   WriteFolders({Entry("/photo", "Pictures")});
-  EXPECT_TRUE(Succeeds(Fileindexctl({"services", "prepare"})));
+  EXPECT_TRUE(FailsWith(Fileindexctl({"services", "prepare"}),
+                        "fileindexctl: the indexing daemon does not answer; see the system log"));
 
   EXPECT_TRUE(Eventually([&started] { return fs::exists(started); }));
+}
+
+TEST_F(ManagementCommand, PreparingIsDoneWhenTheIndexingDaemonAnswers) {
+  StopIndexer();
+  fs::create_directories("/etc/nimo/services.d");
+  WriteFile("/etc/nimo/services.d/pkg-Orbisk-fileindexd.json",
+            R"({"command":[")" + BuiltProgram("fileindexd") + R"("],"notify":false})");
+  WriteFolders({Entry("/photo", "Pictures")});
+
+  const ProcessResult prepared = Fileindexctl({"services", "prepare"});
+  const ProcessResult status = Fileindexctl({"daemon", "status"});
+  WriteFolders({});
+  const ProcessResult stopped = Fileindexctl({"services", "prepare"});
+
+  EXPECT_TRUE(Succeeds(prepared));
+  EXPECT_EQ(status.exit_status, 0) << status.errors;
+  EXPECT_TRUE(Succeeds(stopped));
+  EXPECT_EQ(Fileindexctl({"daemon", "status"}).exit_status, 1);
+}
+
+TEST_F(ManagementCommand, PreparingTakesRootAndFoldersThatCanBeRead) {
+  const ProcessResult as_nobody = RunProcess({"setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups",
+                                              BuiltProgram("fileindexctl"), "services", "prepare"});
+  EXPECT_TRUE(FailsWith(as_nobody, "fileindexctl: error 503: cannot act as root"));
+
+  WriteFile(kFoldersFile, "no folders");
+  const ProcessResult unreadable = Fileindexctl({"services", "prepare"});
+  EXPECT_EQ(unreadable.exit_status, 1);
+  EXPECT_THAT(unreadable.errors, AllOf(StartsWith("fileindexctl: error 504: "), HasSubstr(kFoldersFile)));
 }
 
 TEST_F(ManagementCommand, EveryCommandExplainsItself) {

@@ -134,6 +134,18 @@ TEST_F(MoveCommand, WhatWaitsInTheQueueIsNotLost) {
   EXPECT_FALSE(fs::exists(IndexFolder("music")));
 }
 
+TEST_F(MoveCommand, AShareThatWasPausedWithItsVolumeLeavesNothingBehind) {
+  ASSERT_TRUE(Eventually([this] { return fs::exists(IndexFolder("music") + "/queue.mark"); }));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"volume", "pause", Volume()})));
+
+  EXPECT_TRUE(Succeeds(Move("music", "songs")));
+
+  EXPECT_FALSE(fs::exists(IndexFolder("music")));
+  EXPECT_TRUE(Parse(Fileindexctl({"folder", "get", "/songs", "--json"}).output)["paused"].asBool());
+  EXPECT_TRUE(Succeeds(Fileindexctl({"volume", "resume", Volume()})));
+  ExpectMoved();
+}
+
 TEST_F(MoveCommand, AShareThatIsNotIndexedIsMovedAsWell) {
   AddShare(OnFirst("plain"));
 

@@ -1,21 +1,30 @@
 // "fileindexctl volume", "home", "user" and "services": what the box does when something became of them.
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "nimo/home.h"
+#include "orbisk/error.h"
 #include "orbisk/fileindex/folder_mgr.h"
 #include "orbisk/fileindex/index_mgr.h"
+#include "orbisk/sdk/credentials.h"
 #include "tools/fileindexctl/arguments.h"
 #include "tools/fileindexctl/commands.h"
 #include "tools/fileindexctl/confirm.h"
+#include "tools/fileindexctl/daemon_client.h"
 #include "tools/fileindexctl/left_over.h"
 
 namespace fileindexctl {
 namespace {
 
 namespace index = orbisk::fileindex;
+
+constexpr std::chrono::seconds kMostToStart{10};
+constexpr std::chrono::milliseconds kBetweenLooks{100};
 
 struct Options {
   std::string mount_point;
@@ -78,6 +87,32 @@ void AddHome(CLI::App& app, const std::shared_ptr<Options>& options) {
   }
 }
 
+// A daemon that was started a moment ago may not listen yet.
+void WaitForIndexer() {
+  const auto end = std::chrono::steady_clock::now() + kMostToStart;
+  while (true) {
+    try {
+      AskIndexer("status");
+      return;
+    } catch (const orbisk::Error&) {
+      if (std::chrono::steady_clock::now() > end) {
+        throw std::runtime_error("the indexing daemon does not answer; see the system log");
+      }
+    }
+    std::this_thread::sleep_for(kBetweenLooks);
+  }
+}
+
+// The library logs what fails, and goes on.
+void Prepare() {
+  const orbisk::sdk::SDKCredentials as_root("root");
+  const bool is_needed = !index::FolderMgr().IsEmpty();
+  index::PrepareServices();
+  if (is_needed) {
+    WaitForIndexer();
+  }
+}
+
 }  // namespace
 
 void AddVolumeCommands(CLI::App& app) {
@@ -94,9 +129,8 @@ void AddVolumeCommands(CLI::App& app) {
 
   CLI::App* const services = app.add_subcommand("services", "The services that indexing needs");
   services->require_subcommand(1);
-  CLI::App* const prepare =
-      services->add_subcommand("prepare", "Start them if any folder is indexed, else stop them; failures are logged");
-  prepare->callback([] { index::PrepareServices(); });
+  CLI::App* const prepare = services->add_subcommand("prepare", "Start them if any folder is indexed, else stop them");
+  prepare->callback(Prepare);
 }
 
 }  // namespace fileindexctl
