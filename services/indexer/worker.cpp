@@ -160,6 +160,12 @@ void Worker::CompareAll() {
   wake_.notify_one();
 }
 
+void Worker::NoteMounts() {
+  const std::lock_guard lock(mutex_);
+  mounts_changed_ = true;
+  wake_.notify_one();
+}
+
 void Worker::SetPaused(bool paused) {
   const std::lock_guard lock(mutex_);
   look_again_ = look_again_ || (paused_ && !paused);
@@ -221,10 +227,13 @@ bool Worker::WaitForWork() {
     if (!retry_at_ && recovery_at_) {
       due = std::min(due.value_or(*recovery_at_), *recovery_at_);
     }
-    if (look_again_ || (flagged_ && !retry_at_) || (due && *due <= Clock::now())) {
+    const bool may_be_back = offline_ && mounts_changed_;
+    if (look_again_ || may_be_back || (flagged_ && !retry_at_) || (due && *due <= Clock::now())) {
       settle_.Take();
       tries_again_ = retry_at_.has_value() && !look_again_;
       look_again_ = false;
+      offline_ = false;
+      mounts_changed_ = false;
       flagged_ = false;
       retry_at_.reset();
       recovery_at_.reset();  // the pass looks for itself whether it is time
@@ -274,15 +283,16 @@ bool Worker::DoPass() {
     progress_.SetState(policy_.folders().empty() ? Progress::State::kIdle : Progress::State::kPaused);
     return true;
   }
+  FindRoot();  // before it is asked whether the share is mounted: a volume that goes in between is noticed later
   if (!orbisk::sdk::SDKShare(share_.name).CanBeIndexed()) {
-    // Whoever changes that changes the registry of shares, and with it wakes this up.
+    // Whoever changes that changes the registry of shares or mounts something, and with it wakes this up.
     had_index_ = false;
     probed_ = false;
+    NoteOffline();
     progress_.SetState(Progress::State::kOffline);
     progress_.SetProblem("the share is locked or read-only");
     return false;
   }
-  FindRoot();
   index_.DropChanges();
   if (IsStillFull() || !Probe()) {
     return false;
@@ -326,6 +336,11 @@ bool Worker::Probe() {
   }
   roots_.Remember(share_.name, root_.folder);
   return true;
+}
+
+void Worker::NoteOffline() {
+  const std::lock_guard lock(mutex_);
+  offline_ = true;
 }
 
 // A full volume is left alone until it has more room: each try compares the whole share. Now and then it is tried all
@@ -694,6 +709,9 @@ bool Worker::RebuildIndex(bool delete_first) {
 
 void Worker::RetryLater(Progress::State state, const std::string& problem, std::chrono::milliseconds limit) {
   probed_ = false;
+  if (state == Progress::State::kOffline) {
+    NoteOffline();
+  }
   back_off_ = std::min({settings_.retry_limit, limit, back_off_.count() == 0 ? kFirstBackOff : back_off_ * 2});
   progress_.SetState(state);
   progress_.SetProblem(problem);

@@ -81,6 +81,8 @@ class Worker {
   /// The share's flags changed. While it waits to try again what failed, that can wait as well: a commit that fails for
   /// want of room sets a flag each time.
   void NoteFlag();
+  /// File systems came, went, or changed: a share that could not be reached, or was locked or read-only, is looked at.
+  void NoteMounts();
   /// Changes may not have been recorded, or the index was made anew: the whole share has to be compared, by a later
   /// daemon if this one ends. A pass in work is broken off.
   void CompareAll();
@@ -98,6 +100,7 @@ class Worker {
   bool WaitForWork();
   void TryPass();
   bool DoPass();
+  void NoteOffline();
   void Apply(bool has_batch, bool again, const std::string& index);
   void ReadPolicy();
   bool PolicyIsCurrent();
@@ -139,6 +142,8 @@ class Worker {
   std::optional<Clock::time_point> recovery_at_;  // one that was put off
   bool look_again_ = true;                        // the start, or NoteConfiguration
   bool flagged_ = false;                          // NoteFlag
+  bool offline_ = false;                          // the last pass found the share away, locked or read-only
+  bool mounts_changed_ = false;                   // NoteMounts since that pass began
   bool paused_;
   bool stop_ = false;
   bool compare_ = false;  // CompareAll was called: no mark is stored until the comparison begins
