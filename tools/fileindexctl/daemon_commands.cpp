@@ -7,7 +7,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <utility>
 
 #include "orbisk/json.h"
 #include "tools/fileindexctl/commands.h"
@@ -50,18 +49,17 @@ void ShowStatus(const Options& options) {
 }
 
 // One for each file.
-Table ListFailures(const Json::Value& share, Table table, Json::Value& failures) {
+void ListFailures(const Json::Value& share, Table& table, Json::Value& failures) {
   const std::string name = share["share"].asString();
   for (Json::Value failure : share["failures"]) {
     failure["share"] = name;
     table.Add({name, failure["path"].asString(), failure["reason"].asString()});
     failures.append(failure);
   }
-  return table;
 }
 
 // One for each reason.
-Table CountFailures(const Json::Value& share, Table table, Json::Value& failures) {
+void CountFailures(const Json::Value& share, Table& table, Json::Value& failures) {
   const std::string name = share["share"].asString();
   const Json::Value& reasons = share["reasons"];
   for (const std::string& reason : reasons.isObject() ? reasons.getMemberNames() : Json::Value::Members()) {
@@ -72,7 +70,6 @@ Table CountFailures(const Json::Value& share, Table table, Json::Value& failures
     table.Add({name, reasons[reason].asString(), reason});
     failures.append(count);
   }
-  return table;
 }
 
 void ShowFailures(const Options& options) {
@@ -85,7 +82,7 @@ void ShowFailures(const Options& options) {
   for (const Json::Value& share : status["shares"]) {
     if (!options.share || *options.share == share["share"].asString()) {
       is_known = true;
-      table = (options.count ? CountFailures : ListFailures)(share, std::move(table), failures);
+      (options.count ? CountFailures : ListFailures)(share, table, failures);
     }
   }
   if (!is_known) {  // the daemon may not have heard yet of one that was added just now

@@ -152,7 +152,7 @@ std::string Joined(const std::vector<std::string>& words) {
 void DeleteShare(const Options& options) {
   CheckIndexed(options.share);
   Confirm("Stop indexing all folders of the share " + options.share + " and delete its index?", options.yes);
-  StoreAndTell([&] { WithIndexes({options.share}, [&] { orbisk::fileindex::FolderDelete(options.share); }); },
+  StoreAndTell([&] { WithIndex(options.share, [&] { orbisk::fileindex::FolderDelete(options.share); }); },
                [&] { return !FolderMgr().IsShareIndexed(options.share); });
 }
 
@@ -169,7 +169,8 @@ void Delete(const Options& options) {
   }
   Confirm("Stop indexing " + Joined(options.paths) + " and delete what the index has of it?", options.yes);
   const auto remove = [&] { orbisk::fileindex::FolderDelete(orbisk::Vec2JsonArr(options.paths)); };
-  StoreAndTell([&] { WithIndexes(SharesOf(options.paths), remove); }, [&] { return !AnyConfigured(options.paths); });
+  StoreAndTell([&] { WithIndexes([&] { return SharesOf(options.paths); }, remove); },
+               [&] { return !AnyConfigured(options.paths); });
 }
 
 // The library passes over what is in no index; a person who asks for it has made a mistake.

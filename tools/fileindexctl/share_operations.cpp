@@ -36,7 +36,7 @@ void Rebuild(const Options& options) {
   CheckIndexed(options.share);
   Confirm("Delete the index of the share " + options.share + " and build a new one?", options.yes);
   const WaitNotice notice;
-  WithIndexes({options.share}, [&] { index::ShareRebuild(options.share); });
+  WithIndex(options.share, [&] { index::ShareRebuild(options.share); });
 }
 
 // The library believes any path, and removes what lies beside it under the name of its folder.
@@ -75,14 +75,15 @@ void ClearPaused(const Options& options) {
   }
   Confirm("Forget the share " + options.share + " at " + options.path + " and delete its index?", options.yes);
   const WaitNotice notice;
-  WithIndexes({options.share}, [&] { index::ShareClearPaused(options.share, options.path); });
+  Forgetting([&] { return std::vector<std::string>{options.share}; },
+             [&] { index::ShareClearPaused(options.share, options.path); });
 }
 
 void AutoClean(const Options& options) {
   CheckIndexed(options.share);
   Confirm("Delete the index of the share " + options.share + "?", options.yes);
   const WaitNotice notice;
-  WithIndexes({options.share}, [&] { index::ShareAutoClean(options.share); });
+  WithIndex(options.share, [&] { index::ShareAutoClean(options.share); });
 }
 
 // Accepts what a folder can be called.
@@ -140,14 +141,14 @@ void AddShareOperations(CLI::App& group) {
   pause->callback([options] {
     CheckIndexed(options->share);
     const WaitNotice notice;
-    WithIndexes({options->share}, [&] { index::SharePause(options->share); });
+    WithIndex(options->share, [&] { index::SharePause(options->share); });
   });
 
   CLI::App* const resume = AddOfShare(group, "resume", "Go on indexing a share that was paused", options);
   resume->callback([options] {
     CheckIndexed(options->share);
     const WaitNotice notice;
-    WithIndexes({options->share}, [&] { index::ShareResume(options->share); });
+    WithIndex(options->share, [&] { index::ShareResume(options->share); });
   });
 
   CLI::App* const rebuild = AddOfShare(group, "rebuild", "Replace the index of a share by a new one", options);
