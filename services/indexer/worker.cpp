@@ -577,7 +577,11 @@ bool Worker::StoreMark(Mark mark) {
 }
 
 Reconciler::Box Worker::AskedOfTheBox() {
-  return {MayBeIndexed, fi::IsSystemPreservedFileName, [this] { return ExtractorAnswers(share_.folder); },
+  // What lies where the share lay before is in no share, or in another one.
+  const auto may_be_indexed = [this](const std::string& path) {
+    return IsAtOrBelow(path, share_.folder) && MayBeIndexed(path);
+  };
+  return {may_be_indexed, fi::IsSystemPreservedFileName, [this] { return ExtractorAnswers(share_.folder); },
           [this] { return interrupt_.load() || !PolicyIsCurrent(); }, [this] { CheckOnline(); }};
 }
 
