@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <exception>
+#include <functional>
 #include <system_error>
 #include <utility>
 
@@ -15,7 +16,6 @@
 #include "orbisk/error.h"
 #include "orbisk/fileindex/elastic_control.h"
 #include "orbisk/fileindex/folder_mgr.h"
-#include "orbisk/fileindex/index_mgr.h"
 #include "orbisk/fileindex/queue_mgr.h"
 #include "orbisk/fileindex/status_mgr.h"
 #include "orbisk/fileindex/util.h"
@@ -194,7 +194,11 @@ void Worker::Run() {
   LoadFailures();
   Record(LOG_NOTICE, "worker_started").Add("share", share_.name);
   while (WaitForWork()) {
-    TryPass();
+    try {
+      TryPass();
+    } catch (const std::exception& error) {  // what was to be done about a failure failed, too
+      RetryLater(Progress::State::kFailing, error.what());
+    }
   }
   SyncDroppedMark();
   Record(LOG_NOTICE, "worker_stopped").Add("share", share_.name);
@@ -288,6 +292,7 @@ bool Worker::DoPass() {
     // Whoever changes that changes the registry of shares or mounts something, and with it wakes this up.
     had_index_ = false;
     probed_ = false;
+    whole_share_ = true;  // perhaps nobody tells what changes by then
     NoteOffline();
     progress_.SetState(Progress::State::kOffline);
     progress_.SetProblem("the share is locked or read-only");
@@ -462,7 +467,8 @@ void Worker::Apply(bool has_batch, bool again, const std::string& index) {
   const Clock::time_point begun = Clock::now();
   const Reconciler::Box box = AskedOfTheBox();
   Reconciler reconciler(index_, policy_, box, progress_);
-  reconciler.WorkWith(std::max(1U, std::thread::hardware_concurrency()));
+  reconciler.WorkWith(settings_.hands);
+  reconciler.retry_unlisted = retry_unlisted_;
   reconciler.on_milestone = [this] {
     CheckOnline();
     MeetExtractor();
@@ -511,10 +517,6 @@ void Worker::MeetExtractor() {
     return;
   }
   reader_ = ReaderOf(status);
-  if (!std::exchange(met_extractor_, true)) {
-    broken_contents_.Skip(status);
-    return;
-  }
   for (const BrokenContent& content : broken_contents_.New(status, share_.folder)) {
     content.has_document ? progress_.failures().Add(content.path, content.reason)
                          : progress_.failures().Explain(content.path, content.reason);
@@ -525,15 +527,26 @@ void Worker::MeetExtractor() {
 void Worker::FindFailuresToRetry() {
   LoadFailures();
   failures_loaded_ = true;
-  if (!met_extractor_) {
-    MeetExtractor();
+  if (!std::exchange(met_extractor_, true)) {
+    // What it said before this daemon's work is old. One that does not answer yet says nothing before that work.
+    const Json::Value status = AskExtractor();
+    reader_ = ReaderOf(status);
+    broken_contents_.Skip(status);
   }
   Failures& failures = progress_.failures();
   if (reader_.empty() || failures.reader() == reader_) {
     return;
   }
+  // Those that had no room on the list are found by comparing.
+  retry_unlisted_ = failures.IsFull();
+  whole_share_ = whole_share_ || retry_unlisted_;
   retry_ = failures.PathsIn(share_.folder);
-  if (retry_.empty()) {
+  // What is left alone now is not on the list of what this one failed at: it is read when its folder is resumed.
+  const auto paused = [this](const std::string& path) { return policy_.IsPaused(path); };
+  const auto end = std::stable_partition(retry_.begin(), retry_.end(), std::not_fn(paused));
+  std::for_each(end, retry_.end(), [&failures](const std::string& path) { failures.Forgive(path); });
+  retry_.erase(end, retry_.end());
+  if (retry_.empty() && !retry_unlisted_) {
     failures.SetReader(reader_);
   }
 }
@@ -544,9 +557,10 @@ void Worker::EndRetry(bool changed, const std::string& tried_by) {
     MeetExtractor();
   }
   Failures& failures = progress_.failures();
-  if (!retry_.empty()) {
+  if (!retry_.empty() || retry_unlisted_) {
     failures.SetReader(tried_by);
     retry_.clear();
+    retry_unlisted_ = false;
   }
   KeepFailures();
   if (!reader_.empty() && failures.reader() != reader_) {
@@ -634,7 +648,7 @@ void Worker::OnError(int code, const std::string& reason) {
   const std::string problem = "error " + std::to_string(code) + (reason.empty() ? "" : ": " + reason);
   if (code == kNoSuchIndex) {
     OnMissingIndex(problem);
-  } else if (code == kIndexDamaged || (code == kFilesMissing && !Exists(share_.index))) {
+  } else if (code == kIndexDamaged || (code == kFilesMissing && IdentityOfIndex(share_.index).empty())) {
     // What is at the path may lie below the volume, which is not mounted. A share that nobody knew is not believed
     // here.
     const Root now{IdentityOfFolder(share_.folder), IdentityOfIndex(share_.index)};
@@ -697,7 +711,7 @@ bool Worker::RebuildIndex(bool delete_first) {
     ForgetMark();
     fi::elastic::ShareIndexCreate(share_.name);
     if (!IsRegistered(settings_.registrations, share_.queue)) {
-      fi::ShareRebuild(share_.name);  // which registers it too
+      Register(share_.name, share_.queue);
     }
     missing_since_.reset();
     const std::lock_guard state_lock(mutex_);
@@ -705,7 +719,7 @@ bool Worker::RebuildIndex(bool delete_first) {
     return true;
   } catch (const Error& error) {
     RetryLater(Progress::State::kFailing, error.reason());
-  } catch (const std::system_error& error) {
+  } catch (const std::exception& error) {
     RetryLater(Progress::State::kFailing, error.what());
   }
   return false;

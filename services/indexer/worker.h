@@ -42,6 +42,7 @@ struct WorkerSettings {
   std::chrono::milliseconds recovery_pause{1'000};
   std::chrono::milliseconds recovery_limit{600'000};
   int nice = 10;
+  unsigned hands = 1;  ///< files that one share has read at once, at most
 };
 
 /// One share, as the box knows it.
@@ -178,7 +179,8 @@ class Worker {
   bool schema_known_ = false;      // it is the present one, or was made anew
   bool told_no_space_ = false;
   bool failures_loaded_ = false;
-  bool met_extractor_ = false;
+  bool met_extractor_ = false;   // or it was not there to be met
+  bool retry_unlisted_ = false;  // failures of another one, too many for the list
 
   Progress progress_;
   std::thread thread_;

@@ -48,7 +48,7 @@ class Error : public std::runtime_error {
 /// Bounds of an open index.
 struct OpenOptions {
   int64_t cache_bytes = 8 << 20;          ///< page cache of the writer, and of each reader
-  int64_t batch_bytes = 1 << 20;          ///< memory for words that are not yet in the database file
+  int64_t batch_bytes = 4 << 20;          ///< memory for words that are not yet in the database file
   int64_t max_document_bytes = 64 << 20;  ///< a larger document is refused
   int64_t max_database_bytes = 0;         ///< the database file grows no further than this; 0: no bound
   size_t idle_readers = 4;                ///< connections kept open for the next search

@@ -2,6 +2,8 @@
 // double.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/inotify.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -14,8 +16,11 @@
 #include <vector>
 
 #include "orbisk/fileindex/elastic_control.h"
+#include "orbisk/fileindex/op.h"
+#include "orbisk/fileindex/util.h"
 #include "tests/support/eventually.h"
 #include "tests/support/indexer_double.h"
+#include "tests/support/lock_holder.h"
 #include "tests/system/search_box.h"
 
 namespace orbisk::test {
@@ -30,6 +35,7 @@ using testing::Not;
 using testing::StartsWith;
 
 constexpr char kNobodyToAsk[] = "fileindexctl: nothing was done: this needs --yes where nobody can be asked";
+constexpr char kFoldersLock[] = "/tmp/orbisk_cfg_folder.lock";
 constexpr char kStored[] = "(the change is stored, and the indexing daemon follows when it runs)";
 
 std::string WorkerCommand(const std::string& type) {
@@ -42,6 +48,26 @@ ProcessResult AtTerminal(const std::string& command, const std::string& answer) 
   terminal.Write(answer + "\n");
   return terminal.Wait(std::chrono::seconds(60));
 }
+
+// Hears of a file's being opened from here on.
+class OpenedFile {
+ public:
+  explicit OpenedFile(const std::string& path) : descriptor_(inotify_init1(IN_CLOEXEC)) {
+    EXPECT_GE(inotify_add_watch(descriptor_, path.c_str(), IN_OPEN), 0);
+  }
+  ~OpenedFile() { close(descriptor_); }
+  OpenedFile(const OpenedFile&) = delete;
+  OpenedFile& operator=(const OpenedFile&) = delete;
+
+  // False if nobody opens it for long.
+  bool Wait() const {
+    pollfd event{descriptor_, POLLIN, 0};
+    return poll(&event, 1, 60'000) == 1;
+  }
+
+ private:
+  int descriptor_;
+};
 
 // A share "photo" with a folder and room, of which nothing is indexed.
 class ManagementCommand : public RoomyBox {
@@ -161,6 +187,19 @@ TEST_F(ManagementCommand, AddMakesTheIndexAnewThatAKilledAddLeft) {
   EXPECT_THAT(Find({"heron"}), IsEmpty());
 }
 
+TEST_F(ManagementCommand, ALeftOverIndexIsAllThatAddClearsAway) {
+  fileindex::elastic::ShareIndexCreate("photo");
+  QueueOf("photo");
+  fileindex::AddCustomEvent(fileindex::EVENT_REINDEX, OnRoomy("photo/2019"), "", Json::Value());
+  const std::string queue = Queue();
+
+  const ProcessResult result = Fileindexctl({"folder", "add", "/photo"});
+
+  EXPECT_EQ(result.exit_status, 0) << result.errors;
+  EXPECT_THAT(Queue(), AllOf(Not(queue), StartsWith(queue)));
+  EXPECT_TRUE(IsRegistered());
+}
+
 TEST_F(ManagementCommand, WhatNeedsAnIndexMakesTheOneThatIsMissing) {
   AddPhoto();
   const std::string volume = OnRoomy("photo").substr(0, OnRoomy("photo").rfind('/'));
@@ -179,6 +218,35 @@ TEST_F(ManagementCommand, WhatNeedsAnIndexMakesTheOneThatIsMissing) {
   }
   EXPECT_EQ(IndexState(), "");
   EXPECT_EQ(ReadFile(kFoldersFile), "[]");
+}
+
+TEST_F(ManagementCommand, AMissingIndexIsMadeOnlyWhereTheShareIs) {
+  AddPhoto();
+  ASSERT_TRUE(Succeeds(Fileindexctl({"index", "delete", "photo", "--yes"})));
+  fs::remove_all(OnRoomy("photo"));
+  fs::remove_all(OnRoomy("@fileindex"));
+
+  const ProcessResult result = Fileindexctl({"share", "resume", "photo"});
+
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_THAT(result.errors, StartsWith("fileindexctl: error 1204"));
+  EXPECT_EQ(IndexState(), "");
+  EXPECT_FALSE(fs::exists(OnRoomy("@fileindex")));
+}
+
+TEST_F(ManagementCommand, AMissingIndexIsMadeWhenNobodyElseChangesTheConfiguration) {
+  AddPhoto();
+  ASSERT_TRUE(Succeeds(Fileindexctl({"index", "delete", "photo", "--yes"})));
+  LockHolder holder(kFoldersLock);
+  const OpenedFile opened(kFoldersLock);
+
+  Subprocess resume({BuiltProgram("fileindexctl"), "share", "resume", "photo"});
+
+  EXPECT_TRUE(opened.Wait());
+  EXPECT_EQ(IndexState(), "");
+  holder.Release();
+  EXPECT_EQ(resume.Wait(std::chrono::seconds(120)).exit_status, 0);
+  EXPECT_EQ(IndexState(), "open");
 }
 
 TEST_F(ManagementCommand, AnIndexWhoseFilesAreGoneIsMadeAnew) {
@@ -412,6 +480,19 @@ TEST_F(ManagementCommand, ClearPausedForgetsAShareThatIsGone) {
   EXPECT_EQ(IndexState(), "");
 }
 
+TEST_F(ManagementCommand, ClearPausedForgetsAShareThatIsGoneWithItsIndex) {
+  AddPhoto();
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "pause", "photo"})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"index", "delete", "photo", "--yes"})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "photo"})));
+
+  const ProcessResult result = Fileindexctl({"share", "clear-paused", "photo", OnRoomy("photo"), "--yes"});
+
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_EQ(result.errors, "fileindexctl: the index of the share photo was missing; the share is forgotten\n");
+  EXPECT_EQ(ReadFile(kFoldersFile), "[]");
+}
+
 TEST_F(ManagementCommand, AutoCleanTakesTheIndexAndLeavesTheFoldersConfigured) {
   AddPhoto();
 
@@ -449,6 +530,37 @@ TEST_F(ManagementCommand, AVolumeIsPausedResumedAndForgotten) {
   EXPECT_EQ(IndexState(), "");
   EXPECT_TRUE(IsWrongUsage(Fileindexctl({"volume", "pause", volume + "/"}),
                            "MOUNT_POINT: not a plain full path: " + volume + "/"));
+}
+
+TEST_F(ManagementCommand, AVolumeWhoseSharesAreRegisteredNoMoreIsForgotten) {
+  AddPhoto();
+  const std::string volume = fs::path(OnRoomy("photo")).parent_path();
+  ASSERT_TRUE(Succeeds(Fileindexctl({"volume", "pause", volume})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "photo"})));
+
+  EXPECT_TRUE(Succeeds(Fileindexctl({"volume", "clear-paused", volume, "--yes"})));
+
+  EXPECT_EQ(ReadFile(kFoldersFile), "[]");
+  EXPECT_EQ(IndexState(), "");
+}
+
+TEST_F(ManagementCommand, AVolumeIsForgottenThoughAnIndexIsMissing) {
+  AddPhoto();
+  AddShare(OnRoomy("music"));
+  AddShare(OnRoomy("video"));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"folder", "add", "/music"})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"folder", "add", "/video"})));
+  const std::string volume = fs::path(OnRoomy("photo")).parent_path();
+  ASSERT_TRUE(Succeeds(Fileindexctl({"volume", "pause", volume})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"index", "delete", "photo", "--yes"})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "photo"})));
+
+  const ProcessResult result = Fileindexctl({"volume", "clear-paused", volume, "--yes"});
+
+  EXPECT_EQ(result.exit_status, 0) << result.errors;
+  EXPECT_THAT(result.errors, HasSubstr("the index of the share photo was missing; the share is forgotten\n"));
+  EXPECT_EQ(ReadFile(kFoldersFile), "[]");
+  EXPECT_EQ(Fileindexctl({"index", "list", "--json"}).output, "[]\n");
 }
 
 TEST_F(ManagementCommand, SuggestUpdateBuildsWhatSuggestAnswersFrom) {

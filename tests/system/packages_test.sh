@@ -155,7 +155,7 @@ upgrade() {
     -o Dpkg::Options::=--force-confold $(debs "")
   [ "$(installed_version)" != "$earlier_version" ] || fail "the version is still $earlier_version"
   in_box grep -q settle-ms /etc/nimo/services.d/pkg-Orbisk-fileindexd.json || fail "a changed configuration file is lost"
-  in_box grep -q '"notify":false' /etc/nimo/services.d/nimocontentextractd.json || fail "a configuration file is still the old one"
+  in_box grep -q '"notify":true' /etc/nimo/services.d/nimocontentextractd.json || fail "a configuration file is still the old one"
   ok "an upgrade keeps changed configuration files and renews the others"
   if [ "$manager" = none ]; then
     stop_by_hand

@@ -1,11 +1,13 @@
 // Questions to the daemons of this machine, answered now or not at all.
 #include "tools/fileindexctl/daemon_client.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "nimo/daemon_connection.h"
 #include "nimo/error.h"
 #include "orbisk/error.h"
+#include "orbisk/fileindex/elastic_control.h"
 #include "orbisk/json.h"
 
 namespace fileindexctl {
@@ -64,6 +66,12 @@ Json::Value AskSearchDaemon(const std::string& command, const Json::Value& data)
   request["command"] = command;
   request["data"] = data;
   return Ask(kSearch, request)["data"];
+}
+
+bool HasIndex(const std::string& share) {
+  const Json::Value all = AskSearchDaemon("index_list", Json::Value(Json::objectValue));
+  const std::string id = orbisk::fileindex::elastic::GetFileIndexID(share);
+  return std::any_of(all.begin(), all.end(), [&](const Json::Value& one) { return one["id"].asString() == id; });
 }
 
 Json::Value AskIndexer(const std::string& type, const Json::Value& data) {

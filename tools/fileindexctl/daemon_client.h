@@ -17,6 +17,9 @@ namespace fileindexctl {
 /// proper response.
 Json::Value AskSearchDaemon(const std::string& command, const Json::Value& data);
 
+/// Whether the search daemon knows an index of `share`, in whatever state. Throws as AskSearchDaemon.
+bool HasIndex(const std::string& share);
+
 /// Sends the command `type` with `data` to the indexing daemon and returns the "data" of its answer, null if it has
 /// none. Throws Error 502 if it refuses, cannot be reached or gives no proper answer.
 Json::Value AskIndexer(const std::string& type, const Json::Value& data = Json::Value());

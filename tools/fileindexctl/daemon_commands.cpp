@@ -6,7 +6,6 @@
 #include <cmath>
 #include <memory>
 #include <string>
-#include <utility>
 
 #include "orbisk/json.h"
 #include "tools/fileindexctl/commands.h"
@@ -48,18 +47,17 @@ void ShowStatus(const Options& options) {
 }
 
 // One for each file.
-Table ListFailures(const Json::Value& share, Table table, Json::Value& failures) {
+void ListFailures(const Json::Value& share, Table& table, Json::Value& failures) {
   const std::string name = share["share"].asString();
   for (Json::Value failure : share["failures"]) {
     failure["share"] = name;
     table.Add({name, failure["path"].asString(), failure["reason"].asString()});
     failures.append(failure);
   }
-  return table;
 }
 
 // One for each reason.
-Table CountFailures(const Json::Value& share, Table table, Json::Value& failures) {
+void CountFailures(const Json::Value& share, Table& table, Json::Value& failures) {
   const std::string name = share["share"].asString();
   const Json::Value& reasons = share["reasons"];
   for (const std::string& reason : reasons.isObject() ? reasons.getMemberNames() : Json::Value::Members()) {
@@ -70,7 +68,6 @@ Table CountFailures(const Json::Value& share, Table table, Json::Value& failures
     table.Add({name, reasons[reason].asString(), reason});
     failures.append(count);
   }
-  return table;
 }
 
 void ShowFailures(const Options& options) {
@@ -81,7 +78,7 @@ void ShowFailures(const Options& options) {
   const Json::Value status = AskIndexer("status", options.count ? Json::Value() : wanted);
   for (const Json::Value& share : status["shares"]) {
     if (options.share.empty() || options.share == share["share"].asString()) {
-      table = (options.count ? CountFailures : ListFailures)(share, std::move(table), failures);
+      (options.count ? CountFailures : ListFailures)(share, table, failures);
     }
   }
   Output out(STDOUT_FILENO);

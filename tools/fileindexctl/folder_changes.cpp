@@ -151,7 +151,7 @@ void DeleteShare(const Options& options) {
     throw std::runtime_error("no folder of this share is indexed: " + options.share);
   }
   Confirm("Stop indexing all folders of the share " + options.share + " and delete its index?", options.yes);
-  StoreAndTell([&] { WithIndexes({options.share}, [&] { orbisk::fileindex::FolderDelete(options.share); }); },
+  StoreAndTell([&] { WithIndex(options.share, [&] { orbisk::fileindex::FolderDelete(options.share); }); },
                [&] { return !FolderMgr().IsShareIndexed(options.share); });
 }
 
@@ -168,7 +168,8 @@ void Delete(const Options& options) {
   }
   Confirm("Stop indexing " + Joined(options.paths) + " and delete what the index has of it?", options.yes);
   const auto remove = [&] { orbisk::fileindex::FolderDelete(orbisk::Vec2JsonArr(options.paths)); };
-  StoreAndTell([&] { WithIndexes(SharesOf(options.paths), remove); }, [&] { return !AnyConfigured(options.paths); });
+  StoreAndTell([&] { WithIndexes([&] { return SharesOf(options.paths); }, remove); },
+               [&] { return !AnyConfigured(options.paths); });
 }
 
 // The library passes over what is in no index; a person who asks for it has made a mistake.

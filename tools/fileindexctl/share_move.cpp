@@ -53,12 +53,6 @@ ino_t FolderAt(const std::string& path) {
   return lstat(path.c_str(), &attributes) == 0 && S_ISDIR(attributes.st_mode) ? attributes.st_ino : 0;
 }
 
-bool HasIndex(const std::string& share) {
-  const Json::Value all = AskSearchDaemon("index_list", Json::Value(Json::objectValue));
-  const std::string id = index::elastic::GetFileIndexID(share);
-  return std::any_of(all.begin(), all.end(), [&](const Json::Value& one) { return one["id"].asString() == id; });
-}
-
 std::string QueueOf(const std::string& share_path) {
   std::array<char, PATH_MAX> queue{};
   if (FILEIDXQueuePathCompose(share_path.c_str(), queue.data(), queue.size()) < 0) {
@@ -291,7 +285,7 @@ void Run(ShareMove move) {
     try {
       ShareJournal::Write(move);
     } catch (const std::exception& error) {
-      throw std::runtime_error(error.what() + (ShareJournal::Read() ? AgainText(move) : std::string()));
+      throw std::runtime_error(error.what() + (ShareJournal::IsThere() ? AgainText(move) : std::string()));
     }
     try {
       kSteps[i].forward(move);

@@ -3,6 +3,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "orbisk/fileindex/folder_mgr.h"
 #include "orbisk/fileindex/index_mgr.h"
@@ -35,18 +36,19 @@ void CheckIndexed(const std::string& share) {
 void Rebuild(const Options& options) {
   CheckIndexed(options.share);
   Confirm("Delete the index of the share " + options.share + " and build a new one?", options.yes);
-  WithIndexes({options.share}, [&] { index::ShareRebuild(options.share); });
+  WithIndex(options.share, [&] { index::ShareRebuild(options.share); });
 }
 
 void ClearPaused(const Options& options) {
   Confirm("Forget the share " + options.share + " at " + options.path + " and delete its index?", options.yes);
-  WithIndexes({options.share}, [&] { index::ShareClearPaused(options.share, options.path); });
+  Forgetting([&] { return std::vector<std::string>{options.share}; },
+             [&] { index::ShareClearPaused(options.share, options.path); });
 }
 
 void AutoClean(const Options& options) {
   CheckIndexed(options.share);
   Confirm("Delete the index of the share " + options.share + "?", options.yes);
-  WithIndexes({options.share}, [&] { index::ShareAutoClean(options.share); });
+  WithIndex(options.share, [&] { index::ShareAutoClean(options.share); });
 }
 
 // Accepts what a folder can be called.
@@ -96,13 +98,13 @@ void AddShareOperations(CLI::App& group) {
       AddOfShare(group, "pause", "Stop indexing a share; its changes are recorded by nobody", options);
   pause->callback([options] {
     CheckIndexed(options->share);
-    WithIndexes({options->share}, [&] { index::SharePause(options->share); });
+    WithIndex(options->share, [&] { index::SharePause(options->share); });
   });
 
   CLI::App* const resume = AddOfShare(group, "resume", "Go on indexing a share that was paused", options);
   resume->callback([options] {
     CheckIndexed(options->share);
-    WithIndexes({options->share}, [&] { index::ShareResume(options->share); });
+    WithIndex(options->share, [&] { index::ShareResume(options->share); });
   });
 
   CLI::App* const rebuild = AddOfShare(group, "rebuild", "Replace the index of a share by a new one", options);

@@ -29,6 +29,18 @@ AUTH_TYPE TypeOf(const std::string& accounts) {
   return accounts == "local" ? AUTH_LOCAL : AUTH_DIRECTORY;
 }
 
+// As the library finds them. Those to be forgotten are found by their mark, since they may be registered no more.
+std::vector<std::string> SharesToForget(const std::string& mount_point) {
+  std::vector<std::string> shares;
+  const index::FolderMgr folder_mgr;
+  for (const auto& folder : folder_mgr.GetFolders()) {
+    if (folder->IsPaused() && folder->GetVolumeToBeClean() == mount_point) {
+      shares.push_back(folder->GetShare());
+    }
+  }
+  return shares;
+}
+
 std::vector<std::string> SharesOn(const std::string& mount_point) {
   std::vector<std::string> shares;
   const index::FolderMgr folder_mgr;
@@ -42,7 +54,12 @@ std::vector<std::string> SharesOn(const std::string& mount_point) {
 
 void ClearPaused(const Options& options) {
   Confirm("Forget the paused shares of the volume " + options.mount_point + " and delete their indexes?", options.yes);
-  WithIndexes(SharesOn(options.mount_point), [&] { index::VolumeClearPaused(options.mount_point); });
+  Forgetting([&] { return SharesToForget(options.mount_point); },
+             [&] { index::VolumeClearPaused(options.mount_point); });
+}
+
+void Resume(const Options& options) {
+  WithIndexes([&] { return SharesOn(options.mount_point); }, [&] { index::VolumeResume(options.mount_point); });
 }
 
 void AddVolume(CLI::App& app, const std::shared_ptr<Options>& options) {
@@ -51,8 +68,7 @@ void AddVolume(CLI::App& app, const std::shared_ptr<Options>& options) {
   CLI::App* const pause = group->add_subcommand("pause", "Pause the folders of a volume that is about to go");
   pause->callback([options] { index::VolumePause(options->mount_point); });
   CLI::App* const resume = group->add_subcommand("resume", "Go on with the folders of a volume that is back");
-  resume->callback(
-      [options] { WithIndexes(SharesOn(options->mount_point), [&] { index::VolumeResume(options->mount_point); }); });
+  resume->callback([options] { Resume(*options); });
   CLI::App* const clear =
       group->add_subcommand("clear-paused", "Forget the shares of a volume that will not come back");
   AddYes(*clear, options->yes);
