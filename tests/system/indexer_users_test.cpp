@@ -155,7 +155,7 @@ TEST_F(IndexerUsers, AMigratedShareGoesOnAtItsNewPlace) {
   AddMusic();
   SharePause("music");
   fs::copy(OnFirst("music"), OnSecond("music"), fs::copy_options::recursive);
-  ASSERT_EQ(Fileindexctl({"share", "unregister", "music"}).exit_status, 0);
+  ASSERT_EQ(Fileindexctl({"share", "unregister", "music", "--force"}).exit_status, 0);
   AddShare(OnSecond("music"));
   const auto moved = [this] {
     IndexedTree tree;
@@ -197,7 +197,7 @@ TEST_F(IndexerUsers, RecycledFilesAreNotFound) {
 TEST_F(IndexerUsers, APausedShareThatIsForgottenLeavesNothing) {
   AddMusic();
   SharePause("music");
-  ASSERT_EQ(Fileindexctl({"share", "unregister", "music"}).exit_status, 0);
+  ASSERT_EQ(Fileindexctl({"share", "unregister", "music", "--force"}).exit_status, 0);
 
   ShareClearPaused("music", OnFirst("music"));
 
