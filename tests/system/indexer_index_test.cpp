@@ -187,7 +187,7 @@ TEST_F(IndexerIndex, OneThatWasCleanedAwayComesBackWithItsRegistrationWhenTheSha
   usleep(kRetries);
   EXPECT_FALSE(IsThere());
   EXPECT_EQ(StatusOf()["state"].asString(), "offline");
-  ASSERT_EQ(Fileindexctl({"share", "unregister", "docs"}).exit_status, 0);
+  ASSERT_EQ(Fileindexctl({"share", "unregister", "docs", "--force"}).exit_status, 0);
   ASSERT_TRUE(Eventually([] { return StatusOf()["problem"].asString() == "error 800: docs"; }));
   AddShare(Docs());
 

@@ -87,7 +87,7 @@ TEST_F(IndexerRebuild, TheRegistrationThatComesWithItIsWhatTheLibraryMakes) {
 
   fileindex::ShareAutoClean("docs");
   ASSERT_EQ(Registration(), "");
-  ASSERT_EQ(Fileindexctl({"share", "unregister", "docs"}).exit_status, 0);
+  ASSERT_EQ(Fileindexctl({"share", "unregister", "docs", "--force"}).exit_status, 0);
   ASSERT_TRUE(Eventually([] { return StatusOf()["problem"].asString() == "error 800: docs"; }));
   AddShare(Docs());
 
@@ -103,7 +103,7 @@ class IndexerLocked : public IndexerRebuild {
   void SetUp() override {
     IndexerRebuild::SetUp();
     MountBind(elsewhere_.path(), Docs());
-    ASSERT_EQ(Fileindexctl({"share", "unregister", "docs"}).exit_status, 0);
+    ASSERT_EQ(Fileindexctl({"share", "unregister", "docs", "--force"}).exit_status, 0);
     AddShare(Docs(), {"--encryption"});
     StartWithFiles();
     KillMonitor();  // it would tell of the mounts, too

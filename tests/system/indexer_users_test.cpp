@@ -124,6 +124,8 @@ TEST_F(IndexerUsers, AUserWhoIsRenamedIsFoundUnderTheNewPathAlone) {
 
   EXPECT_TRUE(BecomesEqualTo(indexed, kLimit, "homes"));
   EXPECT_EQ(InIndex("homes").count(OnFirst("homes/bob/deep/b.txt")), 1U);
+  Write(OnFirst("homes/bob/a.txt"), "dipper");
+  EXPECT_TRUE(BecomesEqualTo(indexed, kLimit, "homes"));
 }
 
 TEST_F(IndexerUsers, BinsOfHomesAreFoundNoMoreWhenHomesAreSwitched) {
@@ -153,7 +155,7 @@ TEST_F(IndexerUsers, AMigratedShareGoesOnAtItsNewPlace) {
   AddMusic();
   SharePause("music");
   fs::copy(OnFirst("music"), OnSecond("music"), fs::copy_options::recursive);
-  ASSERT_EQ(Fileindexctl({"share", "unregister", "music"}).exit_status, 0);
+  ASSERT_EQ(Fileindexctl({"share", "unregister", "music", "--force"}).exit_status, 0);
   AddShare(OnSecond("music"));
   const auto moved = [this] {
     IndexedTree tree;
@@ -195,7 +197,7 @@ TEST_F(IndexerUsers, RecycledFilesAreNotFound) {
 TEST_F(IndexerUsers, APausedShareThatIsForgottenLeavesNothing) {
   AddMusic();
   SharePause("music");
-  ASSERT_EQ(Fileindexctl({"share", "unregister", "music"}).exit_status, 0);
+  ASSERT_EQ(Fileindexctl({"share", "unregister", "music", "--force"}).exit_status, 0);
 
   ShareClearPaused("music", OnFirst("music"));
 

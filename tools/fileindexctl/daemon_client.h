@@ -8,7 +8,8 @@
 namespace fileindexctl {
 
 // A person waits for the answer. So there is one exchange and no waiting for a daemon that does not run, is busy or has
-// its database closed: what the daemon says of that is the error.
+// its database closed: what the daemon says of that is the error. A daemon that is silent for a minute is one, too, but
+// for what takes long by nature: making, deleting and checking an index, and reading a file.
 //
 // Threads: every function may be called from any thread.
 

@@ -5,11 +5,13 @@
 #include <CLI/CLI.hpp>
 #include <cmath>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "orbisk/json.h"
 #include "tools/fileindexctl/commands.h"
 #include "tools/fileindexctl/daemon_client.h"
+#include "tools/fileindexctl/indexed.h"
 #include "tools/fileindexctl/output.h"
 #include "tools/fileindexctl/progress_text.h"
 #include "tools/fileindexctl/table.h"
@@ -18,7 +20,7 @@ namespace fileindexctl {
 namespace {
 
 struct Options {
-  std::string share;
+  std::optional<std::string> share;
   bool json = false;
   bool count = false;
 };
@@ -76,10 +78,15 @@ void ShowFailures(const Options& options) {
   Json::Value wanted;
   wanted["failures"] = "all";
   const Json::Value status = AskIndexer("status", options.count ? Json::Value() : wanted);
+  bool is_known = !options.share;
   for (const Json::Value& share : status["shares"]) {
-    if (options.share.empty() || options.share == share["share"].asString()) {
+    if (!options.share || *options.share == share["share"].asString()) {
+      is_known = true;
       (options.count ? CountFailures : ListFailures)(share, table, failures);
     }
+  }
+  if (!is_known) {  // the daemon may not have heard yet of one that was added just now
+    CheckIndexed(*options.share);
   }
   Output out(STDOUT_FILENO);
   out.Write(options.json ? orbisk::toString(failures) + "\n" : table.Text());

@@ -120,6 +120,10 @@ void CarryQueue(const std::string& path_from, const std::string& path_to) {
   MoveIfThere(from + ".tmp", to + ".tmp");
   MoveIfThere(from, to);
   MoveIfThere(from + ".failures", to + ".failures");
+  // The daemon's note of what the index was filled by. It drops it for a share that it was told to pause, but not for
+  // one that was paused with its volume. At the new place it looks through everything without one.
+  fs::remove(from + ".mark");
+  fs::remove(from + ".mark.new");
 }
 
 // Steps
