@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <limits>
 #include <optional>
 
 #include "services/base/json_text.h"
@@ -304,21 +303,22 @@ TEST_F(SearchCommand, OfManyIndexesHasOneTimeLimitForAll) {
     query += " OR folder:/none/" + std::to_string(i);
   }
   question["query"] = query;
-  std::int64_t all_take_ms = std::numeric_limits<std::int64_t>::max();
-  for (int run = 0; run < 3; ++run) {  // the quickest, because others may be at work on the machine
+
+  // A machine that gets quicker between two runs has time for all within a third of what they took before.
+  for (int round = 0; round < 5; ++round) {
+    question.removeMember("time_limit_ms");
     const auto start = std::chrono::steady_clock::now();
     Run("document_search", question);
     const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
-    all_take_ms = std::min<std::int64_t>(all_take_ms, took.count());
+    question["time_limit_ms"] = Json::Int64{std::max<std::int64_t>(took.count() / 3, 1)};
+    try {
+      Run("document_search", question);
+    } catch (const search::Error& error) {
+      EXPECT_EQ(search::ErrorCode::kQueryTimeout, error.code());
+      return;
+    }
   }
-  question["time_limit_ms"] = Json::Int64{std::max<std::int64_t>(all_take_ms / 3, 1)};
-
-  try {
-    Run("document_search", question);
-    FAIL() << "each index had the whole limit, a third of the " << all_take_ms << " ms that all take";
-  } catch (const search::Error& error) {
-    EXPECT_EQ(search::ErrorCode::kQueryTimeout, error.code());
-  }
+  FAIL() << "each index had the whole limit, a third of what all take";
 }
 
 TEST_F(SearchCommand, NullIsTheSameAsAMissingMember) {
