@@ -505,34 +505,6 @@ TEST_F(ManagementCommand, PreparingStartsTheServicesIfAnyFolderIsIndexed) {
   EXPECT_TRUE(Eventually([&started] { return fs::exists(started); }));
 }
 
-TEST_F(ManagementCommand, EveryCommandExplainsItself) {
-  const std::vector<std::vector<std::string>> commands = {{"folder", "add"},          {"folder", "set"},
-                                                          {"folder", "delete"},       {"folder", "reindex"},
-                                                          {"folder", "groups"},       {"summary"},
-                                                          {"share", "rename"},        {"share", "migrate"},
-                                                          {"share", "pause"},         {"share", "resume"},
-                                                          {"share", "rebuild"},       {"share", "clear-paused"},
-                                                          {"share", "auto-clean"},    {"share", "check-recycle"},
-                                                          {"volume", "pause"},        {"volume", "resume"},
-                                                          {"volume", "clear-paused"}, {"home", "enable"},
-                                                          {"home", "disable"},        {"user", "rename"},
-                                                          {"services", "prepare"},    {"suggest", "update"},
-                                                          {"daemon", "status"},       {"daemon", "pause"},
-                                                          {"daemon", "resume"},       {"failures"}};
-  for (std::vector<std::string> command : commands) {
-    std::string usage = "Usage: fileindexctl";
-    for (const std::string& word : command) {
-      usage += " " + word;
-    }
-    command.emplace_back("--help");
-
-    const ProcessResult result = Fileindexctl(command);
-
-    EXPECT_EQ(result.exit_status, 0) << usage;
-    EXPECT_THAT(result.output, HasSubstr(usage + " [OPTIONS]"));
-  }
-}
-
 TEST_F(ManagementCommand, WithoutAnIndexingDaemonTheUserHearsWhatIsStored) {
   StopIndexer();
   constexpr char kReason[] = "fileindexctl: error 502: write failed, reason=Transport endpoint is not connected ";
