@@ -1,21 +1,19 @@
 // Takes a list of files through extractor, library and search daemon, as the indexing daemon's workers do, and times
 // it.
-#include <atomic>
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <fstream>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "bench/index_all.h"
 #include "orbisk/fileindex/elastic_control.h"
 
 namespace orbisk::bench {
 namespace {
-
-namespace elastic = fileindex::elastic;
 
 std::vector<std::string> ReadList(const char* path) {
   std::ifstream file(path);
@@ -26,43 +24,21 @@ std::vector<std::string> ReadList(const char* path) {
   return lines;
 }
 
-// How many of `paths` could not be indexed.
-size_t Load(const std::string& share, const std::vector<std::string>& paths, unsigned workers) {
-  std::atomic<size_t> next{0};
-  std::atomic<size_t> failed{0};
-  const auto work = [&] {
-    for (size_t i = next++; i < paths.size(); i = next++) {
-      try {
-        elastic::IndexUpsert(share, paths[i], true);
-      } catch (const std::exception& error) {
-        ++failed;
-        fprintf(stderr, "%s: %s\n", paths[i].c_str(), error.what());
-      }
-    }
-  };
-  std::vector<std::jthread> threads;
-  for (unsigned i = 0; i < workers; ++i) {
-    threads.emplace_back(work);
-  }
-  threads.clear();
-  elastic::IndexCommit(share);
-  return failed;
-}
-
 int Run(const std::string& share, const char* list, int workers) {
   const std::vector<std::string> paths = ReadList(list);
-  elastic::ShareIndexCreate(share);
+  fileindex::elastic::ShareIndexCreate(share);
   const auto start = std::chrono::steady_clock::now();
-  const size_t failed = Load(share, paths, workers > 0 ? static_cast<unsigned>(workers) : 1);
+  const size_t indexed = IndexAll(share, paths, static_cast<unsigned>(std::max(1, workers)));
   const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-  printf("%.3f %zu\n", seconds.count(), paths.size() - failed);
-  return 0;
+  printf("%.3f %zu\n", seconds.count(), indexed);
+  return indexed > 0 ? 0 : 1;
 }
 
 }  // namespace
 }  // namespace orbisk::bench
 
-// usage: corpus_load SHARE LIST WORKERS    prints the seconds until all is committed, and the files that were indexed
+// usage: corpus_load SHARE LIST WORKERS    prints the seconds until all is committed, and the files that were indexed;
+// exit status 1 if there were none
 int main(int argc, char** argv) {
   if (argc != 4) {
     fputs("usage: corpus_load SHARE LIST WORKERS\n", stderr);

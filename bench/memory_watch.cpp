@@ -13,6 +13,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -25,6 +26,10 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kInterval{50};
 // How old the difference between a process's resident and its proportional memory may become.
 constexpr std::chrono::milliseconds kOldest{1000};
+
+// What a script runs to ask and to wait: no part of what is measured, and each one that comes and goes would have all
+// the others measured anew.
+constexpr std::array<std::string_view, 5> kHelpers = {"bash\n", "sleep\n", "sed\n", "dbus-send\n", "grep\n"};
 
 volatile std::sig_atomic_t stopped = 0;
 
@@ -52,6 +57,10 @@ std::string ReadFile(int pid, const char* name) {
     close(fd);
   }
   return {text.data(), static_cast<size_t>(std::max<ssize_t>(size, 0))};
+}
+
+bool IsHelper(int pid) {
+  return std::find(kHelpers.begin(), kHelpers.end(), ReadFile(pid, "comm")) != kHelpers.end();
 }
 
 // Counters that the kernel keeps anyway: it costs microseconds, whatever the size of the process.
@@ -130,6 +139,7 @@ long WatchUntilStopped() {
     for (const int pid : not_ours) {
       ours.erase(pid);
     }
+    std::erase_if(ours, IsHelper);
     peak.Look(ours, Clock::now());
     std::this_thread::sleep_for(kInterval);
   }
@@ -140,7 +150,7 @@ long WatchUntilStopped() {
 }  // namespace orbisk::bench
 
 // Prints "watching", and after SIGTERM the highest sum of proportional set sizes that it saw, in KiB, of all processes
-// that /proc shows but those that were there before.
+// that /proc shows but those that were there before, and helpers of scripts.
 int main() {
   std::signal(SIGTERM, [](int) { orbisk::bench::stopped = 1; });
   printf("%ld\n", orbisk::bench::WatchUntilStopped());

@@ -2,11 +2,9 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
-#include <random>
 
 #include "bench/word_source.h"
 #include "services/search/index.h"
@@ -95,9 +93,7 @@ void DeleteFolder(Index& index) {
 }
 
 void Run(int documents) {
-  OpenOptions options;
-  options.batch_bytes = 4 << 20;  // as the daemon has it
-  test::Fixture fixture(Json::Value(Json::objectValue), options);
+  test::Fixture fixture;
   WordSource words;
   const auto start = Clock::now();
   Fill(*fixture.index, documents, words);

@@ -159,7 +159,8 @@ class StormBox : public DiskBox {
 
   static bool TellMemory(const std::map<std::string, long>& peaks) {
     bool kept = true;
-    for (const char* const daemon : {"nimotifyd", "nimoelasticd", "fileindexd"}) {
+    // As the kernel cuts their names.
+    for (const char* const daemon : {"nimotifyd", "nimoelasticd", "nimocontentextr", "fileindexd"}) {
       if (peaks.count(daemon) == 0) {
         printf("peak memory, %s: not seen\n", daemon);
         kept = false;

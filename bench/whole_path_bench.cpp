@@ -4,7 +4,6 @@
 #include <json/json.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -14,7 +13,7 @@
 #include <vector>
 
 #include "bench/disk_box.h"
-#include "orbisk/error.h"
+#include "bench/index_all.h"
 #include "orbisk/fileindex/elastic_control.h"
 
 namespace orbisk::bench {
@@ -69,21 +68,8 @@ class Box : public DiskBox {
 
   double Direct() const {
     const Clock::time_point begin = Clock::now();
-    std::atomic<size_t> next{0};
-    std::vector<std::jthread> workers;
-    for (unsigned i = 0; i < std::max(1U, std::thread::hardware_concurrency()); ++i) {
-      workers.emplace_back([this, &next] {
-        for (size_t file = next++; file < paths_.size(); file = next++) {
-          try {
-            elastic::IndexUpsert("docs", paths_[file], true);
-          } catch (const Error&) {
-            elastic::IndexUpsert("docs", paths_[file], false);  // as the daemon does with what cannot be read
-          }
-        }
-      });
-    }
-    workers.clear();
-    elastic::IndexCommit("docs");
+    const size_t indexed = IndexAll("docs", paths_, std::thread::hardware_concurrency());
+    EXPECT_EQ(indexed, paths_.size());
     return SecondsSince(begin);
   }
 

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "fileindex/combined_status.h"
 #include "fileindex/folder_status.h"
 #include "orbisk/fileindex/folder_mgr.h"
 #include "orbisk/fileindex/index_mgr.h"
@@ -13,26 +14,6 @@ namespace orbisk::fileindex {
 namespace {
 
 using Folders = std::vector<std::shared_ptr<Folder>>;
-
-// The status of several folders together. What comes later counts: work in progress hides a pause and a needed reindex
-// that were met before it.
-class CombinedStatus {
- public:
-  void Add(const std::string& text) {
-    if (text == "finished" || text_ == "error") {
-      return;
-    }
-    if (text == "paused" && text_ == "need_reindex") {
-      return;
-    }
-    const bool is_known = text == "error" || text == "need_reindex" || text == "paused";
-    text_ = is_known ? text : "processing";
-  }
-  const std::string& text() const { return text_; }
-
- private:
-  std::string text_ = "finished";
-};
 
 std::vector<const Folder*> Pointers(const Folders& folders) {
   std::vector<const Folder*> pointers;

@@ -44,6 +44,12 @@ for unit in "$units"/*.service; do
   fi
 done
 
+# The monitor may take long to be ready. What waited for it would hold up who starts that.
+if grep -lE '^(After|Requires|Requisite|BindsTo)=.*nimotifyd' "$units"/*.service; then
+  echo "NOT OK: this unit waits for the monitor's watches"
+  failures=$((failures + 1))
+fi
+
 # The library starts the indexing daemon by another name.
 grep -qx 'lib/systemd/system/fileindexd.service lib/systemd/system/pkg-Orbisk-fileindexd.service' \
   "$units/../debian/fileindex.links" || { echo "NOT OK: the library's name for fileindexd is missing"; exit 1; }

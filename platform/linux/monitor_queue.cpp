@@ -42,9 +42,18 @@ using Clock = std::chrono::steady_clock;
 // Lines carry paths as they are registered, so there must be one way to write a path: absolute, without empty, "." and
 // ".." components. A slash may end it.
 bool IsPlainPath(std::string_view path) {
-  return !path.empty() && path[0] == '/' && path.find('\0') == std::string_view::npos &&
-         path.find("//") == std::string_view::npos && path.find("/./") == std::string_view::npos &&
-         path.find("/../") == std::string_view::npos && !path.ends_with("/.") && !path.ends_with("/..");
+  if (path.empty() || path[0] != '/' || path.find('\0') != std::string_view::npos) {
+    return false;
+  }
+  for (size_t slash = 0; slash < path.size();) {
+    const size_t end = std::min(path.find('/', slash + 1), path.size());
+    const std::string_view name = path.substr(slash + 1, end - slash - 1);
+    if (name == "." || name == ".." || (name.empty() && end < path.size())) {
+      return false;
+    }
+    slash = end;
+  }
+  return true;
 }
 
 // The string's bytes, as long as the value stays; null for a value of another type.
@@ -143,58 +152,43 @@ std::string Text(const Json::Value& value) {
   return Json::writeString(builder, value);
 }
 
-void AppendString(std::string& text, const Json::Value& value) {
-  const std::string_view bytes = Bytes(value);
-  if (std::all_of(bytes.begin(), bytes.end(), [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; })) {
+void AppendString(std::string& text, std::string_view bytes) {
+  const auto stays = [](char c) { return static_cast<unsigned char>(c) >= 0x20 && c != '"' && c != '\\'; };
+  if (std::all_of(bytes.begin(), bytes.end(), stays)) {
     text += '"';
     text += bytes;
     text += '"';
   } else {
-    text += Text(value);
+    text += Text(Json::Value(bytes.data(), bytes.data() + bytes.size()));
   }
 }
 
 // As Text would, where an entry has nothing but what it needs: there may be thousands, and they are written anew for
 // each change of one. False if it is malformed.
 bool AppendEntry(std::string& text, const Json::Value& entry) {
-  static const Json::Value kMissing;
   if (!entry.isObject()) {
     return false;
   }
-  const Json::Value* path = &kMissing;
-  const Json::Value* mask = &kMissing;
-  const Json::Value* ignore = &kMissing;
-  bool has_more = false;
-  // Three are gone through sooner than looked up.
-  for (auto member = entry.begin(), last = entry.end(); member != last; ++member) {
-    const char* end = nullptr;
-    const char* const begin = member.memberName(&end);
-    const std::string_view name(begin, static_cast<size_t>(end - begin));
-    (name == "path" ? path : name == "mask" ? mask : ignore) = &*member;
-    has_more = has_more || (name != "path" && name != "mask" && name != "ignore");
-  }
-  if (has_more) {
-    path = &entry["path"];
-    mask = &entry["mask"];
-    ignore = &entry["ignore"];
-  }
-  if (!IsPlainPath(Bytes(*path)) || !mask->isUInt() || (!ignore->isNull() && !ignore->isArray()) ||
-      !std::all_of(ignore->begin(), ignore->end(), IsName)) {
+  const std::string_view path = Bytes(entry["path"]);
+  const Json::Value& mask = entry["mask"];
+  const Json::Value& ignore = entry["ignore"];
+  if (!IsPlainPath(path) || !mask.isUInt() || (!ignore.isNull() && !ignore.isArray()) ||
+      !std::all_of(ignore.begin(), ignore.end(), IsName)) {
     return false;
   }
-  if (has_more || !ignore->isArray() || mask->type() == Json::realValue) {
+  if (entry.size() != 3 || !ignore.isArray() || mask.type() == Json::realValue) {
     text += Text(entry);
     return true;
   }
   text += R"({"ignore":[)";
-  for (const Json::Value& name : *ignore) {
+  for (const Json::Value& name : ignore) {
     text += text.back() != '[' ? "," : "";
-    AppendString(text, name);
+    AppendString(text, Bytes(name));
   }
   text += R"(],"mask":)";
-  text += std::to_string(mask->asUInt());
+  text += std::to_string(mask.asUInt());
   text += R"(,"path":)";
-  AppendString(text, *path);
+  AppendString(text, path);
   text += '}';
   return true;
 }

@@ -21,7 +21,8 @@ namespace {
 constexpr char kDescriptions[] = "/etc/nimo/services.d/";
 constexpr char kInitScripts[] = "/etc/init.d/";
 constexpr char kPidFiles[] = "/run/nimo";
-constexpr char kNotifyTimeoutSeconds[] = "30";
+// How long a service may take until it says that it is ready. Who starts one may have others wait for a lock.
+constexpr char kReadySeconds[] = "30";
 constexpr int kProgramWaits = 2000;
 constexpr useconds_t kProgramWaitMicroseconds = 1000;
 // Asks it to end, and ends it when it does not.
@@ -57,10 +58,19 @@ bool SystemdRuns() {
   return lstat("/run/systemd/system", &status) == 0 && S_ISDIR(status.st_mode);
 }
 
+// A start that is not waited for any more goes on: only the one who asked for it is ended.
 int AskSystemd(const std::string& name, Change change) {
   const std::string systemctl = FindProgram("systemctl");
-  return systemctl.empty() ? NIMO_FAIL(ENOENT)
-                           : RunToSuccess({systemctl, "--quiet", "--no-ask-password", Verb(change), name + ".service"});
+  const std::string timeout = FindProgram("timeout");
+  if (systemctl.empty() || timeout.empty()) {
+    return NIMO_FAIL(ENOENT);
+  }
+  std::vector<std::string> command;
+  if (change == Change::kStart) {
+    command = {timeout, kReadySeconds};
+  }
+  command.insert(command.end(), {systemctl, "--quiet", "--no-ask-password", Verb(change), name + ".service"});
+  return RunToSuccess(command);
 }
 
 struct Description {
@@ -140,7 +150,7 @@ int Start(const std::string& start_stop_daemon, const std::string& name, const D
       start_stop_daemon, "--start",   "--quiet",     "--oknodo", "--background",
       "--make-pidfile",  "--pidfile", PidFile(name), "--exec",   description.command.front()};
   if (description.notifies) {
-    command.insert(command.end(), {"--notify-await", "--notify-timeout", kNotifyTimeoutSeconds});
+    command.insert(command.end(), {"--notify-await", "--notify-timeout", kReadySeconds});
   }
   command.emplace_back("--");
   command.insert(command.end(), description.command.begin() + 1, description.command.end());

@@ -100,7 +100,7 @@ wait_for() {
 describe_services() {
   local name
   for name in nimocontentextractd fileindexd; do
-    printf '{"command":["%s/%s"]}\n' "$ORBISK_BIN_DIR" "$name" >"/etc/nimo/services.d/${service_of[$name]}.json"
+    printf '{"command":["%s/%s"],"notify":true}\n' "$ORBISK_BIN_DIR" "$name" >"/etc/nimo/services.d/${service_of[$name]}.json"
   done
 }
 declare -A service_of=([nimocontentextractd]=nimocontentextractd [fileindexd]=pkg-Orbisk-fileindexd

@@ -130,9 +130,11 @@ add_folder() {
   run fileindexctl folder add /docs --name Documents
   pid_of fileindexd >/dev/null && pid_of nimocontentextractd >/dev/null || fail "the library started no services"
   echo "The library has started extractor and indexing daemon."
+  [ -S /run/nimocontentextractd.sock ] && [ -S /run/fileindexd.sock ] || fail "they were not waited for"
   watch_progress
   index_us=$(($(now_us) - start))
   check_index
+  ! grep -F event=pass_failed "$records" || fail "the first pass did not meet the others"
   files=$(on_disk f)
   folders=$(on_disk d)
   failed=$(member failed "$(fileindexctl daemon status --json)")

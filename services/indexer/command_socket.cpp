@@ -5,7 +5,6 @@
 #include <boost/asio/read.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/write.hpp>
-#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -23,7 +22,6 @@ using boost::system::error_code;
 namespace {
 
 constexpr std::uint64_t kLongestMessage = std::uint64_t{1} << 20;
-constexpr std::chrono::seconds kPatience{30};  // for a whole message, and for an answer to be taken
 constexpr int kMostClients = 128;
 
 }  // namespace
@@ -37,7 +35,10 @@ struct CommandSocket::Gate {
 class CommandSocket::Session : public std::enable_shared_from_this<Session> {
  public:
   Session(service::Listener::Socket socket, std::shared_ptr<Gate> gate)
-      : socket_(std::move(socket)), patience_(socket_.get_executor()), gate_(std::move(gate)) {}
+      : socket_(std::move(socket)),
+        limit_(gate->owner->patience_),
+        patience_(socket_.get_executor()),
+        gate_(std::move(gate)) {}
   ~Session() {
     if (gate_->owner != nullptr) {
       gate_->owner->OnEnd();
@@ -99,7 +100,7 @@ class CommandSocket::Session : public std::enable_shared_from_this<Session> {
   }
 
   void Expect() {
-    patience_.expires_after(kPatience);
+    patience_.expires_after(limit_);
     patience_.async_wait([self = shared_from_this()](const error_code& error) {
       if (!error) {
         self->Close();
@@ -119,14 +120,17 @@ class CommandSocket::Session : public std::enable_shared_from_this<Session> {
   }
 
   service::Listener::Socket socket_;
+  const std::chrono::milliseconds limit_;
   asio::steady_timer patience_;
   std::shared_ptr<Gate> gate_;
   std::uint64_t length_ = 0;
   std::string text_;
 };
 
-CommandSocket::CommandSocket(asio::io_context& context, std::string path, Handle handle)
+CommandSocket::CommandSocket(asio::io_context& context, std::string path, Handle handle,
+                             std::chrono::milliseconds patience)
     : handle_(std::move(handle)),
+      patience_(patience),
       gate_(std::make_shared<Gate>(Gate{this})),
       listener_(context, std::move(path), {[this](service::Listener::Socket socket) { Serve(std::move(socket)); }}) {}
 

@@ -4,6 +4,7 @@
 #include <json/json.h>
 
 #include <boost/asio/io_context.hpp>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -13,8 +14,8 @@
 namespace fileindexd {
 
 /// Answers the messages of any number of clients, up to a bound, with what `handle` makes of each. A client that sends
-/// what is no message is cut off, and so is one that neither sends a whole message nor takes its answer for 30 s, so
-/// that the silent leave room; others do not notice.
+/// what is no message is cut off, and so is one that neither sends a whole message nor takes its answer in time,
+/// so that the silent leave room; others do not notice.
 ///
 /// Threads: that of the event loop.
 class CommandSocket {
@@ -22,8 +23,11 @@ class CommandSocket {
   /// Answers one message; `answer` is called once, perhaps later.
   using Handle = std::function<void(const Json::Value& message, std::function<void(const Json::Value& answer)> answer)>;
 
-  /// All arguments outlive it. Listens from Open on.
-  CommandSocket(boost::asio::io_context& context, std::string path, Handle handle);
+  static constexpr std::chrono::seconds kPatience{30};
+
+  /// All arguments outlive it. Listens from Open on. A whole message may take `patience`, and so may its answer.
+  CommandSocket(boost::asio::io_context& context, std::string path, Handle handle,
+                std::chrono::milliseconds patience = kPatience);
   ~CommandSocket();
   CommandSocket(const CommandSocket&) = delete;
   CommandSocket& operator=(const CommandSocket&) = delete;
@@ -41,6 +45,7 @@ class CommandSocket {
   void OnEnd();
 
   Handle handle_;
+  const std::chrono::milliseconds patience_;  // for a whole message, and for an answer to be taken
   std::shared_ptr<Gate> gate_;
   int clients_ = 0;
   service::Listener listener_;

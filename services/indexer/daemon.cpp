@@ -74,6 +74,7 @@ void Apply(const Numbers& numbers, Options& options) {
   worker.recovery_pause = std::chrono::milliseconds(numbers.recovery_pause_ms);
   worker.recovery_limit = std::chrono::milliseconds(numbers.recovery_limit_ms);
   worker.missing_index = std::chrono::milliseconds(numbers.missing_index_ms);
+  worker.hands = static_cast<unsigned>(options.supervisor.extractions);
 }
 
 // Whoever waits for an answer waits for ever if none comes: callers read on at the end of the stream. One that has not

@@ -102,6 +102,11 @@ bool Failures::Has(const std::string& path) const {
   return list_.count(path) != 0;
 }
 
+bool Failures::IsFull() const {
+  const std::lock_guard lock(mutex_);
+  return list_.size() == kMostFailures;
+}
+
 std::vector<std::string> Failures::PathsIn(const std::string& path) const {
   const std::lock_guard lock(mutex_);
   std::vector<std::string> paths;

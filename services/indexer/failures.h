@@ -33,6 +33,8 @@ class Failures {
   void Move(const std::string& from, const std::string& to);
 
   bool Has(const std::string& path) const;
+  /// Whether there are so many that one more takes the place of another.
+  bool IsFull() const;
   /// Those at and below `path`, in the order of bytes.
   std::vector<std::string> PathsIn(const std::string& path) const;
 

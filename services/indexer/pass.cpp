@@ -79,7 +79,7 @@ void Pass::Apply(Reconciler& reconciler, Progress& progress, bool again) {
         progress.BeginFile(rename.second);
         const std::uint64_t before = reconciler.changes();
         reconciler.Move(rename.first, rename.second);
-        progress.EndFile(reconciler.changes() != before);
+        progress.EndFile(rename.second, reconciler.changes() != before);
       });
   InPortions(
       singles_, [](const Single& single) { return single.path; }, expect,

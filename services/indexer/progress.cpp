@@ -32,6 +32,9 @@ const char* NameOf(Progress::State state) {
 void Progress::SetState(State state) {
   const std::lock_guard lock(mutex_);
   state_ = state;
+  if (state != State::kWorking) {
+    in_work_.clear();  // what a pass left that was broken off
+  }
 }
 
 void Progress::SetProblem(const std::string& problem) {
@@ -43,6 +46,7 @@ void Progress::BeginPass() {
   const std::lock_guard lock(mutex_);
   state_ = State::kWorking;
   done_ = known_ = changed_ = 0;
+  in_work_.clear();
   begun_ = ended_ = Clock::now();
 }
 
@@ -53,15 +57,17 @@ void Progress::AddWork(std::uint64_t files) {
 
 void Progress::BeginFile(const std::string& path) {
   const std::lock_guard lock(mutex_);
-  file_ = path;
+  in_work_.push_back(path);
 }
 
-void Progress::EndFile(bool changed) {
+void Progress::EndFile(const std::string& path, bool changed) {
   const std::lock_guard lock(mutex_);
+  if (const auto at = std::find(in_work_.begin(), in_work_.end(), path); at != in_work_.end()) {
+    in_work_.erase(at);
+  }
   ++done_;
   changed_ += changed ? 1 : 0;
   known_ = std::max(known_, done_);
-  file_.clear();
   ended_ = Clock::now();
 }
 
@@ -70,7 +76,7 @@ void Progress::EndPass(std::uint64_t operations) {
   ++passes_;
   operations_ += operations;
   known_ = done_;
-  file_.clear();
+  in_work_.clear();
   ended_ = Clock::now();
 }
 
@@ -91,7 +97,7 @@ Json::Value Progress::ToJson(size_t most_failures) const {
   const double rate = seconds > 0 ? static_cast<double>(done_) / seconds : 0.0;
   json["rate"] = rate;
   json["seconds_left"] = SecondsLeft(rate);
-  json["file"] = file_;
+  json["file"] = in_work_.empty() ? "" : in_work_.front();
   json["passes"] = Json::UInt64{passes_};
   json["operations"] = Json::UInt64{operations_};
   json["recoveries"] = Json::UInt64{recoveries_};

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "services/indexer/failures.h"
 
@@ -29,10 +30,10 @@ class Progress {
   void BeginPass();
   /// More files of this pass are known of.
   void AddWork(std::uint64_t files);
-  /// A file is in work now.
+  /// A file is in work now; others may be, too.
   void BeginFile(const std::string& path);
-  /// It is done; `changed` if the index was changed for it.
-  void EndFile(bool changed);
+  /// It is done; `changed` if the index was changed for it. One that needed no work need not have begun.
+  void EndFile(const std::string& path, bool changed);
   void EndPass(std::uint64_t operations);
   /// The whole share was compared because events were lost.
   void NoteRecovery();
@@ -41,7 +42,8 @@ class Progress {
   Failures& failures() { return failures_; }
 
   /// "state", "problem", "done", "to_do", "changed", "rate" (files for each second of the pass), "seconds_left" (null
-  /// while nobody can know), "file", "passes", "operations", "recoveries", and what Failures::Report adds.
+  /// while nobody can know), "file" (the one that is in work for the longest time; "" if none is), "passes",
+  /// "operations", "recoveries", and what Failures::Report adds.
   Json::Value ToJson(size_t most_failures = kUsualFailures) const;
 
  private:
@@ -53,7 +55,7 @@ class Progress {
   mutable std::mutex mutex_;  // guards all of the below
   State state_ = State::kIdle;
   std::string problem_;
-  std::string file_;
+  std::vector<std::string> in_work_;  // as they began
   std::uint64_t done_ = 0;
   std::uint64_t known_ = 0;
   std::uint64_t changed_ = 0;

@@ -145,27 +145,26 @@ void Reconciler::UpdateAttributes(const std::string& path, bool doubt) {
 void Reconciler::Update(const std::string& path, Belief belief) {
   CheckInterrupted();
   FinishNear(path);
-  if (policy_.IsPaused(path)) {
-    return;
-  }
   const bool leads_to_folder = policy_.LeadsToFolder(path);
-  if (!leads_to_folder && !policy_.Governs(path)) {
-    return;  // a comparison has removed what was there while some folder governed it
+  if (policy_.IsPaused(path) || (!leads_to_folder && !policy_.Governs(path))) {
+    EndFile(path, Settled::kAsItWas);  // a comparison has removed what was there while some folder governed it
+    return;
   }
   const Found found = FindOnDisk(path);
   if (Keep(path, found)) {
+    EndFile(path, Settled::kAsItWas);
     return;
   }
   const bool is_folder = found.kind == Kind::kFolder;
   if (!is_folder && leads_to_folder) {
-    Tree(path);  // the folders below it are not all to be treated alike
+    CompareInstead(path);  // the folders below it are not all to be treated alike
     return;
   }
   const LookedUp looked_up = index_.LookUp(path);
   const std::optional<Entry>& known = looked_up.entry;
   const bool is_known = known && known->stamp && known->stamp->identity == found.stamp.identity;
   if (is_folder && !is_known) {
-    Tree(path);  // not the folder that the index knows, so nothing is known of what is in it
+    CompareInstead(path);  // not the folder that the index knows, so nothing is known of what is in it
     return;
   }
   progress_.BeginFile(path);
@@ -174,13 +173,19 @@ void Reconciler::Update(const std::string& path, Belief belief) {
       index_.RemoveBelow(path);  // a folder was here, of whose end nobody said more than this
     }
     const Belief believes = is_folder ? Belief::kAttributes : belief;
-    EndFile(Settle(path, found, known && believes != Belief::kNothing ? &*known : nullptr, believes));
+    EndFile(path, Settle(path, found, known && believes != Belief::kNothing ? &*known : nullptr, believes));
     if (remember_reads) {
       read_[path] = found.stamp;
     }
   } else {
-    EndFile(Remove(path, looked_up) ? Settled::kChanged : Settled::kAsItWas);
+    EndFile(path, Remove(path, looked_up) ? Settled::kChanged : Settled::kAsItWas);
   }
+}
+
+// An operation on one path that turns out to be a tree, which counts for itself.
+void Reconciler::CompareInstead(const std::string& path) {
+  EndFile(path, Settled::kAsItWas);
+  Tree(path);
 }
 
 void Reconciler::Expect(const std::vector<std::string>& paths) {
@@ -226,11 +231,9 @@ void Reconciler::Tree(const std::string& path) {
     return;
   }
   progress_.AddWork(1);
-  if (IsWanted(path, found) && !policy_.IsPaused(path)) {
-    EndFile(Settle(path, found, known.See(path), Belief::kUnchanged));
-  } else {
-    EndFile(Settled::kAsItWas);
-  }
+  progress_.BeginFile(path);
+  const bool wanted = IsWanted(path, found) && !policy_.IsPaused(path);
+  EndFile(path, wanted ? Settle(path, found, known.See(path), Belief::kUnchanged) : Settled::kAsItWas);
   std::vector<std::string> folders;
   if (found.kind == Kind::kFolder) {
     folders.push_back(path);
@@ -302,7 +305,7 @@ void Reconciler::LookAtEntry(const std::string& folder, const std::string& name,
       folders.push_back(path);
     }
   }
-  EndFile(settled);
+  EndFile(path, settled);
 }
 
 void Reconciler::RemoveVanished(Known& known) {
@@ -405,16 +408,16 @@ Reconciler::Settled Reconciler::Do(const std::string& path, std::function<void()
     return Settled::kChanged;
   }
   given_.insert(path);
-  crew_->Give([this, work = std::move(work)] {
+  crew_->Give([this, path, work = std::move(work)] {
     work();
-    progress_.EndFile(true);
+    progress_.EndFile(path, true);
   });
   return Settled::kGiven;
 }
 
-void Reconciler::EndFile(Settled settled) {
+void Reconciler::EndFile(const std::string& path, Settled settled) {
   if (settled != Settled::kGiven) {
-    progress_.EndFile(settled == Settled::kChanged);
+    progress_.EndFile(path, settled == Settled::kChanged);
   }
 }
 
@@ -444,9 +447,11 @@ bool Reconciler::IsExplained(const std::string& path, const Found& found, const 
          moved_.count(path) != 0;
 }
 
-// Whether the content of what is there now could not be read, and people can see why. Else it is worth another try.
+// Whether the content of what is there now could not be read, and people can see why. Else it is worth another try; but
+// of more failures than the list has room for, each would be read at every comparison, and drive another one out.
 bool Reconciler::HasFailed(const std::string& path, const Stamp& stamp, const Stamp& now) const {
-  return stamp.Failed().SameContent(now) && progress_.failures().Has(path);
+  const Failures& failures = progress_.failures();
+  return stamp.Failed().SameContent(now) && (failures.Has(path) || (failures.IsFull() && !retry_unlisted));
 }
 
 void Reconciler::Index(const std::string& path, const Found& found) {
@@ -579,13 +584,17 @@ void Reconciler::CountChange() {
   }
 }
 
+// Without changes there is nothing to be made durable: a share that went meanwhile is found out before anything is
+// removed. The time counts from the end, as what is in work may take longer than milestones are apart.
 void Reconciler::CheckMilestone() {
-  const auto now = std::chrono::steady_clock::now();
-  if (changes_ - milestone_changes_ >= kMilestoneChanges || now - milestone_time_ >= kMilestoneTime) {
+  if (changes_ == milestone_changes_) {
+    return;
+  }
+  if (changes_ - milestone_changes_ >= kMilestoneChanges || steady_clock() - milestone_time_ >= kMilestoneTime) {
     Finish();
     on_milestone();
     milestone_changes_ = changes_;
-    milestone_time_ = now;
+    milestone_time_ = steady_clock();
   }
 }
 

@@ -87,6 +87,13 @@ class Reconciler {
   /// Keeps in mind what Update reads, so that Tree does not read it again. Costs memory for each.
   bool remember_reads = false;
 
+  /// Reads what failed and found no room on the list, too: something else reads it now. Else it is left alone while the
+  /// list is full.
+  bool retry_unlisted = false;
+
+  /// The time by which milestones are apart.
+  std::function<std::chrono::steady_clock::time_point()> steady_clock = std::chrono::steady_clock::now;
+
   /// The time, which says whether a file has just been changed.
   std::function<std::chrono::system_clock::time_point()> clock = std::chrono::system_clock::now;
 
@@ -108,7 +115,8 @@ class Reconciler {
   Settled Settle(const std::string& path, const Found& found, const Entry* known, Belief belief);
   bool IsExplained(const std::string& path, const Found& found, const Stamp& stamp, Belief belief) const;
   Settled Do(const std::string& path, std::function<void()> work);
-  void EndFile(Settled settled);
+  void EndFile(const std::string& path, Settled settled);
+  void CompareInstead(const std::string& path);
   void FinishNear(const std::string& path);
   void Index(const std::string& path, const Found& found);
   std::optional<std::string> TryUpsert(const std::string& path, bool need_meta);

@@ -9,4 +9,9 @@ namespace fileindexd {
 /// there, or cannot be read, says nothing: true.
 bool IsRegistered(const std::string& folder, const std::string& queue);
 
+/// Has the change monitor watch all indexed folders of `share` for `queue`, as the library's management operations do.
+/// None of them does this alone: each also makes an index, or tells this daemon, which cannot answer itself. Throws
+/// orbisk::Error: 502 if the monitor refuses, and as FolderMgr and Folder::GetFullPath.
+void Register(const std::string& share, const std::string& queue);
+
 }  // namespace fileindexd

@@ -52,6 +52,13 @@ Supervisor::Supervisor(boost::asio::io_context& context, const SupervisorSetting
       extractions_(settings.extractions),
       roots_(settings.roots_file),
       watch_(context),
+      mounts_(context,
+              [this] {
+                for (auto& [share, slot] : slots_) {
+                  slot.worker->NoteMounts();
+                }
+              }),
+      registrations_(context, settings.worker.registrations),
       pause_end_(context),
       later_(context) {}
 
@@ -107,6 +114,7 @@ void Supervisor::Handle(const Json::Value& message, Answer answer) {
       present->second.worker->CompareAll();  // nobody says this of a worker that missed nothing
     }
     Configure();
+    AwaitMonitor(share);
     answer(Success());
   } else if (type == "worker_delete") {
     DeleteWorker(share, std::move(answer));
@@ -185,6 +193,21 @@ void Supervisor::CreateWorker(const std::string& share) {
   slot.worker = std::move(made);
   slot.watch = watch_.Add(info.queue, [worker] { worker->NoteQueue(); });
   worker->NoteConfiguration();  // for what was written before the watch stood
+}
+
+// A volume that is resumed has its workers first and is registered with the monitor then: what changed in between was
+// told by nobody, and the comparison may have been there before it.
+void Supervisor::AwaitMonitor(const std::string& share) {
+  const auto present = slots_.find(share);
+  if (present == slots_.end()) {
+    return;
+  }
+  registrations_.Await(present->second.worker->share().queue, [this, share] {
+    const auto found = slots_.find(share);
+    if (found != slots_.end()) {
+      found->second.worker->CompareAll();
+    }
+  });
 }
 
 // Nothing tells when the box has room for one more thread.

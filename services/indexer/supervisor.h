@@ -14,6 +14,8 @@
 #include <vector>
 
 #include "services/indexer/file_watch.h"
+#include "services/indexer/mount_watch.h"
+#include "services/indexer/registration_watch.h"
 #include "services/indexer/worker.h"
 
 namespace fileindexd {
@@ -62,6 +64,7 @@ class Supervisor {
   void Configure();
   std::set<std::string> WantedShares();
   void CreateWorker(const std::string& share);
+  void AwaitMonitor(const std::string& share);
   void ConfigureLater();
   void Leave(Slot& slot);
   void OnEnd(const std::string& share);
@@ -76,6 +79,8 @@ class Supervisor {
   Extractions extractions_;
   Roots roots_;
   FileWatch watch_;
+  MountWatch mounts_;
+  RegistrationWatch registrations_;
   boost::asio::system_timer pause_end_;
   boost::asio::steady_timer later_;  // to configure once more
   bool stopping_ = false;

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <exception>
+#include <functional>
 #include <system_error>
 #include <utility>
 
@@ -15,7 +16,6 @@
 #include "orbisk/error.h"
 #include "orbisk/fileindex/elastic_control.h"
 #include "orbisk/fileindex/folder_mgr.h"
-#include "orbisk/fileindex/index_mgr.h"
 #include "orbisk/fileindex/queue_mgr.h"
 #include "orbisk/fileindex/status_mgr.h"
 #include "orbisk/fileindex/util.h"
@@ -160,6 +160,12 @@ void Worker::CompareAll() {
   wake_.notify_one();
 }
 
+void Worker::NoteMounts() {
+  const std::lock_guard lock(mutex_);
+  mounts_changed_ = true;
+  wake_.notify_one();
+}
+
 void Worker::SetPaused(bool paused) {
   const std::lock_guard lock(mutex_);
   look_again_ = look_again_ || (paused_ && !paused);
@@ -188,7 +194,11 @@ void Worker::Run() {
   LoadFailures();
   Record(LOG_NOTICE, "worker_started").Add("share", share_.name);
   while (WaitForWork()) {
-    TryPass();
+    try {
+      TryPass();
+    } catch (const std::exception& error) {  // what was to be done about a failure failed, too
+      RetryLater(Progress::State::kFailing, error.what());
+    }
   }
   SyncDroppedMark();
   Record(LOG_NOTICE, "worker_stopped").Add("share", share_.name);
@@ -221,10 +231,13 @@ bool Worker::WaitForWork() {
     if (!retry_at_ && recovery_at_) {
       due = std::min(due.value_or(*recovery_at_), *recovery_at_);
     }
-    if (look_again_ || (flagged_ && !retry_at_) || (due && *due <= Clock::now())) {
+    const bool may_be_back = offline_ && mounts_changed_;
+    if (look_again_ || may_be_back || (flagged_ && !retry_at_) || (due && *due <= Clock::now())) {
       settle_.Take();
       tries_again_ = retry_at_.has_value() && !look_again_;
       look_again_ = false;
+      offline_ = false;
+      mounts_changed_ = false;
       flagged_ = false;
       retry_at_.reset();
       recovery_at_.reset();  // the pass looks for itself whether it is time
@@ -274,15 +287,17 @@ bool Worker::DoPass() {
     progress_.SetState(policy_.folders().empty() ? Progress::State::kIdle : Progress::State::kPaused);
     return true;
   }
+  FindRoot();  // before it is asked whether the share is mounted: a volume that goes in between is noticed later
   if (!orbisk::sdk::SDKShare(share_.name).CanBeIndexed()) {
-    // Whoever changes that changes the registry of shares, and with it wakes this up.
+    // Whoever changes that changes the registry of shares or mounts something, and with it wakes this up.
     had_index_ = false;
     probed_ = false;
+    whole_share_ = true;  // perhaps nobody tells what changes by then
+    NoteOffline();
     progress_.SetState(Progress::State::kOffline);
     progress_.SetProblem("the share is locked or read-only");
     return false;
   }
-  FindRoot();
   index_.DropChanges();
   if (IsStillFull() || !Probe()) {
     return false;
@@ -326,6 +341,11 @@ bool Worker::Probe() {
   }
   roots_.Remember(share_.name, root_.folder);
   return true;
+}
+
+void Worker::NoteOffline() {
+  const std::lock_guard lock(mutex_);
+  offline_ = true;
 }
 
 // A full volume is left alone until it has more room: each try compares the whole share. Now and then it is tried all
@@ -447,7 +467,8 @@ void Worker::Apply(bool has_batch, bool again, const std::string& index) {
   const Clock::time_point begun = Clock::now();
   const Reconciler::Box box = AskedOfTheBox();
   Reconciler reconciler(index_, policy_, box, progress_);
-  reconciler.WorkWith(std::max(1U, std::thread::hardware_concurrency()));
+  reconciler.WorkWith(settings_.hands);
+  reconciler.retry_unlisted = retry_unlisted_;
   reconciler.on_milestone = [this] {
     CheckOnline();
     MeetExtractor();
@@ -496,10 +517,6 @@ void Worker::MeetExtractor() {
     return;
   }
   reader_ = ReaderOf(status);
-  if (!std::exchange(met_extractor_, true)) {
-    broken_contents_.Skip(status);
-    return;
-  }
   for (const BrokenContent& content : broken_contents_.New(status, share_.folder)) {
     content.has_document ? progress_.failures().Add(content.path, content.reason)
                          : progress_.failures().Explain(content.path, content.reason);
@@ -510,15 +527,26 @@ void Worker::MeetExtractor() {
 void Worker::FindFailuresToRetry() {
   LoadFailures();
   failures_loaded_ = true;
-  if (!met_extractor_) {
-    MeetExtractor();
+  if (!std::exchange(met_extractor_, true)) {
+    // What it said before this daemon's work is old. One that does not answer yet says nothing before that work.
+    const Json::Value status = AskExtractor();
+    reader_ = ReaderOf(status);
+    broken_contents_.Skip(status);
   }
   Failures& failures = progress_.failures();
   if (reader_.empty() || failures.reader() == reader_) {
     return;
   }
+  // Those that had no room on the list are found by comparing.
+  retry_unlisted_ = failures.IsFull();
+  whole_share_ = whole_share_ || retry_unlisted_;
   retry_ = failures.PathsIn(share_.folder);
-  if (retry_.empty()) {
+  // What is left alone now is not on the list of what this one failed at: it is read when its folder is resumed.
+  const auto paused = [this](const std::string& path) { return policy_.IsPaused(path); };
+  const auto end = std::stable_partition(retry_.begin(), retry_.end(), std::not_fn(paused));
+  std::for_each(end, retry_.end(), [&failures](const std::string& path) { failures.Forgive(path); });
+  retry_.erase(end, retry_.end());
+  if (retry_.empty() && !retry_unlisted_) {
     failures.SetReader(reader_);
   }
 }
@@ -529,9 +557,10 @@ void Worker::EndRetry(bool changed, const std::string& tried_by) {
     MeetExtractor();
   }
   Failures& failures = progress_.failures();
-  if (!retry_.empty()) {
+  if (!retry_.empty() || retry_unlisted_) {
     failures.SetReader(tried_by);
     retry_.clear();
+    retry_unlisted_ = false;
   }
   KeepFailures();
   if (!reader_.empty() && failures.reader() != reader_) {
@@ -562,7 +591,11 @@ bool Worker::StoreMark(Mark mark) {
 }
 
 Reconciler::Box Worker::AskedOfTheBox() {
-  return {MayBeIndexed, fi::IsSystemPreservedFileName, [this] { return ExtractorAnswers(share_.folder); },
+  // What lies where the share lay before is in no share, or in another one.
+  const auto may_be_indexed = [this](const std::string& path) {
+    return IsAtOrBelow(path, share_.folder) && MayBeIndexed(path);
+  };
+  return {may_be_indexed, fi::IsSystemPreservedFileName, [this] { return ExtractorAnswers(share_.folder); },
           [this] { return interrupt_.load() || !PolicyIsCurrent(); }, [this] { CheckOnline(); }};
 }
 
@@ -615,7 +648,7 @@ void Worker::OnError(int code, const std::string& reason) {
   const std::string problem = "error " + std::to_string(code) + (reason.empty() ? "" : ": " + reason);
   if (code == kNoSuchIndex) {
     OnMissingIndex(problem);
-  } else if (code == kIndexDamaged || (code == kFilesMissing && !Exists(share_.index))) {
+  } else if (code == kIndexDamaged || (code == kFilesMissing && IdentityOfIndex(share_.index).empty())) {
     // What is at the path may lie below the volume, which is not mounted. A share that nobody knew is not believed
     // here.
     const Root now{IdentityOfFolder(share_.folder), IdentityOfIndex(share_.index)};
@@ -678,7 +711,7 @@ bool Worker::RebuildIndex(bool delete_first) {
     ForgetMark();
     fi::elastic::ShareIndexCreate(share_.name);
     if (!IsRegistered(settings_.registrations, share_.queue)) {
-      fi::ShareRebuild(share_.name);  // which registers it too
+      Register(share_.name, share_.queue);
     }
     missing_since_.reset();
     const std::lock_guard state_lock(mutex_);
@@ -686,7 +719,7 @@ bool Worker::RebuildIndex(bool delete_first) {
     return true;
   } catch (const Error& error) {
     RetryLater(Progress::State::kFailing, error.reason());
-  } catch (const std::system_error& error) {
+  } catch (const std::exception& error) {
     RetryLater(Progress::State::kFailing, error.what());
   }
   return false;
@@ -694,6 +727,9 @@ bool Worker::RebuildIndex(bool delete_first) {
 
 void Worker::RetryLater(Progress::State state, const std::string& problem, std::chrono::milliseconds limit) {
   probed_ = false;
+  if (state == Progress::State::kOffline) {
+    NoteOffline();
+  }
   back_off_ = std::min({settings_.retry_limit, limit, back_off_.count() == 0 ? kFirstBackOff : back_off_ * 2});
   progress_.SetState(state);
   progress_.SetProblem(problem);

@@ -42,6 +42,7 @@ struct WorkerSettings {
   std::chrono::milliseconds recovery_pause{1'000};
   std::chrono::milliseconds recovery_limit{600'000};
   int nice = 10;
+  unsigned hands = 1;  ///< files that one share has read at once, at most
 };
 
 /// One share, as the box knows it.
@@ -81,6 +82,8 @@ class Worker {
   /// The share's flags changed. While it waits to try again what failed, that can wait as well: a commit that fails for
   /// want of room sets a flag each time.
   void NoteFlag();
+  /// File systems came, went, or changed: a share that could not be reached, or was locked or read-only, is looked at.
+  void NoteMounts();
   /// Changes may not have been recorded, or the index was made anew: the whole share has to be compared, by a later
   /// daemon if this one ends. A pass in work is broken off.
   void CompareAll();
@@ -98,6 +101,7 @@ class Worker {
   bool WaitForWork();
   void TryPass();
   bool DoPass();
+  void NoteOffline();
   void Apply(bool has_batch, bool again, const std::string& index);
   void ReadPolicy();
   bool PolicyIsCurrent();
@@ -139,6 +143,8 @@ class Worker {
   std::optional<Clock::time_point> recovery_at_;  // one that was put off
   bool look_again_ = true;                        // the start, or NoteConfiguration
   bool flagged_ = false;                          // NoteFlag
+  bool offline_ = false;                          // the last pass found the share away, locked or read-only
+  bool mounts_changed_ = false;                   // NoteMounts since that pass began
   bool paused_;
   bool stop_ = false;
   bool compare_ = false;  // CompareAll was called: no mark is stored until the comparison begins
@@ -173,7 +179,8 @@ class Worker {
   bool schema_known_ = false;      // it is the present one, or was made anew
   bool told_no_space_ = false;
   bool failures_loaded_ = false;
-  bool met_extractor_ = false;
+  bool met_extractor_ = false;   // or it was not there to be met
+  bool retry_unlisted_ = false;  // failures of another one, too many for the list
 
   Progress progress_;
   std::thread thread_;

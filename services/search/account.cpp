@@ -54,9 +54,15 @@ std::vector<gid_t> OwnGroups() {
   return groups;
 }
 
-// setgroups(2) of the calling thread.
+// setgroups(2) of the calling thread. Where there are two, the older one takes numbers of 16 bits.
+#ifdef SYS_setgroups32
+constexpr long kSetGroups = SYS_setgroups32;
+#else
+constexpr long kSetGroups = SYS_setgroups;
+#endif
+
 bool SetGroups(const std::vector<gid_t>& groups) {
-  return syscall(SYS_setgroups, groups.size(), groups.data()) == 0;
+  return syscall(kSetGroups, groups.size(), groups.data()) == 0;
 }
 
 template <typename Data>

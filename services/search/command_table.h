@@ -35,7 +35,10 @@ std::string IndexList(const Setting& setting, const Json::Value& data);
 std::string IndexStat(const Setting& setting, const Json::Value& data);
 
 // Documents.
+
+/// For what could not be prepared: says why, and stores nothing.
 std::string DocumentUpsertById(const Setting& setting, const Json::Value& data);
+
 std::string DocumentSetById(const Setting& setting, const Json::Value& data);
 std::string DocumentDelById(const Setting& setting, const Json::Value& data);
 std::string DocumentDelByQuery(const Setting& setting, const Json::Value& data);

@@ -36,9 +36,9 @@ struct Options {
 // Numbers as they come from the command line.
 struct Numbers {
   size_t memory_mib = 512;
-  std::int64_t cache_mib = 8;
-  std::int64_t batch_mib = 4;
-  std::int64_t document_mib = 64;
+  std::int64_t cache_mib = search::OpenOptions().cache_bytes >> 20;
+  std::int64_t batch_mib = search::OpenOptions().batch_bytes >> 20;
+  std::int64_t document_mib = search::OpenOptions().max_document_bytes >> 20;
   size_t answer_mib = kMaxMessageBytes >> 20;
   long patience_ms = 30'000;
   long quiet_ms = 30'000;

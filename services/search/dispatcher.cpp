@@ -178,7 +178,9 @@ void Dispatcher::Admit(const JobPtr& job, std::string&& message, const Place& he
   }
   if (!problem && job->command) {
     job->request->ReleaseText();
-    problem = Try([&] { commands_.Prepare(*job->command); });
+    if (here.worker) {
+      problem = Try([&] { commands_.Prepare(*job->command); });
+    }
   }
   if (problem) {
     job->reply(Failure(problem->code, problem->message));

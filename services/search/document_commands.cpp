@@ -24,9 +24,10 @@ HostPtr HostOf(Catalog& catalog, const Json::Value& data, const char* member = "
 
 std::string DocumentUpsertById(const Setting& setting, const Json::Value& data) {
   const HostPtr host = HostOf(setting.catalog, data);
-  const HostedIndex::Use index(*host, kChanging);
-  index->Upsert(RequireString(data, "doc_id"), RequireObject(data, "data"));
-  return "";
+  const HostedIndex::Use open(*host, kChanging);
+  RequireString(data, "doc_id");
+  RequireObject(data, "data");
+  throw Refusal(Code::kNotReady, "the index was opened just now");
 }
 
 void PrepareDocument(Catalog& catalog, Command& command) {

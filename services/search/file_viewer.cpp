@@ -83,10 +83,10 @@ bool IsSameFile(int fd, const search::Candidate& candidate) {
   if (!S_ISREG(info.stx_mode) && !S_ISDIR(info.stx_mode)) {
     return false;
   }
-  if (candidate.created && (info.stx_mask & STATX_BTIME) != 0) {
-    return *candidate.created == info.stx_btime.tv_sec;
-  }
-  return candidate.owner.empty() || candidate.owner == std::to_string(info.stx_uid);
+  // Dates of birth are kept in whole seconds, in which somebody else can make a file, too.
+  const bool same_owner = candidate.owner.empty() || candidate.owner == std::to_string(info.stx_uid);
+  const bool tells_birth = candidate.created && (info.stx_mask & STATX_BTIME) != 0;
+  return same_owner && (!tells_birth || *candidate.created == info.stx_btime.tv_sec);
 }
 
 bool MayRead(const search::Candidate& candidate) {

@@ -15,8 +15,8 @@ namespace nimoelasticd {
 ///
 /// The words of a candidate may be older than what lies at its path now. Whoever may write to a folder can put a file
 /// of theirs in the place of one that they may not read, and would be shown the other's text until the index has caught
-/// up. So a file of another date of birth (where the file system keeps none: of another owner) than the document's is
-/// not shown, and no link is followed but root's.
+/// up. So a file of another owner than the document's is not shown, nor one of another date of birth where the file
+/// system keeps that, and no link is followed but root's.
 class FileViewer : public search::Viewer {
  public:
   /// Throws Refusal kCannotActAs.

@@ -24,20 +24,6 @@ int64_t FileBytes(const std::string& file) {
   return stat(file.c_str(), &status) == 0 ? status.st_size : 0;
 }
 
-int64_t DocumentBytes(const Json::Value& value) {
-  if (value.isString()) {
-    const char* begin = nullptr;
-    const char* end = nullptr;
-    value.getString(&begin, &end);
-    return end - begin;
-  }
-  int64_t bytes = 0;
-  for (const Json::Value& item : value) {
-    bytes += DocumentBytes(item) + 16;
-  }
-  return bytes;
-}
-
 void MakeDirectory(const std::string& path) {
   std::error_code error;
   std::filesystem::create_directories(path, error);
@@ -108,7 +94,7 @@ class Index::Impl {
   }
 
   void CheckSize(const Json::Value& document) const {
-    if (DocumentBytes(document) > options_.max_document_bytes) {
+    if (JsonBytes(document) > options_.max_document_bytes) {
       throw Error(ErrorCode::kTooMuchMemory,
                   "the document is larger than " + std::to_string(options_.max_document_bytes) + " bytes");
     }

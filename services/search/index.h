@@ -48,7 +48,7 @@ class Error : public std::runtime_error {
 /// Bounds of an open index.
 struct OpenOptions {
   int64_t cache_bytes = 8 << 20;          ///< page cache of the writer, and of each reader
-  int64_t batch_bytes = 1 << 20;          ///< memory for words that are not yet in the database file
+  int64_t batch_bytes = 4 << 20;          ///< memory for words that are not yet in the database file
   int64_t max_document_bytes = 64 << 20;  ///< a larger document is refused
   int64_t max_database_bytes = 0;         ///< the database file grows no further than this; 0: no bound
   size_t idle_readers = 4;                ///< connections kept open for the next search
@@ -75,10 +75,11 @@ struct SearchOptions {
   Sort sort = Sort::kRelevance;
   bool descending = false;  ///< ignored by kRelevance, which is always best first
   /// Whose eyes the answer is for, not owned; null: anybody's. All in the answer is of documents that it may see,
-  /// counts and order too. Asking it may take half of the time limit; then `more` is true, and nothing older is looked
-  /// at.
+  /// counts and order too. Asking it may take as long as `viewer_limit`; then `more` is true, and nothing older is
+  /// looked at.
   Viewer* viewer = nullptr;
-  std::vector<std::string> load_fields;  ///< fields of each hit; the property id is in Hit::path anyway
+  std::chrono::milliseconds viewer_limit{5'000};  ///< leave some of `time_limit` for the answer
+  std::vector<std::string> load_fields;           ///< fields of each hit; the property id is in Hit::path anyway
   bool snippets = true;
   bool facets = true;
   std::string mark_begin = "<b>";  ///< put before each found word in a snippet

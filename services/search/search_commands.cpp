@@ -204,10 +204,14 @@ std::optional<search::SearchResult> SearchNext(Catalog& catalog, Asked& asked, c
   }
 }
 
-// The limit is that of the whole question. One index more that is quick, or nearly done, does no harm.
-std::chrono::milliseconds TimeLeft(std::chrono::steady_clock::time_point deadline) {
+// The limit is that of the whole question. One index more that is quick, or nearly done, does no harm. Half of what is
+// left is for checking files, shared by the indexes that are still to be asked: each has its newest files checked, and
+// there is time for the answer.
+void SetLimits(search::SearchOptions& options, std::chrono::steady_clock::time_point deadline, size_t indexes_left) {
+  constexpr std::chrono::milliseconds kLeast{1};
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-  return std::max(left, std::chrono::milliseconds(1));
+  options.time_limit = std::max(left, kLeast);
+  options.viewer_limit = std::max(left / 2 / static_cast<std::int64_t>(indexes_left), kLeast);
 }
 
 // Keeps what was asked for of the best hits of each index.
@@ -269,9 +273,10 @@ std::string DocumentSearch(const Setting& setting, const Json::Value& data) {
   search::SearchResult all;
   std::vector<FoundHit> found;
   bool repairing = false;
+  size_t indexes_left = asked.hosts.size();
   for (const auto& [id, host] : asked.hosts) {
     const bool damaged = host->state() == State::kRepairing;
-    options.time_limit = TimeLeft(deadline);
+    SetLimits(options, deadline, indexes_left--);
     std::optional<search::SearchResult> one = SearchNext(setting.catalog, asked, id, *host, query, options);
     if (!one) {
       continue;

@@ -51,17 +51,8 @@ std::string OrderOf(const Schema& schema, SearchOptions::Sort sort, bool descend
   return by.empty() || by == "nimo_fold()" ? "d.path" + direction : by + direction + ", d.path" + direction;
 }
 
-// What a hit takes, of which strings are all that can be much.
 size_t BytesOf(const Hit& hit) {
-  size_t bytes = sizeof(Hit) + hit.path.size() + hit.snippet.size();
-  for (const Json::Value& field : hit.fields) {
-    const char* begin = nullptr;
-    const char* end = nullptr;
-    if (field.isString() && field.getString(&begin, &end)) {
-      bytes += static_cast<size_t>(end - begin);
-    }
-  }
-  return bytes;
+  return sizeof(Hit) + hit.path.size() + hit.snippet.size() + static_cast<size_t>(JsonBytes(hit.fields));
 }
 
 }  // namespace
@@ -107,7 +98,7 @@ SearchResult Searcher::Run(const std::string& text) {
   SearchResult result;
   try {
     if (options_.viewer != nullptr) {
-      checked_until_ = std::chrono::steady_clock::now() + options_.time_limit / 2;
+      checked_until_ = std::chrono::steady_clock::now() + options_.viewer_limit;
       CollectPermitted();
     } else {
       Collect();

@@ -162,6 +162,21 @@ void UnpackTexts(std::string_view packed, Record& record) {
   }
 }
 
+int64_t JsonBytes(const Json::Value& value) {
+  constexpr int64_t kItself = 16;
+  if (value.isString()) {
+    const char* begin = nullptr;
+    const char* end = nullptr;
+    value.getString(&begin, &end);
+    return end - begin;
+  }
+  int64_t bytes = 0;
+  for (const Json::Value& item : value) {
+    bytes += JsonBytes(item) + kItself;
+  }
+  return bytes;
+}
+
 std::string JsonText(const Json::Value& value) {
   static const Json::StreamWriterBuilder builder = [] {
     Json::StreamWriterBuilder made;
@@ -335,15 +350,23 @@ void DocumentStore::WriteWords(WordChange change, int64_t id, const RecordWords&
   statement.Step();
 }
 
+// Texts are packed only if they differ: a rename has none to write.
 void DocumentStore::Replace(const StoredRecord& before, const Record& after) {
-  Replace(before, after, PackTexts(after));
+  if (before.record.texts != after.texts) {
+    WriteTexts(before.id, PackTexts(after));
+  }
+  ReplaceAllButTexts(before, after);
 }
 
 void DocumentStore::Replace(const StoredRecord& before, const Record& after, std::string_view packed) {
-  UpdateRow(before, after, true);
   if (before.record.texts != after.texts) {
     WriteTexts(before.id, packed);
   }
+  ReplaceAllButTexts(before, after);
+}
+
+void DocumentStore::ReplaceAllButTexts(const StoredRecord& before, const Record& after) {
+  UpdateRow(before, after, true);
   const RecordWords old_words = AllWords(before.record);
   const RecordWords new_words = AllWords(after);
   if (old_words.columns != new_words.columns) {

@@ -39,6 +39,8 @@ std::string PackTexts(const Record& record);
 /// Throws Error kCorrupt.
 void UnpackTexts(std::string_view packed, Record& record);
 
+/// About what a value takes in memory: strings are all of it that can be much, and lists of them.
+int64_t JsonBytes(const Json::Value& value);
 /// JSON in one line, bytes as they are.
 std::string JsonText(const Json::Value& value);
 /// Throws Error kCorrupt.
@@ -88,6 +90,7 @@ class DocumentStore {
   RecordWords AllWords(const Record& record) const;
   void WriteWords(WordChange change, int64_t id, const RecordWords& words);
   void WriteTexts(int64_t id, std::string_view packed);
+  void ReplaceAllButTexts(const StoredRecord& before, const Record& after);
   void BindCell(Statement& statement, int parameter, const Cell& cell) const;
 
   Connection& database_;

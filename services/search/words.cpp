@@ -234,7 +234,7 @@ class WordAnalyzer::Stemmer {
 // Words seen last, each with the tokens that kStore puts beside it: text repeats its words. An entry is a cache line.
 class WordAnalyzer::StemCache {
  public:
-  struct Entry {
+  struct alignas(64) Entry {
     uint8_t word_size = 0;
     uint8_t tokens_size = 0;
     std::array<char, 62> bytes{};  // the word, then its tokens, each behind its length
@@ -242,6 +242,7 @@ class WordAnalyzer::StemCache {
     std::string_view word() const { return {bytes.data(), word_size}; }
     std::string_view tokens() const { return {bytes.data() + word_size, tokens_size}; }
   };
+  static_assert(sizeof(Entry) == 64);
 
   Entry& At(std::string_view word) { return entries_[std::hash<std::string_view>()(word) % kEntries]; }
 

@@ -61,6 +61,7 @@ std::vector<Json::Value> Registrations() {
     Json::Value value;
     const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
     EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &value, nullptr)) << text;
+    EXPECT_TRUE(std::none_of(text.begin(), text.end() - 1, [](unsigned char c) { return c < 0x20; })) << text;
     EXPECT_EQ(item.path().extension(), ".json");
     result.push_back(value);
   }
@@ -108,7 +109,8 @@ TEST_F(MonitorQueueTest, QueuesAndApplicationsDoNotMeet) {
 }
 
 TEST_F(MonitorQueueTest, AnyBytesInNamesMakeFilesOfTheirOwnAndComeBack) {
-  std::set<std::string> queues = {"/a%2Fb", "/a/b", "/.a", "/..a", "/\xff", "/\n", "/\"\\", "/ü", "/a%252Fb"};
+  std::set<std::string> queues = {"/a%2Fb", "/a/b",  "/.a",   "/..a", "/\xff",   "/\n",
+                                  "/\x1f",  "/\x7f", "/\"\\", "/ü",   "/a%252Fb"};
   for (const std::string& queue : queues) {
     ASSERT_TRUE(Upsert(Description(queue, {queue + "/f\xfe"}))) << queue;
   }

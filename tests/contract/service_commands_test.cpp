@@ -52,6 +52,17 @@ TEST_F(ServiceCommands, WhereSystemdRunsItIsAskedForUnits) {
       CommandsRun());
 }
 
+TEST_F(ServiceCommands, SystemdIsNotWaitedForWithoutEnd) {
+  AddSystemd();
+  AddCommand("timeout", "exit 124");  // as if the time was up
+
+  EXPECT_GT(0, NLIBServiceStart("nimocontentextractd", TRUE));
+  EXPECT_EQ(EIO, NLIBCErrGet());
+
+  EXPECT_EQ("timeout 30 /usr/local/bin/systemctl --quiet --no-ask-password start nimocontentextractd.service\n",
+            CommandsRun());
+}
+
 TEST_F(ServiceCommands, WhatSystemdRefusesIsAFailure) {
   AddSystemd("exit 5");
   DescribeService("described", {"/bin/sleep", "1000"});

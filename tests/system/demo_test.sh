@@ -63,7 +63,11 @@ mkfifo "$odd/pipe"
 chmod 0500 "$odd/closed"
 before=$(state_of "$odd")
 
-run 0 --json "$odd"
+# As it ends for a user who may not look everywhere.
+mkdir "$base/failing"
+printf '#!/bin/sh\n%s "$@"\nexit 1\n' "$(command -v du)" >"$base/failing/du"
+chmod +x "$base/failing/du"
+PATH=$base/failing:$PATH run 0 --json "$odd"
 [ "$(state_of "$odd")" = "$before" ] || failed "the given folder was changed"
 [ "$(number files)" -eq 7 ] && [ "$(number folders)" -eq 4 ] || failed "other files were indexed than there are"
 [ "$(number events)" -gt "$(number operations)" ] && [ "$(number operations)" -gt 0 ] || failed "the events were not folded"

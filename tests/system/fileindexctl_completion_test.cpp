@@ -83,6 +83,21 @@ TEST_F(Completion, OffersShareNamesWhereAShareIsMeant) {
   EXPECT_THAT(Offered({"user", "rename", ""}), IsEmpty());
 }
 
+TEST_F(Completion, OffersIndexedFoldersWhereOneIsMeant) {
+  WriteFolders({Entry("/photo/2019", "a"), Entry("/photo/from ann", "b"), Entry("/music", "c")});
+
+  EXPECT_THAT(Offered({"folder", "set", "/ph"}), UnorderedElementsAre("/photo/2019", "/photo/from\\ ann"));
+  EXPECT_THAT(Offered({"folder", "get", ""}), UnorderedElementsAre("/photo/2019", "/photo/from\\ ann", "/music"));
+  EXPECT_THAT(Offered({"folder", "delete", "/music", "/photo/2"}), ElementsAre("/photo/2019"));
+}
+
+TEST_F(Completion, KnowsWhichOptionsTakeAValue) {
+  EXPECT_THAT(Offered({"folder", "list", "--offset", "-"}), IsEmpty());
+  EXPECT_THAT(Offered({"folder", "list", "--desc", "--j"}), ElementsAre("--json"));
+  EXPECT_THAT(Offered({"status", "--watch", "--share", "m"}), ElementsAre("music"));
+  EXPECT_THAT(Offered({"failures", "--share", "m"}), ElementsAre("music"));
+}
+
 TEST_F(Completion, OffersAccountsWhereOneIsSearchedFor) {
   AddPrivateAccount("ann", 1001, 1001);
   AddPrivateAccount("bob", 1002, 1002);

@@ -6,7 +6,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <cstdint>
+#include <fstream>
+#include <memory>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -15,10 +19,12 @@
 
 #include "tests/support/local_socket.h"
 #include "tests/system/indexer_box.h"
+#include "tests/system/terminal.h"
 
 namespace orbisk::test {
 namespace {
 
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 
@@ -59,6 +65,26 @@ class CannedDaemon {
   std::thread thread_;
 };
 
+// `text` is run with fileindexctl as "$0".
+ProcessResult Shell(const std::string& text) {
+  return RunProcess({"bash", "-c", text, BuiltProgram("fileindexctl")}, std::chrono::seconds(120));
+}
+
+// Whether `word` is set in bold in one of these sections of the manual.
+bool IsInManual(const std::string& word, const std::vector<std::string>& sections) {
+  std::ifstream page(std::string(MANUAL_FOLDER) + "/fileindexctl.1");
+  bool is_inside = false;
+  for (std::string line; std::getline(page, line);) {
+    if (line.rfind(".S", 0) == 0) {
+      is_inside =
+          std::find(sections.begin(), sections.end(), line.substr(std::min<size_t>(4, line.size()))) != sections.end();
+    } else if (is_inside && std::regex_search(line, std::regex("^\\.R?BR? (\\( )?" + word + "( |$)"))) {
+      return true;
+    }
+  }
+  return false;
+}
+
 class DaemonCommand : public IndexerBox {};
 
 TEST_F(DaemonCommand, StatusTellsWhatEachShareIsAt) {
@@ -74,6 +100,51 @@ TEST_F(DaemonCommand, StatusTellsWhatEachShareIsAt) {
   EXPECT_THAT(status.output, MatchesRegex("SHARE +STATE +DONE +TO DO +PER SECOND +TIME LEFT +FAILED +FILE +PROBLEM\n"
                                           "docs +idle +[1-9][0-9]* +0 +[0-9]+ +- +0 +- +-\n"
                                           "paused: no\n"));
+}
+
+TEST_F(DaemonCommand, WatchingEndsWithTheDaemon) {
+  StartIndexer();
+  Subprocess watch({BuiltProgram("fileindexctl"), "status", "--watch"});
+  watch.ReadLine(std::chrono::seconds(30));
+
+  KillIndexer();
+
+  const ProcessResult result = watch.Wait(std::chrono::seconds(60));
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_THAT(result.errors, MatchesRegex("fileindexctl: error 502: the indexing daemon [^\n]+\n"));
+}
+
+TEST_F(DaemonCommand, AnAnswerThatCannotBeWrittenIsAFailure) {
+  StartIndexer();
+  for (const char* const command : {"daemon status", "status --watch", "search heron", "search heron --json",
+                                    "failures", "status", "--version", "folder --help"}) {
+    const ProcessResult result = Shell("\"$0\" " + std::string(command) + " >/dev/full");
+
+    EXPECT_EQ(result.exit_status, 1) << command;
+    EXPECT_EQ(result.errors, "fileindexctl: cannot write to standard output: No space left on device\n") << command;
+  }
+}
+
+TEST_F(DaemonCommand, TheManualNamesTheMembersOfAnswers) {
+  WriteFile(Docs("a.txt"), "kingfisher");
+  StartIndexer();
+  ASSERT_TRUE(Succeeds(Fileindexctl({"folder", "reindex", "/docs"})));
+  ASSERT_TRUE(BecomesEqual());
+  const Json::Value share = Parse(Fileindexctl({"daemon", "status", "--json"}).output)["shares"][0];
+  const Json::Value found = Parse(Fileindexctl({"search", "kingfisher", "--json"}).output);
+  ASSERT_EQ(found["hits"].size(), 1U);
+
+  for (const std::string& member : share.getMemberNames()) {
+    EXPECT_TRUE(IsInManual(member, {"status", "daemon status"})) << member;
+  }
+  for (const Json::Value& answer : {found, found["hits"][0]}) {
+    for (const std::string& member : answer.getMemberNames()) {
+      EXPECT_TRUE(IsInManual(member, {"search QUERY..."})) << member;
+    }
+  }
+  for (const char* const member : {"more", "left_out", "incomplete", "repairing", "cut"}) {  // only if there is cause
+    EXPECT_TRUE(IsInManual(member, {"search QUERY..."})) << member;
+  }
 }
 
 TEST_F(DaemonCommand, PauseAndResumeReachTheDaemon) {
@@ -182,6 +253,57 @@ TEST_F(CannedCommand, WatchingAtATerminalDrawsABarForEachShareAnew) {
   EXPECT_THAT(drawn, HasSubstr("\x1b[2A\rdocs  [####################] 100%  idle, 10 of 10, 2 failed\x1b[K"));
 }
 
+TEST_F(CannedCommand, WatchingIsInterruptedBelowThePicture) {
+  const CannedDaemon daemon(Status(Share("docs", "working", 5, 5, "/volume1/docs/a.pdf")));
+  Terminal terminal("status --watch");
+  ASSERT_TRUE(terminal.Shows("a.pdf")) << terminal.Screen();
+
+  terminal.Type(Terminal::kInterrupt);
+
+  EXPECT_EQ(terminal.Wait().exit_status, 128 + SIGINT);
+  EXPECT_THAT(terminal.Screen(), EndsWith("\x1b[K\r\n\x1b[J^C"));
+}
+
+TEST_F(CannedCommand, WatchingEndsWhenNobodyReadsItAnyMore) {
+  std::vector<std::string> changes;
+  for (int i = 0; i < 2000; ++i) {
+    changes.push_back(Status(Share("docs", "working", i, 2000 - i)));
+  }
+  const CannedDaemon daemon(changes);
+
+  const ProcessResult signal_ignored =
+      Shell("trap '' PIPE; \"$0\" status --watch | head -1 >/dev/null; echo ${PIPESTATUS[0]}");
+  const ProcessResult ended_by_signal = Shell("\"$0\" status --watch | head -1 >/dev/null; echo ${PIPESTATUS[0]}");
+
+  EXPECT_TRUE(Succeeds(signal_ignored, "0\n"));
+  EXPECT_TRUE(Succeeds(ended_by_signal, "141\n"));
+}
+
+TEST_F(CannedCommand, ADaemonThatIsSilentForAMinuteIsGivenUp) {
+  const std::pair<const char*, std::vector<std::string>> commands[] = {
+      {"error 502: the indexing daemon", {"daemon", "status"}},
+      {"error 502: the indexing daemon", {"status", "--watch"}},
+      {"error 913: the search daemon", {"search", "heron"}},
+      {"error 913: the search daemon", {"index", "list"}}};
+  const int indexer = ListenAt(kSocket);
+  const int search = ListenAt("/var/run/nimoelasticd.sock");
+  std::vector<std::unique_ptr<Subprocess>> running;
+  for (auto [start, arguments] : commands) {
+    arguments.insert(arguments.begin(), BuiltProgram("fileindexctl"));
+    running.push_back(std::make_unique<Subprocess>(arguments));
+  }
+
+  for (size_t i = 0; i < running.size(); ++i) {
+    EXPECT_TRUE(FailsWith(running[i]->Wait(std::chrono::seconds(180)),
+                          std::string("fileindexctl: ") + commands[i].first + " gave no answer within a minute"));
+  }
+  for (const int listener : {indexer, search}) {
+    close(listener);
+  }
+  unlink(kSocket);
+  unlink("/var/run/nimoelasticd.sock");
+}
+
 TEST_F(CannedCommand, WatchingManySharesShowsThoseThatHaveWorkFirst) {
   const CannedDaemon daemon(Status(Share("a", "idle", 0, 0) + "," + Share("b", "idle", 0, 0) + "," +
                                    Share("c", "idle", 0, 0) + "," + Share("d", "idle", 0, 0) + "," +
@@ -210,8 +332,10 @@ TEST_F(CannedCommand, WatchingOneShareTakesOneThatIsIndexed) {
 
   EXPECT_TRUE(
       Succeeds(Fileindexctl({"status", "--watch", "--until-done", "--share", "photo"}), "photo: idle, 0 of 0\n"));
-  EXPECT_TRUE(FailsWith(Fileindexctl({"status", "--watch", "--share", "films"}),
-                        "fileindexctl: no folder of this share is indexed: films"));
+  for (const std::string name : {"films", ""}) {
+    EXPECT_TRUE(FailsWith(Fileindexctl({"status", "--watch", "--until-done", "--share", name}),
+                          "fileindexctl: no folder of this share is indexed: " + name));
+  }
   EXPECT_EQ(Fileindexctl({"status", "--until-done"}).exit_status, 2);
 }
 
@@ -228,6 +352,13 @@ TEST_F(CannedCommand, FailuresNameTheFilesAndTheReasons) {
   EXPECT_TRUE(Succeeds(Fileindexctl({"failures", "--share", "photo", "--json"}),
                        "[{\"path\":\"/v/photo/c.jpg\",\"reason\":\"gone\",\"share\":\"photo\"}]\n"));
   EXPECT_TRUE(Succeeds(Fileindexctl({"failures", "--share", "music"}), "SHARE  PATH  REASON\n"));
+  for (const std::string name : {"phto", ""}) {
+    EXPECT_TRUE(FailsWith(Fileindexctl({"failures", "--share", name}),
+                          "fileindexctl: no folder of this share is indexed: " + name));
+  }
+  AddShare(OnFirst("films"));
+  WriteFolders({Entry("/films", "all")});
+  EXPECT_TRUE(Succeeds(Fileindexctl({"failures", "--share", "films"}), "SHARE  PATH  REASON\n"));
 }
 
 TEST_F(CannedCommand, FailuresAreCountedByReason) {

@@ -2,6 +2,8 @@
 // double.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/inotify.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -14,8 +16,11 @@
 #include <vector>
 
 #include "orbisk/fileindex/elastic_control.h"
+#include "orbisk/fileindex/op.h"
+#include "orbisk/fileindex/util.h"
 #include "tests/support/eventually.h"
 #include "tests/support/indexer_double.h"
+#include "tests/support/lock_holder.h"
 #include "tests/system/search_box.h"
 
 namespace orbisk::test {
@@ -30,6 +35,7 @@ using testing::Not;
 using testing::StartsWith;
 
 constexpr char kNobodyToAsk[] = "fileindexctl: nothing was done: this needs --yes where nobody can be asked";
+constexpr char kFoldersLock[] = "/tmp/orbisk_cfg_folder.lock";
 constexpr char kStored[] = "(the change is stored, and the indexing daemon follows when it runs)";
 
 std::string WorkerCommand(const std::string& type) {
@@ -42,6 +48,26 @@ ProcessResult AtTerminal(const std::string& command, const std::string& answer) 
   terminal.Write(answer + "\n");
   return terminal.Wait(std::chrono::seconds(60));
 }
+
+// Hears of a file's being opened from here on.
+class OpenedFile {
+ public:
+  explicit OpenedFile(const std::string& path) : descriptor_(inotify_init1(IN_CLOEXEC)) {
+    EXPECT_GE(inotify_add_watch(descriptor_, path.c_str(), IN_OPEN), 0);
+  }
+  ~OpenedFile() { close(descriptor_); }
+  OpenedFile(const OpenedFile&) = delete;
+  OpenedFile& operator=(const OpenedFile&) = delete;
+
+  // False if nobody opens it for long.
+  bool Wait() const {
+    pollfd event{descriptor_, POLLIN, 0};
+    return poll(&event, 1, 60'000) == 1;
+  }
+
+ private:
+  int descriptor_;
+};
 
 // A share "photo" with a folder and room, of which nothing is indexed.
 class ManagementCommand : public RoomyBox {
@@ -125,8 +151,10 @@ TEST_F(ManagementCommand, AddStoresWhatIsGiven) {
 }
 
 TEST_F(ManagementCommand, AnUpgradeAddsWithoutLookingAtThePathAndQueuesNothing) {
-  EXPECT_TRUE(FailsWith(Fileindexctl({"folder", "add", "/photo/gone"}),
-                        "fileindexctl: error 903: Path cannot index: /photo/gone"));
+  EXPECT_TRUE(
+      FailsWith(Fileindexctl({"folder", "add", "/photo/gone"}),
+                "fileindexctl: error 903: Path cannot index: /photo/gone ('fileindexctl path check --share-path PATH' "
+                "says why)"));
   EXPECT_TRUE(Succeeds(Fileindexctl({"folder", "add", "/photo/gone", "--updater"})));
 
   EXPECT_EQ(Get("/photo/gone")["name"], "gone");
@@ -137,7 +165,9 @@ TEST_F(ManagementCommand, AFolderThatCannotBeAddedIsRefusedWithTheReason) {
   AddPhoto();
   const std::string before = ReadFile(kFoldersFile);
 
-  EXPECT_TRUE(FailsWith(Fileindexctl({"folder", "add", "/photo"}), "fileindexctl: error 901: Duplicated ID: /photo"));
+  EXPECT_TRUE(FailsWith(Fileindexctl({"folder", "add", "/photo"}),
+                        "fileindexctl: error 901: Duplicated ID: /photo (this folder is indexed already; "
+                        "'fileindexctl folder set' changes it)"));
   EXPECT_TRUE(IsWrongUsage(Fileindexctl({"folder", "add", "/photo/"}), "PATH: not a plain share path: /photo/"));
   EXPECT_EQ(Fileindexctl({"folder", "add", "/nowhere"}).exit_status, 1);
   EXPECT_EQ(Fileindexctl({"folder", "add", "/photo/2019", "--kinds", "books"}).exit_status, 2);
@@ -161,6 +191,19 @@ TEST_F(ManagementCommand, AddMakesTheIndexAnewThatAKilledAddLeft) {
   EXPECT_THAT(Find({"heron"}), IsEmpty());
 }
 
+TEST_F(ManagementCommand, ALeftOverIndexIsAllThatAddClearsAway) {
+  fileindex::elastic::ShareIndexCreate("photo");
+  QueueOf("photo");
+  fileindex::AddCustomEvent(fileindex::EVENT_REINDEX, OnRoomy("photo/2019"), "", Json::Value());
+  const std::string queue = Queue();
+
+  const ProcessResult result = Fileindexctl({"folder", "add", "/photo"});
+
+  EXPECT_EQ(result.exit_status, 0) << result.errors;
+  EXPECT_THAT(Queue(), AllOf(Not(queue), StartsWith(queue)));
+  EXPECT_TRUE(IsRegistered());
+}
+
 TEST_F(ManagementCommand, WhatNeedsAnIndexMakesTheOneThatIsMissing) {
   AddPhoto();
   const std::string volume = OnRoomy("photo").substr(0, OnRoomy("photo").rfind('/'));
@@ -179,6 +222,35 @@ TEST_F(ManagementCommand, WhatNeedsAnIndexMakesTheOneThatIsMissing) {
   }
   EXPECT_EQ(IndexState(), "");
   EXPECT_EQ(ReadFile(kFoldersFile), "[]");
+}
+
+TEST_F(ManagementCommand, AMissingIndexIsMadeOnlyWhereTheShareIs) {
+  AddPhoto();
+  ASSERT_TRUE(Succeeds(Fileindexctl({"index", "delete", "photo", "--yes"})));
+  fs::remove_all(OnRoomy("photo"));
+  fs::remove_all(OnRoomy("@fileindex"));
+
+  const ProcessResult result = Fileindexctl({"share", "resume", "photo"});
+
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_THAT(result.errors, StartsWith("fileindexctl: error 1204"));
+  EXPECT_EQ(IndexState(), "");
+  EXPECT_FALSE(fs::exists(OnRoomy("@fileindex")));
+}
+
+TEST_F(ManagementCommand, AMissingIndexIsMadeWhenNobodyElseChangesTheConfiguration) {
+  AddPhoto();
+  ASSERT_TRUE(Succeeds(Fileindexctl({"index", "delete", "photo", "--yes"})));
+  LockHolder holder(kFoldersLock);
+  const OpenedFile opened(kFoldersLock);
+
+  Subprocess resume({BuiltProgram("fileindexctl"), "share", "resume", "photo"});
+
+  EXPECT_TRUE(opened.Wait());
+  EXPECT_EQ(IndexState(), "");
+  holder.Release();
+  EXPECT_EQ(resume.Wait(std::chrono::seconds(120)).exit_status, 0);
+  EXPECT_EQ(IndexState(), "open");
 }
 
 TEST_F(ManagementCommand, AnIndexWhoseFilesAreGoneIsMadeAnew) {
@@ -264,14 +336,15 @@ TEST_F(ManagementCommand, DeleteRefusesUnknownFoldersUnlessForcedToCleanUpBehind
 
 TEST_F(ManagementCommand, WhatDestroysDoesNothingWithoutYesWhereNobodyCanBeAsked) {
   AddPhoto();
-  const std::string before = ReadFile(kFoldersFile);
   const std::string photo = OnRoomy("photo");
+  ASSERT_TRUE(Succeeds(Fileindexctl({"volume", "pause", fs::path(photo).parent_path()})));
+  const std::string before = ReadFile(kFoldersFile);
 
   for (const std::vector<std::string>& command :
        std::vector<std::vector<std::string>>{{"folder", "delete", "/photo"},
                                              {"folder", "delete", "--share", "photo"},
                                              {"share", "rebuild", "photo"},
-                                             {"share", "clear-paused", "photo", photo},
+                                             {"share", "clear-paused", "photo", photo, "--force"},
                                              {"share", "auto-clean", "photo"},
                                              {"volume", "clear-paused", fs::path(photo).parent_path()}}) {
     EXPECT_TRUE(FailsWith(Fileindexctl(command), kNobodyToAsk)) << command[0] << " " << command[1];
@@ -367,17 +440,20 @@ TEST_F(ManagementCommand, OperationsOnAShareThatIsNotIndexedSaySo) {
                                              {"share", "resume", "photo"},
                                              {"share", "rebuild", "photo", "--yes"},
                                              {"share", "auto-clean", "photo", "--yes"},
+                                             {"share", "check-recycle", "photo"},
+                                             {"share", "clear-paused", "photo", OnRoomy("photo"), "--yes"},
                                              {"share", "migrate", "photo", "/a/photo", "/b/photo"}}) {
     EXPECT_TRUE(FailsWith(Fileindexctl(command), "fileindexctl: no folder of this share is indexed: photo"))
         << command[1];
   }
   EXPECT_THAT(NewCommands(), IsEmpty());
+  EXPECT_EQ(Queue(), "");
 }
 
 TEST_F(ManagementCommand, ARenamedShareKeepsItsFoldersAndItsIndex) {
   AddPhoto();
   fs::rename(OnRoomy("photo"), OnRoomy("pictures"));
-  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "photo"})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "photo", "--force"})));
   AddShare(OnRoomy("pictures"));
 
   EXPECT_TRUE(Succeeds(Fileindexctl({"share", "rename", "photo", "pictures"})));
@@ -391,7 +467,7 @@ TEST_F(ManagementCommand, AMigratedShareTakesItsIndexAlong) {
   AddPhoto();
   const std::string from = OnRoomy("photo");
   fs::create_directory(OnFirst("photo"));
-  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "photo"})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "photo", "--force"})));
   AddShare(OnFirst("photo"));
   QueueOf("photo");
 
@@ -404,12 +480,85 @@ TEST_F(ManagementCommand, AMigratedShareTakesItsIndexAlong) {
 TEST_F(ManagementCommand, ClearPausedForgetsAShareThatIsGone) {
   AddPhoto();
   ASSERT_TRUE(Succeeds(Fileindexctl({"share", "pause", "photo"})));
-  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "photo"})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "photo", "--force"})));
 
   EXPECT_TRUE(Succeeds(Fileindexctl({"share", "clear-paused", "photo", OnRoomy("photo"), "--yes"})));
 
   EXPECT_EQ(ReadFile(kFoldersFile), "[]");
   EXPECT_EQ(IndexState(), "");
+}
+
+TEST_F(ManagementCommand, ClearPausedBelievesOnlyWhatFitsTheShares) {
+  AddPhoto();
+  AddShare(OnRoomy("music"));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"folder", "add", "/music"})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "pause", "music"})));
+  WriteFile(OnRoomy("@fileindex/photo/queue"), "waiting");
+  const std::string photo = OnRoomy("photo");
+  const std::string before = ReadFile(kFoldersFile);
+  const auto refused = [](const std::vector<std::string>& arguments, const std::string& reason) {
+    std::vector<std::string> command = {"share", "clear-paused", "--yes"};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return FailsWith(Fileindexctl(command), "fileindexctl: " + reason);
+  };
+
+  EXPECT_TRUE(refused({"phto", photo}, photo + " is the share photo"));
+  EXPECT_TRUE(refused({"phto", photo, "--force"}, photo + " is the share photo"));
+  EXPECT_TRUE(refused({"music", photo}, "the share music is at " + OnRoomy("music") + ", not at " + photo));
+  EXPECT_TRUE(refused({"music", OnFirst("music"), "--force"},
+                      "the share music is at " + OnRoomy("music") + ", not at " + OnFirst("music")));
+  EXPECT_TRUE(refused({"gone", OnRoomy("elsewhere"), "--force"},
+                      "the path " + OnRoomy("elsewhere") + " does not end in the share's name gone"));
+  EXPECT_TRUE(refused({"gone", OnRoomy("gone")}, "no folder of this share is indexed: gone"));
+  EXPECT_TRUE(refused({"photo", photo}, "the folder /photo is not paused; --force forgets the share nevertheless"));
+
+  EXPECT_EQ(ReadFile(kFoldersFile), before);
+  EXPECT_EQ(Queue(), "waiting");
+  EXPECT_TRUE(fs::exists(OnRoomy("@fileindex/photo/db")));
+  EXPECT_TRUE(fs::exists(OnRoomy("@fileindex/music/db")));
+  EXPECT_EQ(IndexState(), "open");
+}
+
+TEST_F(ManagementCommand, ForceForgetsAShareThatIsNotPaused) {
+  AddPhoto();
+
+  EXPECT_TRUE(Succeeds(Fileindexctl({"share", "clear-paused", "photo", OnRoomy("photo"), "--yes", "--force"})));
+
+  EXPECT_EQ(ReadFile(kFoldersFile), "[]");
+  EXPECT_EQ(IndexState(), "");
+}
+
+TEST_F(ManagementCommand, AShareIsNotUnregisteredWhileItIsIndexed) {
+  AddPhoto();
+  constexpr char kGone[] =
+      "fileindexctl: error 800: photo (no such share, though folders of it are indexed; 'fileindexctl share "
+      "clear-paused photo PATH' forgets it)";
+
+  EXPECT_TRUE(FailsWith(Fileindexctl({"share", "unregister", "photo"}),
+                        "fileindexctl: folders of the share photo are indexed; 'fileindexctl folder delete --share "
+                        "photo' ends that, and --force unregisters it nevertheless"));
+  EXPECT_THAT(Fileindexctl({"share", "list"}).output, HasSubstr("photo"));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "photo", "--force"})));
+  EXPECT_TRUE(FailsWith(Fileindexctl({"folder", "delete", "/photo", "--yes"}), kGone));
+  EXPECT_TRUE(FailsWith(Fileindexctl({"summary"}), kGone));
+  EXPECT_TRUE(FailsWith(Fileindexctl({"share", "show", "pho"}), "fileindexctl: error 800: pho (no such share)"));
+  EXPECT_TRUE(Succeeds(Fileindexctl({"share", "clear-paused", "photo", OnRoomy("photo"), "--yes", "--force"})));
+
+  EXPECT_TRUE(Succeeds(Fileindexctl({"summary"}), "NAME  KIND  STATUS\nall together: finished\n"));
+}
+
+TEST_F(ManagementCommand, ClearPausedForgetsAShareThatIsGoneWithItsIndex) {
+  AddPhoto();
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "pause", "photo"})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"index", "delete", "photo", "--yes"})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "photo", "--force"})));
+
+  const ProcessResult result = Fileindexctl({"share", "clear-paused", "photo", OnRoomy("photo"), "--yes"});
+
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_EQ(result.errors, "fileindexctl: the index of the share photo was missing; the share is forgotten\n");
+  EXPECT_EQ(ReadFile(kFoldersFile), "[]");
+  EXPECT_FALSE(fs::exists(OnRoomy("@fileindex/photo/db")));
 }
 
 TEST_F(ManagementCommand, AutoCleanTakesTheIndexAndLeavesTheFoldersConfigured) {
@@ -449,6 +598,74 @@ TEST_F(ManagementCommand, AVolumeIsPausedResumedAndForgotten) {
   EXPECT_EQ(IndexState(), "");
   EXPECT_TRUE(IsWrongUsage(Fileindexctl({"volume", "pause", volume + "/"}),
                            "MOUNT_POINT: not a plain full path: " + volume + "/"));
+}
+
+TEST_F(ManagementCommand, AVolumeWhoseSharesAreRegisteredNoMoreIsForgotten) {
+  AddPhoto();
+  const std::string volume = fs::path(OnRoomy("photo")).parent_path();
+  ASSERT_TRUE(Succeeds(Fileindexctl({"volume", "pause", volume})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "photo", "--force"})));
+
+  EXPECT_TRUE(Succeeds(Fileindexctl({"volume", "clear-paused", volume, "--yes"})));
+
+  EXPECT_EQ(ReadFile(kFoldersFile), "[]");
+  EXPECT_EQ(IndexState(), "");
+}
+
+TEST_F(ManagementCommand, OnlyTheSharesOfTheVolumeAreForgottenThoughOthersAreGone) {
+  AddPhoto();
+  AddShare(OnFirst("music"));
+  Json::Value folders = Parse(ReadFile(kFoldersFile));
+  WriteFolders({folders[0], Entry("/music", "Music")});
+  const std::string volume = fs::path(OnRoomy("photo")).parent_path();
+  ASSERT_TRUE(Succeeds(Fileindexctl({"volume", "pause", volume})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "photo", "--force"})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "music", "--force"})));
+
+  EXPECT_TRUE(Succeeds(Fileindexctl({"volume", "clear-paused", volume, "--yes"})));
+
+  folders = Parse(ReadFile(kFoldersFile));
+  ASSERT_EQ(folders.size(), 1U);
+  EXPECT_EQ(folders[0]["path"], "/music");
+  EXPECT_EQ(IndexState(), "");
+}
+
+TEST_F(ManagementCommand, AVolumeWithoutIndexedFoldersIsRefused) {
+  AddPhoto();
+  const std::string volume = fs::path(OnRoomy("photo")).parent_path();
+  const std::string misspelt = volume + "1";
+  const std::string before = ReadFile(kFoldersFile);
+
+  for (const char* const operation : {"pause", "resume"}) {
+    EXPECT_TRUE(FailsWith(Fileindexctl({"volume", operation, misspelt}),
+                          "fileindexctl: no indexed folder lies on " + misspelt));
+  }
+  for (const std::string& not_paused : {misspelt, volume}) {
+    EXPECT_TRUE(FailsWith(Fileindexctl({"volume", "clear-paused", not_paused, "--yes"}),
+                          "fileindexctl: no folder was paused with the volume " + not_paused));
+  }
+
+  EXPECT_EQ(ReadFile(kFoldersFile), before);
+  EXPECT_EQ(IndexState(), "open");
+}
+
+TEST_F(ManagementCommand, AVolumeIsForgottenThoughAnIndexIsMissing) {
+  AddPhoto();
+  AddShare(OnRoomy("music"));
+  AddShare(OnRoomy("video"));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"folder", "add", "/music"})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"folder", "add", "/video"})));
+  const std::string volume = fs::path(OnRoomy("photo")).parent_path();
+  ASSERT_TRUE(Succeeds(Fileindexctl({"volume", "pause", volume})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"index", "delete", "photo", "--yes"})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "photo", "--force"})));
+
+  const ProcessResult result = Fileindexctl({"volume", "clear-paused", volume, "--yes"});
+
+  EXPECT_EQ(result.exit_status, 0) << result.errors;
+  EXPECT_THAT(result.errors, HasSubstr("the index of the share photo was missing; the share is forgotten\n"));
+  EXPECT_EQ(ReadFile(kFoldersFile), "[]");
+  EXPECT_EQ(Fileindexctl({"index", "list", "--json"}).output, "[]\n");
 }
 
 TEST_F(ManagementCommand, SuggestUpdateBuildsWhatSuggestAnswersFrom) {
@@ -496,13 +713,44 @@ TEST_F(ManagementCommand, PreparingStartsTheServicesIfAnyFolderIsIndexed) {
   const std::string started = OnRoomy("started");
   fs::create_directories("/etc/nimo/services.d");
   WriteFile("/etc/nimo/services.d/nimocontentextractd.json", R"({"command":["/usr/bin/touch",")" + started + "\"]}");
+  StopIndexer();
 
   EXPECT_TRUE(Succeeds(Fileindexctl({"services", "prepare"})));
   EXPECT_FALSE(fs::exists(started));
   WriteFolders({Entry("/photo", "Pictures")});
-  EXPECT_TRUE(Succeeds(Fileindexctl({"services", "prepare"})));
+  EXPECT_TRUE(FailsWith(Fileindexctl({"services", "prepare"}),
+                        "fileindexctl: the indexing daemon does not answer; see the system log"));
 
   EXPECT_TRUE(Eventually([&started] { return fs::exists(started); }));
+}
+
+TEST_F(ManagementCommand, PreparingIsDoneWhenTheIndexingDaemonAnswers) {
+  StopIndexer();
+  fs::create_directories("/etc/nimo/services.d");
+  WriteFile("/etc/nimo/services.d/pkg-Orbisk-fileindexd.json",
+            R"({"command":[")" + BuiltProgram("fileindexd") + R"("],"notify":false})");
+  WriteFolders({Entry("/photo", "Pictures")});
+
+  const ProcessResult prepared = Fileindexctl({"services", "prepare"});
+  const ProcessResult status = Fileindexctl({"daemon", "status"});
+  WriteFolders({});
+  const ProcessResult stopped = Fileindexctl({"services", "prepare"});
+
+  EXPECT_TRUE(Succeeds(prepared));
+  EXPECT_EQ(status.exit_status, 0) << status.errors;
+  EXPECT_TRUE(Succeeds(stopped));
+  EXPECT_EQ(Fileindexctl({"daemon", "status"}).exit_status, 1);
+}
+
+TEST_F(ManagementCommand, PreparingTakesRootAndFoldersThatCanBeRead) {
+  const ProcessResult as_nobody = RunProcess({"setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups",
+                                              BuiltProgram("fileindexctl"), "services", "prepare"});
+  EXPECT_TRUE(FailsWith(as_nobody, "fileindexctl: error 503: cannot act as root"));
+
+  WriteFile(kFoldersFile, "no folders");
+  const ProcessResult unreadable = Fileindexctl({"services", "prepare"});
+  EXPECT_EQ(unreadable.exit_status, 1);
+  EXPECT_THAT(unreadable.errors, AllOf(StartsWith("fileindexctl: error 504: "), HasSubstr(kFoldersFile)));
 }
 
 TEST_F(ManagementCommand, WithoutAnIndexingDaemonTheUserHearsWhatIsStored) {

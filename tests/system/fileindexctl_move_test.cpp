@@ -134,6 +134,20 @@ TEST_F(MoveCommand, WhatWaitsInTheQueueIsNotLost) {
   EXPECT_FALSE(fs::exists(IndexFolder("music")));
 }
 
+TEST_F(MoveCommand, AShareThatWasPausedWithItsVolumeLeavesNothingBehind) {
+  StopIndexer();  // it would clear up behind a share that is configured no more
+  ASSERT_TRUE(fs::exists(IndexFolder("music") + "/queue.mark"));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"volume", "pause", Volume()})));
+
+  EXPECT_TRUE(Succeeds(Move("music", "songs")));
+
+  EXPECT_FALSE(fs::exists(IndexFolder("music")));
+  EXPECT_TRUE(Parse(Fileindexctl({"folder", "get", "/songs", "--json"}).output)["paused"].asBool());
+  StartIndexer();
+  EXPECT_TRUE(Succeeds(Fileindexctl({"volume", "resume", Volume()})));
+  ExpectMoved();
+}
+
 TEST_F(MoveCommand, AShareThatIsNotIndexedIsMovedAsWell) {
   AddShare(OnFirst("plain"));
 
@@ -151,6 +165,22 @@ TEST_F(MoveCommand, APausedShareStaysPaused) {
   EXPECT_TRUE(Succeeds(Fileindexctl({"share", "resume", "songs"})));
 
   ExpectMoved();
+}
+
+TEST_F(MoveCommand, AShareOfWhichOneFolderIsPausedIsRefusedBeforeAnythingIsDone) {
+  ASSERT_TRUE(Succeeds(Fileindexctl({"folder", "add", "/music/deep"})));
+  const fileindex::FolderMgr folder_mgr;
+  folder_mgr.GetFolders().back()->SetPaused(true);
+  folder_mgr.Save();
+
+  EXPECT_TRUE(
+      FailsWith(Move("music", "songs"),
+                "fileindexctl: the folder /music/deep is paused while others of the share are not, and would be "
+                "resumed; 'fileindexctl share pause music' or 'share resume music' before makes them alike"));
+
+  ExpectUntouched();
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "resume", "music"})));
+  EXPECT_TRUE(Succeeds(Move("music", "songs")));
 }
 
 TEST_F(MoveCommand, NamesThatCannotBeAreRefusedBeforeAnythingIsDone) {
@@ -279,7 +309,7 @@ TEST_F(MoveCommand, OneThatWasInterruptedBehindTheFolderIsFinished) {
 TEST_F(MoveCommand, OneThatWasInterruptedBehindTheIndexIsFinished) {
   fileindex::SharePause("music");
   fs::rename(OnFirst("music"), OnFirst("songs"));
-  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "music"})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "music", "--force"})));
   AddShare(OnFirst("songs"));
   fileindex::elastic::ShareIndexRename("music", "songs", sdk::SDKShare("songs").GetDBPath());
   WriteNote(3);

@@ -189,7 +189,7 @@ TEST_F(IndexerIndex, OneThatWasCleanedAwayComesBackWithItsRegistrationWhenTheSha
   ASSERT_TRUE(Eventually([] { return HasProblem("the index was cleaned away;"); })) << StatusOf();
   EXPECT_FALSE(IsThere());
   EXPECT_EQ(StatusOf()["state"].asString(), "offline");
-  ASSERT_EQ(Fileindexctl({"share", "unregister", "docs"}).exit_status, 0);
+  ASSERT_EQ(Fileindexctl({"share", "unregister", "docs", "--force"}).exit_status, 0);
   ASSERT_TRUE(Eventually([] { return StatusOf()["problem"].asString() == "error 800: docs"; }));
   AddShare(Docs());
 

@@ -126,7 +126,7 @@ TEST_F(IndexerManagement, ARebuiltShareIsIndexedAnew) {
 TEST_F(IndexerManagement, ARenamedShareIsFoundUnderItsNewName) {
   ASSERT_TRUE(BecomesEqual(kLimit, "music"));
   SharePause("music");
-  ASSERT_EQ(Fileindexctl({"share", "unregister", "music"}).exit_status, 0);
+  ASSERT_EQ(Fileindexctl({"share", "unregister", "music", "--force"}).exit_status, 0);
   fs::rename(OnFirst("music"), OnFirst("songs"));
   AddShare(OnFirst("songs"));
 

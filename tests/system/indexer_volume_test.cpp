@@ -141,6 +141,70 @@ TEST_F(IndexerFullVolume, AFullVolumeIsToldOnceAndLeftAlone) {
   EXPECT_EQ(CountRecords("no_room"), 1);
 }
 
+// While it lives the box has a program that tells administrators: this one, which counts how often it is called.
+class NotifyDouble {
+ public:
+  NotifyDouble() {
+    const std::string program = dir_ / "usr/nimo/bin/nimonxmnotify";
+    fs::create_directories(fs::path(program).parent_path());
+    WriteFile(program, "#!/bin/sh\necho \"$@\" >>" + (dir_ / "calls") + "\n");
+    fs::permissions(program, fs::perms::owner_all);
+    const std::string layers = "lowerdir=" + (dir_ / "usr") + ":/usr";
+    mounted_ = mount("overlay", "/usr", "overlay", MS_RDONLY, layers.c_str()) == 0;
+  }
+  ~NotifyDouble() {
+    if (mounted_) {
+      umount2("/usr", MNT_DETACH);
+    }
+  }
+  NotifyDouble(const NotifyDouble&) = delete;
+  NotifyDouble& operator=(const NotifyDouble&) = delete;
+
+  bool mounted() const { return mounted_; }
+  int Calls() const {
+    std::ifstream calls(dir_ / "calls");
+    int count = 0;
+    for (std::string line; std::getline(calls, line);) {
+      count += line.find("error:index_no_space") != std::string::npos ? 1 : 0;
+    }
+    return count;
+  }
+
+ private:
+  const TempDir dir_;
+  bool mounted_ = false;
+};
+
+TEST_F(IndexerFullVolume, AdministratorsAreToldOnceUntilThereWasRoomAgain) {
+  constexpr size_t kForEvents = size_t{32} << 10;
+  const NotifyDouble notify;
+  if (!notify.mounted()) {
+    GTEST_SKIP() << "no file system can be laid over another one";
+  }
+  StartWithFiles();
+  for (int time = 1; time <= 2; ++time) {
+    // What comes by a rename needs no room itself.
+    const std::string large = OnFirst("large" + std::to_string(time));
+    WriteFile(large, Words(time));
+    Fill();
+    fs::resize_file(OnFirst("ballast"), fs::file_size(OnFirst("ballast")) - kForEvents);
+    fs::rename(large, Docs("large" + std::to_string(time) + ".txt"));
+    ASSERT_TRUE(Eventually([] { return StateOf("docs") == "no_space"; })) << Command("status") << IndexerLog();
+    EXPECT_TRUE(Eventually([&] { return notify.Calls() == time; }));
+    for (int more = 0; more < 3; ++more) {
+      Command("notify_setting_changed");  // has it try again
+      usleep(500'000);
+    }
+    EXPECT_EQ(notify.Calls(), time);
+
+    fs::remove(OnFirst("ballast"));
+    ASSERT_TRUE(BecomesEqual(std::chrono::minutes(2)));
+    ASSERT_TRUE(Eventually([] { return StateOf("docs") == "idle"; }));
+  }
+  EXPECT_EQ(StopIndexer(), 0);
+  EXPECT_EQ(CountRecords("no_room"), 2);
+}
+
 TEST_F(IndexerVolume, NothingIsForgottenWhileAVolumeIsGone) {
   StartWithFiles();
   const IndexedTree before = InIndex();

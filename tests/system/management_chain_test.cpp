@@ -94,7 +94,7 @@ TEST_F(ManagementChain, AShareIsPausedResumedRebuiltAndMoved) {
   EXPECT_NE("", Registrations());
 
   fs::rename(OnRoomy("photo"), OnRoomy("pictures"));
-  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "photo"})));
+  ASSERT_TRUE(Succeeds(Fileindexctl({"share", "unregister", "photo", "--force"})));
   AddShare(OnRoomy("pictures"));
   ShareRename("photo", "pictures");
   EXPECT_FALSE(HasIndex("photo"));

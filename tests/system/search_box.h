@@ -23,6 +23,8 @@ class SearchBox : public Box {
   void StartSearchDaemon();
   /// Ends the search daemon at once, as a crash does.
   void KillSearchDaemon();
+  /// SIGSTOP makes it one that takes questions and does nothing, until SIGCONT.
+  void SignalSearchDaemon(int signal) { search_->Kill(signal); }
   /// Waits until the index of `share` answers questions, which a daemon that was killed first has to check.
   static void WaitUntilOpen(const std::string& share);
   void StopExtractor();

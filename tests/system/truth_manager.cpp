@@ -214,7 +214,7 @@ void TruthManager::RenameShare(const std::string& name, const std::string& other
     const std::string from = share;
     const std::string to = from == name ? other : name;
     MustSucceed("pause " + from, [&] { fi::SharePause(from); });
-    ASSERT_EQ(Fileindexctl({"share", "unregister", from}).exit_status, 0);
+    ASSERT_EQ(Fileindexctl({"share", "unregister", from, "--force"}).exit_status, 0);
     fs::rename(volume_ + "/" + from, volume_ + "/" + to);
     ASSERT_EQ(Fileindexctl({"share", "register", to, volume_ + "/" + to}).exit_status, 0);
     MustSucceed("rename " + from + " to " + to, [&] { fi::ShareRename(from, to); });

@@ -1,17 +1,25 @@
 // Questions to the daemons of this machine, answered now or not at all.
 #include "tools/fileindexctl/daemon_client.h"
 
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "nimo/daemon_connection.h"
 #include "nimo/error.h"
 #include "orbisk/error.h"
+#include "orbisk/fileindex/elastic_control.h"
 #include "orbisk/json.h"
 
 namespace fileindexctl {
 namespace {
 
 constexpr long kConnectSeconds = 10;
+// A daemon that was stopped takes a question and does nothing.
+constexpr long kAnswerSeconds = 60;
 
 struct Daemon {
   const char* name;
@@ -38,14 +46,32 @@ constexpr Daemon kIndexer = {"the indexing daemon", "/var/run/fileindexd.sock", 
   throw orbisk::Error(orbisk::Code(error["code"].asInt()), error["msg"].asString());
 }
 
-Json::Value Ask(const Daemon& daemon, const Json::Value& request) {
-  nimodaemon::DomainSockConnection connection(daemon.socket);
+class Connection : public nimodaemon::DomainSockConnection {
+ public:
+  using DomainSockConnection::DomainSockConnection;
+
+  /// From now on Recv fails with EAGAIN when nothing comes for so long.
+  void LimitSilence(long seconds) {
+    const timeval limit = {seconds, 0};
+    setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
+  }
+};
+
+std::string ReasonOfSilence() {
+  const int reason = NLIBCErrGet();
+  return reason == EAGAIN ? "gave no answer within a minute" : std::string("hung up: ") + strerror(reason);
+}
+
+// Nothing has to come within a limit if `may_take_long`.
+Json::Value Ask(const Daemon& daemon, const Json::Value& request, bool may_take_long) {
+  Connection connection(daemon.socket);
   if (!connection.Connect(kConnectSeconds)) {
     Fail(daemon, std::string("cannot be reached at ") + daemon.socket + ": " + strerror(NLIBCErrGet()));
   }
+  connection.LimitSilence(may_take_long ? 0 : kAnswerSeconds);
   std::string text;
   if (!connection.Send(orbisk::toString(request)) || !connection.Recv(text)) {
-    Fail(daemon, std::string("hung up: ") + strerror(NLIBCErrGet()));
+    Fail(daemon, ReasonOfSilence());
   }
   Json::Value response;
   if (!orbisk::fromString(response, text) || !response.isObject() || !response["success"].isBool()) {
@@ -57,13 +83,24 @@ Json::Value Ask(const Daemon& daemon, const Json::Value& request) {
   return response;
 }
 
+// What the search daemon does to a whole index; all else is a look at what it has.
+bool IsLongWork(const std::string& command, const Json::Value& data) {
+  return command == "index_create" || command == "index_delete" || data["check"].asBool();
+}
+
 }  // namespace
 
 Json::Value AskSearchDaemon(const std::string& command, const Json::Value& data) {
   Json::Value request;
   request["command"] = command;
   request["data"] = data;
-  return Ask(kSearch, request)["data"];
+  return Ask(kSearch, request, IsLongWork(command, data))["data"];
+}
+
+bool HasIndex(const std::string& share) {
+  const Json::Value all = AskSearchDaemon("index_list", Json::Value(Json::objectValue));
+  const std::string id = orbisk::fileindex::elastic::GetFileIndexID(share);
+  return std::any_of(all.begin(), all.end(), [&](const Json::Value& one) { return one["id"].asString() == id; });
 }
 
 Json::Value AskIndexer(const std::string& type, const Json::Value& data) {
@@ -72,11 +109,11 @@ Json::Value AskIndexer(const std::string& type, const Json::Value& data) {
   if (!data.isNull()) {
     request["data"] = data;
   }
-  return Ask(kIndexer, request)["data"];
+  return Ask(kIndexer, request, false)["data"];
 }
 
 Json::Value AskExtractor(const Json::Value& request) {
-  Json::Value response = Ask(kExtractor, request);
+  Json::Value response = Ask(kExtractor, request, true);
   if (!response["data"].isObject()) {
     Fail(kExtractor, "gave no document");
   }

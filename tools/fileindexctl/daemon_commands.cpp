@@ -5,12 +5,13 @@
 #include <CLI/CLI.hpp>
 #include <cmath>
 #include <memory>
+#include <optional>
 #include <string>
-#include <utility>
 
 #include "orbisk/json.h"
 #include "tools/fileindexctl/commands.h"
 #include "tools/fileindexctl/daemon_client.h"
+#include "tools/fileindexctl/indexed.h"
 #include "tools/fileindexctl/output.h"
 #include "tools/fileindexctl/progress_text.h"
 #include "tools/fileindexctl/table.h"
@@ -19,7 +20,7 @@ namespace fileindexctl {
 namespace {
 
 struct Options {
-  std::string share;
+  std::optional<std::string> share;
   bool json = false;
   bool count = false;
 };
@@ -48,18 +49,17 @@ void ShowStatus(const Options& options) {
 }
 
 // One for each file.
-Table ListFailures(const Json::Value& share, Table table, Json::Value& failures) {
+void ListFailures(const Json::Value& share, Table& table, Json::Value& failures) {
   const std::string name = share["share"].asString();
   for (Json::Value failure : share["failures"]) {
     failure["share"] = name;
     table.Add({name, failure["path"].asString(), failure["reason"].asString()});
     failures.append(failure);
   }
-  return table;
 }
 
 // One for each reason.
-Table CountFailures(const Json::Value& share, Table table, Json::Value& failures) {
+void CountFailures(const Json::Value& share, Table& table, Json::Value& failures) {
   const std::string name = share["share"].asString();
   const Json::Value& reasons = share["reasons"];
   for (const std::string& reason : reasons.isObject() ? reasons.getMemberNames() : Json::Value::Members()) {
@@ -70,7 +70,6 @@ Table CountFailures(const Json::Value& share, Table table, Json::Value& failures
     table.Add({name, reasons[reason].asString(), reason});
     failures.append(count);
   }
-  return table;
 }
 
 void ShowFailures(const Options& options) {
@@ -79,10 +78,15 @@ void ShowFailures(const Options& options) {
   Json::Value wanted;
   wanted["failures"] = "all";
   const Json::Value status = AskIndexer("status", options.count ? Json::Value() : wanted);
+  bool is_known = !options.share;
   for (const Json::Value& share : status["shares"]) {
-    if (options.share.empty() || options.share == share["share"].asString()) {
-      table = (options.count ? CountFailures : ListFailures)(share, std::move(table), failures);
+    if (!options.share || *options.share == share["share"].asString()) {
+      is_known = true;
+      (options.count ? CountFailures : ListFailures)(share, table, failures);
     }
+  }
+  if (!is_known) {  // the daemon may not have heard yet of one that was added just now
+    CheckIndexed(*options.share);
   }
   Output out(STDOUT_FILENO);
   out.Write(options.json ? orbisk::toString(failures) + "\n" : table.Text());

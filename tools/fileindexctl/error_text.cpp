@@ -4,6 +4,7 @@
 #include <exception>
 
 #include "nimo/share_registry.h"
+#include "orbisk/fileindex/folder_mgr.h"
 
 namespace fileindexctl {
 namespace {
@@ -13,7 +14,9 @@ constexpr int kShareEnumeration = 121;
 constexpr int kPlatform = 502;
 constexpr int kIdentity = 503;
 constexpr int kNoSuchShare = 800;
+constexpr int kFolderIsIndexed = 901;
 constexpr int kNoSuchFolder = 902;
+constexpr int kPathRefused = 903;
 
 bool IsNoShareForPath(const orbisk::Error& error) {
   return error.code() == kPlatform && error.reason().find("NIMOShareNamePathGet failed") == 0;
@@ -29,6 +32,26 @@ std::string RegistryTrouble() {
   }
 }
 
+// The share that `error` says is gone, if folders of it are indexed; else empty. Context may stand behind its name.
+std::string GoneButIndexed(const orbisk::Error& error) {
+  try {
+    for (const std::string& share : orbisk::fileindex::FolderMgr().GetIndexedShares()) {
+      if ((error.reason() + " (").rfind(share + " (", 0) == 0) {
+        return share;
+      }
+    }
+  } catch (const std::exception&) {  // then there is nothing to add
+  }
+  return "";
+}
+
+std::string NoSuchShareText(const orbisk::Error& error) {
+  const std::string share = GoneButIndexed(error);
+  return share.empty() ? "no such share"
+                       : "no such share, though folders of it are indexed; 'fileindexctl share clear-paused " + share +
+                             " PATH' forgets it";
+}
+
 std::string Meaning(const orbisk::Error& error) {
   const bool is_about_shares =
       error.code() == kShareEnumeration || error.code() == kNoSuchShare || IsNoShareForPath(error);
@@ -40,9 +63,13 @@ std::string Meaning(const orbisk::Error& error) {
   }
   switch (static_cast<int>(error.code())) {
     case kNoSuchShare:
-      return "no such share";
+      return NoSuchShareText(error);
+    case kFolderIsIndexed:
+      return "this folder is indexed already; 'fileindexctl folder set' changes it";
     case kNoSuchFolder:
       return "no such indexed folder";
+    case kPathRefused:
+      return "'fileindexctl path check --share-path PATH' says why";
     default:
       return "";
   }

@@ -22,9 +22,11 @@
 #include "tools/fileindexctl/confirm.h"
 #include "tools/fileindexctl/error_text.h"
 #include "tools/fileindexctl/event_text.h"
+#include "tools/fileindexctl/indexed.h"
 #include "tools/fileindexctl/left_over.h"
 #include "tools/fileindexctl/output.h"
 #include "tools/fileindexctl/table.h"
+#include "tools/fileindexctl/wait_notice.h"
 
 namespace fileindexctl {
 namespace {
@@ -69,6 +71,7 @@ void SetKinds(Json::Value& folder, const std::vector<std::string>& kinds) {
 // is.
 void StoreAndTell(const std::function<void()>& change, const std::function<bool()>& is_stored) {
   const bool was_stored = is_stored();
+  const WaitNotice notice;
   try {
     change();
   } catch (const orbisk::Error& error) {
@@ -147,11 +150,9 @@ std::string Joined(const std::vector<std::string>& words) {
 }
 
 void DeleteShare(const Options& options) {
-  if (!FolderMgr().IsShareIndexed(options.share)) {
-    throw std::runtime_error("no folder of this share is indexed: " + options.share);
-  }
+  CheckIndexed(options.share);
   Confirm("Stop indexing all folders of the share " + options.share + " and delete its index?", options.yes);
-  StoreAndTell([&] { WithIndexes({options.share}, [&] { orbisk::fileindex::FolderDelete(options.share); }); },
+  StoreAndTell([&] { WithIndex(options.share, [&] { orbisk::fileindex::FolderDelete(options.share); }); },
                [&] { return !FolderMgr().IsShareIndexed(options.share); });
 }
 
@@ -168,7 +169,8 @@ void Delete(const Options& options) {
   }
   Confirm("Stop indexing " + Joined(options.paths) + " and delete what the index has of it?", options.yes);
   const auto remove = [&] { orbisk::fileindex::FolderDelete(orbisk::Vec2JsonArr(options.paths)); };
-  StoreAndTell([&] { WithIndexes(SharesOf(options.paths), remove); }, [&] { return !AnyConfigured(options.paths); });
+  StoreAndTell([&] { WithIndexes([&] { return SharesOf(options.paths); }, remove); },
+               [&] { return !AnyConfigured(options.paths); });
 }
 
 // The library passes over what is in no index; a person who asks for it has made a mistake.
@@ -181,6 +183,7 @@ void Reindex(const Options& options) {
       throw std::runtime_error(path + ": no folder of the share is indexed");
     }
   }
+  const WaitNotice notice;
   orbisk::fileindex::FolderReindex(orbisk::Vec2JsonArr(options.paths));
 }
 

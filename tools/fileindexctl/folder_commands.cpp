@@ -14,6 +14,7 @@
 #include "tools/fileindexctl/arguments.h"
 #include "tools/fileindexctl/commands.h"
 #include "tools/fileindexctl/error_text.h"
+#include "tools/fileindexctl/event_text.h"
 #include "tools/fileindexctl/output.h"
 #include "tools/fileindexctl/table.h"
 
@@ -34,6 +35,7 @@ struct Options {
   unsigned long offset = 0;
   unsigned long limit = std::numeric_limits<unsigned long>::max();
   bool status = false;
+  bool paths = false;
   bool json = false;
 };
 
@@ -124,11 +126,23 @@ Json::Value DataOf(const std::vector<std::shared_ptr<Folder>>& folders, const Js
   }
 }
 
+void PrintPaths(const std::vector<std::shared_ptr<Folder>>& folders) {
+  Output out(STDOUT_FILENO);
+  for (const auto& folder : folders) {
+    out.Write(OneLine(folder->GetPath()) + "\n");
+  }
+  out.Flush();
+}
+
 void List(const Options& options) {
   std::vector<std::shared_ptr<Folder>> page;
   unsigned long total = 0;
   LoadFolders().List(page, total, options.offset, options.limit, options.sort_by, options.descending ? "desc" : "asc",
                      options.group, options.keyword);
+  if (options.paths) {
+    PrintPaths(page);
+    return;
+  }
   const Json::Value folders = DataOf(page, Additional(options));
   Output out(STDOUT_FILENO);
   if (options.json) {
@@ -201,6 +215,9 @@ void AddFolderCommands(CLI::App& app) {
     command->add_flag("--status", options->status, "Say how far its indexing is");
     command->add_flag("--json", options->json, "Print one line of JSON");
   }
+  list->add_flag("--paths", options->paths, "Print the share paths alone, one a line")
+      ->excludes("--json")
+      ->excludes("--status");
 }
 
 }  // namespace fileindexctl

@@ -2,6 +2,7 @@
 // which must not be there, and removes or resumes the one that must be.
 #include "tools/fileindexctl/left_over.h"
 
+#include <algorithm>
 #include <iostream>
 #include <set>
 
@@ -9,9 +10,12 @@
 #include "orbisk/fileindex/elastic_control.h"
 #include "orbisk/fileindex/folder_mgr.h"
 #include "orbisk/fileindex/index_mgr.h"
+#include "orbisk/fileindex/status_mgr.h"
 #include "orbisk/fileindex/util.h"
+#include "orbisk/lock_file.h"
 #include "orbisk/sdk/share.h"
 #include "orbisk/util.h"
+#include "tools/fileindexctl/daemon_client.h"
 
 namespace fileindexctl {
 
@@ -20,20 +24,32 @@ using orbisk::Error;
 
 namespace {
 
+// Who deletes an index stores that last, and holds this all the while: what is made in between would be left over.
+constexpr char kFoldersLock[] = "/tmp/orbisk_cfg_folder.lock";
+
+constexpr int kNoSuchShare = 800;
 // Answers of the search daemon.
 constexpr int kNoSuchIndex = 1204;
 constexpr int kIndexExists = 1220;
 constexpr int kFilesMissing = 1221;
 
-// The search daemon knows the index still, and its files are gone though the share is there: what removed them was
-// broken off before the index itself.
-bool IsEmptied(const std::string& share_name) {
-  const orbisk::sdk::SDKShare share(share_name);
-  return orbisk::IsDirExist(share.GetPath(), false) && !orbisk::IsDirExist(share.GetDBPath(), true);
+// Else the search daemon would make the folders, on the disk that the volume is to be mounted on.
+bool IsThere(const std::string& share) {
+  try {
+    return orbisk::IsDirExist(orbisk::sdk::SDKShare(share).GetPath(), false);
+  } catch (const Error& error) {
+    if (error.code() != kNoSuchShare) {
+      throw;
+    }
+    return false;
+  }
 }
 
 // Whether it had to be made.
 bool MakeIndex(const std::string& share) {
+  if (!IsThere(share)) {
+    return false;
+  }
   try {
     index::elastic::ShareIndexCreate(share);
     return true;
@@ -42,9 +58,10 @@ bool MakeIndex(const std::string& share) {
       throw;
     }
   }
-  if (!IsEmptied(share)) {
+  if (orbisk::IsDirExist(orbisk::sdk::SDKShare(share).GetDBPath(), true)) {
     return false;
   }
+  // What removed the files was broken off before the index itself.
   index::elastic::ShareIndexDelete(share);
   index::elastic::ShareIndexCreate(share);
   return true;
@@ -52,6 +69,7 @@ bool MakeIndex(const std::string& share) {
 
 // False if none was missing.
 bool MakeMissingIndexes(const std::vector<std::string>& shares) {
+  const orbisk::LockFile lock(kFoldersLock, true);
   const index::FolderMgr folder_mgr;
   bool any = false;
   for (const std::string& share : std::set<std::string>(shares.begin(), shares.end())) {
@@ -63,21 +81,78 @@ bool MakeMissingIndexes(const std::vector<std::string>& shares) {
   return any;
 }
 
+// False if there were none.
+bool ForgetThoseWithoutIndex(const std::vector<std::string>& shares) {
+  const orbisk::LockFile lock(kFoldersLock, true);
+  index::FolderMgr folder_mgr;
+  bool any = false;
+  for (const std::string& share : std::set<std::string>(shares.begin(), shares.end())) {
+    if (folder_mgr.IsShareIndexed(share) && !HasIndex(share)) {
+      std::cerr << "fileindexctl: the index of the share " << share << " was missing; the share is forgotten\n";
+      index::StatusMgr().ClearShareStatus(share);
+      folder_mgr.DeleteByShare(share);
+      any = true;
+    }
+  }
+  if (any) {
+    folder_mgr.Save();
+  }
+  return any;
+}
+
+bool AnyIndexed(const std::vector<std::string>& shares) {
+  const index::FolderMgr folder_mgr;
+  return std::any_of(shares.begin(), shares.end(), [&](const auto& share) { return folder_mgr.IsShareIndexed(share); });
+}
+
+// If no folder of the share is configured, its index is nobody's.
+void DeleteLeftOverIndex(const std::string& share) {
+  const orbisk::LockFile lock(kFoldersLock, true);
+  if (!index::FolderMgr().IsShareIndexed(share)) {
+    index::elastic::ShareIndexDelete(share);
+    std::cerr << "fileindexctl: an index of the share " << share << " was left over; it is made anew\n";
+  }
+}
+
 bool IsMissing(const Error& error) {
   return error.code() == kNoSuchIndex || error.code() == kFilesMissing;
 }
 
 }  // namespace
 
-void WithIndexes(const std::vector<std::string>& shares, const std::function<void()>& operation) {
+void WithIndexes(const Shares& shares, const std::function<void()>& operation) {
   try {
     operation();
   } catch (const Error& error) {
-    if (!IsMissing(error) || !MakeMissingIndexes(shares)) {
+    if (!IsMissing(error) || !MakeMissingIndexes(shares())) {
       throw;
     }
     operation();
   }
+}
+
+void WithIndex(const std::string& share, const std::function<void()>& operation) {
+  WithIndexes([&share] { return std::vector<std::string>{share}; }, operation);
+}
+
+void Forgetting(const Shares& shares, const std::function<void()>& operation) {
+  try {
+    operation();
+    return;
+  } catch (const Error& error) {
+    if (!IsMissing(error)) {
+      throw;
+    }
+    const std::vector<std::string> all = shares();
+    if (!ForgetThoseWithoutIndex(all)) {
+      throw;
+    }
+    if (AnyIndexed(all)) {
+      operation();
+      return;
+    }
+  }
+  index::PrepareServices();
 }
 
 void AddFolder(const Json::Value& folder, bool updater) {
@@ -93,13 +168,7 @@ void AddFolder(const Json::Value& folder, bool updater) {
   }
   std::string share;
   index::GetShareNameByPath(share, folder["path"].asString());
-  if (!index::FolderMgr().IsShareIndexed(share)) {
-    // Removing a folder that is in no list clears away what its share has.
-    Json::Value paths(Json::arrayValue);
-    paths.append(folder["path"]);
-    index::FolderDelete(paths);
-    std::cerr << "fileindexctl: an index of the share " << share << " was left over; it is made anew\n";
-  }
+  DeleteLeftOverIndex(share);
   index::FolderAdd(list, updater);
 }
 

@@ -1,9 +1,12 @@
 // Arguments, exit statuses and the last line on standard error.
 #include "tools/fileindexctl/program.h"
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
+#include <sstream>
 #include <string>
 
 #include "orbisk/error.h"
@@ -26,7 +29,27 @@ int Fail(const std::string& reason) {
 
 // Asking for help comes here as well, and is none.
 int Refuse(const CLI::App& app, const CLI::ParseError& error) {
-  return app.exit(error) == 0 ? 0 : kWrongUsage;
+  std::ostringstream help;  // not std::cout, which would take no notice of a full disk
+  const int status = app.exit(error, help);
+  Output out(STDOUT_FILENO);
+  out.Write(help.str());
+  out.Flush();
+  return status == 0 ? 0 : kWrongUsage;
+}
+
+int ParseAndRun(CLI::App& app, int argc, const char* const* argv) {
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::RequiredError& error) {
+    // The parser looks for what is missing before it looks at what is too much.
+    const std::string unknown = UnknownCommand(app);
+    return Refuse(app, unknown.empty()
+                           ? error
+                           : CLI::RequiredError("No such command: " + unknown, CLI::ExitCodes::RequiredError));
+  } catch (const CLI::ParseError& error) {
+    return Refuse(app, error);
+  }
+  return 0;
 }
 
 }  // namespace
@@ -50,15 +73,7 @@ int Run(int argc, const char* const* argv) {
   AddSummaryCommand(app);
   AddVolumeCommands(app);
   try {
-    app.parse(argc, argv);
-  } catch (const CLI::RequiredError& error) {
-    // The parser looks for what is missing before it looks at what is too much.
-    const std::string unknown = UnknownCommand(app);
-    return Refuse(app, unknown.empty()
-                           ? error
-                           : CLI::RequiredError("No such command: " + unknown, CLI::ExitCodes::RequiredError));
-  } catch (const CLI::ParseError& error) {
-    return Refuse(app, error);
+    return ParseAndRun(app, argc, argv);
   } catch (const ReaderGone&) {
     return 0;
   } catch (const AnswerIsNo&) {
@@ -68,7 +83,6 @@ int Run(int argc, const char* const* argv) {
   } catch (const std::exception& error) {
     return Fail(error.what());
   }
-  return 0;
 }
 
 }  // namespace fileindexctl

@@ -17,6 +17,7 @@
 #include "tools/fileindexctl/event_text.h"
 #include "tools/fileindexctl/hit_text.h"
 #include "tools/fileindexctl/output.h"
+#include "tools/fileindexctl/wait_notice.h"
 
 namespace fileindexctl {
 namespace {
@@ -233,7 +234,10 @@ void AddSearchCommands(CLI::App& app) {
   AddCommonOptions(*suggest, *begun);
   CLI::App* const update = suggest->add_subcommand(
       "update", "Build the suggestions of indexes that have none; the word itself goes behind --");
-  update->callback([] { orbisk::fileindex::UpdateTermSuggestion(); });
+  update->callback([] {
+    const WaitNotice notice;
+    orbisk::fileindex::UpdateTermSuggestion();
+  });
   suggest->callback([suggest, begun] {
     if (suggest->get_subcommands().empty()) {
       if (suggest->count("PREFIX") == 0) {

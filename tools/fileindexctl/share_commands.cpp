@@ -3,12 +3,14 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "nimo/share_registry.h"
+#include "orbisk/fileindex/folder_mgr.h"
 #include "orbisk/json.h"
 #include "orbisk/sdk/share.h"
 #include "tools/fileindexctl/commands.h"
@@ -20,11 +22,13 @@ namespace fileindexctl {
 namespace {
 
 using NIMO::SHARE::Entry;
+using orbisk::fileindex::FolderMgr;
 using orbisk::sdk::SDKShare;
 
 struct Options {
   Entry entry;
   bool names = false;
+  bool force = false;
   bool json = false;
 };
 
@@ -60,10 +64,18 @@ void Register(const Options& options) {
   NIMO::SHARE::Register(options.entry);
 }
 
+// What is indexed of a share that is gone can only be forgotten.
 void Unregister(const Options& options) {
-  if (!NIMO::SHARE::Unregister(options.entry.name)) {
-    throw std::runtime_error("no such share: " + options.entry.name);
+  const std::string& name = options.entry.name;
+  const std::vector<Entry> shares = NIMO::SHARE::List();
+  if (std::none_of(shares.begin(), shares.end(), [&](const Entry& entry) { return entry.name == name; })) {
+    throw std::runtime_error("no such share: " + name);
   }
+  if (!options.force && FolderMgr().IsShareIndexed(name)) {
+    throw std::runtime_error("folders of the share " + name + " are indexed; 'fileindexctl folder delete --share " +
+                             name + "' ends that, and --force unregisters it nevertheless");
+  }
+  NIMO::SHARE::Unregister(name);
 }
 
 void ListNames() {
@@ -151,6 +163,7 @@ void AddShareCommands(CLI::App& app) {
 
   CLI::App* const remove = group->add_subcommand("unregister", "Make a share a plain folder again; its files stay");
   remove->add_option("NAME", entry.name, "The share's name")->required();
+  remove->add_flag("--force", options->force, "Also while folders of it are indexed, to make it a share elsewhere");
   remove->callback([options] { Unregister(*options); });
 
   CLI::App* const list = group->add_subcommand("list", "All shares as they are registered");

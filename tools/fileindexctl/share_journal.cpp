@@ -42,8 +42,12 @@ ShareJournal::~ShareJournal() {
   close(lock_);
 }
 
+bool ShareJournal::IsThere() {
+  return access(kNote, F_OK) == 0 || errno != ENOENT;
+}
+
 std::optional<ShareMove> ShareJournal::Read() {
-  if (access(kNote, F_OK) != 0 && errno == ENOENT) {
+  if (!IsThere()) {
     return std::nullopt;
   }
   Json::Value note;

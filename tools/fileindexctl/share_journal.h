@@ -32,6 +32,8 @@ class ShareJournal {
   ShareJournal(const ShareJournal&) = delete;
   ShareJournal& operator=(const ShareJournal&) = delete;
 
+  /// Whether there is a note, readable or not.
+  static bool IsThere();
   /// What was interrupted; nothing if all is finished. Throws std::runtime_error if the note cannot be read.
   static std::optional<ShareMove> Read();
   /// Stores `move` whole and synced. Throws std::runtime_error if that fails.

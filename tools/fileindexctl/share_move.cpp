@@ -53,12 +53,6 @@ ino_t FolderAt(const std::string& path) {
   return lstat(path.c_str(), &attributes) == 0 && S_ISDIR(attributes.st_mode) ? attributes.st_ino : 0;
 }
 
-bool HasIndex(const std::string& share) {
-  const Json::Value all = AskSearchDaemon("index_list", Json::Value(Json::objectValue));
-  const std::string id = index::elastic::GetFileIndexID(share);
-  return std::any_of(all.begin(), all.end(), [&](const Json::Value& one) { return one["id"].asString() == id; });
-}
-
 std::string QueueOf(const std::string& share_path) {
   std::array<char, PATH_MAX> queue{};
   if (FILEIDXQueuePathCompose(share_path.c_str(), queue.data(), queue.size()) < 0) {
@@ -126,6 +120,10 @@ void CarryQueue(const std::string& path_from, const std::string& path_to) {
   MoveIfThere(from + ".tmp", to + ".tmp");
   MoveIfThere(from, to);
   MoveIfThere(from + ".failures", to + ".failures");
+  // The daemon's note of what the index was filled by. It drops it for a share that it was told to pause, but not for
+  // one that was paused with its volume. At the new place it looks through everything without one.
+  fs::remove(from + ".mark");
+  fs::remove(from + ".mark.new");
 }
 
 // Steps
@@ -291,7 +289,7 @@ void Run(ShareMove move) {
     try {
       ShareJournal::Write(move);
     } catch (const std::exception& error) {
-      throw std::runtime_error(error.what() + (ShareJournal::Read() ? AgainText(move) : std::string()));
+      throw std::runtime_error(error.what() + (ShareJournal::IsThere() ? AgainText(move) : std::string()));
     }
     try {
       kSteps[i].forward(move);
@@ -320,6 +318,16 @@ void RequireFreeName(const std::vector<Entry>& shares, const ShareMove& move) {
   }
   if (index::FolderMgr().IsShareIndexed(move.to)) {
     throw std::runtime_error("folders of a share " + move.to + " are configured already");
+  }
+}
+
+// Who resumes a share resumes all of its folders.
+void RequireNothingPausedAlone(const ShareMove& move, const std::string& paused_folder) {
+  if (move.resume && !paused_folder.empty()) {
+    throw std::runtime_error("the folder " + paused_folder +
+                             " is paused while others of the share are not, and would be resumed; 'fileindexctl share "
+                             "pause " +
+                             move.from + "' or 'share resume " + move.from + "' before makes them alike");
   }
 }
 
@@ -358,11 +366,19 @@ ShareMove Plan(const std::string& from, const std::string& to) {
   }
   RequireFreeName(shares, move);
   const index::FolderMgr folder_mgr;
+  std::string paused_folder;
   for (const auto& folder : folder_mgr.GetFolders()) {
-    const bool of_share = folder->GetShare() == from;
-    move.indexed = move.indexed || of_share;
-    move.resume = move.resume || (of_share && !folder->IsPaused());
+    if (folder->GetShare() != from) {
+      continue;
+    }
+    move.indexed = true;
+    if (folder->IsPaused()) {
+      paused_folder = folder->GetPath();
+    } else {
+      move.resume = true;
+    }
   }
+  RequireNothingPausedAlone(move, paused_folder);
   if (move.indexed) {
     RequireIndexThatCanFollow(move);
   }

@@ -1,52 +1,89 @@
 // "fileindexctl share rename", "pause", "rebuild" and the like: what the box does when something became of a share.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
+#include "nimo/share_registry.h"
 #include "orbisk/fileindex/folder_mgr.h"
 #include "orbisk/fileindex/index_mgr.h"
 #include "tools/fileindexctl/arguments.h"
 #include "tools/fileindexctl/commands.h"
 #include "tools/fileindexctl/confirm.h"
+#include "tools/fileindexctl/indexed.h"
 #include "tools/fileindexctl/left_over.h"
 #include "tools/fileindexctl/share_move.h"
+#include "tools/fileindexctl/wait_notice.h"
 
 namespace fileindexctl {
 namespace {
 
 namespace index = orbisk::fileindex;
+using NIMO::SHARE::Entry;
 
 struct Options {
   std::string share;
   std::string share_to;
   std::string path;
   std::string path_to;
+  bool force = false;
   bool yes = false;
 };
-
-// For such a share the library does nothing and says nothing.
-void CheckIndexed(const std::string& share) {
-  if (!index::FolderMgr().IsShareIndexed(share)) {
-    throw std::runtime_error("no folder of this share is indexed: " + share);
-  }
-}
 
 void Rebuild(const Options& options) {
   CheckIndexed(options.share);
   Confirm("Delete the index of the share " + options.share + " and build a new one?", options.yes);
-  WithIndexes({options.share}, [&] { index::ShareRebuild(options.share); });
+  const WaitNotice notice;
+  WithIndex(options.share, [&] { index::ShareRebuild(options.share); });
+}
+
+// The library believes any path, and removes what lies beside it under the name of its folder.
+void CheckPathOf(const Options& options) {
+  const std::vector<Entry> shares = NIMO::SHARE::List();
+  const auto named =
+      std::find_if(shares.begin(), shares.end(), [&](const Entry& e) { return e.name == options.share; });
+  if (named != shares.end() && named->path != options.path) {
+    throw std::runtime_error("the share " + options.share + " is at " + named->path + ", not at " + options.path);
+  }
+  const auto placed =
+      std::find_if(shares.begin(), shares.end(), [&](const Entry& e) { return e.path == options.path; });
+  if (placed != shares.end() && placed->name != options.share) {
+    throw std::runtime_error(options.path + " is the share " + placed->name);
+  }
+  if (options.path.substr(options.path.rfind('/') + 1) != options.share) {
+    throw std::runtime_error("the path " + options.path + " does not end in the share's name " + options.share);
+  }
+}
+
+void CheckPaused(const std::string& share) {
+  CheckIndexed(share);
+  const index::FolderMgr folder_mgr;
+  for (const auto& folder : folder_mgr.GetFolders()) {
+    if (folder->GetShare() == share && !folder->IsPaused()) {
+      throw std::runtime_error("the folder " + folder->GetPath() +
+                               " is not paused; --force forgets the share nevertheless");
+    }
+  }
 }
 
 void ClearPaused(const Options& options) {
+  CheckPathOf(options);
+  if (!options.force) {
+    CheckPaused(options.share);
+  }
   Confirm("Forget the share " + options.share + " at " + options.path + " and delete its index?", options.yes);
-  WithIndexes({options.share}, [&] { index::ShareClearPaused(options.share, options.path); });
+  const WaitNotice notice;
+  Forgetting([&] { return std::vector<std::string>{options.share}; },
+             [&] { index::ShareClearPaused(options.share, options.path); });
 }
 
 void AutoClean(const Options& options) {
   CheckIndexed(options.share);
   Confirm("Delete the index of the share " + options.share + "?", options.yes);
-  WithIndexes({options.share}, [&] { index::ShareAutoClean(options.share); });
+  const WaitNotice notice;
+  WithIndex(options.share, [&] { index::ShareAutoClean(options.share); });
 }
 
 // Accepts what a folder can be called.
@@ -62,12 +99,18 @@ void AddMoves(CLI::App& group, const std::shared_ptr<Options>& options) {
   CLI::App* const rename = group.add_subcommand("rename", "Follow a share that has another name now");
   rename->add_option("OLD", options->share, "The name it had")->required();
   rename->add_option("NEW", options->share_to, "The name it has")->required();
-  rename->callback([options] { index::ShareRename(options->share, options->share_to); });
+  rename->callback([options] {
+    const WaitNotice notice;
+    index::ShareRename(options->share, options->share_to);
+  });
 
   CLI::App* const move = group.add_subcommand("move-name", "Give a share, with its folder and index, another name");
   move->add_option("OLD", options->share, "The name it has")->required();
   move->add_option("NEW", options->share_to, "The name it gets")->required()->check(FolderName());
-  move->callback([options] { MoveShareName(options->share, options->share_to); });
+  move->callback([options] {
+    const WaitNotice notice;
+    MoveShareName(options->share, options->share_to);
+  });
 
   CLI::App* const migrate = group.add_subcommand("migrate", "Follow a share that lies elsewhere now");
   migrate->add_option("SHARE", options->share, "The share's name")->required();
@@ -75,6 +118,7 @@ void AddMoves(CLI::App& group, const std::shared_ptr<Options>& options) {
   migrate->add_option("TO", options->path_to, "Full path of its folder now")->required()->check(PlainFullPath());
   migrate->callback([options] {
     CheckIndexed(options->share);
+    const WaitNotice notice;
     index::ShareMigrate(options->share, options->path, options->path_to);
   });
 }
@@ -96,13 +140,15 @@ void AddShareOperations(CLI::App& group) {
       AddOfShare(group, "pause", "Stop indexing a share; its changes are recorded by nobody", options);
   pause->callback([options] {
     CheckIndexed(options->share);
-    WithIndexes({options->share}, [&] { index::SharePause(options->share); });
+    const WaitNotice notice;
+    WithIndex(options->share, [&] { index::SharePause(options->share); });
   });
 
   CLI::App* const resume = AddOfShare(group, "resume", "Go on indexing a share that was paused", options);
   resume->callback([options] {
     CheckIndexed(options->share);
-    WithIndexes({options->share}, [&] { index::ShareResume(options->share); });
+    const WaitNotice notice;
+    WithIndex(options->share, [&] { index::ShareResume(options->share); });
   });
 
   CLI::App* const rebuild = AddOfShare(group, "rebuild", "Replace the index of a share by a new one", options);
@@ -110,6 +156,7 @@ void AddShareOperations(CLI::App& group) {
 
   CLI::App* const clear = AddOfShare(group, "clear-paused", "Forget a paused share, which may be gone", options);
   clear->add_option("PATH", options->path, "Full path of its folder")->required()->check(PlainFullPath());
+  clear->add_flag("--force", options->force, "Also if no folder of it is configured, or one is not paused");
   clear->callback([options] { ClearPaused(*options); });
 
   CLI::App* const clean =
@@ -121,7 +168,10 @@ void AddShareOperations(CLI::App& group) {
   }
 
   CLI::App* const recycle = AddOfShare(group, "check-recycle", "Compare a share's recycle bin with the disk", options);
-  recycle->callback([options] { index::ShareCheckRecycle(options->share); });
+  recycle->callback([options] {
+    CheckIndexed(options->share);
+    index::ShareCheckRecycle(options->share);
+  });
 }
 
 }  // namespace fileindexctl

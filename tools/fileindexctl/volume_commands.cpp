@@ -1,21 +1,31 @@
 // "fileindexctl volume", "home", "user" and "services": what the box does when something became of them.
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "nimo/home.h"
+#include "orbisk/error.h"
 #include "orbisk/fileindex/folder_mgr.h"
 #include "orbisk/fileindex/index_mgr.h"
+#include "orbisk/sdk/credentials.h"
 #include "tools/fileindexctl/arguments.h"
 #include "tools/fileindexctl/commands.h"
 #include "tools/fileindexctl/confirm.h"
+#include "tools/fileindexctl/daemon_client.h"
 #include "tools/fileindexctl/left_over.h"
+#include "tools/fileindexctl/wait_notice.h"
 
 namespace fileindexctl {
 namespace {
 
 namespace index = orbisk::fileindex;
+
+constexpr std::chrono::seconds kMostToStart{10};
+constexpr std::chrono::milliseconds kBetweenLooks{100};
 
 struct Options {
   std::string mount_point;
@@ -29,6 +39,18 @@ AUTH_TYPE TypeOf(const std::string& accounts) {
   return accounts == "local" ? AUTH_LOCAL : AUTH_DIRECTORY;
 }
 
+// As the library finds them. Those to be forgotten are found by their mark, since they may be registered no more.
+std::vector<std::string> SharesToForget(const std::string& mount_point) {
+  std::vector<std::string> shares;
+  const index::FolderMgr folder_mgr;
+  for (const auto& folder : folder_mgr.GetFolders()) {
+    if (folder->IsPaused() && folder->GetVolumeToBeClean() == mount_point) {
+      shares.push_back(folder->GetShare());
+    }
+  }
+  return shares;
+}
+
 std::vector<std::string> SharesOn(const std::string& mount_point) {
   std::vector<std::string> shares;
   const index::FolderMgr folder_mgr;
@@ -40,19 +62,41 @@ std::vector<std::string> SharesOn(const std::string& mount_point) {
   return shares;
 }
 
+// For a volume without any, the library does nothing and says nothing.
+void CheckVolume(const std::string& mount_point) {
+  if (SharesOn(mount_point).empty()) {
+    throw std::runtime_error("no indexed folder lies on " + mount_point);
+  }
+}
+
+void Pause(const Options& options) {
+  CheckVolume(options.mount_point);
+  index::VolumePause(options.mount_point);
+}
+
 void ClearPaused(const Options& options) {
+  if (SharesToForget(options.mount_point).empty()) {
+    throw std::runtime_error("no folder was paused with the volume " + options.mount_point);
+  }
   Confirm("Forget the paused shares of the volume " + options.mount_point + " and delete their indexes?", options.yes);
-  WithIndexes(SharesOn(options.mount_point), [&] { index::VolumeClearPaused(options.mount_point); });
+  const WaitNotice notice;
+  Forgetting([&] { return SharesToForget(options.mount_point); },
+             [&] { index::VolumeClearPaused(options.mount_point); });
+}
+
+void Resume(const Options& options) {
+  CheckVolume(options.mount_point);
+  const WaitNotice notice;
+  WithIndexes([&] { return SharesOn(options.mount_point); }, [&] { index::VolumeResume(options.mount_point); });
 }
 
 void AddVolume(CLI::App& app, const std::shared_ptr<Options>& options) {
   CLI::App* const group = app.add_subcommand("volume", "The volumes that shares lie on");
   group->require_subcommand(1);
   CLI::App* const pause = group->add_subcommand("pause", "Pause the folders of a volume that is about to go");
-  pause->callback([options] { index::VolumePause(options->mount_point); });
+  pause->callback([options] { Pause(*options); });
   CLI::App* const resume = group->add_subcommand("resume", "Go on with the folders of a volume that is back");
-  resume->callback(
-      [options] { WithIndexes(SharesOn(options->mount_point), [&] { index::VolumeResume(options->mount_point); }); });
+  resume->callback([options] { Resume(*options); });
   CLI::App* const clear =
       group->add_subcommand("clear-paused", "Forget the shares of a volume that will not come back");
   AddYes(*clear, options->yes);
@@ -78,6 +122,32 @@ void AddHome(CLI::App& app, const std::shared_ptr<Options>& options) {
   }
 }
 
+// A daemon that was started a moment ago may not listen yet.
+void WaitForIndexer() {
+  const auto end = std::chrono::steady_clock::now() + kMostToStart;
+  while (true) {
+    try {
+      AskIndexer("status");
+      return;
+    } catch (const orbisk::Error&) {
+      if (std::chrono::steady_clock::now() > end) {
+        throw std::runtime_error("the indexing daemon does not answer; see the system log");
+      }
+    }
+    std::this_thread::sleep_for(kBetweenLooks);
+  }
+}
+
+// The library logs what fails, and goes on.
+void Prepare() {
+  const orbisk::sdk::SDKCredentials as_root("root");
+  const bool is_needed = !index::FolderMgr().IsEmpty();
+  index::PrepareServices();
+  if (is_needed) {
+    WaitForIndexer();
+  }
+}
+
 }  // namespace
 
 void AddVolumeCommands(CLI::App& app) {
@@ -94,9 +164,8 @@ void AddVolumeCommands(CLI::App& app) {
 
   CLI::App* const services = app.add_subcommand("services", "The services that indexing needs");
   services->require_subcommand(1);
-  CLI::App* const prepare =
-      services->add_subcommand("prepare", "Start them if any folder is indexed, else stop them; failures are logged");
-  prepare->callback([] { index::PrepareServices(); });
+  CLI::App* const prepare = services->add_subcommand("prepare", "Start them if any folder is indexed, else stop them");
+  prepare->callback(Prepare);
 }
 
 }  // namespace fileindexctl

@@ -14,10 +14,10 @@
 #include <thread>
 #include <vector>
 
-#include "orbisk/fileindex/folder_mgr.h"
 #include "orbisk/fileindex/index_mgr.h"
 #include "orbisk/json.h"
 #include "tools/fileindexctl/daemon_client.h"
+#include "tools/fileindexctl/indexed.h"
 #include "tools/fileindexctl/output.h"
 #include "tools/fileindexctl/progress_text.h"
 
@@ -78,12 +78,12 @@ class Lines {
   std::map<std::string, Json::Value> before_;
 };
 
-Json::Value Look(const std::string& wanted) {
+Json::Value Look(const std::optional<std::string>& wanted) {
   Json::Value status = AskIndexer("status");
-  if (!wanted.empty()) {
+  if (wanted) {
     Json::Value shares(Json::arrayValue);
     for (const Json::Value& share : status["shares"]) {
-      if (share["share"].asString() == wanted) {
+      if (share["share"].asString() == *wanted) {
         shares.append(share);
       }
     }
@@ -101,13 +101,13 @@ bool HasNothingToDo(const Json::Value& status) {
   });
 }
 
-bool IsInShare(const std::string& share_path, const std::string& share) {
-  return share.empty() || (share_path + "/").compare(0, share.size() + 2, "/" + share + "/") == 0;
+bool IsInShare(const std::string& share_path, const std::optional<std::string>& share) {
+  return !share || (share_path + "/").compare(0, share->size() + 2, "/" + *share + "/") == 0;
 }
 
 // What the daemon does not know of yet waits in the queues, which the folders' status tells. Looked at last, so that
 // nothing can slip from the one to the other unseen.
-bool IsDone(const Json::Value& status, const std::string& wanted) {
+bool IsDone(const Json::Value& status, const std::optional<std::string>& wanted) {
   if (!HasNothingToDo(status)) {
     return false;
   }
@@ -134,8 +134,8 @@ bool IsDone(const Json::Value& status, const std::string& wanted) {
 }  // namespace
 
 void Watch(const WatchOptions& options) {
-  if (!options.share.empty() && !orbisk::fileindex::FolderMgr().IsShareIndexed(options.share)) {
-    throw std::runtime_error("no folder of this share is indexed: " + options.share);
+  if (options.share) {
+    CheckIndexed(*options.share);
   }
   Output out(STDOUT_FILENO);
   const bool redraws = !options.json && CanRedraw();

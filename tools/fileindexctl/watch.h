@@ -1,13 +1,14 @@
 // Looking at the indexing daemon again and again.
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace fileindexctl {
 
 struct WatchOptions {
-  std::string share;        ///< only this one, if not empty
-  bool until_done = false;  ///< ends when nothing is left to do
+  std::optional<std::string> share;  ///< only this one
+  bool until_done = false;           ///< ends when nothing is left to do
   bool json = false;
 };
 

@@ -10,7 +10,6 @@
 #include <memory>
 #include <utility>
 
-#include "services/extractor/formats/plain_bytes.h"
 #include "services/extractor/formats/text_sink.h"
 
 namespace extractor {
@@ -60,6 +59,14 @@ std::string GuessByStatistics(std::string_view sample) {
   return name.empty() || name == "UTF-8" || name == "ASCII" ? kFallback : name;
 }
 
+// Half of a character beyond U+FFFF as some programs write it; its end may be missing.
+constexpr std::size_t kSurrogateBytes = 3;
+bool BeginsWithSurrogate(std::string_view bytes) {
+  const auto byte = [bytes](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
+  return bytes.size() > 1 && byte(0) == 0xED && (byte(1) & 0xE0U) == 0xA0 &&
+         (bytes.size() < kSurrogateBytes || (byte(2) & 0xC0U) == 0x80);
+}
+
 }  // namespace
 
 // It shows as NULs on one side of most pairs, as nearly all scripts mix with ASCII blanks.
@@ -93,28 +100,21 @@ void PrepareCharsets() {
 }
 
 bool IsUtf8(std::string_view bytes, bool whole) {
-  std::size_t at = 0;
-  while ((at += PlainRun(bytes, at)) < bytes.size()) {
-    const auto first = static_cast<unsigned char>(bytes[at]);
-    if (first < 0x80) {
-      ++at;
-      continue;
+  while (true) {
+    const Utf8Prefix prefix = ValidUtf8Prefix(bytes);
+    bytes.remove_prefix(prefix.bytes);
+    if (bytes.empty()) {
+      return true;
     }
-    const std::size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
-    if (first < 0xC2 || first > 0xF4) {
+    const bool surrogate = BeginsWithSurrogate(bytes);
+    if (prefix.split || (surrogate && bytes.size() < kSurrogateBytes)) {
+      return !whole;
+    }
+    if (!surrogate) {
       return false;
     }
-    for (std::size_t i = 1; i < length; ++i) {
-      if (at + i >= bytes.size()) {
-        return !whole;
-      }
-      if ((static_cast<unsigned char>(bytes[at + i]) & 0xC0U) != 0x80U) {
-        return false;
-      }
-    }
-    at += length;
+    bytes.remove_prefix(kSurrogateBytes);
   }
-  return true;
 }
 
 std::string DetectCharset(std::string_view sample, bool whole) {
@@ -145,12 +145,17 @@ Decoder::~Decoder() {
 }
 
 std::string Decoder::Decode(std::string_view bytes, bool last) {
-  if (is_utf8_ && split_.empty() && IsStrictUtf8(bytes)) {
-    return std::string(bytes);
-  }
   std::string input = std::move(split_);
   input += bytes;
   split_.clear();
+  if (is_utf8_) {
+    const Utf8Prefix prefix = ValidUtf8Prefix(input);
+    if (prefix.bytes == input.size() || (prefix.split && !last)) {
+      split_.assign(input, prefix.bytes);
+      input.resize(prefix.bytes);
+      return input;
+    }
+  }
   std::string out;
   if (handle_ == kNoHandle) {
     return out;

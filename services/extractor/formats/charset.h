@@ -19,7 +19,8 @@ std::string DetectCharset(std::string_view sample, bool whole);
 /// "UTF-16LE" or "UTF-16BE" when `sample` is likely to be that without a byte order mark, else null.
 const char* GuessUtf16(std::string_view sample);
 
-/// True when `bytes` are UTF-8, apart from a character that may be split at the end unless `whole`.
+/// True when `bytes` are meant as UTF-8: all of it, apart from a character that may be split at the end unless `whole`,
+/// and from the pairs of surrogates that some programs write for characters beyond U+FFFF.
 bool IsUtf8(std::string_view bytes, bool whole);
 
 /// Turns bytes of one character set into UTF-8, piece by piece. What is no character becomes U+FFFD.

@@ -112,7 +112,7 @@ bool IsSpace(char c) {
 
 }  // namespace
 
-bool IsStrictUtf8(std::string_view bytes) {
+Utf8Prefix ValidUtf8Prefix(std::string_view bytes) {
   std::size_t at = 0;
   while ((at += PlainRun(bytes, at)) < bytes.size()) {
     if (static_cast<unsigned char>(bytes[at]) < 0x80) {
@@ -121,11 +121,11 @@ bool IsStrictUtf8(std::string_view bytes) {
     }
     const Decoded decoded = DecodeAt(bytes, at);
     if (decoded.state != Sequence::kValid) {
-      return false;
+      return {at, decoded.state == Sequence::kIncomplete};
     }
     at += decoded.length;
   }
-  return true;
+  return {bytes.size(), false};
 }
 
 std::string CleanUtf8(std::string_view bytes) {

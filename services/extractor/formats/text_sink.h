@@ -11,8 +11,12 @@ namespace extractor {
 /// becomes U+FFFD.
 std::string CleanUtf8(std::string_view bytes);
 
-/// True when `bytes` are whole characters of UTF-8, none of them overlong, a surrogate or beyond U+10FFFF.
-bool IsStrictUtf8(std::string_view bytes);
+/// How far bytes are UTF-8.
+struct Utf8Prefix {
+  std::size_t bytes;  ///< so many are whole characters, none of them overlong, a surrogate or beyond U+10FFFF
+  bool split;         ///< what follows is the begin of one more, whose rest is missing
+};
+Utf8Prefix ValidUtf8Prefix(std::string_view bytes);
 
 /// The text of one document, cut at a bound.
 class TextSink {

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 
 #include "services/extractor/formats/charset.h"
@@ -92,7 +93,7 @@ TEST(CleanUtf8, AgreesWithASlowReadingOfRandomBytes) {
 
     const std::string clean = CleanUtf8(bytes);
 
-    EXPECT_TRUE(IsUtf8(clean, true));
+    EXPECT_EQ(ValidUtf8Prefix(clean).bytes, clean.size());
     EXPECT_EQ(Squeeze(clean, "\xEF\xBF\xBD"), Squeeze(NaiveClean(bytes), "?")) << testing::PrintToString(bytes);
   }
 }
@@ -194,23 +195,89 @@ TEST(PlainRun, StopsBeforeTheEightBytesThatHoldAnother) {
   EXPECT_EQ(PlainRun("0123456", 0), 0U);
 }
 
-TEST(StrictUtf8, IsWhatNeedsNoReplacement) {
+constexpr std::string_view kCharacters[] = {"\xC3\xA4",         "\xE2\x82\xAC", "\xF0\x9F\x90\xA6",
+                                            "\xED\xA0\x80",     "\xC0\xAF",     "\xE2\x82",
+                                            "\xF4\x90\x80\x80", "\x80",         "\xE0\x9F\xBF"};
+
+std::string LettersAndOthers(std::mt19937& random) {
+  std::string bytes = "plain letters " + std::string(random() % 4, 'x');
+  for (std::size_t i = random() % 4; i > 0; --i) {
+    bytes += kCharacters[random() % std::size(kCharacters)];
+  }
+  return bytes;
+}
+
+TEST(ValidUtf8Prefix, IsAllOfWhatNeedsNoReplacement) {
   std::mt19937 random(5);
-  int strict = 0;
+  int valid = 0;
   for (int round = 0; round < 20'000; ++round) {
-    std::string bytes = "plain letters " + std::string(random() % 4, 'x');
-    for (std::size_t i = random() % 4; i > 0; --i) {
-      static constexpr std::string_view kPieces[] = {"\xC3\xA4", "\xE2\x82\xAC", "\xF0\x9F\x90\xA6", "\xED\xA0\x80",
-                                                     "\xC0\xAF", "\xE2\x82",     "\xF4\x90\x80\x80", "\x80"};
-      bytes += kPieces[random() % std::size(kPieces)];
+    const std::string bytes = LettersAndOthers(random);
+
+    const Utf8Prefix prefix = ValidUtf8Prefix(bytes);
+
+    EXPECT_EQ(prefix.bytes == bytes.size(), CleanUtf8(bytes) == bytes) << testing::PrintToString(bytes);
+    valid += prefix.bytes == bytes.size() ? 1 : 0;
+  }
+  EXPECT_GT(valid, 1'000);
+}
+
+TEST(ValidUtf8Prefix, EndsBeforeTheFirstCharacterThatIsNoneOrSplit) {
+  const struct {
+    std::string_view bytes;
+    std::size_t valid;
+    bool split;
+  } rows[] = {{"", 0, false},
+              {"heron", 5, false},
+              {"heron \xC3\xA4", 8, false},
+              {"a long line of herons \xE2\x82", 22, true},
+              {"\xF0\x9F\x90", 0, true},
+              {"\xE2\x82 and more", 0, false},
+              {"h\xFFron", 1, false},
+              {"h\xED\xA0", 1, false}};
+  for (const auto& row : rows) {
+    const Utf8Prefix prefix = ValidUtf8Prefix(row.bytes);
+
+    EXPECT_EQ(prefix.bytes, row.valid) << row.bytes;
+    EXPECT_EQ(prefix.split, row.split) << row.bytes;
+  }
+}
+
+TEST(IsUtf8, ForgivesSurrogatesAndASplitCharacterAtTheEndOfAPiece) {
+  EXPECT_TRUE(IsUtf8("z\u00F3\xED\xA0\xBD\xED\xB0\xA6 z\u00F3", true));
+  for (const char* const split : {"zo\xC3", "zo\xE2\x82", "zo\xED", "zo\xED\xA0"}) {
+    EXPECT_TRUE(IsUtf8(split, false)) << split;
+    EXPECT_FALSE(IsUtf8(split, true)) << split;
+  }
+  for (const char* const none : {"zo\xC0\xAF", "zo\xE0\x80\xAF", "zo\xF4\x90\x80\x80", "as\xED \xA0", "zo\xED\xA0z"}) {
+    EXPECT_FALSE(IsUtf8(none, false)) << none;
+  }
+}
+
+// What iconv makes of each piece and of all at once is the same, wherever the pieces end.
+TEST(Decoder, DoesNotMindWhereUtf8IsSplitBetweenCalls) {
+  std::mt19937 random(9);
+  for (int round = 0; round < 2'000; ++round) {
+    const std::string bytes = LettersAndOthers(random) + LettersAndOthers(random);
+    Decoder decoder("UTF-8");
+    std::string pieces;
+
+    for (std::size_t at = 0; at < bytes.size();) {
+      const std::size_t count = std::min<std::size_t>(1 + random() % 6, bytes.size() - at);
+      pieces += decoder.Decode(std::string_view(bytes).substr(at, count), at + count == bytes.size());
+      at += count;
     }
 
-    const bool is_strict = IsStrictUtf8(bytes);
-
-    EXPECT_EQ(is_strict, CleanUtf8(bytes) == bytes) << testing::PrintToString(bytes);
-    strict += is_strict ? 1 : 0;
+    EXPECT_EQ(pieces, DecodeWhole("UTF-8", bytes)) << testing::PrintToString(bytes);
   }
-  EXPECT_GT(strict, 1'000);
+}
+
+TEST(Decoder, HandsOutAllButTheSplitEndOfEachPiece) {
+  Decoder decoder("UTF-8");
+
+  EXPECT_EQ(decoder.Decode("\u0446\u0430\xD0", false), "\u0446\u0430");
+  EXPECT_EQ(decoder.Decode("\xBF\u043B\xD1", false), "\u043F\u043B");
+  EXPECT_EQ(decoder.Decode("\x8F", true), "\u044F");
+  EXPECT_EQ(decoder.Decode("heron\xD0", true), "heron\uFFFD");
 }
 
 }  // namespace

@@ -89,6 +89,12 @@ TEST(PlainText, SurvivesAByteThatIsNoCharacter) {
   EXPECT_NE(extraction.Text().find("Zażółć gęślą jaźń. \uFFFD heron"), std::string::npos);
 }
 
+TEST(PlainText, SurvivesCharactersThatAreWrittenAsTwoSurrogates) {
+  const std::string text = "Zażółć gęślą jaźń \xED\xA0\xBD\xED\xB0\xA6 heron, zażółć gęślą jaźń.";
+
+  EXPECT_NE(Extract(text, "a.txt").Text().find("heron, zażółć gęślą jaźń."), std::string::npos);
+}
+
 TEST(PlainText, IsCutAtTheBoundAndSaysSo) {
   const std::string text = Repeat("鷺", 100'000);
 

@@ -167,6 +167,13 @@ TEST_F(Summary, AnItemSaysWhyItIsRefused) {
             toString(Summarised()));
 }
 
+TEST_F(Summary, AGroupDoesNotSayWhyAFolderOfItIsRefused) {
+  WriteFoldersFile({Entry("/a", "d", "A", "g")});
+  MakeRefused("a");
+
+  EXPECT_EQ(R"({"items":[{"group":true,"name":"g","text":"error"}],"status":"error"})", toString(Summarised()));
+}
+
 TEST_F(Summary, TheStatusOfAGroupIsThatOfItsFoldersTogether) {
   WriteFoldersFile({Entry("/a", "d", "A", "g"), Entry("/b", "d", "B", "g"), Entry("/c", "d", "C", "g")});
   MakeWanted("a");

@@ -31,9 +31,12 @@ using orbisk::test::FakeShares;
 using orbisk::test::ReadFile;
 using orbisk::test::SetPlatformError;
 using orbisk::test::WriteFile;
+using testing::AllOf;
 using testing::Contains;
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
+using testing::StartsWith;
 
 class FolderOperations : public testing::Test {
  protected:
@@ -583,6 +586,15 @@ TEST_F(Reindexing, LooksAtTheWholeListBeforeItQueuesAnything) {
   EXPECT_EQ(Story{"Error 120 null"}, ReindexAll({"/photo/a", Json::Value()}));
   ExpectFailed(box_.log().records().front(), "FolderReindex", "!it.isString()", "null");
   EXPECT_EQ(Story{"Error 120 "}, ReindexAll({"/photo/a", "photo/a"}));
+}
+
+TEST_F(Reindexing, ReadsStatusAndFoldersBeforeItLooksAtTheList) {
+  const auto reindex = [] { FolderReindex(Json::Value("/photo")); };
+  WriteFile(kStatusFile, "not readable");
+  EXPECT_THAT(box_.StoryOf(reindex), ElementsAre(AllOf(StartsWith("Error "), Not(StartsWith("Error 120")))));
+  std::filesystem::remove(kStatusFile);
+  WriteFile(kFoldersFile, "not readable");
+  EXPECT_THAT(box_.StoryOf(reindex), ElementsAre(AllOf(StartsWith("Error "), Not(StartsWith("Error 120")))));
 }
 
 TEST_F(Reindexing, AFailedRebuildLeavesTheFlags) {

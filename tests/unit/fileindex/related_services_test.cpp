@@ -149,6 +149,23 @@ TEST_F(RelatedServices, EveryStepOfSwitchingOffIsTakenWhenAllFailAndEachIsLogged
   EXPECT_EQ(0, errno);
 }
 
+TEST_F(RelatedServices, OnlyWhatIsNegativeIsAFailure) {
+  FakeServices().set_spotlight.Next([](int) { return 3; });
+  FakeServices().restart.Next([](const char*) { return 3; });
+  FakeServices().start.Next([](const char*, int) { return 3; });
+  FakeServices().package_start.Next([](const char*, int) { return 3; });
+  EXPECT_EQ(ServicesOn(), box_.StoryOf([] { SetupRelatedServices(true); }));
+
+  FakeServices().SetSpotlight(true);
+  FakeServices().set_spotlight.Next([](int) { return 3; });
+  FakeServices().restart.Next([](const char*) { return 3; });
+  FakeServices().stop.Next([](const char*, int) { return 3; });
+  FakeServices().package_stop.Next([](const char*, int) { return 3; });
+  EXPECT_EQ(ServicesOff(), box_.StoryOf([] { SetupRelatedServices(false); }));
+
+  EXPECT_THAT(Texts(), IsEmpty());
+}
+
 TEST_F(RelatedServices, ArePreparedByWhetherAnyFolderIsConfigured) {
   WriteFoldersFile({Entry("/photo")});
   EXPECT_EQ(ServicesOn(), box_.StoryOf(PrepareServices));

@@ -2,12 +2,15 @@
 #include "services/indexer/command_socket.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
 
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "services/base/unique_fd.h"
@@ -172,6 +175,64 @@ TEST_F(CommandSocketTest, The129thClientIsServedWhenAnotherOneGoes) {
   clients.pop_back();
 
   EXPECT_EQ(R"({"n":129})", Answer(last));
+}
+
+// Whoever is silent gets little time.
+class ImpatientSocketTest : public CommandSocketTest {
+ protected:
+  ImpatientSocketTest() { impatient_.Open(""); }
+
+  UniqueFd ClientOfTheImpatient(const std::string& bytes) const {
+    UniqueFd client(orbisk::test::ConnectTo(impatient_path_));
+    EXPECT_TRUE(client.valid());
+    Send(client, bytes);
+    return client;
+  }
+
+  const std::string impatient_path_ = dir_ / "impatient";
+  // More than what the kernel keeps for a client that does not read.
+  const std::string large_ = std::string(size_t{4} << 20, 'x');
+  CommandSocket impatient_{loop_.context(), impatient_path_,
+                           [this](const Json::Value& message, auto answer) {
+                             if (message["wait"].asBool()) {
+                               pending_.push_back(std::move(answer));
+                             } else {
+                               answer(message["large"].asBool() ? Json::Value(large_) : message);
+                             }
+                           },
+                           std::chrono::milliseconds(400)};
+};
+
+TEST_F(ImpatientSocketTest, WhoSendsHalfAMessageIsCut) {
+  const UniqueFd nothing = ClientOfTheImpatient("");
+  const UniqueFd half_a_length = ClientOfTheImpatient(Frame("{}").substr(0, 4));
+  const UniqueFd half_a_text = ClientOfTheImpatient(Frame("{}").substr(0, 9));
+
+  EXPECT_FALSE(Answer(nothing));
+  EXPECT_FALSE(Answer(half_a_length));
+  EXPECT_FALSE(Answer(half_a_text));
+}
+
+TEST_F(ImpatientSocketTest, WhoDoesNotTakeTheAnswerIsCutAndOthersAreAnswered) {
+  const UniqueFd deaf = ClientOfTheImpatient(Frame(R"({"large":true})"));
+
+  // The end of the connection shows without a byte of the answer being taken.
+  EXPECT_TRUE(loop_.RunUntil([&deaf] {
+    pollfd end{deaf.get(), POLLRDHUP, 0};
+    return poll(&end, 1, 0) == 1;
+  }));
+  EXPECT_EQ("{}", Answer(ClientOfTheImpatient(Frame("{}"))));
+}
+
+TEST_F(ImpatientSocketTest, WhoWaitsForItsAnswerIsNotCut) {
+  const UniqueFd waiting = ClientOfTheImpatient(Frame(R"({"wait":true})"));
+  ASSERT_TRUE(loop_.RunUntil([this] { return pending_.size() == 1; }));
+  // Whoever came later and was silent has been cut when this returns.
+  EXPECT_FALSE(Answer(ClientOfTheImpatient("")));
+
+  pending_.front()(Json::Value("late"));
+
+  EXPECT_EQ("\"late\"", Answer(waiting));
 }
 
 TEST_F(CommandSocketTest, ClosedItLetsNobodyInAndServesWhoIsThere) {

@@ -16,7 +16,7 @@ void Work(Progress& progress, int done, int known) {
   usleep(20'000);  // a rate takes time
   for (int i = 0; i < done; ++i) {
     progress.BeginFile("/v/a");
-    progress.EndFile(true);
+    progress.EndFile("/v/a", true);
   }
 }
 
@@ -49,6 +49,36 @@ TEST(Progress, NothingIsLeftWhenItIsIdleAndNobodyKnowsWhenItFails) {
   progress.EndPass(1);
   progress.SetState(Progress::State::kIdle);
   EXPECT_EQ(progress.ToJson()["seconds_left"], Json::Value(Json::UInt64{0}));
+}
+
+TEST(Progress, TheFileInWorkIsTheOldestThatHasNotEnded) {
+  Progress progress;
+  progress.BeginPass();
+  const auto file = [&progress] { return progress.ToJson()["file"].asString(); };
+
+  progress.BeginFile("/v/slow");
+  progress.BeginFile("/v/quick");
+  EXPECT_EQ(file(), "/v/slow");
+
+  progress.EndFile("/v/quick", true);
+  progress.EndFile("/v/skipped", false);
+  EXPECT_EQ(file(), "/v/slow");
+
+  progress.EndFile("/v/slow", true);
+  EXPECT_EQ(file(), "");
+  EXPECT_EQ(progress.ToJson()["done"].asUInt(), 3U);
+}
+
+TEST(Progress, NoFileIsInWorkAfterAPassThatWasBrokenOff) {
+  Progress progress;
+
+  for (const bool begun_again : {true, false}) {
+    progress.BeginPass();
+    progress.BeginFile("/v/slow");
+    begun_again ? progress.BeginPass() : progress.SetState(Progress::State::kFailing);
+
+    EXPECT_EQ(progress.ToJson()["file"].asString(), "") << begun_again;
+  }
 }
 
 TEST(Progress, FailuresOutliveThePassAndAreToldOfAsFarAsWanted) {

@@ -46,6 +46,9 @@ class ReconcilerBox : public testing::Test {
   Reconciler& Fresh() {
     reconciler_ = std::make_unique<Reconciler>(index_, policy_, box_, progress_);
     reconciler_->clock = now_;
+    if (hands_ > 0) {
+      reconciler_->WorkWith(hands_);
+    }
     return *reconciler_;
   }
   void Tree(const std::string& path) { Fresh().Tree(path); }
@@ -79,6 +82,7 @@ class ReconcilerBox : public testing::Test {
   std::unique_ptr<Reconciler> reconciler_;
   bool interrupted_ = false;
   bool offline_ = false;
+  unsigned hands_ = 0;  // of the crew; none has the reconciler work alone
   std::function<std::chrono::system_clock::time_point()> now_ = std::chrono::system_clock::now;
 };
 

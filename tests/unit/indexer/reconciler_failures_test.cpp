@@ -102,6 +102,28 @@ TEST_F(ReconcilerFailures, AFileThatFailedButIsNotOnTheListIsReadAgain) {
   EXPECT_THAT(Failed(), ElementsAre(At("x/a.txt")));
 }
 
+TEST_F(ReconcilerFailures, WhatFoundNoRoomOnTheListIsLeftAloneUntilThereIsRoomOrItIsToBeTriedAnyway) {
+  Fail();
+  progress_.failures().Forgive(At("x/a.txt"));
+  for (int i = 0; i < 10'000; ++i) {
+    progress_.failures().Add("/elsewhere/" + std::to_string(i), "died");
+  }
+  index_.calls.clear();
+
+  Tree(dir_.path());
+  EXPECT_THAT(index_.calls, IsEmpty());
+
+  Fresh().retry_unlisted = true;
+  reconciler_->Tree(dir_.path());
+  EXPECT_THAT(index_.calls, Contains("read " + At("x/a.txt")));
+
+  progress_.failures().Forgive(At("x/a.txt"));
+  index_.calls.clear();
+  Tree(dir_.path());
+  EXPECT_THAT(index_.calls, Contains("read " + At("x/a.txt")));
+  EXPECT_THAT(Failed(), ElementsAre(At("x/a.txt")));
+}
+
 TEST_F(ReconcilerFailures, NewPermissionsOfAFailedFileDoNotHaveItReadAndItStaysFailed) {
   Fail();
   fs::permissions(At("x/a.txt"), fs::perms::owner_read);

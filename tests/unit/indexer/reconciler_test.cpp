@@ -471,5 +471,30 @@ TEST_F(ReconcilerTest, AfterAnyChangesTheIndexEqualsTheDisk) {
   ExpectEqualAfterAnyChanges(300);
 }
 
+TEST_F(ReconcilerTest, AfterAnyChangesTheIndexEqualsTheDiskHoweverManyHandsWorkAtIt) {
+  hands_ = 3;
+  ExpectEqualAfterAnyChanges(100);
+}
+
+TEST_F(ReconcilerTest, WhateverBecomesOfAnOperationItIsNoLongerToBeDone) {
+  Write("paused/a.txt", "one");
+  Write("new/b.txt", "two");
+  Write("odd.txt", "three");
+  Write("way", "no folder, but the way to one");
+  Write("outside/c.txt", "four");
+  policy_ = Policy(Policy::Folders{
+      {At("paused"), {true, true, true, true, true}}, {At("new"), {}}, {At("odd.txt"), {}}, {At("way/deep"), {}}});
+  const FailingStatx failing(EIO, At("odd.txt"));
+
+  for (const char* const path : {"paused/a.txt", "outside/c.txt", "odd.txt", "way", "new", "new/b.txt", "new/gone"}) {
+    progress_.BeginPass();
+    progress_.AddWork(1);
+    Fresh().Update(At(path), false);
+
+    EXPECT_EQ(progress_.ToJson()["to_do"].asUInt(), 0U) << path;
+    EXPECT_GT(progress_.ToJson()["done"].asUInt(), 0U) << path;
+  }
+}
+
 }  // namespace
 }  // namespace fileindexd

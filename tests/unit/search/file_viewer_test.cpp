@@ -155,6 +155,18 @@ TEST_F(FileViewerTest, DoesNotShowTheWordsOfAFileThatAnotherOneHasReplaced) {
   EXPECT_FALSE(SeesFile(bob_, document));
 }
 
+TEST_F(FileViewerTest, DoesNotShowTheWordsOfAFileThatSomebodyElsesOfTheSameSecondHasReplaced) {
+  const std::string file = Make("secret", 0600, kBob);
+  const std::string other = Make("other", 0644, kAnn);
+  search::Candidate document = DocumentOf(other);
+  document.path = file;
+  document.owner = std::to_string(kBob);
+  ASSERT_EQ(0, rename(other.c_str(), file.c_str()));
+
+  EXPECT_FALSE(SeesFile(ann_, document));
+  EXPECT_TRUE(SeesFile(ann_, DocumentOf(file)));
+}
+
 TEST_F(FileViewerTest, WithoutADateOfBirthTellsFilesApartByTheirOwners) {
   const std::string file = Make("file", 0644, kAnn);
 

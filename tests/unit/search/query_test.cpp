@@ -469,6 +469,24 @@ TEST_F(QueryTest, BringsTheFieldsThatAreAskedFor) {
   EXPECT_EQ(hit.fields, Json_("{'NIMOMDFSSize': 100, 'NIMOMDTextContent': 'A well-known e-mail about the fox'}"));
 }
 
+TEST(QueryBoundsTest, HitsThatTakeTooMuchRoomAreRefusedListsToo) {
+  Fixture fixture;
+  Json::Value document = Document("/a", "heron");
+  document["NIMOMDKeywords"].append(std::string(1000, 'x'));
+  document["NIMOMDKeywords"].append(std::string(1000, 'y'));
+  fixture.index->Upsert("/a", document);
+  fixture.index->Commit();
+  SearchOptions options;
+  options.max_bytes = 1900;
+  EXPECT_EQ(1U, fixture.index->Search("heron", options).hits.size());
+
+  options.load_fields = {"NIMOMDKeywords"};
+
+  EXPECT_EQ(ErrorCode::kAnswerTooLarge, CodeOf([&] { fixture.index->Search("heron", options); }));
+  options.max_bytes = 3000;
+  EXPECT_EQ(1U, fixture.index->Search("heron", options).hits.size());
+}
+
 TEST_F(QueryTest, SuggestsTheCommonestWordsFirst) {
   EXPECT_FALSE(index().SuggestionsAvailable());
   for (const char* path : {"/v/annual_report-2021.pdf", "/v/docs/notes.txt", "/v/docs/r\u00e9sum\u00e9.doc"}) {
