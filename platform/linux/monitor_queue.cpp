@@ -211,7 +211,8 @@ std::optional<std::string> ConfigText(const Json::Value& description) {
       return std::nullopt;
     }
   }
-  return text + "]";
+  text += ']';
+  return text;
 }
 
 // A registration's text is what comes before its folders, the folders' array, and what comes behind, with the members

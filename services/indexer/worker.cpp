@@ -89,6 +89,14 @@ bool MayBeIndexed(const std::string& path) {
   }
 }
 
+std::vector<std::string> PathsOf(const Policy& policy) {
+  std::vector<std::string> paths;
+  for (const auto& [path, switches] : policy.folders()) {
+    paths.push_back(path);
+  }
+  return paths;
+}
+
 bool ExtractorAnswers(const std::string& share_folder) {
   Json::Value options;
   options["need_meta"] = false;
@@ -302,6 +310,7 @@ bool Worker::DoPass() {
   if (IsStillFull() || !Probe()) {
     return false;
   }
+  WatchWhatMoved();
   const std::string index = IdentityOfIndex(share_.index);
   FindWork(index);
   FindFailuresToRetry();
@@ -602,8 +611,27 @@ Reconciler::Box Worker::AskedOfTheBox() {
 // What changed in the configuration is compared, whoever changed it: the events that go with a change may be missing.
 void Worker::ReadPolicy() {
   const Policy before = std::exchange(policy_, Policy::Read(share_.name));
+  folders_moved_ = folders_moved_ || !has_policy_ || PathsOf(before) != PathsOf(policy_);
   if (std::exchange(has_policy_, true)) {
     AddChanges(before);
+  }
+}
+
+// An account that gets another name takes its folders to other paths, and the library tells the monitor of none.
+// Whoever adds folders registers them himself, and holds the lock meanwhile.
+void Worker::WatchWhatMoved() {
+  folders_moved_ = folders_moved_ && !Watches(settings_.registrations, share_.queue, PathsOf(policy_));
+  const service::UniqueFd lock = folders_moved_ ? TryLock(kFoldersLock) : service::UniqueFd();
+  if (!lock.valid()) {
+    return;
+  }
+  try {
+    Register(share_.name, share_.queue);
+    Record(LOG_NOTICE, "registered").Add("share", share_.name);
+    whole_share_ = true;  // what changed before it was watched
+    folders_moved_ = false;
+  } catch (const Error& error) {
+    Record(LOG_WARNING, "not_registered").Add("share", share_.name).Add("reason", error.reason());
   }
 }
 

@@ -105,6 +105,7 @@ class Worker {
   void Apply(bool has_batch, bool again, const std::string& index);
   void ReadPolicy();
   bool PolicyIsCurrent();
+  void WatchWhatMoved();
   void AddChanges(const Policy& before);
   void KeepChanges();
   void FindWork(const std::string& index);
@@ -169,6 +170,7 @@ class Worker {
   std::string reader_;              // the extractor's way of reading; "" while nobody knows
   std::vector<std::string> retry_;  // failures of another one
   bool has_policy_ = false;
+  bool folders_moved_ = false;     // perhaps to where the monitor does not look
   bool tries_again_ = false;       // what failed, and nothing else asks for the pass
   bool recovery_pending_ = false;  // events were lost: the share has to be compared, sooner or later
   bool recovering_ = false;        // in this pass

@@ -73,9 +73,9 @@ void Commands::Prepare(Command& command) {
 
 std::string Commands::Run(Command& command) {
   const Row& entry = RowOf(command);
-  if (command.data.isMember("as") && entry.handler != DocumentSearch) {
+  if (command.data.isMember("as") && entry.handler != DocumentSearch && entry.handler != TermSuggest) {
     // Whoever asks for somebody must not be given everything because nobody looked.
-    throw Refusal(Code::kBadMember, "member \"as\": only document_search can be asked for an account");
+    throw Refusal(Code::kBadMember, "member \"as\": only searches and suggestions can be asked for an account");
   }
   try {
     if (!command.document) {

@@ -14,6 +14,7 @@
 #include "services/search/database.h"
 #include "services/search/query.h"
 #include "services/search/searcher.h"
+#include "services/search/suggestions.h"
 #include "services/search/words.h"
 
 namespace search {
@@ -32,21 +33,6 @@ void MakeDirectory(const std::string& path) {
                 "making the folder " + path + ": " + error.message());
   }
 }
-
-// The words of a document that are worth suggesting, each once.
-class SuggestedWords : public TokenSink {
- public:
-  bool Take(std::string_view token, size_t, size_t, bool) override {
-    constexpr size_t kShortest = 3;
-    constexpr size_t kLongest = 40;
-    const bool number = std::all_of(token.begin(), token.end(), [](char c) { return c >= '0' && c <= '9'; });
-    if (token.size() >= kShortest && token.size() <= kLongest && !number) {
-      words.emplace(token);
-    }
-    return true;
-  }
-  std::set<std::string> words;
-};
 
 }  // namespace
 
@@ -504,6 +490,16 @@ std::vector<std::string> Index::Suggest(const std::string& prefix, size_t limit)
   return words;
 }
 
+std::vector<std::string> Index::SuggestFor(Viewer& viewer, const std::string& prefix, size_t limit) {
+  SearchOptions options;
+  options.viewer = &viewer;
+  options.sort = SearchOptions::Sort::kPath;  // nothing to rank
+  options.viewer_limit = std::chrono::seconds(1);
+  options.time_limit = std::chrono::seconds(3);
+  ReaderPool::Reader reader = impl_->readers_.Take();
+  return Searcher(*reader, options).Suggest(prefix, limit);
+}
+
 void Index::AddSuggestions(const std::string& doc_id) {
   impl_->Write([&](DocumentStore& store) {
     std::optional<StoredRecord> stored = store.Find(doc_id);
@@ -516,18 +512,9 @@ void Index::AddSuggestions(const std::string& doc_id) {
       return;
     }
     store.ReadTexts(*stored);
-    SuggestedWords sink;
-    WordAnalyzer analyzer({});
-    const Schema& schema = impl_->schema();
-    for (size_t i = 0; i < schema.word_columns().size(); ++i) {
-      std::string room;
-      if (!schema.word_columns()[i].pieces) {
-        analyzer.Words(schema.Words(stored->record, i, room).text, WordAnalyzer::Stems::kNone, sink);
-      }
-    }
     Statement& count = connection.Cached(
         "INSERT INTO suggestion VALUES(?1, 1) ON CONFLICT(word) DO UPDATE SET documents = documents + 1");
-    for (const std::string& word : sink.words) {
+    for (const std::string& word : WordsToSuggest(impl_->schema(), stored->record)) {
       count.Bind(1, std::string_view(word)).Run();
     }
     store.MarkSuggested(stored->id);

@@ -246,6 +246,10 @@ class Index {
   /// Words that begin with `prefix` (case and accents do not matter), of most documents first.
   std::vector<std::string> Suggest(const std::string& prefix, size_t limit = 10);
 
+  /// The same for one person's eyes: words of the newest hundred documents that have one and that the viewer may see.
+  /// They need not have been counted. Looks for them for about a second. Throws kQueryTimeout, kCorrupt, kStorage.
+  std::vector<std::string> SuggestFor(Viewer& viewer, const std::string& prefix, size_t limit = 10);
+
   /// Counts the words of the document at `doc_id` for Suggest; once for each document, until it is upserted anew.
   /// From the next Commit on SuggestionsAvailable says true. Throws kNoSuchDocument, disk errors.
   void AddSuggestions(const std::string& doc_id);

@@ -301,9 +301,10 @@ std::string TermSuggest(const Setting& setting, const Json::Value& data) {
   const HostPtr host = setting.catalog.Require(RequireString(data, "id"));
   const std::string prefix = RequireString(data, "prefix");
   const auto limit = static_cast<size_t>(OptionalInt(data, "limit", 10, 1, 1000));
+  std::optional<FileViewer> viewer = ViewerOf(data);
   const HostedIndex::Use index(*host, HostedIndex::Use::For::kAsking);
   Json::Value words(Json::arrayValue);
-  for (const std::string& word : index->Suggest(prefix, limit)) {
+  for (const std::string& word : viewer ? index->SuggestFor(*viewer, prefix, limit) : index->Suggest(prefix, limit)) {
     words.append(word);
   }
   return service::ToText(words);

@@ -2,10 +2,14 @@
 #include "services/search/searcher.h"
 
 #include <algorithm>
+#include <map>
 #include <unordered_map>
+#include <utility>
 
 #include "services/search/snippet.h"
+#include "services/search/suggestions.h"
 #include "services/search/vocabulary.h"
+#include "services/search/words.h"
 
 namespace search {
 namespace {
@@ -20,13 +24,28 @@ constexpr size_t kFacetValues = 100;
 constexpr size_t kBatch = 256;
 constexpr int kInstructionsBetweenLooks = 10'000;
 
-struct Deadline {
-  std::chrono::steady_clock::time_point at;
-};
+// Documents that words are suggested from.
+constexpr size_t kSuggestedFrom = 100;
 
-int IsLate(void* deadline) {
-  return std::chrono::steady_clock::now() > static_cast<Deadline*>(deadline)->at ? 1 : 0;
-}
+// What a connection does after `limit` fails, as long as this lives.
+class TimeLimit {
+ public:
+  TimeLimit(sqlite3* handle, std::chrono::milliseconds limit)
+      : handle_(handle), end_(std::chrono::steady_clock::now() + limit) {
+    sqlite3_progress_handler(handle_, kInstructionsBetweenLooks, IsLate, this);
+  }
+  ~TimeLimit() { sqlite3_progress_handler(handle_, 0, nullptr, nullptr); }
+  TimeLimit(const TimeLimit&) = delete;
+  TimeLimit& operator=(const TimeLimit&) = delete;
+
+  bool IsOver() const { return std::chrono::steady_clock::now() > end_; }
+
+ private:
+  static int IsLate(void* limit) { return static_cast<TimeLimit*>(limit)->IsOver() ? 1 : 0; }
+
+  sqlite3* handle_;
+  std::chrono::steady_clock::time_point end_;
+};
 
 bool Better(double score, int64_t id, double other_score, int64_t other_id) {
   return score != other_score ? score > other_score : id > other_id;
@@ -92,38 +111,57 @@ SearchResult Searcher::Run(const std::string& text) {
   PeopleQuery question = ParsePeopleQuery(text, *database_.schema(), options_.now);
   query_ = Compile(std::move(question.node));
   name_match_ = std::move(question.name_match);
-  Deadline deadline{std::chrono::steady_clock::now() + options_.time_limit};
-  sqlite3* handle = database_.connection().handle();
-  sqlite3_progress_handler(handle, kInstructionsBetweenLooks, IsLate, &deadline);
+  const TimeLimit time_limit(database_.connection().handle(), options_.time_limit);
   SearchResult result;
-  try {
-    if (options_.viewer != nullptr) {
-      checked_until_ = std::chrono::steady_clock::now() + options_.viewer_limit;
-      CollectPermitted();
-    } else {
-      Collect();
+  if (options_.viewer != nullptr) {
+    CollectPermitted(kCountedHits);
+  } else {
+    Collect();
+  }
+  result.total = static_cast<int64_t>(total_);
+  result.more = more_;
+  result.exact = result.total <= kRankedHits && !more_;
+  if (options_.facets) {
+    CountFacets(result);
+  }
+  SnippetMaker snippets(database_.schema()->languages(), question.words, question.prefixes, options_.mark_begin,
+                        options_.mark_end);
+  for (const Found& found : Page()) {
+    result.hits.push_back(MakeHit(found, snippets));
+    result.bytes += BytesOf(result.hits.back());
+    if (result.bytes > options_.max_bytes) {
+      throw Error(ErrorCode::kAnswerTooLarge, "the hits take too much room: ask for fewer of them, or fewer fields");
     }
-    result.total = static_cast<int64_t>(total_);
-    result.more = more_;
-    result.exact = result.total <= kRankedHits && !more_;
-    if (options_.facets) {
-      CountFacets(result);
+  }
+  return result;
+}
+
+std::vector<std::string> Searcher::Suggest(const std::string& prefix, size_t limit) {
+  const Schema& schema = *database_.schema();
+  const std::string begin = Fold(prefix);
+  query_ = Compile(begin.empty() ? Node::All() : Conditions(schema).Words("_all", begin, WordMatch::kBeginning, false));
+  const TimeLimit time_limit(database_.connection().handle(), options_.time_limit);
+  CollectPermitted(kSuggestedFrom);
+  std::map<std::string, size_t> documents;
+  for (const Found& found : found_) {
+    if (time_limit.IsOver()) {
+      break;
     }
-    SnippetMaker snippets(database_.schema()->languages(), question.words, question.prefixes, options_.mark_begin,
-                          options_.mark_end);
-    for (const Found& found : Page()) {
-      result.hits.push_back(MakeHit(found, snippets));
-      result.bytes += BytesOf(result.hits.back());
-      if (result.bytes > options_.max_bytes) {
-        throw Error(ErrorCode::kAnswerTooLarge, "the hits take too much room: ask for fewer of them, or fewer fields");
+    StoredRecord stored = Require(found.id);
+    database_.store().ReadTexts(stored);
+    for (const std::string& word : WordsToSuggest(schema, stored.record)) {
+      if (word.compare(0, begin.size(), begin) == 0) {
+        ++documents[word];
       }
     }
-  } catch (...) {
-    sqlite3_progress_handler(handle, 0, nullptr, nullptr);  // it would outlive the deadline that it looks at
-    throw;
   }
-  sqlite3_progress_handler(handle, 0, nullptr, nullptr);
-  return result;
+  std::vector<std::pair<std::string, size_t>> words(documents.begin(), documents.end());
+  std::stable_sort(words.begin(), words.end(), [](const auto& a, const auto& b) { return a.second > b.second; });
+  std::vector<std::string> suggestions;
+  for (size_t i = 0; i < std::min(limit, words.size()); ++i) {
+    suggestions.push_back(std::move(words[i].first));
+  }
+  return suggestions;
 }
 
 void Searcher::Collect() {
@@ -147,7 +185,8 @@ void Searcher::Collect() {
 }
 
 // The newest of those that the viewer may see, however many there are that it may not: nobody's hits hide another's.
-void Searcher::CollectPermitted() {
+void Searcher::CollectPermitted(size_t most) {
+  const auto checked_until = std::chrono::steady_clock::now() + options_.viewer_limit;
   const Schema& schema = *database_.schema();
   const std::string created = schema.ColumnSql(kCreatedField);
   const std::string owner = schema.ColumnSql(kOwnerField);
@@ -159,7 +198,7 @@ void Searcher::CollectPermitted() {
   std::vector<int64_t> ids;
   std::vector<Candidate> candidates;
   bool late = false;
-  while (!late && permitted_.size() <= kCountedHits && statement.Step()) {
+  while (!late && permitted_.size() <= most && statement.Step()) {
     ids.push_back(statement.Int(0));
     candidates.push_back({std::string(statement.Bytes(1)),
                           statement.IsNull(2) ? std::nullopt : std::optional(statement.Int(2)),
@@ -167,12 +206,12 @@ void Searcher::CollectPermitted() {
     if (candidates.size() == kBatch) {
       KeepPermitted(ids, candidates);
       ids.clear();
-      late = std::chrono::steady_clock::now() > checked_until_;
+      late = std::chrono::steady_clock::now() > checked_until;
     }
   }
   KeepPermitted(ids, candidates);
-  more_ = late || permitted_.size() > kCountedHits;
-  permitted_.resize(std::min(permitted_.size(), kCountedHits));
+  more_ = late || permitted_.size() > most;
+  permitted_.resize(std::min(permitted_.size(), most));
   for (const int64_t id : permitted_) {
     found_.push_back({id, 0});
   }
@@ -295,27 +334,32 @@ void Searcher::CountFacets(SearchResult& result) {
   }
 }
 
+StoredRecord Searcher::Require(int64_t id) {
+  std::optional<StoredRecord> stored = database_.store().FindById(id);
+  if (!stored) {
+    throw Error(ErrorCode::kCorrupt, "the words of a document that is not there");
+  }
+  return std::move(*stored);
+}
+
 Hit Searcher::MakeHit(const Found& found, SnippetMaker& snippets) {
   const Schema& schema = *database_.schema();
   Hit hit;
   hit.score = found.score;
-  std::optional<StoredRecord> stored = database_.store().FindById(found.id);
-  if (!stored) {
-    throw Error(ErrorCode::kCorrupt, "the words of a document that is not there");
-  }
+  StoredRecord stored = Require(found.id);
   if (options_.snippets || schema.NeedsTexts(options_.load_fields)) {
-    database_.store().ReadTexts(*stored);
+    database_.store().ReadTexts(stored);
   }
-  database_.store().ReadExtra(*stored);
-  hit.path = stored->record.path;
-  hit.fields = schema.ToJson(stored->record, options_.load_fields);
+  database_.store().ReadExtra(stored);
+  hit.path = stored.record.path;
+  hit.fields = schema.ToJson(stored.record, options_.load_fields);
   for (const char* name : {kContentField, kDescriptionField, kTitleField}) {
     const Field* field = schema.Find(name);
     if (!options_.snippets || field == nullptr || !hit.snippet.empty()) {
       continue;
     }
-    const auto text = stored->record.texts.find(static_cast<size_t>(field - schema.fields().data()));
-    if (text != stored->record.texts.end() && text->second.isString()) {
+    const auto text = stored.record.texts.find(static_cast<size_t>(field - schema.fields().data()));
+    if (text != stored.record.texts.end() && text->second.isString()) {
       const char* begin = nullptr;
       const char* end = nullptr;
       text->second.getString(&begin, &end);

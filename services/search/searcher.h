@@ -21,6 +21,9 @@ class Searcher {
   /// See Index::Search.
   SearchResult Run(const std::string& text);
 
+  /// See Index::SuggestFor; the options have a viewer, and an order that needs no ranks.
+  std::vector<std::string> Suggest(const std::string& prefix, size_t limit);
+
  private:
   struct Found {
     int64_t id;
@@ -32,7 +35,7 @@ class Searcher {
   std::string RankSql() const;
   void BindQuestion(Statement& statement, const std::string& match);
   void Collect();
-  void CollectPermitted();
+  void CollectPermitted(size_t most);
   void KeepPermitted(const std::vector<int64_t>& ids, std::vector<Candidate>& candidates);
   bool RanksAll() const { return !query_.match.empty() && options_.sort == SearchOptions::Sort::kRelevance; }
   void RankPermitted();
@@ -40,6 +43,7 @@ class Searcher {
   std::vector<Found> Page();
   std::vector<Found> SortedPage(const std::string& order);
   void CountFacets(SearchResult& result);
+  StoredRecord Require(int64_t id);
   Hit MakeHit(const Found& found, class SnippetMaker& snippets);
 
   Database& database_;
@@ -51,7 +55,6 @@ class Searcher {
   bool more_ = false;
   bool filtered_ = false;  // from now on only permitted_ are asked for
   DocumentIds permitted_;  // those of found_, if a viewer was asked
-  std::chrono::steady_clock::time_point checked_until_;
 };
 
 }  // namespace search

@@ -521,11 +521,13 @@ TEST_F(ManagementCommand, ClearPausedBelievesOnlyWhatFitsTheShares) {
 
 TEST_F(ManagementCommand, ForceForgetsAShareThatIsNotPaused) {
   AddPhoto();
+  ASSERT_TRUE(IsRegistered());
 
   EXPECT_TRUE(Succeeds(Fileindexctl({"share", "clear-paused", "photo", OnRoomy("photo"), "--yes", "--force"})));
 
   EXPECT_EQ(ReadFile(kFoldersFile), "[]");
   EXPECT_EQ(IndexState(), "");
+  EXPECT_FALSE(IsRegistered());
 }
 
 TEST_F(ManagementCommand, AShareIsNotUnregisteredWhileItIsIndexed) {
@@ -726,6 +728,7 @@ TEST_F(ManagementCommand, PreparingStartsTheServicesIfAnyFolderIsIndexed) {
 
 TEST_F(ManagementCommand, PreparingIsDoneWhenTheIndexingDaemonAnswers) {
   StopIndexer();
+  KillSearchDaemon();  // as when the package is upgraded: it is started later
   fs::create_directories("/etc/nimo/services.d");
   WriteFile("/etc/nimo/services.d/pkg-Orbisk-fileindexd.json",
             R"({"command":[")" + BuiltProgram("fileindexd") + R"("],"notify":false})");

@@ -124,6 +124,8 @@ TEST_F(IndexerUsers, AUserWhoIsRenamedIsFoundUnderTheNewPathAlone) {
 
   EXPECT_TRUE(BecomesEqualTo(indexed, kLimit, "homes"));
   EXPECT_EQ(InIndex("homes").count(OnFirst("homes/bob/deep/b.txt")), 1U);
+  Write(OnFirst("homes/bob/a.txt"), "dipper");
+  EXPECT_TRUE(BecomesEqualTo(indexed, kLimit, "homes"));
 }
 
 TEST_F(IndexerUsers, BinsOfHomesAreFoundNoMoreWhenHomesAreSwitched) {

@@ -143,6 +143,27 @@ TEST_F(SearchAs, ShowsNoWordsOfAFileThatIsGoneOrReplaced) {
   EXPECT_THAT(FindAs("bob"), ElementsAre(In("granted.txt")));
 }
 
+TEST_F(SearchAs, SuggestsWordsOfFilesThatTheAccountMayOpen) {
+  EXPECT_EQ("for\n", Fileindexctl({"suggest", "fo", "--as", "bob"}).output);
+  EXPECT_EQ("granted\n", Fileindexctl({"suggest", "gra", "--as", "bob"}).output);
+  EXPECT_EQ("", Fileindexctl({"suggest", "gra", "--as", "ann"}).output);
+  EXPECT_EQ("", Fileindexctl({"suggest", "secr", "--as", "bob", "--share", "docs"}).output);
+  EXPECT_EQ("secret\n", Fileindexctl({"suggest", "secr", "--as", "root"}).output);
+  EXPECT_EQ("[\"club\"]\n", Fileindexctl({"suggest", "clu", "--as", "ann", "--json"}).output);
+  EXPECT_TRUE(
+      FailsWith(Fileindexctl({"suggest", "clu", "--as", ""}), "fileindexctl: error 1208: no such account: \"\""));
+}
+
+TEST_F(SearchAs, SuggestionsSayThatAnIndexCouldNotBeAskedButNotWhich) {
+  AddIndexedShare(OnSecond("private"));
+  elastic::ShareIndexPause("private");
+
+  const ProcessResult result = Fileindexctl({"suggest", "her", "--as", "ann"});
+
+  EXPECT_EQ("heron\n", result.output);
+  EXPECT_EQ("fileindexctl: an index could not be asked, so words may be missing here\n", result.errors);
+}
+
 TEST_F(SearchAs, AnAccountThatDoesNotExistIsAFailure) {
   const std::string start = "fileindexctl: error 1208: no such account: ";
   EXPECT_TRUE(FailsWith(Fileindexctl({"search", "heron", "--as", "nobody-knows"}), start + "nobody-knows"));

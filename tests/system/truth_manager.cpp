@@ -191,7 +191,9 @@ void TruthManager::Settle() {
       MakeGood({"share", "resume", share});
     }
   }
-  if (paused_volume_ || trouble_) {
+  const bool any_is_indexed =
+      std::any_of(shares_.begin(), shares_.end(), [&](const auto& share) { return IsIndexed(share); });
+  if (any_is_indexed && (paused_volume_ || trouble_)) {
     MakeGood({"volume", "resume", volume_});
   }
   paused_ = paused_volume_ = trouble_ = false;

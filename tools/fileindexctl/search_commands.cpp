@@ -26,7 +26,11 @@ struct Options {
   std::vector<std::string> words;
   std::string prefix;
   std::string account;
-  bool for_account = false;
+  const CLI::Option* as = nullptr;  // which names the account
+
+  // Also an empty one, which a script's unset variable makes: nobody is not everybody.
+  bool for_account() const { return as->count() > 0; }
+
   std::vector<std::string> shares;
   std::vector<std::string> types;
   std::string sort_by = "relevance";
@@ -69,6 +73,12 @@ std::string QueryOf(const Options& options) {
   return is_blank ? types : "(" + query + ") (" + types + ")";
 }
 
+void AddAccount(Json::Value& data, const Options& options) {
+  if (options.for_account()) {
+    data["as"] = options.account;
+  }
+}
+
 Json::Value SearchData(const Options& options) {
   Json::Value data;
   data["query"] = QueryOf(options);
@@ -85,9 +95,7 @@ Json::Value SearchData(const Options& options) {
   if (!options.shares.empty()) {
     data["id"] = IndexesOf(options.shares);
   }
-  if (options.for_account) {  // also if it is empty, which a script's unset variable makes it: nobody is not everybody
-    data["as"] = options.account;
-  }
+  AddAccount(data, options);
   return data;
 }
 
@@ -175,6 +183,7 @@ void Suggest(const Options& options) {
     data["id"] = id;
     data["prefix"] = options.prefix;
     data["limit"] = Json::UInt64{options.limit};
+    AddAccount(data, options);
     lists.push_back(AskSearchDaemon("term_suggest", data));
   }
   const std::vector<std::string> words = Merged(lists, options.limit);
@@ -188,12 +197,17 @@ void Suggest(const Options& options) {
   }
   out.Flush();
   Output doubts(STDERR_FILENO);
-  WriteLeftOut(doubts, left_out);
+  if (!options.for_account()) {
+    WriteLeftOut(doubts, left_out);
+  } else if (!left_out.empty()) {
+    doubts.Write("fileindexctl: an index could not be asked, so words may be missing here\n");
+  }
   doubts.Flush();
 }
 
 // What both commands take.
 void AddCommonOptions(CLI::App& command, Options& options) {
+  options.as = command.add_option("--as", options.account, "Show and count only what this account may open");
   command
       .add_option("--share", options.shares,
                   "Ask the index of this share; may be given several times. All indexes without it")
@@ -219,13 +233,8 @@ void AddSearchCommands(CLI::App& app) {
   search->add_option("--offset", asked->offset, "Leave out the first so many")
       ->check(PlainNumber())
       ->capture_default_str();
-  const CLI::Option* const as =
-      search->add_option("--as", asked->account, "Show and count only what this account may open");
   AddCommonOptions(*search, *asked);
-  search->callback([asked, as] {
-    asked->for_account = as->count() > 0;
-    Search(*asked);
-  });
+  search->callback([asked] { Search(*asked); });
 
   const auto begun = std::make_shared<Options>();
   begun->limit = 10;

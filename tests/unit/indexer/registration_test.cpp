@@ -26,6 +26,18 @@ TEST(Registration, AQueueIsRegisteredIfOneOfTheFilesSaysSo) {
   EXPECT_TRUE(IsRegistered(dir.path(), "/v/queue"));
 }
 
+TEST(Registration, WatchesWhatIsAtOrBelowARegisteredPath) {
+  const TempDir dir;
+  WriteFile(dir / "a.json", R"({"queue":"/v/queue","config":[{"path":"/v/homes/ann"},7,{},{"path":"/v/homes/bob"}]})");
+  WriteFile(dir / "b.json", R"({"queue":"/v/queue2","config":[{"path":"/v/homes/eve"}]})");
+
+  EXPECT_TRUE(Watches(dir.path(), "/v/queue", {"/v/homes/ann", "/v/homes/bob/deep"}));
+  EXPECT_FALSE(Watches(dir.path(), "/v/queue", {"/v/homes/ann", "/v/homes/eve"}));
+  EXPECT_FALSE(Watches(dir.path(), "/v/queue", {"/v/homes/anna"}));
+  EXPECT_FALSE(Watches(dir.path(), "/v/queue", {"/v/homes"}));
+  EXPECT_TRUE(Watches(dir.path(), "/v/queue3", {"/v/homes/eve"})) << "nobody wants it watched";
+}
+
 TEST(Registration, WithoutRegistrationsNothingIsKnown) {
   const TempDir dir;
 

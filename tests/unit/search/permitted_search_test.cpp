@@ -175,6 +175,41 @@ TEST(PermittedSearch, StopsCheckingWhenTheTimeForThatIsOverAndSaysSo) {
   EXPECT_EQ(20U, result.hits.size());
 }
 
+TEST(PermittedSuggestions, AreThoseOfAnIndexWithoutTheForbiddenDocuments) {
+  Fixture mixed;
+  Fixture alone;
+  PutForbidden(mixed, 30);
+  PutPermitted(mixed);
+  PutForbidden(mixed, 400);  // more, and newer ones, than are checked at once
+  PutPermitted(alone);
+  mixed.index->Commit();
+  alone.index->Commit();
+
+  for (const char* const prefix : {"he", "W", "sec", "secret", "heron", "", "wei", "gr\u00e9", "grey heron", "zzz"}) {
+    FolderViewer viewer;
+    FolderViewer other;
+    EXPECT_EQ(alone.index->SuggestFor(viewer, prefix), mixed.index->SuggestFor(other, prefix)) << prefix;
+  }
+  FolderViewer viewer;
+  EXPECT_EQ(std::vector<std::string>({"weir", "was"}), mixed.index->SuggestFor(viewer, "w")) << "most documents first";
+  EXPECT_EQ(std::vector<std::string>({"weir"}), mixed.index->SuggestFor(viewer, "w", 1));
+  EXPECT_EQ(std::vector<std::string>(), mixed.index->SuggestFor(viewer, "secret"));
+  EXPECT_EQ(std::vector<std::string>({"grey"}), mixed.index->SuggestFor(viewer, "Gr\u00e9")) << "case and accents";
+}
+
+TEST(PermittedSuggestions, AreOfTheNewestHundredDocuments) {
+  Fixture fixture;
+  fixture.Put("/open/old", "herring");
+  for (int i = 0; i < 100; ++i) {
+    fixture.Put("/open/" + std::to_string(i), "heron");
+  }
+  fixture.index->Commit();
+  FolderViewer viewer;
+
+  EXPECT_EQ(std::vector<std::string>({"heron"}), fixture.index->SuggestFor(viewer, "her"));
+  EXPECT_EQ(std::vector<std::string>({"herring"}), fixture.index->SuggestFor(viewer, "herr"));
+}
+
 TEST(PermittedSearch, FailsIfTheViewerDoes) {
   class Failing : public Viewer {
     std::vector<bool> MaySee(const std::vector<Candidate>&) override { throw Error(ErrorCode::kStorage, "no"); }

@@ -268,10 +268,9 @@ TEST_F(SearchCommand, ForAnAccountThatIsNoneIsRefusedRatherThanAnsweredForAll) {
 TEST_F(SearchCommand, OfAnotherKindCannotBeAskedForAnAccount) {
   Json::Value data;
   data["id"] = data["db_name"] = "a";
-  data["prefix"] = "her";
   data["doc_id"] = data["doc_id_field"] = "/a";
   data["query"]["qsl"]["match_all"] = Json::Value(Json::objectValue);
-  for (const char* const command : {"term_suggest", "document_get_by_query", "document_del_by_query", "index_list"}) {
+  for (const char* const command : {"document_get_by_query", "document_del_by_query", "index_list"}) {
     data["as"] = CurrentAccount();
     EXPECT_EQ(Code::kBadMember, RefusalOf(command, data)) << command;
     data.removeMember("as");
