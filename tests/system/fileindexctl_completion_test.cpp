@@ -1,4 +1,5 @@
-// The completion of commands, options and share names in bash, as bash asks for it; and that the manual knows them all.
+// The completion of commands, options and share names in bash, as bash asks for it; and that each command explains
+// itself and is in the manual.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -17,6 +18,7 @@ namespace {
 namespace fs = std::filesystem;
 using testing::Contains;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::IsSupersetOf;
 using testing::Not;
@@ -136,29 +138,43 @@ bool IsExplained(const std::string& command, const std::vector<std::string>& hea
                      [&](const std::string& heading) { return (heading + " ").rfind(command + " ", 0) == 0; });
 }
 
-void CheckCommand(const std::vector<std::string>& words, const std::vector<std::string>& headings,
-                  const std::string& page) {
+// A command, or a group of them, and what it says of itself.
+struct Explained {
+  std::string name;  // "" of the program as a whole
+  std::vector<std::string> commands;
+  ProcessResult help;
+};
+
+std::string Joined(const std::vector<std::string>& words) {
+  std::string text;
+  for (const std::string& word : words) {
+    text += (text.empty() ? "" : " ") + word;
+  }
+  return text;
+}
+
+// The command `words`, with all below it.
+std::vector<Explained> AllCommands(const std::vector<std::string>& words = {}) {
   std::vector<std::string> command = words;
   command.emplace_back("--help");
-  const std::string help = Fileindexctl(command).output;
-  const std::vector<std::string> commands = Section(help, "Subcommands:");
-  for (const std::string& name : commands) {
-    std::vector<std::string> deeper = words;
-    deeper.push_back(name);
-    CheckCommand(deeper, headings, page);
+  const ProcessResult help = Fileindexctl(command);
+  std::vector<Explained> all = {{Joined(words), Section(help.output, "Subcommands:"), help}};
+  for (const std::string& name : Section(help.output, "Subcommands:")) {
+    command.back() = name;
+    const std::vector<Explained> deeper = AllCommands(command);
+    all.insert(all.end(), deeper.begin(), deeper.end());
   }
-  std::string name;
-  for (const std::string& word : words) {
-    name += (name.empty() ? "" : " ") + word;
-  }
-  if (commands.empty() && !words.empty()) {
-    EXPECT_TRUE(IsExplained(name, headings)) << name;
-  }
-  for (const std::string& names : Section(help, "Options:")) {
-    std::istringstream options(names.substr(0, names.find('{')));
-    for (std::string option; std::getline(options, option, ',');) {
-      EXPECT_TRUE(option == "-h" || page.find(option) != std::string::npos) << name << " " << option;
-    }
+  return all;
+}
+
+TEST(Help, EveryCommandExplainsItself) {
+  const std::vector<Explained> all = AllCommands();
+
+  EXPECT_GT(all.size(), 60U);
+  for (const auto& [name, commands, help] : all) {
+    EXPECT_EQ(help.exit_status, 0) << name;
+    EXPECT_EQ(help.errors, "") << name;
+    EXPECT_THAT(help.output, HasSubstr("Usage: fileindexctl" + (name.empty() ? "" : " " + name) + " [OPTIONS]"));
   }
 }
 
@@ -207,7 +223,15 @@ TEST(Manual, ExplainsEveryCommandAndNamesEveryOption) {
     }
   }
 
-  CheckCommand({}, headings, page);
+  for (const auto& [name, commands, help] : AllCommands()) {
+    EXPECT_TRUE(!commands.empty() || IsExplained(name, headings)) << name;
+    for (const std::string& names : Section(help.output, "Options:")) {
+      std::istringstream options(names.substr(0, names.find('{')));
+      for (std::string option; std::getline(options, option, ',');) {
+        EXPECT_TRUE(option == "-h" || page.find(option) != std::string::npos) << name << " " << option;
+      }
+    }
+  }
 }
 
 }  // namespace

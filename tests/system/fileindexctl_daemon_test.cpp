@@ -85,20 +85,14 @@ bool IsInManual(const std::string& word, const std::vector<std::string>& section
   return false;
 }
 
-class DaemonCommand : public IndexerBox {
- protected:
-  static bool HasState(const std::string& state) {
-    const Json::Value status = Parse(Fileindexctl({"daemon", "status", "--json"}).output);
-    return status["shares"].size() == 1 && status["shares"][0]["state"] == state;
-  }
-};
+class DaemonCommand : public IndexerBox {};
 
 TEST_F(DaemonCommand, StatusTellsWhatEachShareIsAt) {
   WriteFile(Docs("a.txt"), "kingfisher");
   StartIndexer();
   ASSERT_TRUE(Succeeds(Fileindexctl({"folder", "reindex", "/docs"})));
   ASSERT_TRUE(BecomesEqual());
-  ASSERT_TRUE(Eventually([] { return HasState("idle"); }));
+  ASSERT_TRUE(Eventually(IsIdle));
 
   const ProcessResult status = Fileindexctl({"daemon", "status"});
 

@@ -284,26 +284,5 @@ TEST_F(FolderCommand, WrongUsageIsStatusTwo) {
   EXPECT_TRUE(IsWrongUsage(Fileindexctl({}), "A subcommand is required"));
 }
 
-TEST_F(FolderCommand, EveryCommandExplainsItself) {
-  const std::vector<std::vector<std::string>> commands = {
-      {},         {"folder"},  {"folder", "list"},      {"folder", "get"},       {"pause"},         {"resume"},
-      {"status"}, {"share"},   {"share", "register"},   {"share", "unregister"}, {"share", "list"}, {"share", "show"},
-      {"path"},   {"event"},   {"path", "check"},       {"path", "type"},        {"event", "add"},  {"queue", "ops"},
-      {"queue"},  {"monitor"}, {"monitor", "register"}, {"queue", "events"}};
-  for (std::vector<std::string> command : commands) {
-    std::string usage = "Usage: fileindexctl";
-    for (const std::string& word : command) {
-      usage += " " + word;
-    }
-    command.emplace_back("--help");
-
-    const ProcessResult result = Fileindexctl(command);
-
-    EXPECT_EQ(result.exit_status, 0) << usage;
-    EXPECT_EQ(result.errors, "") << usage;
-    EXPECT_THAT(result.output, HasSubstr(usage + " [OPTIONS]"));
-  }
-}
-
 }  // namespace
 }  // namespace orbisk::test

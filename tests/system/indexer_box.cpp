@@ -9,9 +9,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <sstream>
+#include <system_error>
 #include <thread>
 
 #include "nimo/daemon_connection.h"
@@ -118,6 +120,13 @@ void IndexerBox::StartIndexer(const std::vector<std::string>& arguments) {
   ASSERT_TRUE(Eventually([] { return Command("status")["success"].asBool(); }, std::chrono::seconds(20)));
 }
 
+void IndexerBox::StartWithOneFile(const std::vector<std::string>& arguments) {
+  WriteFile(Docs("a.txt"), "kingfisher");
+  StartIndexer(arguments);
+  ASSERT_TRUE(BecomesEqual());
+  ASSERT_TRUE(Eventually(IsIdle));
+}
+
 void IndexerBox::KillIndexer() {
   End(indexer_, SIGKILL);
 }
@@ -166,6 +175,17 @@ Json::Value IndexerBox::StatusOf(const std::string& share) {
     }
   }
   return Json::Value();
+}
+
+bool IndexerBox::IsIdle() {
+  const Json::Value status = StatusOf();
+  return status["state"].asString() == "idle" && status["backlog"] == 0;
+}
+
+bool IndexerBox::HasQueued(const std::string& share) {
+  std::error_code missing;
+  const std::uintmax_t bytes = fs::file_size(QueueOf(share), missing);
+  return !missing && bytes > 0;
 }
 
 Json::Value IndexerBox::About(const std::string& share) {

@@ -44,6 +44,8 @@ class IndexerBox : public SearchBox {
   void StartMonitor();
   void KillMonitor();
   void StartIndexer(const std::vector<std::string>& arguments = {});
+  /// The same with one file, which is indexed then: nothing is left to be done.
+  void StartWithOneFile(const std::vector<std::string>& arguments = {});
   void KillIndexer();
   /// Asks it to end; its exit status.
   int StopIndexer();
@@ -57,6 +59,10 @@ class IndexerBox : public SearchBox {
   static Json::Value Command(const std::string& type, const Json::Value& data = Json::Value());
   /// What "status" says of the share.
   static Json::Value StatusOf(const std::string& share = "docs");
+  /// Whether the share's worker has nothing to do, and every event has been taken.
+  static bool IsIdle();
+  /// Whether events wait that nobody has taken.
+  static bool HasQueued(const std::string& share = "docs");
   static Json::Value About(const std::string& share);
 
   /// The documents of the share as searches see them. Empty when the search daemon does not answer.

@@ -3,6 +3,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <optional>
@@ -21,13 +22,6 @@ constexpr char kStatusLock[] = "/tmp/orbisk_cfg_fi_status.lock";
 
 class IndexerConfiguration : public IndexerBox {
  protected:
-  void StartWithFiles() {
-    WriteFile(Docs("a.txt"), "kingfisher");
-    StartIndexer();
-    ASSERT_TRUE(BecomesEqual());
-    ASSERT_TRUE(Eventually([] { return StatusOf()["state"].asString() == "idle"; }));
-  }
-
   // How much memory the daemon may have, beyond what it has.
   void LimitMemory(std::optional<size_t> more_bytes) {
     const std::string statm = ReadFile("/proc/" + std::to_string(indexer().pid()) + "/statm");
@@ -39,7 +33,7 @@ class IndexerConfiguration : public IndexerBox {
 };
 
 TEST_F(IndexerConfiguration, APauseEndsWhenTheStatusIsRemoved) {
-  StartWithFiles();
+  StartWithOneFile();
   WriteFile(kStatusFile, "{\"resume_time\":0}");
   ASSERT_TRUE(Eventually([] { return Command("status")["data"]["paused"].asBool(); }));
 
@@ -59,7 +53,7 @@ TEST_F(IndexerConfiguration, AWorkerCommandWithoutAShareIsToldWhatItLacks) {
 }
 
 TEST_F(IndexerConfiguration, AFlagIsNotTakenWhileSomebodyElseChangesTheStatus) {
-  StartWithFiles();
+  StartWithOneFile();
   KillMonitor();
   WriteFile(Docs("a.txt"), "dipper");
   const std::string status = "{\"resume_time\":-1,\"share\":{\"docs\":1}}";
@@ -80,13 +74,19 @@ TEST_F(IndexerConfiguration, AFlagIsNotTakenWhileSomebodyElseChangesTheStatus) {
 // A sanitizer ends the program that gets no memory.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(__clang__)
 TEST_F(IndexerConfiguration, AShareWithoutAThreadCostsTheOthersNothingAndIsServedLater) {
+  constexpr rlim_t kStack = rlim_t{8} << 20;
+  rlimit stack{};
+  ASSERT_EQ(getrlimit(RLIMIT_STACK, &stack), 0);
+  const rlimit wanted{std::min(kStack, stack.rlim_max), stack.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_STACK, &wanted), 0);                   // as much has a thread of the daemon
   setenv("GLIBC_TUNABLES", "glibc.pthread.stack_cache_size=0", 1);  // else it has the stacks of threads that ended
-  StartWithFiles();
+  StartWithOneFile();
   unsetenv("GLIBC_TUNABLES");
+  ASSERT_EQ(setrlimit(RLIMIT_STACK, &stack), 0);
   AddShare(OnFirst("music"));
   WriteFile(OnFirst("music/b.txt"), "bittern");
   fileindex::elastic::ShareIndexCreate("music");
-  LimitMemory(size_t{4} << 20);  // a thread takes 8 MiB
+  LimitMemory(kStack / 2);
 
   WriteFolders({Entry("/docs", "all"), Entry("/music", "songs")});
 

@@ -21,7 +21,7 @@ class IndexerFailures : public IndexerBox {
  protected:
   void SetUp() override {
     IndexerBox::SetUp();
-    UseExtractor(ProgramBeside("hostile_extractor"), {"--deadline", "1"});
+    UseExtractor(ProgramBeside("hostile_extractor"), {"--deadline", "4"});
     ReplaceExtractor();
   }
 
@@ -40,7 +40,6 @@ class IndexerFailures : public IndexerBox {
     }
     return failures;
   }
-  static bool Idle() { return StatusOf()["state"].asString() == "idle" && StatusOf()["backlog"] == 0; }
   std::vector<std::string> FailedNames() const {
     std::vector<std::string> names;
     for (const auto& [name, reason] : Failures()) {
@@ -49,7 +48,7 @@ class IndexerFailures : public IndexerBox {
     return names;
   }
   testing::AssertionResult ListBecomes(const std::vector<std::string>& names) const {
-    return Eventually([&] { return Idle() && FailedNames() == names; })
+    return Eventually([&] { return IsIdle() && FailedNames() == names; })
                ? testing::AssertionSuccess()
                : testing::AssertionFailure() << testing::PrintToString(FailedNames());
   }
@@ -117,7 +116,7 @@ TEST_F(IndexerFailures, TheListOutlivesTheDaemonHoweverItEnds) {
 }
 
 TEST_F(IndexerFailures, AnotherWayOfReadingHasWhatFailedTriedAgain) {
-  Write("slow", "sleep_ms 1500");
+  Write("slow", "sleep_ms 6000");
   Write("good", "whinchat");
   StartIndexer();
   ASSERT_TRUE(ListBecomes({"slow"}));
@@ -130,7 +129,7 @@ TEST_F(IndexerFailures, AnotherWayOfReadingHasWhatFailedTriedAgain) {
 }
 
 TEST_F(IndexerFailures, AnotherWayOfReadingIsNoticedByADaemonThatStarts) {
-  Write("slow", "sleep_ms 1500");
+  Write("slow", "sleep_ms 6000");
   StartIndexer();
   ASSERT_TRUE(ListBecomes({"slow"}));
   StopIndexer();

@@ -1,25 +1,22 @@
 // What the indexing daemon takes of the box: less than others want, and nothing when there is nothing to do.
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sched.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
-#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "orbisk/fileindex/elastic_control.h"
-#include "tests/support/local_socket.h"
 #include "tests/system/indexer_box.h"
+#include "tests/system/silent_extractor.h"
 
 namespace orbisk::test {
 namespace {
@@ -28,13 +25,6 @@ namespace fs = std::filesystem;
 
 class IndexerLimits : public IndexerBox {
  protected:
-  void StartWithFiles() {
-    WriteFile(Docs("a.txt"), "kingfisher");
-    StartIndexer();
-    ASSERT_TRUE(BecomesEqual());
-    ASSERT_TRUE(Eventually([] { return StatusOf()["state"].asString() == "idle"; }));
-  }
-
   // The daemon's threads that work for a share.
   std::vector<int> WorkerThreads() {
     std::vector<int> threads;
@@ -48,7 +38,7 @@ class IndexerLimits : public IndexerBox {
 };
 
 TEST_F(IndexerLimits, AWorkerStandsBackForEverybodyElse) {
-  StartWithFiles();
+  StartWithOneFile();
   constexpr int kWhoThread = 1;
   constexpr long kBestEffortLowest = (2 << 13) | 7;
 
@@ -60,8 +50,7 @@ TEST_F(IndexerLimits, AWorkerStandsBackForEverybodyElse) {
   EXPECT_EQ(syscall(SYS_ioprio_get, kWhoThread, threads[0]), kBestEffortLowest);
 }
 
-// The extractor takes requests and answers none.
-class IndexerExtractions : public IndexerLimits {
+class IndexerExtractions : public IndexerBox {
  protected:
   void StartWithTwoShares(const std::string& extractions) {
     WriteFile(Docs("a.txt"), "kingfisher");
@@ -69,61 +58,30 @@ class IndexerExtractions : public IndexerLimits {
     fileindex::elastic::ShareIndexCreate("music");
     WriteFolders({Entry("/docs", "all"), Entry("/music", "songs")});
     StopExtractor();
-    extractor_ = ListenAt("/var/run/nimocontentextractd.sock");
+    extractor_.emplace();
     StartIndexer({"--extractions", extractions});
   }
   void TearDown() override {
-    for (const int request : requests_) {
-      close(request);
-    }
-    close(extractor_);
-    IndexerLimits::TearDown();
+    extractor_.reset();
+    IndexerBox::TearDown();
   }
 
-  // Whether one more file is given to the extractor within that time. Questions about its status do not count.
-  bool OneMoreComes(std::chrono::milliseconds limit) {
-    const auto end = std::chrono::steady_clock::now() + limit;
-    while (true) {
-      const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now()).count();
-      pollfd asked{extractor_, POLLIN, 0};
-      if (left <= 0 || poll(&asked, 1, static_cast<int>(left)) != 1) {
-        return false;
-      }
-      const int request = accept4(extractor_, nullptr, nullptr, SOCK_CLOEXEC);
-      if (!AsksForStatus(request)) {
-        requests_.push_back(request);
-        return true;
-      }
-      close(request);
-    }
-  }
-
- private:
-  static bool AsksForStatus(int request) {
-    std::uint64_t bytes = 0;
-    EXPECT_EQ(recv(request, &bytes, sizeof(bytes), MSG_WAITALL), static_cast<ssize_t>(sizeof(bytes)));
-    std::string text(std::min<std::uint64_t>(bytes, 4096), '\0');
-    EXPECT_EQ(recv(request, text.data(), text.size(), MSG_WAITALL), static_cast<ssize_t>(text.size()));
-    return text.rfind("{\"status\":true}", 0) == 0;
-  }
-
-  int extractor_ = -1;
-  std::vector<int> requests_;
+  std::optional<SilentExtractor> extractor_;
 };
 
 TEST_F(IndexerExtractions, NoMoreFilesAreReadAtOnceThanAllowed) {
   StartWithTwoShares("1");
 
-  EXPECT_TRUE(OneMoreComes(std::chrono::seconds(30)));
-  EXPECT_FALSE(OneMoreComes(std::chrono::seconds(1)));
+  EXPECT_TRUE(extractor_->OneMoreComes(std::chrono::seconds(30)));
+  EXPECT_FALSE(extractor_->OneMoreComes(std::chrono::seconds(1)));
 }
 
 TEST_F(IndexerExtractions, SharesAreReadSideBySideWhereThatIsAllowed) {
   StartWithTwoShares("2");
 
-  EXPECT_TRUE(OneMoreComes(std::chrono::seconds(30)));
-  EXPECT_TRUE(OneMoreComes(std::chrono::seconds(30)));
-  EXPECT_FALSE(OneMoreComes(std::chrono::seconds(1)));
+  EXPECT_TRUE(extractor_->OneMoreComes(std::chrono::seconds(30)));
+  EXPECT_TRUE(extractor_->OneMoreComes(std::chrono::seconds(30)));
+  EXPECT_FALSE(extractor_->OneMoreComes(std::chrono::seconds(1)));
 }
 
 // What the kernel counts of a process: reads and writes, and how often its threads waited for something and went on.
@@ -155,7 +113,7 @@ Activity ActivityOfTheBox() {
 }
 
 TEST_F(IndexerLimits, ABoxWithNothingToDoReadsNothingWritesNothingAndSleeps) {
-  StartWithFiles();
+  StartWithOneFile();
   // The kernel's timer for the last client's time limit of 30 s fires once more, although the client has gone.
   usleep(31'000'000);
   Activity before = ActivityOfTheBox();

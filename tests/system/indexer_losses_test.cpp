@@ -15,29 +15,19 @@ namespace {
 
 class IndexerLosses : public IndexerBox {
  protected:
-  void SetUp() override {
-    IndexerBox::SetUp();
-    WriteFile(Docs("a.txt"), "kingfisher");
-    StartIndexer(kSlowPace);
-    ASSERT_TRUE(BecomesEqual());
-    ASSERT_TRUE(Eventually(Idle));
-  }
-
   // As the monitor says it.
   void LoseEvents() const { fileindex::AddCustomEvent(fileindex::EVENT_QUEUE_CRASHED, Docs(), "", Json::Value()); }
   static int Recoveries() { return StatusOf()["recoveries"].asInt(); }
-  static bool Idle() { return StatusOf()["state"] == "idle" && StatusOf()["backlog"] == 0; }
   static bool Waiting() { return StatusOf()["state"] == "waiting" && StatusOf()["backlog"] == 0; }
   void LoseOnce() const {
     const int before = Recoveries();
     LoseEvents();
-    ASSERT_TRUE(Eventually([&] { return Recoveries() == before + 1 && Idle(); }));
+    ASSERT_TRUE(Eventually([&] { return Recoveries() == before + 1 && IsIdle(); }));
   }
-
-  const std::vector<std::string> kSlowPace = {"--recovery-pause-ms", "4000"};
 };
 
 TEST_F(IndexerLosses, AThousandOfThemCostFewComparisonsAndOtherChangesGoOn) {
+  StartWithOneFile({"--recovery-pause-ms", "4000"});
   LoseOnce();
   const int before = Recoveries();
   const auto start = std::chrono::steady_clock::now();
@@ -54,20 +44,26 @@ TEST_F(IndexerLosses, AThousandOfThemCostFewComparisonsAndOtherChangesGoOn) {
   WriteFile(Docs("b.txt"), "heron");
   EXPECT_TRUE(Eventually([this] { return InIndex().count(Docs("b.txt")) == 1; }));
 
-  EXPECT_TRUE(Eventually([&] { return Recoveries() > before && Idle(); }, std::chrono::minutes(2)));
+  EXPECT_TRUE(Eventually([&] { return Recoveries() > before && IsIdle(); }, std::chrono::minutes(2)));
   EXPECT_TRUE(BecomesEqual());
 }
 
 TEST_F(IndexerLosses, AComparisonThatWasPutOffIsDoneByTheNextDaemon) {
+  const std::vector<std::string> for_longer_than_the_test = {"--recovery-pause-ms", "60000"};
+  StartWithOneFile();
+  ASSERT_EQ(StopIndexer(), 0);
+  StartIndexer(for_longer_than_the_test);  // which does not know of comparisons before
   LoseOnce();
   KillMonitor();
   WriteFile(Docs("unseen.txt"), "dipper");
   LoseEvents();
   ASSERT_TRUE(Eventually(Waiting));
-  ASSERT_EQ(InIndex().count(Docs("unseen.txt")), 0U);
+  const IndexedTree before = InIndex();
+  ASSERT_EQ(before.count(Docs("a.txt")), 1U);
+  ASSERT_EQ(before.count(Docs("unseen.txt")), 0U);
 
   KillIndexer();
-  StartIndexer(kSlowPace);
+  StartIndexer(for_longer_than_the_test);
 
   EXPECT_TRUE(BecomesEqual());
 }

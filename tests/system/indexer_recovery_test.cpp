@@ -75,7 +75,7 @@ class IndexerRecovery : public IndexerBox {
 };
 
 TEST_F(IndexerRecovery, IndexingBeginsSoonAfterTheSearchDaemonHasItsDatabasesOpen) {
-  constexpr std::chrono::seconds kSoon{10};  // the library waits 30 s between two tries
+  constexpr std::chrono::seconds kSoon{20};  // the library waits 30 s between two tries
   WriteFile(Docs("a.txt"), "kingfisher");
   StartIndexer();
   ASSERT_TRUE(BecomesEqual());
@@ -96,7 +96,7 @@ TEST_F(IndexerRecovery, IndexingBeginsSoonAfterTheSearchDaemonHasItsDatabasesOpe
 }
 
 TEST_F(IndexerRecovery, AChangeIsIndexedSoonThoughTheSearchDaemonBeganAnewMeanwhile) {
-  constexpr std::chrono::seconds kSoon{10};
+  constexpr std::chrono::seconds kSoon{20};
   WriteFile(Docs("a.txt"), "kingfisher");
   StartIndexer();
   ASSERT_TRUE(BecomesEqual());

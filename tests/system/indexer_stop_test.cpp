@@ -1,17 +1,17 @@
 // What becomes of those who talk to the indexing daemon when it ends.
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <csignal>
+#include <optional>
 #include <string>
 
 #include "orbisk/error.h"
 #include "orbisk/fileindex/communication.h"
-#include "tests/support/local_socket.h"
 #include "tests/system/indexer_box.h"
+#include "tests/system/silent_extractor.h"
 
 namespace orbisk::test {
 namespace {
@@ -52,21 +52,20 @@ class Caller {
 
 class IndexerStop : public IndexerBox {
  protected:
-  // The worker waits for an extractor that takes requests and answers none.
+  // The worker waits for what the extractor makes of a file.
   void StartWithABusyWorker() {
     StopExtractor();
-    silent_extractor_ = ListenAt("/var/run/nimocontentextractd.sock");
+    extractor_.emplace();
     WriteFile(Docs("a.txt"), "kingfisher");
     StartIndexer();
-    pollfd asked{silent_extractor_, POLLIN, 0};
-    ASSERT_EQ(poll(&asked, 1, 30'000), 1);
+    ASSERT_TRUE(extractor_->OneMoreComes(std::chrono::seconds(30)));
   }
   void TearDown() override {
-    close(silent_extractor_);
+    extractor_.reset();
     IndexerBox::TearDown();
   }
 
-  int silent_extractor_ = -1;
+  std::optional<SilentExtractor> extractor_;
 };
 
 TEST_F(IndexerStop, WhoWaitsForTheEndOfAWorkerIsAnsweredWhenTheDaemonEnds) {

@@ -17,6 +17,7 @@
 #include "orbisk/fileindex/index_mgr.h"
 #include "orbisk/fileindex/status_mgr.h"
 #include "tests/support/eventually.h"
+#include "tests/support/json_list.h"
 #include "tests/support/temp_dir.h"
 #include "tests/system/fileindexctl_box.h"
 
@@ -31,12 +32,6 @@ constexpr std::chrono::seconds kLongestOperation{20};
 constexpr size_t kLongestStory = 60;
 constexpr int kRefused = 3;  // exit statuses
 constexpr int kFailed = 4;
-
-Json::Value ListOf(const Json::Value& item) {
-  Json::Value list(Json::arrayValue);
-  list.append(item);
-  return list;
-}
 
 Json::Value FolderOf(const std::string& path, bool document) {
   Json::Value folder;
@@ -129,13 +124,13 @@ void TruthManager::BeginFolder(unsigned kind) {
   switch (kind) {
     case 0:
     case 1:
-      return Start("add " + path, [path] { fi::FolderAdd(ListOf(FolderOf(path, true)), false); });
+      return Start("add " + path, [path] { fi::FolderAdd(ListOf({FolderOf(path, true)}), false); });
     case 2:
-      return Start("set " + path, [path, on = turn_ % 2 == 0] { fi::FolderSet(ListOf(FolderOf(path, on)), false); });
+      return Start("set " + path, [path, on = turn_ % 2 == 0] { fi::FolderSet(ListOf({FolderOf(path, on)}), false); });
     case 3:
-      return Start("delete " + path, [path] { fi::FolderDelete(ListOf(path)); });
+      return Start("delete " + path, [path] { fi::FolderDelete(ListOf({path})); });
     case 4:
-      return Start("reindex " + path, [path] { fi::FolderReindex(ListOf(path)); });
+      return Start("reindex " + path, [path] { fi::FolderReindex(ListOf({path})); });
     default:
       return Start("rebuild " + share, [share] { fi::ShareRebuild(share); });
   }
@@ -196,7 +191,9 @@ void TruthManager::Settle() {
       MakeGood({"share", "resume", share});
     }
   }
-  if (paused_volume_ || trouble_) {
+  const bool any_is_indexed =
+      std::any_of(shares_.begin(), shares_.end(), [&](const auto& share) { return IsIndexed(share); });
+  if (any_is_indexed && (paused_volume_ || trouble_)) {
     MakeGood({"volume", "resume", volume_});
   }
   paused_ = paused_volume_ = trouble_ = false;

@@ -106,8 +106,10 @@ void Scribbler::AddName(const std::string& from, const std::string& to) {
   if (lstat(from.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) {
     return;
   }
-  shared_.insert({info.st_dev, info.st_ino});
   fs::create_hard_link(from, to, ignored_);
+  if (!ignored_) {
+    shared_.insert({info.st_dev, info.st_ino});
+  }
   Tell("link", from, to);
 }
 

@@ -1,11 +1,16 @@
 // "fileindexctl share rename", "pause", "rebuild" and the like: what the box does when something became of a share.
+#include <limits.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "nimo/index_location.h"
+#include "nimo/monitor_queue.h"
 #include "nimo/share_registry.h"
 #include "orbisk/fileindex/folder_mgr.h"
 #include "orbisk/fileindex/index_mgr.h"
@@ -21,7 +26,10 @@ namespace fileindexctl {
 namespace {
 
 namespace index = orbisk::fileindex;
+using NIMO::NIMOTIFYD::MonitorQueue;
 using NIMO::SHARE::Entry;
+
+constexpr char kLibrary[] = "fileindex";  // what it registers queues as
 
 struct Options {
   std::string share;
@@ -68,6 +76,15 @@ void CheckPaused(const std::string& share) {
   }
 }
 
+// A share that was not paused is watched still, and nobody would ever read what is recorded of it.
+void StopWatching(const std::string& share_path) {
+  std::array<char, PATH_MAX> queue{};
+  if (FILEIDXQueuePathCompose(share_path.c_str(), queue.data(), queue.size()) < 0 ||
+      !MonitorQueue::Delete(queue.data(), kLibrary, NIMO::NIMOTIFYD::MONITOR_QUEUE_TYPE_APPLICATION)) {
+    throw std::runtime_error("cannot have the change monitor let go of " + share_path);
+  }
+}
+
 void ClearPaused(const Options& options) {
   CheckPathOf(options);
   if (!options.force) {
@@ -75,6 +92,9 @@ void ClearPaused(const Options& options) {
   }
   Confirm("Forget the share " + options.share + " at " + options.path + " and delete its index?", options.yes);
   const WaitNotice notice;
+  if (options.force) {
+    StopWatching(options.path);
+  }
   Forgetting([&] { return std::vector<std::string>{options.share}; },
              [&] { index::ShareClearPaused(options.share, options.path); });
 }

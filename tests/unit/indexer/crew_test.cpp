@@ -4,10 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
+#include <memory>
 #include <semaphore>
 #include <stdexcept>
 #include <thread>
+
+#include "tests/support/eventually.h"
 
 namespace fileindexd {
 namespace {
@@ -56,6 +58,9 @@ TEST(CrewTest, WhatHasNotBegunIsDroppedAtTheEnd) {
   std::atomic<int> done{0};
   std::binary_semaphore go{0};
   std::binary_semaphore begun{0};
+  auto owned = std::make_shared<int>();  // by the job that has not begun
+  const std::weak_ptr<int> left = owned;
+  bool was_dropped = false;
   {
     std::jthread helper;
     Crew crew(1);
@@ -64,13 +69,14 @@ TEST(CrewTest, WhatHasNotBegunIsDroppedAtTheEnd) {
       go.acquire();
     });
     begun.acquire();
-    crew.Give([&done] { ++done; });
-    helper = std::jthread([&go] {
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    crew.Give([&done, owned = std::move(owned)] { done += owned.use_count() > 0 ? 1 : 0; });
+    helper = std::jthread([&] {
+      was_dropped = orbisk::test::Eventually([&left] { return left.expired(); });
       go.release();
     });
   }
 
+  EXPECT_TRUE(was_dropped);
   EXPECT_EQ(done, 0);
 }
 

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <limits>
 #include <optional>
 
 #include "services/base/json_text.h"
@@ -288,14 +287,9 @@ TEST_F(SearchCommand, OfManyIndexesHasOneTimeLimitForAll) {
   for (int i = 0; i < 8; ++i) {
     const std::string id = "many" + std::to_string(i);
     catalog_.Create(id, dir_ / id, mappings, Json::Value(Json::objectValue), Json::Value());
-    const HostPtr host = catalog_.Require(id);
-    const HostedIndex::Use index(*host);
-    for (int number = 0; number < 2'000; ++number) {
-      Json::Value document;
-      document["p"] = "/v/" + std::to_string(number);
-      index->Upsert(document["p"].asString(), document);
-    }
-    index->Commit();
+    Change(id,
+           "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 10000) "
+           "INSERT INTO doc(path) SELECT CAST('/v/' || i AS BLOB) FROM n");
     question["id"].append(id);
   }
   std::string query = "folder:/none";
@@ -303,21 +297,23 @@ TEST_F(SearchCommand, OfManyIndexesHasOneTimeLimitForAll) {
     query += " OR folder:/none/" + std::to_string(i);
   }
   question["query"] = query;
-  std::int64_t all_take_ms = std::numeric_limits<std::int64_t>::max();
-  for (int run = 0; run < 3; ++run) {  // the quickest, because others may be at work on the machine
+
+  // One alone stays far below the limit, however busy the machine is. All together do not, unless the machine got
+  // quicker meanwhile.
+  for (int round = 0; round < 5; ++round) {
+    question.removeMember("time_limit_ms");
     const auto start = std::chrono::steady_clock::now();
     Run("document_search", question);
     const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
-    all_take_ms = std::min<std::int64_t>(all_take_ms, took.count());
+    question["time_limit_ms"] = Json::Int64{std::max<std::int64_t>(took.count() * 2 / 3, 1)};
+    try {
+      Run("document_search", question);
+    } catch (const search::Error& error) {
+      EXPECT_EQ(search::ErrorCode::kQueryTimeout, error.code());
+      return;
+    }
   }
-  question["time_limit_ms"] = Json::Int64{std::max<std::int64_t>(all_take_ms / 3, 1)};
-
-  try {
-    Run("document_search", question);
-    FAIL() << "each index had the whole limit, a third of the " << all_take_ms << " ms that all take";
-  } catch (const search::Error& error) {
-    EXPECT_EQ(search::ErrorCode::kQueryTimeout, error.code());
-  }
+  FAIL() << "each index had the whole limit, two thirds of what all take";
 }
 
 TEST_F(SearchCommand, NullIsTheSameAsAMissingMember) {
