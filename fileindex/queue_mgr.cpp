@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <fstream>
 #include <string_view>
@@ -23,6 +24,10 @@ bool FindQueue(const std::string& path, const std::function<bool(const Event&)>&
     return false;
   }
   std::ifstream input_stream(path);
+  // Whoever freezes the queue may have moved it aside just now.
+  if (!input_stream && errno == ENOENT) {
+    return false;
+  }
   ORBISK_CHECK(!input_stream, 502, "Failed to open queue, reason=" + GetErrnoStr());
   for (std::string line; std::getline(input_stream, line);) {
     if (predicate(Event(line))) {
@@ -103,6 +108,9 @@ bool QueueFileSearch::FindQueue(const std::string& full_path) {
       return false;
     }
     auto input_stream = std::make_unique<std::ifstream>(path_);
+    if (!*input_stream && errno == ENOENT) {
+      return false;
+    }
     ORBISK_CHECK_TEXT(!*input_stream, "!input_stream", 502, "Failed to open queue, reason=" + GetErrnoStr());
     input_ = std::move(input_stream);
   }

@@ -7,10 +7,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <string>
+#include <thread>
 
+#include "fileindex/queue_search.h"
 #include "orbisk/error.h"
 #include "orbisk/lock_file.h"
 #include "tests/support/fake_time.h"
@@ -348,6 +352,30 @@ using QueueQuestion = QueueMgrTest;
 TEST_F(QueueQuestion, WithoutFilesTheAnswerIsNo) {
   EXPECT_FALSE(IsProcessing("/v"));
   EXPECT_FALSE(HasReindex("/v"));
+}
+
+TEST_F(QueueQuestion, AQueueThatIsMovedAsideMeanwhileIsNoError) {
+  WriteQueue({Create("/v/s/d")});
+  std::atomic<bool> stop{false};
+  std::jthread mover([&] {
+    while (!stop) {
+      std::filesystem::rename(queue_, side_);
+      std::filesystem::rename(side_, queue_);
+    }
+  });
+
+  std::string error;
+  for (int question = 0; question < 10'000 && error.empty(); ++question) {
+    try {
+      HasReindex("/v/s");
+      QueueFileSearch(queue_, {"/v/s"}).FindQueue("/v/s");
+    } catch (const Error& caught) {
+      error = caught.reason();
+    }
+  }
+  stop = true;
+
+  EXPECT_EQ(error, "");
 }
 
 TEST_F(QueueQuestion, ProcessingHoldsForEventsAtThePathAndBelow) {
