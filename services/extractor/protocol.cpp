@@ -60,7 +60,10 @@ Request ParseRequest(std::string_view text) {
   }
   Request request;
   if (value->isMember("status")) {
+    const Json::Value& since = (*value)["since"];
     request.kind = Request::Kind::kStatus;
+    request.wants_failures = since.isUInt64();
+    request.since = request.wants_failures ? since.asUInt64() : 0;
     return request;
   }
   const Json::Value& path = (*value)[names::kPath];

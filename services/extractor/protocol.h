@@ -4,6 +4,7 @@
 #include <json/json.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -31,7 +32,9 @@ struct Request {
   std::string path;         ///< absolute
   std::string pseudo_path;  ///< what the document names; `path` if the client named none
   bool need_meta = false;
-  std::string complaint;  ///< what is wrong with a malformed one
+  uint64_t since = 0;           ///< of a question for the status: how many failures its sender has been told of
+  bool wants_failures = false;  ///< all that came after those, as far as they are known
+  std::string complaint;        ///< what is wrong with a malformed one
 };
 
 /// Understands the text of a request. Never throws for what it holds.

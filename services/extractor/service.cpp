@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <exception>
 #include <memory>
 #include <optional>
@@ -21,7 +22,9 @@ using service::UniqueFd;
 namespace {
 
 constexpr size_t kMostFailures = 10'000;
-constexpr size_t kMostLatest = 100;
+constexpr size_t kUsualLatest = 100;
+constexpr size_t kMostLatest = 10'000;
+constexpr size_t kMostLatestBytes = size_t{4} << 20;
 
 ErrorCode CodeOf(Outcome::Kind kind) {
   switch (kind) {
@@ -53,7 +56,7 @@ void Service::Handle(const std::string& request, const Reply& reply) {
   const Request understood = ParseRequest(request);
   switch (understood.kind) {
     case Request::Kind::kStatus:
-      reply(DataAnswer(Status()));
+      reply(DataAnswer(Status(understood)));
       return;
     case Request::Kind::kMalformed:
       reply(ErrorAnswer(ErrorCode::kMalformed, understood.complaint));
@@ -150,12 +153,21 @@ void Service::Note(const std::string& path, const std::string& reason, const std
   Record(level, "content_failed").Add("reason", reason).Add("message", message).Add("path", path);
   ++counts_[reason];
   latest_.push_back({path, reason, message});
-  if (latest_.size() > kMostLatest) {
+  latest_bytes_ += latest_.back().size();
+  ++noted_;
+  while (latest_.size() > kMostLatest || latest_bytes_ > kMostLatestBytes) {
+    latest_bytes_ -= latest_.front().size();
     latest_.pop_front();
   }
 }
 
-Json::Value Service::Status() const {
+// How many of the latest failures an answer has. Who was told of more than there were asked another extractor.
+size_t Service::CountLatest(const Request& request) const {
+  const uint64_t news = request.since > noted_ ? noted_ : noted_ - request.since;
+  return std::min<uint64_t>(latest_.size(), request.wants_failures ? news : kUsualLatest);
+}
+
+Json::Value Service::Status(const Request& request) const {
   Json::Value status(Json::objectValue);
   Json::Value& in_work = status["in_work"] = Json::Value(Json::arrayValue);
   Json::Value& workers = status["workers"] = Json::Value(Json::arrayValue);
@@ -181,11 +193,11 @@ Json::Value Service::Status() const {
     counts[reason] = Json::UInt64{count};
   }
   Json::Value& latest = status["latest_failures"] = Json::Value(Json::arrayValue);
-  for (const Latest& failure : latest_) {
+  for (size_t i = latest_.size() - CountLatest(request); i < latest_.size(); ++i) {
     Json::Value entry;
-    entry["path"] = failure.path;
-    entry["reason"] = failure.reason;
-    entry["message"] = failure.message;
+    entry["path"] = latest_[i].path;
+    entry["reason"] = latest_[i].reason;
+    entry["message"] = latest_[i].message;
     latest.append(std::move(entry));
   }
   return status;

@@ -40,6 +40,7 @@ class Service {
     std::string path;
     std::string reason;
     std::string message;
+    size_t size() const { return path.size() + reason.size() + message.size(); }
   };
 
   void Parse(const Request& request, const Reply& reply);
@@ -48,14 +49,17 @@ class Service {
   void OnOutcome(const Request& request, const Attributes& attributes, Json::Value document, Outcome outcome,
                  const Reply& reply);
   void Note(const std::string& path, const std::string& reason, const std::string& message);
-  Json::Value Status() const;
+  size_t CountLatest(const Request& request) const;
+  Json::Value Status(const Request& request) const;
 
   const std::string reader_;  // tells one way of reading from others
   FailureStore failures_;
   uint64_t requests_ = 0;
   uint64_t contents_ = 0;                   // read to their end
   std::map<std::string, uint64_t> counts_;  // failures, by reason
-  std::deque<Latest> latest_;
+  std::deque<Latest> latest_;               // failures, but for those answered from memory
+  size_t latest_bytes_ = 0;                 // in them
+  uint64_t noted_ = 0;                      // how many there ever were
   Pool pool_;
 };
 

@@ -77,10 +77,11 @@ std::string ReaderOf(const Json::Value& status) {
   return data.isObject() && data["reader"].isString() ? data["reader"].asString() : "";
 }
 
-Json::Value AskExtractor(const std::string& socket) {
+Json::Value AskExtractor(std::uint64_t told, const std::string& socket) {
+  const std::string question = "{\"status\":true,\"since\":" + std::to_string(told) + "}";
   HastyConnection connection(socket);
   std::string text;
-  if (!connection.Connect(kPatienceSeconds) || !connection.LimitReceiving() || !connection.Send("{\"status\":true}") ||
+  if (!connection.Connect(kPatienceSeconds) || !connection.LimitReceiving() || !connection.Send(question) ||
       !connection.Recv(text)) {
     return Json::Value();
   }

@@ -31,13 +31,14 @@ FileWatch::FileWatch(boost::asio::io_context& context) : inotify_(context, Open(
   Read();
 }
 
-FileWatch::Id FileWatch::Add(const std::string& path, std::function<void()> on_change) {
+FileWatch::Id FileWatch::Add(const std::string& path, bool creation, std::function<void()> on_change) {
   const size_t slash = path.rfind('/');
   const Id id = next_id_++;
   File& file = files_[id];
   file.folder = path.substr(0, slash);
   file.name = path.substr(slash + 1);
   file.on_change = std::move(on_change);
+  file.creation = creation;
   if (!Arm(file)) {
     WaitForMissing();
   }
@@ -78,7 +79,8 @@ void FileWatch::LookForMissing() {
 }
 
 bool FileWatch::Arm(File& file) {
-  file.watch = inotify_add_watch(inotify_.native_handle(), file.folder.c_str(), kEvents);
+  const std::uint32_t events = kEvents | IN_MASK_ADD | (file.creation ? IN_CREATE : 0U);
+  file.watch = inotify_add_watch(inotify_.native_handle(), file.folder.c_str(), events);
   return file.watch >= 0;
 }
 
@@ -108,7 +110,8 @@ void FileWatch::Take(size_t bytes) {
       Lose(event.wd);
     }
     for (const auto& [id, file] : files_) {
-      const bool named = file.watch == event.wd && file.name == name;
+      const bool named =
+          file.watch == event.wd && file.name == name && ((event.mask & IN_CREATE) == 0 || file.creation);
       if (named || (event.mask & IN_Q_OVERFLOW) != 0) {
         changed[id] = file.on_change;
       }

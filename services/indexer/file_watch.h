@@ -9,6 +9,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <utility>
 
 namespace fileindexd {
 
@@ -29,7 +30,11 @@ class FileWatch {
 
   /// From now on `on_change` is called after each write to the file at `path`, when another one gets its name, when it
   /// is removed, and when its folder appears.
-  Id Add(const std::string& path, std::function<void()> on_change);
+  Id Add(const std::string& path, std::function<void()> on_change) { return Add(path, false, std::move(on_change)); }
+  /// The same, and also when the file is made: a socket, which nobody writes to.
+  Id AddSocket(const std::string& path, std::function<void()> on_change) {
+    return Add(path, true, std::move(on_change));
+  }
   void Remove(Id id);
   /// Looks for missing folders now.
   void LookForMissing();
@@ -39,9 +44,11 @@ class FileWatch {
     std::string folder;
     std::string name;
     std::function<void()> on_change;
-    int watch = -1;  // of the folder; -1: missing
+    bool creation = false;  // tells, too
+    int watch = -1;         // of the folder; -1: missing
   };
 
+  Id Add(const std::string& path, bool creation, std::function<void()> on_change);
   bool Arm(File& file);
   void Read();
   void Take(size_t bytes);

@@ -86,9 +86,9 @@ void Pass::Apply(Reconciler& reconciler, Progress& progress, bool again) {
       [&](const Single& single) {
         single.attributes ? reconciler.UpdateAttributes(single.path, doubt_) : reconciler.Update(single.path, again);
       });
-  for (const std::string& path : anew_) {
-    reconciler.Update(path, false);
-  }
+  InPortions(
+      anew_, [](const std::string& path) { return path; }, expect,
+      [&](const std::string& path) { reconciler.Update(path, false); });
   InPortions(
       trees_, [](const std::string& tree) { return tree; }, expect,
       [&](const std::string& tree) {

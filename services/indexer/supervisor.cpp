@@ -13,6 +13,7 @@
 #include "orbisk/fileindex/folder_mgr.h"
 #include "orbisk/fileindex/status_mgr.h"
 #include "services/base/log.h"
+#include "services/indexer/broken_contents.h"
 
 namespace fileindexd {
 
@@ -24,6 +25,7 @@ namespace {
 
 constexpr std::chrono::seconds kLongestDeletion{10};
 constexpr std::chrono::seconds kLater{30};
+constexpr std::chrono::milliseconds kUntilItListens{500};
 
 Json::Value Success() {
   Json::Value answer;
@@ -60,12 +62,14 @@ Supervisor::Supervisor(boost::asio::io_context& context, const SupervisorSetting
               }),
       registrations_(context, settings.worker.registrations),
       pause_end_(context),
-      later_(context) {}
+      later_(context),
+      extractor_came_(context) {}
 
 void Supervisor::Start() {
   watch_.Add(settings_.worker.folders_file, [this] { Configure(); });
   watch_.Add(settings_.share_registry, [this] { Configure(); });
   watch_.Add(settings_.worker.status_file, [this] { ReadStatus(); });
+  watch_.AddSocket(kExtractorSocket, [this] { OnExtractor(); });
   Reload();
 }
 
@@ -206,6 +210,18 @@ void Supervisor::AwaitMonitor(const std::string& share) {
     const auto found = slots_.find(share);
     if (found != slots_.end()) {
       found->second.worker->CompareAll();
+    }
+  });
+}
+
+// Its socket came or went. Another one may read what failed before, so nobody has to wait for the next change.
+void Supervisor::OnExtractor() {
+  extractor_came_.expires_after(kUntilItListens);
+  extractor_came_.async_wait([this](const boost::system::error_code& error) {
+    if (!error) {
+      for (auto& [share, slot] : slots_) {
+        slot.worker->NoteExtractor();
+      }
     }
   });
 }

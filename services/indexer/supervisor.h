@@ -65,6 +65,7 @@ class Supervisor {
   std::set<std::string> WantedShares();
   void CreateWorker(const std::string& share);
   void AwaitMonitor(const std::string& share);
+  void OnExtractor();
   void ConfigureLater();
   void Leave(Slot& slot);
   void OnEnd(const std::string& share);
@@ -82,7 +83,8 @@ class Supervisor {
   MountWatch mounts_;
   RegistrationWatch registrations_;
   boost::asio::system_timer pause_end_;
-  boost::asio::steady_timer later_;  // to configure once more
+  boost::asio::steady_timer later_;           // to configure once more
+  boost::asio::steady_timer extractor_came_;  // some time ago
   bool stopping_ = false;
   bool paused_ = false;
   long pause_until_ = 0;                         // while paused: seconds since 1970, 0 for no end

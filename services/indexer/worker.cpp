@@ -174,6 +174,12 @@ void Worker::NoteMounts() {
   wake_.notify_one();
 }
 
+void Worker::NoteExtractor() {
+  const std::lock_guard lock(mutex_);
+  extractor_came_ = true;
+  wake_.notify_one();
+}
+
 void Worker::SetPaused(bool paused) {
   const std::lock_guard lock(mutex_);
   look_again_ = look_again_ || (paused_ && !paused);
@@ -240,12 +246,13 @@ bool Worker::WaitForWork() {
       due = std::min(due.value_or(*recovery_at_), *recovery_at_);
     }
     const bool may_be_back = offline_ && mounts_changed_;
-    if (look_again_ || may_be_back || (flagged_ && !retry_at_) || (due && *due <= Clock::now())) {
+    if (look_again_ || may_be_back || extractor_came_ || (flagged_ && !retry_at_) || (due && *due <= Clock::now())) {
       settle_.Take();
       tries_again_ = retry_at_.has_value() && !look_again_;
       look_again_ = false;
       offline_ = false;
       mounts_changed_ = false;
+      another_extractor_ = std::exchange(extractor_came_, false) || another_extractor_;
       flagged_ = false;
       retry_at_.reset();
       recovery_at_.reset();  // the pass looks for itself whether it is time
@@ -521,7 +528,7 @@ void Worker::KeepFailures() {
 
 // What it says of contents, and whether it is still the one that was met before.
 void Worker::MeetExtractor() {
-  const Json::Value status = AskExtractor();
+  const Json::Value status = AskExtractor(broken_contents_.told());
   if (status.isNull()) {
     return;
   }
@@ -538,10 +545,13 @@ void Worker::FindFailuresToRetry() {
   failures_loaded_ = true;
   if (!std::exchange(met_extractor_, true)) {
     // What it said before this daemon's work is old. One that does not answer yet says nothing before that work.
-    const Json::Value status = AskExtractor();
+    const Json::Value status = AskExtractor(broken_contents_.told());
     reader_ = ReaderOf(status);
     broken_contents_.Skip(status);
+  } else if (another_extractor_) {
+    MeetExtractor();
   }
+  another_extractor_ = false;
   Failures& failures = progress_.failures();
   if (reader_.empty() || failures.reader() == reader_) {
     return;

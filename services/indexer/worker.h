@@ -84,6 +84,8 @@ class Worker {
   void NoteFlag();
   /// File systems came, went, or changed: a share that could not be reached, or was locked or read-only, is looked at.
   void NoteMounts();
+  /// The extractor was started: another one may read what failed.
+  void NoteExtractor();
   /// Changes may not have been recorded, or the index was made anew: the whole share has to be compared, by a later
   /// daemon if this one ends. A pass in work is broken off.
   void CompareAll();
@@ -146,6 +148,7 @@ class Worker {
   bool flagged_ = false;                          // NoteFlag
   bool offline_ = false;                          // the last pass found the share away, locked or read-only
   bool mounts_changed_ = false;                   // NoteMounts since that pass began
+  bool extractor_came_ = false;                   // NoteExtractor since then
   bool paused_;
   bool stop_ = false;
   bool compare_ = false;  // CompareAll was called: no mark is stored until the comparison begins
@@ -181,8 +184,9 @@ class Worker {
   bool schema_known_ = false;      // it is the present one, or was made anew
   bool told_no_space_ = false;
   bool failures_loaded_ = false;
-  bool met_extractor_ = false;   // or it was not there to be met
-  bool retry_unlisted_ = false;  // failures of another one, too many for the list
+  bool met_extractor_ = false;      // or it was not there to be met
+  bool another_extractor_ = false;  // NoteExtractor before this pass
+  bool retry_unlisted_ = false;     // failures of another one, too many for the list
 
   Progress progress_;
   std::thread thread_;

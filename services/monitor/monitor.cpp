@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <ctime>
 #include <thread>
 #include <utility>
 
@@ -30,10 +31,8 @@ void AppendJson(std::string& text, const char* key, const std::string& value) {
   text += std::string(text.size() > 1 ? "," : "") + "\"" + key + "\":" + value;
 }
 
-bool IsFile(const std::string& path) {
-  struct stat info {};
-  return lstat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
-}
+// More than the clock that files are stamped with takes for a tick.
+constexpr std::chrono::milliseconds kYoung{20};
 
 std::string Quoted(const std::string& value) {
   std::string text = "\"";
@@ -59,6 +58,20 @@ Monitor::~Monitor() {
   if (mounts_changed_.is_open()) {
     mounts_changed_.release();
   }
+}
+
+// Nothing if there is no file.
+std::optional<Monitor::FileState> Monitor::LookAtFile(const std::string& path) {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  struct stat info {};
+  if (lstat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) {
+    return std::nullopt;
+  }
+  const auto nanoseconds = [](const timespec& time) { return int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec; };
+  const std::chrono::nanoseconds age{nanoseconds(now) - nanoseconds(info.st_ctim)};
+  return FileState{info.st_dev, info.st_ino, info.st_size, nanoseconds(info.st_mtim), nanoseconds(info.st_ctim),
+                   age < kYoung};
 }
 
 // ---- start and stop
@@ -285,19 +298,23 @@ void Monitor::RefreshPoints(bool announce) {
 }
 
 // What lies at a registered path may be a file. No folder's watch tells of it where the folder that it lies in is not
-// registered too; a guard does, and not what happened. Both lines have whoever reads them look at the file.
+// registered too; a guard does, and not what happened, nor to which. Both lines have whoever reads them look at the
+// file.
 void Monitor::FollowFiles(bool announce) {
-  std::set<std::string> files;
+  std::map<std::string, FileState> files;
   for (const std::string& path : scopes_->folders()) {
     if (points_.count(path) != 0) {
       continue;
     }
-    const bool is_file = IsFile(path);
-    if (announce && (is_file || files_.count(path) != 0)) {
-      recorder_->Report({recorder_->MakeView(0, path)}, {}, false, is_file ? kCreate : kDelete);
+    const std::optional<FileState> file = LookAtFile(path);
+    const auto before = files_.find(path);
+    if (announce && file && (before == files_.end() || before->second.young || !before->second.Same(*file))) {
+      recorder_->Report({recorder_->MakeView(0, path)}, {}, false, kCreate);
+    } else if (announce && !file && before != files_.end()) {
+      recorder_->Report({recorder_->MakeView(0, path)}, {}, false, kDelete);
     }
-    if (is_file) {
-      files.insert(path);
+    if (file) {
+      files.emplace(path, *file);
     }
   }
   files_ = std::move(files);
@@ -373,8 +390,9 @@ void Monitor::AddPoints(const std::vector<std::string>& folders) {
     steps = std::move(steps_after);
   }
   for (const std::string& path : folders) {
-    if (points_.count(path) == 0 && IsFile(path)) {
-      files_.insert(path);
+    const std::optional<FileState> file = points_.count(path) == 0 ? LookAtFile(path) : std::nullopt;
+    if (file) {
+      files_.insert_or_assign(path, *file);
     }
   }
   UpdatePresence();

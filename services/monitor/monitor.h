@@ -1,13 +1,16 @@
 // The daemon's body: registrations in, kernel events in, queue lines out.
 #pragma once
 
+#include <sys/types.h>
+
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/steady_timer.hpp>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
-#include <set>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -76,6 +79,20 @@ class Monitor {
     Source* source;
   };
 
+  // A file at a registered path, as it was found. One so young may have changed again with the same dates.
+  struct FileState {
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    int64_t modified = 0;  // nanoseconds since 1970, as below
+    int64_t changed = 0;
+    bool young = false;
+    bool Same(const FileState& other) const {
+      return device == other.device && inode == other.inode && size == other.size && modified == other.modified &&
+             changed == other.changed;
+    }
+  };
+
   bool CreateSources();
   Source* AddSource(std::unique_ptr<Watcher> watcher, const char* name);
   Source* InotifySource();
@@ -99,6 +116,7 @@ class Monitor {
   bool Establish(const std::string& path, const PlannedPoint& point);
   void ReportFolder(const std::string& path);
   void FollowFiles(bool announce);
+  static std::optional<FileState> LookAtFile(const std::string& path);
   void CrashSinksAt(const std::string& path, const char* reason);
   void CrashAll(const char* reason);
   void UpdatePresence();
@@ -120,7 +138,7 @@ class Monitor {
   std::unique_ptr<Scopes> scopes_;
   std::unique_ptr<Recorder> recorder_;
   std::map<std::string, ActivePoint> points_;
-  std::set<std::string> files_;  // registered paths at which there is a file and no folder
+  std::map<std::string, FileState> files_;  // at registered paths, where there is no folder
 
   uint64_t overflows_ = 0;
   bool stopped_ = false;

@@ -119,5 +119,26 @@ TEST_F(IndexerReading, WhatFailedInAPausedFolderIsTriedByAnotherReaderWhenItIsRe
   EXPECT_THAT(Failed(), IsEmpty());
 }
 
+TEST_F(IndexerReading, WhatFailedIsTriedAgainWhenTheExtractorIsReplacedThoughNoFileChanges) {
+  Write("slow", "sleep_ms 1500");
+  StartIndexer();
+  ASSERT_TRUE(Eventually([] { return IsIdle() && Failed().size() == 1; }));
+
+  UseAnother("20");
+
+  EXPECT_TRUE(Eventually([] { return IsIdle() && Failed().empty(); }));
+}
+
+TEST_F(IndexerReading, AllOfManyBrokenFilesAreTold) {
+  for (int i = 0; i < 300; ++i) {
+    Write(std::to_string(i), "broken");
+  }
+
+  StartIndexer();
+
+  EXPECT_TRUE(Eventually([] { return IsIdle() && StatusOf()["failed"].asInt() == 300; }, std::chrono::minutes(2)))
+      << StatusOf()["failed"];
+}
+
 }  // namespace
 }  // namespace orbisk::test

@@ -33,6 +33,20 @@ TEST(ParseRequest, UnderstandsGoodOnes) {
   EXPECT_EQ(ParseRequest(R"({"status":true})").kind, Request::Kind::kStatus);
 }
 
+TEST(ParseRequest, AQuestionForTheStatusMaySayHowManyFailuresItsSenderKnows) {
+  EXPECT_FALSE(ParseRequest(R"({"status":true})").wants_failures);
+  for (const char* const odd : {"-1", "1.5", "\"7\"", "null", "[7]"}) {
+    const Request request = ParseRequest(std::string(R"({"status":true,"since":)") + odd + "}");
+    EXPECT_EQ(request.kind, Request::Kind::kStatus) << odd;
+    EXPECT_FALSE(request.wants_failures) << odd;
+  }
+
+  const Request request = ParseRequest(R"({"status":true,"since":7})");
+
+  EXPECT_TRUE(request.wants_failures);
+  EXPECT_EQ(request.since, 7U);
+}
+
 TEST(ParseRequest, ComplainsAboutBadOnes) {
   const std::string cases[] = {"",
                                "{",

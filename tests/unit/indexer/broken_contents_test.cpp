@@ -121,7 +121,7 @@ TEST(BrokenContents, AnExtractorThatSaysNothingIsNotWaitedFor) {
   const orbisk::test::TempDir dir;
   const service::UniqueFd silent(orbisk::test::ListenAt(dir / "socket"));
 
-  EXPECT_TRUE(AskExtractor(dir / "socket").isNull());
+  EXPECT_TRUE(AskExtractor(0, dir / "socket").isNull());
 }
 
 }  // namespace

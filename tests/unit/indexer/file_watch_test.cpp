@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "tests/support/local_socket.h"
 #include "tests/support/temp_dir.h"
 #include "tests/unit/indexer/loop.h"
 
@@ -68,6 +69,18 @@ TEST_F(FileWatchTest, CreationAndOtherFilesAreNotTold) {
   WriteFile(dir_ / "queue", "text");
 
   EXPECT_FALSE(IsTold(told_));
+}
+
+TEST_F(FileWatchTest, ASocketIsToldOfWhenItIsMadeThoughAnotherFileIsWatchedBesideIt) {
+  int socket = 0;
+  watch_.AddSocket(folder_ + "/socket", [&socket] { ++socket; });
+  Count(file_, told_);
+
+  close(orbisk::test::ListenAt(folder_ + "/socket"));
+  EXPECT_TRUE(IsTold(socket));
+
+  std::ofstream(file_).close();
+  EXPECT_FALSE(IsTold(told_)) << "a file that is made is no news";
 }
 
 TEST_F(FileWatchTest, RemovalIsTold) {

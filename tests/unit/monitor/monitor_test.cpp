@@ -411,5 +411,70 @@ TEST_F(MonitorTest, AFolderLessOrAnotherMaskGuardsAllAnew) {
   EXPECT_GT(guarded_anew, 0);
 }
 
+// Two registered files, which no folder's watch tells of.
+class MonitorFiles : public MonitorTest {
+ protected:
+  MonitorFiles() {
+    WriteFile(One(), "one");
+    WriteFile(Two(), "two");
+    Register("a", queue(), {One(), Two()});
+    script_.drain = [this] {
+      DrainReport report;
+      report.roots_touched = std::exchange(touched_, false);
+      ++drains_;
+      return report;
+    };
+  }
+  std::string One() const { return folder_ / "one.txt"; }
+  std::string Two() const { return folder_ / "two.txt"; }
+  static std::string Line(int event, const std::string& path) {
+    return R"({"event":)" + std::to_string(event) + R"(,"is_dir":false,"path":")" + path + "\"}\n";
+  }
+  // What is written after something at a guarded place was touched.
+  std::string AfterATouch() {
+    const std::string before = Written();
+    const int drains = drains_;
+    touched_ = true;
+    eventfd_write(script_.readable.get(), 1);
+    EXPECT_TRUE(RunUntil([&] { return drains_ > drains && !touched_; }));
+    eventfd_t value = 0;
+    eventfd_read(script_.readable.get(), &value);
+    return Written().substr(before.size());
+  }
+  // What is written to a file from now on gives it other dates.
+  static void Age() { usleep(60'000); }
+
+  bool touched_ = false;
+  int drains_ = 0;
+};
+
+TEST_F(MonitorFiles, OnlyTheOneThatChangedIsToldOf) {
+  Age();
+  ASSERT_TRUE(Start());
+  EXPECT_EQ(AfterATouch(), "");
+
+  WriteFile(One(), "ONE");
+  EXPECT_EQ(AfterATouch(), Line(64, One()));
+  Age();
+  AfterATouch();  // it was young
+  EXPECT_EQ(AfterATouch(), "");
+
+  fs::rename(One(), Two());
+  EXPECT_EQ(AfterATouch(), Line(128, One()) + Line(64, Two()));
+  EXPECT_FALSE(fs::exists(One()));
+}
+
+TEST_F(MonitorFiles, OneThatHasJustChangedIsToldOfAgain) {
+  ASSERT_TRUE(Start());
+  std::string again;
+  for (int attempt = 0; attempt < 50 && again.empty(); ++attempt) {  // a look may come too late to find it young
+    WriteFile(One(), "now");
+    AfterATouch();
+    again = AfterATouch();
+  }
+
+  EXPECT_NE(again.find(Line(64, One())), std::string::npos) << again;
+}
+
 }  // namespace
 }  // namespace nimotifyd
