@@ -35,7 +35,9 @@ class Pass {
 
   /// Whether the queue says that events were lost, so that the whole share has to be compared.
   bool EventsLost() const { return events_lost_; }
-  /// Leaves that comparison to a later pass, and doubts.
+  /// Makes that comparison, whether the queue says so or one was put off before.
+  void Recover() { events_lost_ = doubt_ = true; }
+  /// Leaves it to a later pass, and doubts.
   void PutOffRecovery();
 
   /// Applies what was taken. `again`: the batch was begun before, so what looks current was read then.

@@ -430,7 +430,7 @@ void Worker::PlanRecovery(Pass& pass) {
   recovery_pending_ = recovery_pending_ || pass.EventsLost();
   recovering_ = recovery_pending_ && (whole_share_ || !pace_.Due(Clock::now()));
   if (recovering_) {
-    pass.TakeTree(share_.folder);
+    pass.Recover();
   } else if (recovery_pending_) {
     pass.PutOffRecovery();
   }

@@ -49,10 +49,7 @@ Activity ActivityOfTheBox() {
 using IndexerIdle = IndexerBox;
 
 TEST_F(IndexerIdle, ABoxWithNothingToDoReadsNothingWritesNothingAndSleepsForAMinute) {
-  WriteFile(Docs("a.txt"), "kingfisher");
-  StartIndexer();
-  ASSERT_TRUE(BecomesEqual());
-  ASSERT_TRUE(Eventually([] { return StatusOf()["state"] == "idle" && StatusOf()["backlog"] == 0; }));
+  StartWithOneFile();
   // The kernel's timer for the last client's time limit of 30 s fires once more, although the client has gone.
   usleep(31'000'000);
   Activity before = ActivityOfTheBox();
