@@ -22,7 +22,7 @@ constexpr char kDescriptions[] = "/etc/nimo/services.d/";
 constexpr char kInitScripts[] = "/etc/init.d/";
 constexpr char kPidFiles[] = "/run/nimo";
 // How long a service may take until it says that it is ready. Who starts one may have others wait for a lock.
-constexpr char kReadySeconds[] = "30";
+constexpr char kReadySeconds[] = "10";
 constexpr int kProgramWaits = 2000;
 constexpr useconds_t kProgramWaitMicroseconds = 1000;
 // Asks it to end, and ends it when it does not.

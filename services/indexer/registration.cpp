@@ -53,6 +53,10 @@ bool IsRegistered(const std::string& folder, const std::string& queue) {
   return found.unknown || found.registration;
 }
 
+bool HasRegistration(const std::string& folder, const std::string& queue) {
+  return Find(folder, queue).registration.has_value();
+}
+
 bool Watches(const std::string& folder, const std::string& queue, const std::vector<std::string>& paths) {
   const Found found = Find(folder, queue);
   if (!found.registration) {

@@ -10,6 +10,9 @@ namespace fileindexd {
 /// there, or cannot be read, says nothing: true.
 bool IsRegistered(const std::string& folder, const std::string& queue);
 
+/// The same, but false where the folder is not there.
+bool HasRegistration(const std::string& folder, const std::string& queue);
+
 /// Whether the registration for `queue` covers each of `paths`. Where there is none, somebody wants none: true.
 bool Watches(const std::string& folder, const std::string& queue, const std::vector<std::string>& paths);
 

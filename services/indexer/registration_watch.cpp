@@ -20,7 +20,7 @@ RegistrationWatch::RegistrationWatch(boost::asio::io_context& context, std::stri
 
 void RegistrationWatch::Await(const std::string& queue, std::function<void()> on_watched) {
   waits_.erase(queue);
-  if (!IsRegistered(folder_, queue)) {
+  if (!HasRegistration(folder_, queue)) {
     waits_.emplace(queue, Wait{boost::asio::steady_timer(context_), std::move(on_watched), kLooks});
     LookLater(queue);
   }
@@ -42,7 +42,7 @@ void RegistrationWatch::Look(const std::string& queue) {
   if (wait == waits_.end()) {
     return;
   }
-  if (!IsRegistered(folder_, queue)) {
+  if (!HasRegistration(folder_, queue)) {
     --wait->second.looks_left > 0 ? LookLater(queue) : static_cast<void>(waits_.erase(wait));
     return;
   }

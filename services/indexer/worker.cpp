@@ -302,7 +302,8 @@ bool Worker::DoPass() {
     progress_.SetState(policy_.folders().empty() ? Progress::State::kIdle : Progress::State::kPaused);
     return true;
   }
-  FindRoot();  // before it is asked whether the share is mounted: a volume that goes in between is noticed later
+  // Before it is asked whether the share is mounted: a volume that goes in between is noticed later.
+  root_ = {IdentityOfFolder(share_.folder), IdentityOfIndex(share_.index)};
   if (!orbisk::sdk::SDKShare(share_.name).CanBeIndexed()) {
     // Whoever changes that changes the registry of shares or mounts something, and with it wakes this up.
     had_index_ = false;
@@ -313,6 +314,7 @@ bool Worker::DoPass() {
     progress_.SetProblem("the share is locked or read-only");
     return false;
   }
+  CheckRoot();
   index_.DropChanges();
   if (IsStillFull() || !Probe()) {
     return false;
@@ -484,7 +486,8 @@ void Worker::Apply(bool has_batch, bool again, const std::string& index) {
   const Reconciler::Box box = AskedOfTheBox();
   Reconciler reconciler(index_, policy_, box, progress_);
   reconciler.WorkWith(settings_.hands);
-  reconciler.retry_unlisted = retry_unlisted_;
+  // Folders that are resumed are among the changed ones, and what had failed in them was forgiven.
+  reconciler.retry_unlisted = retry_unlisted_ || !changed_folders_.empty();
   reconciler.on_milestone = [this] {
     CheckOnline();
     MeetExtractor();
@@ -665,8 +668,7 @@ bool Worker::PolicyIsCurrent() {
 }
 
 // What is there when the pass begins, and whether it is the share.
-void Worker::FindRoot() {
-  root_ = {IdentityOfFolder(share_.folder), IdentityOfIndex(share_.index)};
+void Worker::CheckRoot() const {
   if (root_.folder.empty()) {
     throw Offline();
   }
@@ -747,10 +749,10 @@ bool Worker::RebuildIndex(bool delete_first) {
       fi::elastic::ShareIndexDelete(share_.name);
     }
     ForgetMark();
-    fi::elastic::ShareIndexCreate(share_.name);
     if (!IsRegistered(settings_.registrations, share_.queue)) {
-      Register(share_.name, share_.queue);
+      Register(share_.name, share_.queue);  // first: once there is an index, nobody asks for this again
     }
+    fi::elastic::ShareIndexCreate(share_.name);
     missing_since_.reset();
     const std::lock_guard state_lock(mutex_);
     look_again_ = true;

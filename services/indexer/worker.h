@@ -124,7 +124,7 @@ class Worker {
   void FindFailuresToRetry();
   void EndRetry(bool changed, const std::string& tried_by);
   bool Probe();
-  void FindRoot();
+  void CheckRoot() const;
   void CheckOnline() const;
   bool IsStillFull();
   void OnError(int code, const std::string& reason);

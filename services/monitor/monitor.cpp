@@ -31,8 +31,8 @@ void AppendJson(std::string& text, const char* key, const std::string& value) {
   text += std::string(text.size() > 1 ? "," : "") + "\"" + key + "\":" + value;
 }
 
-// More than the clock that files are stamped with takes for a tick.
-constexpr std::chrono::milliseconds kYoung{20};
+// Some file systems keep a date in units of two seconds; and a tick of the clock that files are stamped with.
+constexpr std::chrono::milliseconds kYoung{2020};
 
 std::string Quoted(const std::string& value) {
   std::string text = "\"";
@@ -299,7 +299,7 @@ void Monitor::RefreshPoints(bool announce) {
 
 // What lies at a registered path may be a file. No folder's watch tells of it where the folder that it lies in is not
 // registered too; a guard does, and not what happened, nor to which. Both lines have whoever reads them look at the
-// file.
+// file. One that is known already is told of in any case: its guard may find it as it is then.
 void Monitor::FollowFiles(bool announce) {
   std::map<std::string, FileState> files;
   for (const std::string& path : scopes_->folders()) {
@@ -308,9 +308,10 @@ void Monitor::FollowFiles(bool announce) {
     }
     const std::optional<FileState> file = LookAtFile(path);
     const auto before = files_.find(path);
-    if (announce && file && (before == files_.end() || before->second.young || !before->second.Same(*file))) {
+    const bool known = before != files_.end();
+    if (file && (known ? before->second.young || !before->second.Same(*file) : announce)) {
       recorder_->Report({recorder_->MakeView(0, path)}, {}, false, kCreate);
-    } else if (announce && !file && before != files_.end()) {
+    } else if (!file && known) {
       recorder_->Report({recorder_->MakeView(0, path)}, {}, false, kDelete);
     }
     if (file) {
@@ -392,7 +393,7 @@ void Monitor::AddPoints(const std::vector<std::string>& folders) {
   for (const std::string& path : folders) {
     const std::optional<FileState> file = points_.count(path) == 0 ? LookAtFile(path) : std::nullopt;
     if (file) {
-      files_.insert_or_assign(path, *file);
+      files_.emplace(path, *file);
     }
   }
   UpdatePresence();

@@ -59,7 +59,7 @@ TEST_F(ServiceCommands, SystemdIsNotWaitedForWithoutEnd) {
   EXPECT_GT(0, NLIBServiceStart("nimocontentextractd", TRUE));
   EXPECT_EQ(EIO, NLIBCErrGet());
 
-  EXPECT_EQ("timeout 30 /usr/local/bin/systemctl --quiet --no-ask-password start nimocontentextractd.service\n",
+  EXPECT_EQ("timeout 10 /usr/local/bin/systemctl --quiet --no-ask-password start nimocontentextractd.service\n",
             CommandsRun());
 }
 
@@ -127,7 +127,7 @@ TEST_F(ServiceCommands, TheNextTestEndsServicesAndNobodyWhoseNumberIsLeftOver) {
 TEST_F(ServiceCommands, AServiceThatTellsWhenItIsReadyIsWaitedFor) {
   // Starts without waiting: this service tells nothing.
   AddCommand("start-stop-daemon",
-             "for a; do shift; case $a in --notify*|30) ;; *) set -- \"$@\" \"$a\";; esac; done\n"
+             "for a; do shift; case $a in --notify*|10) ;; *) set -- \"$@\" \"$a\";; esac; done\n"
              "exec /sbin/start-stop-daemon \"$@\"");
   DescribeService("plain", {"/bin/sleep", "1000"});
   DescribeService("telling", {"/bin/sleep", "1000"}, true);
@@ -138,7 +138,7 @@ TEST_F(ServiceCommands, AServiceThatTellsWhenItIsReadyIsWaitedFor) {
   const std::string common =
       "start-stop-daemon --start --quiet --oknodo --background --make-pidfile --pidfile /run/nimo/";
   EXPECT_EQ(common + "plain.pid --exec /bin/sleep -- 1000\n" + common +
-                "telling.pid --exec /bin/sleep --notify-await --notify-timeout 30 -- 1000\n",
+                "telling.pid --exec /bin/sleep --notify-await --notify-timeout 10 -- 1000\n",
             CommandsRun());
 }
 

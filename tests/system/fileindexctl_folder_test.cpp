@@ -225,7 +225,7 @@ TEST_F(FolderCommand, AFolderOfAShareThatIsGoneFailsTheListAndIsNamed) {
   EXPECT_TRUE(FailsWith(
       Fileindexctl({"folder", "list", "--status"}),
       "fileindexctl: error 800: docs (indexed folder /docs) (no such share, though folders of it are indexed; "
-      "'fileindexctl share clear-paused docs PATH' forgets it)"));
+      "'fileindexctl share clear-paused docs PATH --force' forgets it)"));
   EXPECT_EQ(List({}).size(), 5U);
 }
 

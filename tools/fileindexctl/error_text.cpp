@@ -49,7 +49,7 @@ std::string NoSuchShareText(const orbisk::Error& error) {
   const std::string share = GoneButIndexed(error);
   return share.empty() ? "no such share"
                        : "no such share, though folders of it are indexed; 'fileindexctl share clear-paused " + share +
-                             " PATH' forgets it";
+                             " PATH --force' forgets it";
 }
 
 std::string Meaning(const orbisk::Error& error) {

@@ -17,6 +17,7 @@
 #include "tools/fileindexctl/arguments.h"
 #include "tools/fileindexctl/commands.h"
 #include "tools/fileindexctl/confirm.h"
+#include "tools/fileindexctl/daemon_client.h"
 #include "tools/fileindexctl/indexed.h"
 #include "tools/fileindexctl/left_over.h"
 #include "tools/fileindexctl/share_move.h"
@@ -93,6 +94,7 @@ void ClearPaused(const Options& options) {
   Confirm("Forget the share " + options.share + " at " + options.path + " and delete its index?", options.yes);
   const WaitNotice notice;
   if (options.force) {
+    HasIndex(options.share);  // throws if the search daemon does not answer, before anything is gone
     StopWatching(options.path);
   }
   Forgetting([&] { return std::vector<std::string>{options.share}; },

@@ -24,7 +24,7 @@ namespace {
 
 namespace index = orbisk::fileindex;
 
-constexpr std::chrono::seconds kMostToStart{10};
+constexpr std::chrono::seconds kMostToStart{20};
 constexpr std::chrono::milliseconds kBetweenLooks{100};
 
 struct Options {

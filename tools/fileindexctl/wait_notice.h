@@ -7,8 +7,9 @@
 
 namespace fileindexctl {
 
-/// Stands round a call of the library that may wait for the search daemon, or for the lock of the configuration, for
-/// hours. If it stands for three seconds, says so once on standard error, when that is a terminal; else does nothing.
+/// Stands round a call of the library that may wait for hours for the search daemon, and for half a minute for the lock
+/// of the configuration. If it stands for three seconds, says so once on standard error, when that is a terminal; else
+/// does nothing.
 ///
 /// Threads: one object is used by one thread.
 class WaitNotice {

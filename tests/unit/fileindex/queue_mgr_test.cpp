@@ -7,10 +7,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <stop_token>
 #include <string>
 #include <thread>
 
@@ -356,9 +356,8 @@ TEST_F(QueueQuestion, WithoutFilesTheAnswerIsNo) {
 
 TEST_F(QueueQuestion, AQueueThatIsMovedAsideMeanwhileIsNoError) {
   WriteQueue({Create("/v/s/d")});
-  std::atomic<bool> stop{false};
-  std::jthread mover([&] {
-    while (!stop) {
+  std::jthread mover([&](const std::stop_token& stop) {
+    while (!stop.stop_requested()) {
       std::filesystem::rename(queue_, side_);
       std::filesystem::rename(side_, queue_);
     }
@@ -373,7 +372,8 @@ TEST_F(QueueQuestion, AQueueThatIsMovedAsideMeanwhileIsNoError) {
       error = caught.reason();
     }
   }
-  stop = true;
+  mover.request_stop();
+  mover.join();
 
   EXPECT_EQ(error, "");
 }

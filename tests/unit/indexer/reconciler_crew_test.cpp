@@ -30,7 +30,7 @@ class ReconcilerCrew : public ReconcilerBox {
     Reconciler& reconciler = Fresh();
     std::atomic<bool> in_work = false;
     std::atomic<bool> asked_meanwhile = false;
-    std::binary_semaphore asked{0};
+    std::counting_semaphore<> asked{0};
     std::binary_semaphore begun{0};
     index_.on_look_up = [&](const std::string& path) {
       if (in_work && path == second) {
@@ -47,6 +47,7 @@ class ReconcilerCrew : public ReconcilerBox {
     EXPECT_TRUE(begun.try_acquire_for(kLong)) << first;
     reconciler.Update(second, false);
     reconciler.Finish();
+    index_.on_look_up = index_.on_change = [](const std::string&) {};
     return asked_meanwhile;
   }
   // What is written down about a file, or a folder, that the index knows.

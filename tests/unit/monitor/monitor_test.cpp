@@ -441,8 +441,8 @@ class MonitorFiles : public MonitorTest {
     eventfd_read(script_.readable.get(), &value);
     return Written().substr(before.size());
   }
-  // What is written to a file from now on gives it other dates.
-  static void Age() { usleep(60'000); }
+  // What is written to a file from now on gives it other dates, wherever it lies.
+  static void Age() { usleep(2'100'000); }
 
   bool touched_ = false;
   int drains_ = 0;
@@ -462,6 +462,23 @@ TEST_F(MonitorFiles, OnlyTheOneThatChangedIsToldOf) {
   fs::rename(One(), Two());
   EXPECT_EQ(AfterATouch(), Line(128, One()) + Line(64, Two()));
   EXPECT_FALSE(fs::exists(One()));
+}
+
+TEST_F(MonitorFiles, OneThatIsFoundChangedWhileRegistrationsAreReadIsToldOf) {
+  Age();
+  ASSERT_TRUE(Start());
+  EXPECT_EQ(AfterATouch(), "");
+  const std::string before = Written();
+  WriteFile(One(), "ONE");
+  Age();
+
+  Register("b", folder_ / "queue-b", {folder_ / "three.txt"});
+  monitor_.Reload();
+  Register("a", queue(), {One(), Two()}, kCreate);
+  monitor_.Reload();
+  AfterATouch();
+
+  EXPECT_NE(Written().find(Line(64, One()), before.size()), std::string::npos) << Written();
 }
 
 TEST_F(MonitorFiles, OneThatHasJustChangedIsToldOfAgain) {
