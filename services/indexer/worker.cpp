@@ -40,6 +40,8 @@ constexpr std::chrono::milliseconds kFirstBackOff{250};
 constexpr std::chrono::milliseconds kNotReadyBackOff{2'000};  // the longest while a database is opened or mended
 constexpr int kTriesLeftOut = 10;
 constexpr std::uint64_t kMoreRoom = std::uint64_t{1} << 20;  // bytes
+constexpr std::chrono::seconds kStatusPatience{2};
+constexpr std::chrono::milliseconds kStatusLook{10};
 
 // What stands at the share's path is not what stood there.
 struct AnotherFolder : Offline {};
@@ -449,10 +451,15 @@ void Worker::EndRecovery(Clock::time_point begun) {
   }
 }
 
-// Not by StatusMgr, which writes what it read before it got the lock: it would undo a pause that is being stored. While
-// somebody else changes the status the flag stays, and costs one more comparison.
+// Not by StatusMgr, which writes what it read before it got the lock: it would undo a pause that is being stored. Who
+// set the flag may hold the lock still. While somebody holds it for long, the flag stays and costs one more comparison.
 void Worker::TakeFlag() {
-  const service::UniqueFd lock = TryLock(kStatusLock);
+  const Clock::time_point end_of_patience = Clock::now() + kStatusPatience;
+  service::UniqueFd lock = TryLock(kStatusLock);
+  while (!lock.valid() && !interrupt_ && Clock::now() < end_of_patience) {
+    std::this_thread::sleep_for(kStatusLook);
+    lock = TryLock(kStatusLock);
+  }
   Json::Value status;
   if (!lock.valid() || !orbisk::fromFile(status, settings_.status_file) || !status.isObject() ||
       !status["share"].isObject() || !status["share"][share_.name].isInt()) {

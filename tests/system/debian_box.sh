@@ -65,6 +65,9 @@ become_box() {
   done
   mkdir -m 1777 "$root/dev/shm"
   ln -s /proc/self/fd "$root/dev/fd"
+  ln -s /proc/self/fd/0 "$root/dev/stdin"
+  ln -s /proc/self/fd/1 "$root/dev/stdout"
+  ln -s /proc/self/fd/2 "$root/dev/stderr"
   ln -s pts/ptmx "$root/dev/ptmx"  # a unit with devices of its own gets a copy
   mkdir -p "$root/old"
   touch "$root/run/box"

@@ -20,6 +20,8 @@
 #include "orbisk/fileindex/op.h"
 #include "orbisk/fileindex/status_mgr.h"
 #include "orbisk/fileindex/util.h"
+#include "orbisk/json.h"
+#include "orbisk/lock_file.h"
 #include "tests/system/indexer_box.h"
 
 namespace orbisk::test {
@@ -280,6 +282,26 @@ TEST_F(IndexerChain, AMarkThatIsSetWakesTheWorker) {
   fileindex::StatusMgr().SetShareStatus("docs", 1);
 
   EXPECT_TRUE(BecomesEqual());
+  EXPECT_TRUE(Eventually([] { return fileindex::StatusMgr().GetShareStatus("docs") == 0; }));
+}
+
+TEST_F(IndexerChain, AMarkIsTakenThoughWhoSetItHoldsTheLockStill) {
+  SkipWithoutIdentities();
+  if (IsSkipped()) {
+    return;
+  }
+  StartWithFiles();
+  ASSERT_TRUE(Eventually(IsIdle));
+  fileindex::StatusMgr().SetShareStatus("other", 1);
+  Json::Value status;
+  ASSERT_TRUE(fromFile(status, kStatusFile));
+  status["share"]["docs"] = 1;
+  {
+    const LockFile lock("/tmp/orbisk_cfg_fi_status.lock", true);
+    ASSERT_TRUE(toFile(status, kStatusFile));
+    usleep(500'000);  // in which a worker that does not wait has compared
+  }
+
   EXPECT_TRUE(Eventually([] { return fileindex::StatusMgr().GetShareStatus("docs") == 0; }));
 }
 
